@@ -1,0 +1,119 @@
+#include "logcapture.h"
+
+#include <string.h>
+
+typedef struct {
+  GLogLevelFlags level;
+  char *domain;
+  char *message;
+  char *file;
+  char *line;
+  char *function;
+} Record;
+
+static GMutex lock; /* guards the queue */
+static GQueue records = G_QUEUE_INIT;
+
+static void record_free(gpointer data) {
+  Record *record = data;
+  g_free(record->domain);
+  g_free(record->message);
+  g_free(record->file);
+  g_free(record->line);
+  g_free(record->function);
+  g_free(record);
+}
+G_DEFINE_AUTOPTR_CLEANUP_FUNC(Record, record_free)
+
+static char *get_field(const GLogField *fields, gsize n_fields, const char *key) {
+  for (gsize i = 0; i < n_fields; i++) {
+    const char *value = fields[i].value;
+    if (g_str_equal(fields[i].key, key))
+      return fields[i].length < 0 ? g_strdup(value) : g_strndup(value, fields[i].length);
+  }
+  return NULL;
+}
+
+static GLogWriterOutput capture(GLogLevelFlags level, const GLogField *fields, gsize n_fields,
+                                gpointer data) {
+  if (level & G_LOG_LEVEL_ERROR)
+    return g_log_writer_default(level, fields, n_fields, data);
+
+  Record *record = g_new(Record, 1);
+  record->level = level & G_LOG_LEVEL_MASK;
+  record->domain = get_field(fields, n_fields, "GLIB_DOMAIN");
+  record->message = get_field(fields, n_fields, "MESSAGE");
+  record->file = get_field(fields, n_fields, "CODE_FILE");
+  record->line = get_field(fields, n_fields, "CODE_LINE");
+  record->function = get_field(fields, n_fields, "CODE_FUNC");
+
+  g_mutex_lock(&lock);
+  g_queue_push_tail(&records, record);
+  g_mutex_unlock(&lock);
+  return G_LOG_WRITER_HANDLED;
+}
+
+void log_capture_init(void) {
+  g_log_set_writer_func(capture, NULL, NULL);
+  g_log_set_always_fatal(G_LOG_FATAL_MASK);
+}
+
+static Record *take(void) {
+  g_mutex_lock(&lock);
+  Record *record = g_queue_pop_head(&records);
+  g_mutex_unlock(&lock);
+  return record;
+}
+
+static void run_test(gconstpointer data) {
+  void (*test)(void) = NULL;
+  memcpy(&test, data, sizeof test);
+  test();
+  assert_nothing_logged();
+}
+
+void add_test(const char *path, void (*test)(void)) {
+  /* ISO C lets no function pointer pass as a data pointer. */
+  gpointer data = g_memdup2(&test, sizeof test);
+  g_test_add_data_func_full(path, data, run_test, g_free);
+}
+
+void assert_logged(const char *domain, GLogLevelFlags level, const char *message) {
+  g_autoptr(Record) record = take();
+  g_assert_nonnull(record);
+  g_assert_cmpstr(record->message, ==, message);
+  g_assert_cmpstr(record->domain, ==, domain);
+  g_assert_cmphex(record->level, ==, level);
+}
+
+void assert_logged_like(const char *domain, GLogLevelFlags level, const char *pattern) {
+  g_autoptr(Record) record = take();
+  g_assert_nonnull(record);
+  if (!g_pattern_match_simple(pattern, record->message))
+    g_assert_cmpstr(record->message, ==, pattern);
+  g_assert_cmpstr(record->domain, ==, domain);
+  g_assert_cmphex(record->level, ==, level);
+}
+
+void assert_logged_from(const char *file, const char *function, GLogLevelFlags level,
+                        const char *message) {
+  g_autoptr(Record) record = take();
+  g_assert_nonnull(record);
+  g_assert_cmpstr(record->message, ==, message);
+  g_assert_cmpstr(record->domain, ==, "VEK:metrics");
+  g_assert_cmphex(record->level, ==, level);
+  g_assert_cmpstr(record->file, ==, file);
+  g_assert_cmpstr(record->function, ==, function);
+  g_assert_nonnull(record->line);
+  g_assert_cmpint(g_ascii_strtoll(record->line, NULL, 10), >, 0);
+}
+
+void assert_failed_check(const char *function, const char *condition) {
+  g_autofree char *message = g_strdup_printf("%s: assertion '%s' failed", function, condition);
+  assert_logged("VEK:metrics", G_LOG_LEVEL_CRITICAL, message);
+}
+
+void assert_nothing_logged(void) {
+  g_autoptr(Record) record = take();
+  g_assert_cmpstr(record ? record->message : NULL, ==, NULL);
+}

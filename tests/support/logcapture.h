@@ -1,0 +1,30 @@
+#pragma once
+
+/* Catches every log message of a test program, structured or not, with its fields.
+ *
+ * A test takes the messages out in the order in which they came; one that leaves a message behind
+ * fails. */
+
+#include <glib.h>
+
+/* To be called once, after g_test_init(). No message is fatal then, except errors. */
+void log_capture_init(void);
+
+/* Adds a test that fails if it leaves a message behind. */
+void add_test(const char *path, void (*test)(void));
+
+/* Takes the oldest message: the exact domain, level and text. */
+void assert_logged(const char *domain, GLogLevelFlags level, const char *message);
+
+/* The same for a pattern as of g_pattern_match_simple(). */
+void assert_logged_like(const char *domain, GLogLevelFlags level, const char *pattern);
+
+/* The same for a structured message of the library: its source path and function too, and that it
+ * has a line. */
+void assert_logged_from(const char *file, const char *function, GLogLevelFlags level,
+                        const char *message);
+
+/* Takes the critical of a failed check of the library: "FUNCTION: assertion 'CONDITION' failed". */
+void assert_failed_check(const char *function, const char *condition);
+
+void assert_nothing_logged(void);

@@ -1,0 +1,35 @@
+#pragma once
+
+#include <glib-object.h>
+#include <vekmetrics/export.h>
+#include <vekmetrics/reporter.h>
+
+G_BEGIN_DECLS
+
+#define VEK_TYPE_METRIC_CONSOLE_REPORTER (vek_metric_console_reporter_get_type())
+
+/**
+ * VekMetricConsoleReporter:
+ *
+ * Prints a report pass as text: a section for each set of dimensions, a line for each metric.
+ *
+ * Sections are sorted by the number of their dimensions, then by their key; lines by name. All of
+ * it goes through `g_print()`, at the flush. Timelines, units and times are not printed.
+ *
+ * Takes no lock: one console reporter must not serve two passes at the same time.
+ */
+VEK_EXPORT
+G_DECLARE_FINAL_TYPE(VekMetricConsoleReporter, vek_metric_console_reporter, VEK,
+                     METRIC_CONSOLE_REPORTER, GObject)
+
+/**
+ * vek_metric_console_reporter_new:
+ *
+ * Makes a console reporter.
+ *
+ * Returns: (transfer full): a new reporter
+ */
+VEK_EXPORT
+VekMetricReporter *vek_metric_console_reporter_new(void);
+
+G_END_DECLS

@@ -1,0 +1,95 @@
+#include "counter.h"
+
+#include "internal.hpp"
+#include "registry.hpp"
+#include "reporter.hpp"
+
+struct _VekMetricCounter {
+  VekMetric parent_instance;
+
+  GRWLock lock;  // guards the fields below
+  gint64 time;   // of the last change, wall clock in µs
+  gint64 count;
+};
+static_assert(vek::ZeroFillable<VekMetricCounter>);
+
+G_DEFINE_TYPE(VekMetricCounter, vek_metric_counter, VEK_TYPE_METRIC)
+
+static void add(VekMetricCounter *self, gint64 value) {
+  vek::WriterLock held(self->lock);
+  self->time = g_get_real_time();
+  self->count = vek::wrapping_add(self->count, value);
+}
+
+static void vek_metric_counter_finalize(GObject *object) {
+  g_rw_lock_clear(&VEK_METRIC_COUNTER(object)->lock);
+
+  G_OBJECT_CLASS(vek_metric_counter_parent_class)->finalize(object);
+}
+
+static void vek_metric_counter_report(VekMetric *metric, GSList *reporters) {
+  auto *self = VEK_METRIC_COUNTER(metric);
+  const char *name = vek_metric_get_name(metric);
+  char **dimensions = vek_metric_get_dimensions(metric);
+  const char *unit = vek_metric_get_unit(metric);
+
+  // The time first, and the lock let go between: an add that comes between shows a newer count
+  // with an older time, and never a change with a time after it.
+  gint64 time = vek_metric_counter_get_time(self);
+  gint64 count = vek_metric_counter_get_count(self);
+  for (auto *reporter : vek::Each<VekMetricReporter>(reporters))
+    vek_metric_reporter_process_count(reporter, name, dimensions, unit, time, count);
+}
+
+static void vek_metric_counter_class_init(VekMetricCounterClass *klass) {
+  G_OBJECT_CLASS(klass)->finalize = vek_metric_counter_finalize;
+  VEK_METRIC_CLASS(klass)->report = vek_metric_counter_report;
+}
+
+static void vek_metric_counter_init(VekMetricCounter *self) {
+  g_rw_lock_init(&self->lock);
+  vek::WriterLock held(self->lock);
+  self->time = g_get_real_time();
+}
+
+void vek_metric_counter_add(VekMetricCounter *counter, gint64 value) {
+  vek_return_if_fail(VEK_IS_METRIC_COUNTER(counter));
+
+  add(counter, value);
+}
+
+void vek_metric_counter_inc(VekMetricCounter *counter) {
+  vek_return_if_fail(VEK_IS_METRIC_COUNTER(counter));
+
+  add(counter, 1);
+}
+
+void vek_metric_counter_dec(VekMetricCounter *counter) {
+  vek_return_if_fail(VEK_IS_METRIC_COUNTER(counter));
+
+  add(counter, -1);
+}
+
+gint64 vek_metric_counter_get_count(VekMetricCounter *counter) {
+  vek_return_val_if_fail(VEK_IS_METRIC_COUNTER(counter), 0);
+
+  vek::ReaderLock held(counter->lock);
+  return counter->count;
+}
+
+gint64 vek_metric_counter_get_time(VekMetricCounter *counter) {
+  vek_return_val_if_fail(VEK_IS_METRIC_COUNTER(counter), 0);
+
+  vek::ReaderLock held(counter->lock);
+  return counter->time;
+}
+
+VekMetricCounter *vek_metric_registry_counter_new(VekMetricRegistry *registry, const gchar *name,
+                                                  const gchar *unit, gchar **dimensions) {
+  vek_return_val_if_fail(VEK_IS_METRIC_REGISTRY(registry), nullptr);
+  vek_return_val_if_fail(name != NULL, nullptr);
+
+  auto *metric = vek::create_metric(registry, VEK_TYPE_METRIC_COUNTER, name, "unit", unit,
+                                    dimensions ? "dimensions" : nullptr, dimensions, nullptr);
+  return vek::warned_cast<VekMetricCounter>(metric, VEK_TYPE_METRIC_COUNTER);
+}

@@ -1,0 +1,109 @@
+#pragma once
+
+// What the sources share: failed checks, logging, property flags, guards, casts, list views.
+
+#include <glib-object.h>
+
+#include <cstddef>
+#include <string_view>
+#include <type_traits>
+
+// A failed check logs a critical that names the function and quotes the condition as it is typed.
+// GLib's own macros would name the whole C++ signature here, and can be compiled away.
+#define vek_return_if_fail(condition)                               \
+  do {                                                              \
+    if (!(condition)) [[unlikely]] {                                \
+      g_return_if_fail_warning(G_LOG_DOMAIN, __func__, #condition); \
+      return;                                                       \
+    }                                                               \
+  } while (false)
+
+#define vek_return_val_if_fail(condition, value)                    \
+  do {                                                              \
+    if (!(condition)) [[unlikely]] {                                \
+      g_return_if_fail_warning(G_LOG_DOMAIN, __func__, #condition); \
+      return value;                                                 \
+    }                                                               \
+  } while (false)
+
+namespace vek {
+
+// The source path as logs carry it: "../vekmetrics/" and the file's stem, from whichever folder
+// the compiler was called.
+template <std::size_t N>
+struct SourcePath {
+  char text[sizeof "../vekmetrics/" + N] = "../vekmetrics/";
+
+  constexpr explicit SourcePath(const char (&file)[N]) {
+    std::string_view stem(file);
+    stem = stem.substr(stem.find_last_of('/') + 1);
+    stem = stem.substr(0, stem.find('.'));
+    stem.copy(text + sizeof "../vekmetrics/" - 1, stem.size());
+  }
+};
+
+// Property flags; in C++ the joined flags need a cast.
+inline constexpr auto kConstruct =
+    static_cast<GParamFlags>(G_PARAM_READWRITE | G_PARAM_CONSTRUCT | G_PARAM_STATIC_STRINGS);
+inline constexpr auto kConstructOnly =
+    static_cast<GParamFlags>(G_PARAM_READWRITE | G_PARAM_CONSTRUCT_ONLY | G_PARAM_STATIC_STRINGS);
+
+// Instances are zero-filled and no constructor runs, so their members must not need one.
+template <typename T>
+concept ZeroFillable =
+    std::is_trivially_default_constructible_v<T> && std::is_trivially_destructible_v<T>;
+
+// Holds a lock for as long as it is in scope.
+template <typename Lock, void (*acquire)(Lock *), void (*release)(Lock *)>
+class Held {
+public:
+  explicit Held(Lock &lock) : lock(lock) { acquire(&lock); }
+  ~Held() { release(&lock); }
+  Held(const Held &) = delete;
+  Held &operator=(const Held &) = delete;
+
+private:
+  Lock &lock;
+};
+
+using ReaderLock = Held<GRWLock, g_rw_lock_reader_lock, g_rw_lock_reader_unlock>;
+using WriterLock = Held<GRWLock, g_rw_lock_writer_lock, g_rw_lock_writer_unlock>;
+
+// The elements of a GSList, for range-for.
+template <typename T>
+class Each {
+public:
+  explicit Each(GSList *list) : list(list) {}
+
+  struct Iterator {
+    GSList *node;
+
+    T *operator*() const { return static_cast<T *>(node->data); }
+    Iterator &operator++() {
+      node = node->next;
+      return *this;
+    }
+    bool operator!=(const Iterator &other) const { return node != other.node; }
+  };
+
+  Iterator begin() const { return {list}; }
+  Iterator end() const { return {nullptr}; }
+
+private:
+  GSList *list;
+};
+
+// Signed addition that wraps; plain overflow is undefined.
+constexpr gint64 wrapping_add(gint64 a, gint64 b) {
+  return static_cast<gint64>(static_cast<guint64>(a) + static_cast<guint64>(b));
+}
+
+// A cast that warns of an unrelated type in every build and returns the pointer all the same;
+// GObject's cast macros check nothing in optimised builds from GLib 2.75 on.
+template <typename T>
+T *warned_cast(gpointer instance, GType type) {
+  auto *checked = g_type_check_instance_cast(static_cast<GTypeInstance *>(instance), type);
+  return reinterpret_cast<T *>(checked);
+}
+
+}  // namespace vek

@@ -1,0 +1,171 @@
+#include "registry.h"
+
+#include "internal.hpp"
+#include "metric.hpp"
+#include "registry.hpp"
+#include "reporter.hpp"
+
+static constexpr guint kReportInterval = 60;  // seconds
+
+struct _VekMetricRegistry {
+  GObject parent_instance;
+
+  GRWLock lock;         // guards the fields below; a pass holds it for reading
+  GSList *reporters;    // of VekMetricReporter, the newest first
+  GHashTable *metrics;  // from key to VekMetric
+  guint report_source_id;
+};
+static_assert(vek::ZeroFillable<VekMetricRegistry>);
+
+static VekMetricRegistry *metric_registry;  // the default; unguarded
+
+G_DEFINE_TYPE(VekMetricRegistry, vek_metric_registry, G_TYPE_OBJECT)
+
+// Dimensions first, then the name: two metrics whose strings join to the same text are one.
+static char *get_key(const char *name, char **dimensions) {
+  // The line is part of the message and fixed, so that crash reports of all releases fall together.
+  if (!name) [[unlikely]]
+    g_assertion_message_expr(G_LOG_DOMAIN, "../vekmetrics/registry", 85, __func__, "name != NULL");
+
+  if (!dimensions)
+    return g_strdup(name);
+  g_autofree char *joined = g_strjoinv(".", dimensions);
+  return g_strconcat(joined, ".", name, nullptr);
+}
+
+// The parameters of the two table callbacks are untyped; their checks still name a metric.
+static void report_metric(gpointer, gpointer metric, gpointer reporters) {
+  vek_return_if_fail(VEK_IS_METRIC(metric));
+
+  auto *self = static_cast<VekMetric *>(metric);
+  if (!vek_metric_is_active(self))
+    return;
+  vek_metric_report(self, static_cast<GSList *>(reporters));
+
+  // Only the table holds it: this was its last report.
+  if (G_OBJECT(self)->ref_count == 1)
+    vek_metric_mark_inactive(self);
+}
+
+static gboolean remove_metric(gpointer, gpointer metric, gpointer) {
+  vek_return_val_if_fail(VEK_IS_METRIC(metric), FALSE);
+
+  return !vek_metric_is_active(static_cast<VekMetric *>(metric));
+}
+
+static void run_pass(VekMetricRegistry *self, GSList *reporters) {
+  g_hash_table_foreach(self->metrics, report_metric, reporters);
+  for (auto *reporter : vek::Each<VekMetricReporter>(reporters))
+    vek_metric_reporter_flush(reporter);
+}
+
+static gboolean report_metrics_callback(gpointer data) {
+  auto *self = static_cast<VekMetricRegistry *>(data);
+
+  // The pass works on the list as it is now: a reporter registered later waits for the next.
+  auto *reporters = static_cast<GSList *>(g_atomic_pointer_get(&self->reporters));
+  if (vek::ReaderLock held(self->lock); reporters)
+    run_pass(self, reporters);
+
+  vek::WriterLock held(self->lock);
+  g_hash_table_foreach_remove(self->metrics, remove_metric, nullptr);
+  return G_SOURCE_CONTINUE;
+}
+
+static void vek_metric_registry_dispose(GObject *object) {
+  auto *self = VEK_METRIC_REGISTRY(object);
+
+  {
+    vek::WriterLock held(self->lock);
+    g_slist_free_full(g_steal_pointer(&self->reporters), g_object_unref);
+    g_clear_pointer(&self->metrics, g_hash_table_unref);
+    g_clear_handle_id(&self->report_source_id, g_source_remove);
+  }
+
+  G_OBJECT_CLASS(vek_metric_registry_parent_class)->dispose(object);
+}
+
+static void vek_metric_registry_finalize(GObject *object) {
+  g_rw_lock_clear(&VEK_METRIC_REGISTRY(object)->lock);
+
+  G_OBJECT_CLASS(vek_metric_registry_parent_class)->finalize(object);
+}
+
+static void vek_metric_registry_class_init(VekMetricRegistryClass *klass) {
+  auto *object_class = G_OBJECT_CLASS(klass);
+  object_class->dispose = vek_metric_registry_dispose;
+  object_class->finalize = vek_metric_registry_finalize;
+}
+
+static void vek_metric_registry_init(VekMetricRegistry *self) {
+  g_rw_lock_init(&self->lock);
+  self->metrics = g_hash_table_new_full(g_str_hash, g_str_equal, g_free, g_object_unref);
+}
+
+VekMetric *vek::create_metric(VekMetricRegistry *registry, GType type, ...) {
+  va_list properties;
+  va_start(properties, type);
+  auto *created = VEK_METRIC(g_object_new_valist(type, "name", properties));
+  va_end(properties);
+  g_autofree char *key = get_key(vek_metric_get_name(created), vek_metric_get_dimensions(created));
+
+  VekMetric *stored;
+  {
+    vek::WriterLock held(registry->lock);
+    stored = static_cast<VekMetric *>(g_hash_table_lookup(registry->metrics, key));
+    if (!stored) {
+      g_hash_table_insert(registry->metrics, g_steal_pointer(&key), g_object_ref(created));
+      return created;
+    }
+    g_object_ref(stored);
+  }
+  g_object_unref(created);  // unlocked: what its dispose calls must not meet the lock
+  return stored;
+}
+
+VekMetricRegistry *vek_metric_registry_get_default(void) {
+  if (!metric_registry)
+    metric_registry = VEK_METRIC_REGISTRY(g_object_new(VEK_TYPE_METRIC_REGISTRY, nullptr));
+  return metric_registry;
+}
+
+void vek_metric_registry_set_default(VekMetricRegistry *registry) {
+  g_set_object(&metric_registry, registry);
+}
+
+VekMetric *vek_metric_registry_get_metric(VekMetricRegistry *registry, const gchar *name,
+                                          gchar **dimensions) {
+  vek_return_val_if_fail(VEK_IS_METRIC_REGISTRY(registry), nullptr);
+  vek_return_val_if_fail(name != NULL, nullptr);
+
+  g_autofree char *key = get_key(name, dimensions);
+  vek::ReaderLock held(registry->lock);
+  auto *metric = static_cast<VekMetric *>(g_hash_table_lookup(registry->metrics, key));
+  return metric ? VEK_METRIC(g_object_ref(metric)) : nullptr;
+}
+
+void vek_metric_registry_register_reporter(VekMetricRegistry *registry,
+                                           VekMetricReporter *reporter) {
+  vek_return_if_fail(VEK_IS_METRIC_REGISTRY(registry));
+  vek_return_if_fail(VEK_IS_METRIC_REPORTER(reporter));
+
+  vek::WriterLock held(registry->lock);
+  // The timer holds no reference: dispose removes it.
+  if (!registry->reporters)
+    registry->report_source_id =
+        g_timeout_add_seconds(kReportInterval, report_metrics_callback, registry);
+  auto *reporters = g_slist_prepend(registry->reporters, g_object_ref(reporter));
+  g_atomic_pointer_set(&registry->reporters, reporters);
+}
+
+void vek_metric_registry_report(VekMetricRegistry *registry, VekMetricReporter *reporter) {
+  vek_return_if_fail(VEK_IS_METRIC_REGISTRY(registry));
+  vek_return_if_fail(VEK_IS_METRIC_REPORTER(reporter));
+
+  auto *reporters = g_slist_prepend(nullptr, g_object_ref(reporter));
+  {
+    vek::ReaderLock held(registry->lock);
+    run_pass(registry, reporters);
+  }
+  g_slist_free_full(reporters, g_object_unref);
+}

@@ -1,0 +1,141 @@
+#pragma once
+
+#include <glib-object.h>
+#include <vekmetrics/export.h>
+
+G_BEGIN_DECLS
+
+#define VEK_TYPE_METRIC_SNAPSHOT (vek_metric_snapshot_get_type())
+
+/**
+ * VekMetricSnapshot: (copy-func vek_metric_snapshot_ref) (free-func vek_metric_snapshot_unref)
+ *
+ * The samples that a store held at one moment, sorted ascending, with their statistics.
+ *
+ * A snapshot is reference-counted and never changes, so any number of threads may read it. All
+ * figures are in the unit of the samples. A sample that is not a number compares equal to
+ * everything: where such samples come to stand after sorting is not defined.
+ */
+typedef struct _VekMetricSnapshot VekMetricSnapshot;
+
+VEK_EXPORT
+GType vek_metric_snapshot_get_type(void) G_GNUC_CONST;
+
+/**
+ * vek_metric_snapshot_new: (constructor)
+ * @samples: (nullable) (array length=n_samples): the samples, in any order; copied
+ * @n_samples: how many there are, below 2^29
+ *
+ * Copies and sorts the samples and stamps the copy with the current wall-clock time.
+ *
+ * Returns: (transfer full): a new snapshot with one reference
+ */
+VEK_EXPORT
+VekMetricSnapshot *vek_metric_snapshot_new(const gdouble *samples, gsize n_samples);
+
+/**
+ * vek_metric_snapshot_ref:
+ * @snapshot: a snapshot
+ *
+ * Takes a reference.
+ *
+ * Returns: (transfer full): @snapshot; %NULL after a failed check
+ */
+VEK_EXPORT
+VekMetricSnapshot *vek_metric_snapshot_ref(VekMetricSnapshot *snapshot);
+
+/**
+ * vek_metric_snapshot_unref:
+ * @snapshot: (transfer full): a snapshot
+ *
+ * Drops a reference; the last one frees the snapshot. Does nothing after a failed check.
+ */
+VEK_EXPORT
+void vek_metric_snapshot_unref(VekMetricSnapshot *snapshot);
+
+/**
+ * vek_metric_snapshot_get_time:
+ * @snapshot: a snapshot
+ *
+ * Gets when the snapshot was made, whenever its samples were recorded.
+ *
+ * Returns: wall-clock microseconds since the Unix epoch; 0 after a failed check
+ */
+VEK_EXPORT
+gint64 vek_metric_snapshot_get_time(VekMetricSnapshot *snapshot);
+
+/**
+ * vek_metric_snapshot_get_n_samples:
+ * @snapshot: a snapshot
+ *
+ * Gets the number of samples.
+ *
+ * Returns: the number given at creation; 0 after a failed check
+ */
+VEK_EXPORT
+gsize vek_metric_snapshot_get_n_samples(VekMetricSnapshot *snapshot);
+
+/**
+ * vek_metric_snapshot_get_sum:
+ * @snapshot: a snapshot
+ *
+ * Adds the samples up, the smallest first.
+ *
+ * Returns: the sum; 0.0 without samples and after a failed check
+ */
+VEK_EXPORT
+gdouble vek_metric_snapshot_get_sum(VekMetricSnapshot *snapshot);
+
+/**
+ * vek_metric_snapshot_get_average:
+ * @snapshot: a snapshot
+ *
+ * Gets the arithmetic mean: the sum divided by the number of samples.
+ *
+ * Returns: the average; 0.0 without samples and after a failed check
+ */
+VEK_EXPORT
+gdouble vek_metric_snapshot_get_average(VekMetricSnapshot *snapshot);
+
+/**
+ * vek_metric_snapshot_get_min:
+ * @snapshot: a snapshot
+ *
+ * Gets the smallest sample.
+ *
+ * Returns: the minimum; 0.0 without samples and after a failed check
+ */
+VEK_EXPORT
+gdouble vek_metric_snapshot_get_min(VekMetricSnapshot *snapshot);
+
+/**
+ * vek_metric_snapshot_get_max:
+ * @snapshot: a snapshot
+ *
+ * Gets the largest sample.
+ *
+ * Returns: the maximum; 0.0 without samples and after a failed check
+ */
+VEK_EXPORT
+gdouble vek_metric_snapshot_get_max(VekMetricSnapshot *snapshot);
+
+/**
+ * vek_metric_snapshot_get_quantile:
+ * @snapshot: a snapshot
+ * @q: the fraction of the samples that lie below, from 0 to 1
+ *
+ * Gets a quantile by linear interpolation: the sorted samples are numbered from 0, the wanted
+ * position is @q times the last number, and between two samples the value is interpolated.
+ *
+ * Below position 1 nothing is interpolated and the value is the smallest sample: of two samples,
+ * every @q below 1 gives the smaller.
+ *
+ * Returns: the quantile; 0.0 without samples, and after a failed check, as when @q is out of range
+ *   or not a number
+ */
+VEK_EXPORT
+gdouble vek_metric_snapshot_get_quantile(VekMetricSnapshot *snapshot, gdouble q);
+
+G_DEFINE_AUTOPTR_CLEANUP_FUNC(VekMetricSnapshot, vek_metric_snapshot_unref)
+
+G_END_DECLS

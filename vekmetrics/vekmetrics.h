@@ -1,0 +1,11 @@
+#pragma once
+
+/* All of vekmetrics: the one header that applications include. */
+
+#include <vekmetrics/consolereporter.h>
+#include <vekmetrics/counter.h>
+#include <vekmetrics/dimension.h>
+#include <vekmetrics/metric.h>
+#include <vekmetrics/registry.h>
+#include <vekmetrics/reporter.h>
+#include <vekmetrics/snapshot.h>
