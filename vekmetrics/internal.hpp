@@ -26,6 +26,15 @@
     }                                                               \
   } while (false)
 
+// Structured messages, with the source path, the line and the function's plain name.
+#define vek_log(level, ...)                                                                      \
+  do {                                                                                           \
+    static constexpr vek::SourcePath source(__FILE__);                                           \
+    g_log_structured_standard(G_LOG_DOMAIN, level, source.text, G_STRINGIFY(__LINE__), __func__, \
+                              __VA_ARGS__);                                                      \
+  } while (false)
+#define vek_warning(...) vek_log(G_LOG_LEVEL_WARNING, __VA_ARGS__)
+
 namespace vek {
 
 // The source path as logs carry it: "../vekmetrics/" and the file's stem, from whichever folder
@@ -66,6 +75,7 @@ private:
   Lock &lock;
 };
 
+using MutexLock = Held<GMutex, g_mutex_lock, g_mutex_unlock>;
 using ReaderLock = Held<GRWLock, g_rw_lock_reader_lock, g_rw_lock_reader_unlock>;
 using WriterLock = Held<GRWLock, g_rw_lock_writer_lock, g_rw_lock_writer_unlock>;
 

@@ -5,7 +5,11 @@
 #include <vekmetrics/consolereporter.h>
 #include <vekmetrics/counter.h>
 #include <vekmetrics/dimension.h>
+#include <vekmetrics/fixedsizestore.h>
+#include <vekmetrics/fixedtimestore.h>
 #include <vekmetrics/metric.h>
+#include <vekmetrics/rangestore.h>
 #include <vekmetrics/registry.h>
 #include <vekmetrics/reporter.h>
 #include <vekmetrics/snapshot.h>
+#include <vekmetrics/store.h>
