@@ -7,9 +7,11 @@
 #include <vekmetrics/dimension.h>
 #include <vekmetrics/fixedsizestore.h>
 #include <vekmetrics/fixedtimestore.h>
+#include <vekmetrics/histogram.h>
 #include <vekmetrics/metric.h>
 #include <vekmetrics/rangestore.h>
 #include <vekmetrics/registry.h>
 #include <vekmetrics/reporter.h>
 #include <vekmetrics/snapshot.h>
 #include <vekmetrics/store.h>
+#include <vekmetrics/timer.h>

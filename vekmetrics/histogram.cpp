@@ -1,0 +1,106 @@
+#include "histogram.h"
+
+#include "fixedsizestore.h"
+#include "internal.hpp"
+#include "registry.hpp"
+#include "reporter.hpp"
+
+static constexpr guint kDefaultWindowSize = 60;  // samples
+
+struct VekMetricHistogramPrivate {
+  VekMetricStore *store;
+};
+static_assert(vek::ZeroFillable<VekMetricHistogramPrivate>);
+
+enum : guint { PROP_STORE = 1, N_PROPERTIES };
+static GParamSpec *properties[N_PROPERTIES];
+
+G_DEFINE_TYPE_WITH_PRIVATE(VekMetricHistogram, vek_metric_histogram, VEK_TYPE_METRIC)
+
+static VekMetricHistogramPrivate *get_private(VekMetricHistogram *self) {
+  return static_cast<VekMetricHistogramPrivate *>(vek_metric_histogram_get_instance_private(self));
+}
+
+static void vek_metric_histogram_set_property(GObject *object, guint id, const GValue *value,
+                                              GParamSpec *pspec) {
+  auto *priv = get_private(VEK_METRIC_HISTOGRAM(object));
+
+  switch (id) {
+  case PROP_STORE: priv->store = static_cast<VekMetricStore *>(g_value_dup_object(value)); break;
+  default: G_OBJECT_WARN_INVALID_PROPERTY_ID(object, id, pspec);
+  }
+}
+
+static void vek_metric_histogram_get_property(GObject *object, guint id, GValue *value,
+                                              GParamSpec *pspec) {
+  auto *priv = get_private(VEK_METRIC_HISTOGRAM(object));
+
+  switch (id) {
+  case PROP_STORE: g_value_set_object(value, priv->store); break;
+  default: G_OBJECT_WARN_INVALID_PROPERTY_ID(object, id, pspec);
+  }
+}
+
+static void vek_metric_histogram_dispose(GObject *object) {
+  g_clear_object(&get_private(VEK_METRIC_HISTOGRAM(object))->store);
+
+  G_OBJECT_CLASS(vek_metric_histogram_parent_class)->dispose(object);
+}
+
+static void vek_metric_histogram_constructed(GObject *object) {
+  G_OBJECT_CLASS(vek_metric_histogram_parent_class)->constructed(object);
+
+  auto *priv = get_private(VEK_METRIC_HISTOGRAM(object));
+  if (!priv->store)
+    priv->store = vek_metric_fixed_size_store_new(kDefaultWindowSize);
+}
+
+static void vek_metric_histogram_report(VekMetric *metric, GSList *reporters) {
+  const char *name = vek_metric_get_name(metric);
+  char **dimensions = vek_metric_get_dimensions(metric);
+  const char *unit = vek_metric_get_unit(metric);
+
+  g_autoptr(VekMetricSnapshot) snapshot =
+      vek_metric_histogram_get_snapshot(VEK_METRIC_HISTOGRAM(metric));
+  for (auto *reporter : vek::Each<VekMetricReporter>(reporters))
+    vek_metric_reporter_process_aggregated(reporter, name, dimensions, unit, snapshot);
+}
+
+static void vek_metric_histogram_class_init(VekMetricHistogramClass *klass) {
+  auto *object_class = G_OBJECT_CLASS(klass);
+  object_class->set_property = vek_metric_histogram_set_property;
+  object_class->get_property = vek_metric_histogram_get_property;
+  object_class->dispose = vek_metric_histogram_dispose;
+  object_class->constructed = vek_metric_histogram_constructed;
+  VEK_METRIC_CLASS(klass)->report = vek_metric_histogram_report;
+
+  properties[PROP_STORE] =
+      g_param_spec_object("store", "store", "store", VEK_TYPE_METRIC_STORE, vek::kConstructOnly);
+  g_object_class_install_properties(object_class, N_PROPERTIES, properties);
+}
+
+static void vek_metric_histogram_init(VekMetricHistogram *) {}
+
+void vek_metric_histogram_set(VekMetricHistogram *histogram, gdouble value) {
+  vek_return_if_fail(VEK_IS_METRIC_HISTOGRAM(histogram));
+
+  vek_metric_store_add(get_private(histogram)->store, value);
+}
+
+VekMetricSnapshot *vek_metric_histogram_get_snapshot(VekMetricHistogram *histogram) {
+  vek_return_val_if_fail(VEK_IS_METRIC_HISTOGRAM(histogram), nullptr);
+
+  return vek_metric_store_get_snapshot(get_private(histogram)->store);
+}
+
+VekMetricHistogram *vek_metric_registry_histogram_new(VekMetricRegistry *registry,
+                                                      const gchar *name, const gchar *unit,
+                                                      VekMetricStore *store, gchar **dimensions) {
+  vek_return_val_if_fail(VEK_IS_METRIC_REGISTRY(registry), nullptr);
+  vek_return_val_if_fail(name != NULL, nullptr);
+
+  auto *metric =
+      vek::create_metric(registry, VEK_TYPE_METRIC_HISTOGRAM, name, "unit", unit, "store", store,
+                         dimensions ? "dimensions" : nullptr, dimensions, nullptr);
+  return vek::warned_cast<VekMetricHistogram>(metric, VEK_TYPE_METRIC_HISTOGRAM);
+}

@@ -1,0 +1,77 @@
+#pragma once
+
+#include <vekmetrics/export.h>
+#include <vekmetrics/metric.h>
+#include <vekmetrics/registry.h>
+#include <vekmetrics/snapshot.h>
+#include <vekmetrics/store.h>
+
+G_BEGIN_DECLS
+
+#define VEK_TYPE_METRIC_HISTOGRAM (vek_metric_histogram_get_type())
+
+/**
+ * VekMetricHistogram:
+ *
+ * A distribution of samples. It keeps them in a store, which alone decides which of them count:
+ * the last so many, or those of a recent time.
+ *
+ * Reports pass on a snapshot of the samples and their statistics. Any thread may call any
+ * operation.
+ */
+VEK_EXPORT
+G_DECLARE_DERIVABLE_TYPE(VekMetricHistogram, vek_metric_histogram, VEK, METRIC_HISTOGRAM, VekMetric)
+
+/**
+ * VekMetricHistogramClass:
+ * @parent_class: the parent class
+ *
+ * The class structure of [class@MetricHistogram].
+ */
+struct _VekMetricHistogramClass {
+  VekMetricClass parent_class;
+};
+
+/**
+ * vek_metric_histogram_set:
+ * @histogram: a histogram
+ * @value: the sample, in the histogram's unit
+ *
+ * Adds one sample to the store.
+ *
+ * Does nothing after a failed check.
+ */
+VEK_EXPORT
+void vek_metric_histogram_set(VekMetricHistogram *histogram, gdouble value);
+
+/**
+ * vek_metric_histogram_get_snapshot:
+ * @histogram: a histogram
+ *
+ * Takes a snapshot of the samples in the store.
+ *
+ * Returns: (transfer full) (nullable): a new snapshot; %NULL after a failed check
+ */
+VEK_EXPORT
+VekMetricSnapshot *vek_metric_histogram_get_snapshot(VekMetricHistogram *histogram);
+
+/**
+ * vek_metric_registry_histogram_new:
+ * @registry: a registry
+ * @name: the histogram's name
+ * @unit: (nullable): free text; it is not part of the key
+ * @store: (nullable) (transfer none): a store of samples; %NULL for one of the last 60
+ * @dimensions: (nullable) (array zero-terminated=1): alternating names and values; copied
+ *
+ * Makes a histogram, or gets the metric that the registry already has under the key, which then
+ * does not use @store. One of another kind is returned as it is, after GObject's warning of an
+ * invalid cast.
+ *
+ * Returns: (transfer full) (nullable): the histogram; %NULL after a failed check
+ */
+VEK_EXPORT
+VekMetricHistogram *vek_metric_registry_histogram_new(VekMetricRegistry *registry,
+                                                      const gchar *name, const gchar *unit,
+                                                      VekMetricStore *store, gchar **dimensions);
+
+G_END_DECLS
