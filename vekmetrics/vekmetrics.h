@@ -7,7 +7,9 @@
 #include <vekmetrics/dimension.h>
 #include <vekmetrics/fixedsizestore.h>
 #include <vekmetrics/fixedtimestore.h>
+#include <vekmetrics/gauge.h>
 #include <vekmetrics/histogram.h>
+#include <vekmetrics/meter.h>
 #include <vekmetrics/metric.h>
 #include <vekmetrics/rangestore.h>
 #include <vekmetrics/registry.h>

@@ -1,0 +1,190 @@
+#include "gauge.h"
+
+#include "internal.hpp"
+#include "registry.hpp"
+#include "reporter.hpp"
+
+struct _VekMetricGauge {
+  VekMetric parent_instance;
+
+  GRWLock lock;  // guards the fields below, except interval
+  gint64 time;   // of the last change, wall clock in µs; 0 while there was none
+  gdouble value;
+  gint64 interval;             // µs; below 1 for none; set at construction only
+  gint64 interval_index;       // which interval since the epoch it was when last looked at
+  gdouble previous_value;      // as it stood when that interval began
+  gint64 last_reported_start;  // of the interval whose boundary was last reported
+};
+static_assert(vek::ZeroFillable<VekMetricGauge>);
+
+enum : guint { PROP_INTERVAL = 1, N_PROPERTIES };
+static GParamSpec *properties[N_PROPERTIES];
+
+G_DEFINE_TYPE(VekMetricGauge, vek_metric_gauge, VEK_TYPE_METRIC)
+
+static bool has_interval(const VekMetricGauge *self) {
+  return self->interval >= 1;
+}
+
+// Moves on to the interval of now, if it is another one: keeps the value that it begins with.
+// Tells whether it did.
+static bool roll(VekMetricGauge *self, gint64 now) {
+  gint64 index = now / self->interval;
+  if (index == self->interval_index)
+    return false;
+  self->previous_value = self->value;
+  self->interval_index = index;
+  return true;
+}
+
+// Whether the gauge changed in the interval before the one that begins at start, or later. The
+// difference cannot overflow, as a sum of time and interval could.
+static bool changed_since_previous(const VekMetricGauge *self, gint64 start) {
+  return self->time > start - self->interval;
+}
+
+static void vek_metric_gauge_set_property(GObject *object, guint id, const GValue *value,
+                                          GParamSpec *pspec) {
+  auto *self = VEK_METRIC_GAUGE(object);
+
+  switch (id) {
+  case PROP_INTERVAL: self->interval = g_value_get_int64(value); break;
+  default: G_OBJECT_WARN_INVALID_PROPERTY_ID(object, id, pspec);
+  }
+}
+
+static void vek_metric_gauge_get_property(GObject *object, guint id, GValue *value,
+                                          GParamSpec *pspec) {
+  auto *self = VEK_METRIC_GAUGE(object);
+
+  switch (id) {
+  case PROP_INTERVAL: g_value_set_int64(value, self->interval); break;
+  default: G_OBJECT_WARN_INVALID_PROPERTY_ID(object, id, pspec);
+  }
+}
+
+static void vek_metric_gauge_finalize(GObject *object) {
+  g_rw_lock_clear(&VEK_METRIC_GAUGE(object)->lock);
+
+  G_OBJECT_CLASS(vek_metric_gauge_parent_class)->finalize(object);
+}
+
+// What a report carries: the value and its time. False if there is nothing to report, as for a
+// boundary that was reported before.
+static bool take_report(VekMetricGauge *self, gdouble *value, gint64 *stamp) {
+  vek::WriterLock held(self->lock);
+  if (self->time == 0)
+    return false;
+
+  gint64 now = g_get_real_time();
+  if (!has_interval(self)) {
+    *value = self->value;
+    *stamp = now;
+    return true;
+  }
+
+  roll(self, now);
+  gint64 start = self->interval_index * self->interval;
+  if (!changed_since_previous(self, start) || start == self->last_reported_start)
+    return false;
+  self->last_reported_start = start;
+  *value = self->previous_value;
+  *stamp = start;
+  return true;
+}
+
+static void vek_metric_gauge_report(VekMetric *metric, GSList *reporters) {
+  const char *name = vek_metric_get_name(metric);
+  char **dimensions = vek_metric_get_dimensions(metric);
+  const char *unit = vek_metric_get_unit(metric);
+
+  gdouble value;
+  gint64 stamp;
+  if (!take_report(VEK_METRIC_GAUGE(metric), &value, &stamp))
+    return;
+  for (auto *reporter : vek::Each<VekMetricReporter>(reporters))
+    vek_metric_reporter_process_value(reporter, name, dimensions, unit, stamp, value);
+}
+
+static void vek_metric_gauge_class_init(VekMetricGaugeClass *klass) {
+  auto *object_class = G_OBJECT_CLASS(klass);
+  object_class->set_property = vek_metric_gauge_set_property;
+  object_class->get_property = vek_metric_gauge_get_property;
+  object_class->finalize = vek_metric_gauge_finalize;
+  VEK_METRIC_CLASS(klass)->report = vek_metric_gauge_report;
+
+  properties[PROP_INTERVAL] =
+      g_param_spec_int64("interval", "interval", "interval", 0, G_MAXINT64, 0, vek::kConstructOnly);
+  g_object_class_install_properties(object_class, N_PROPERTIES, properties);
+}
+
+static void vek_metric_gauge_init(VekMetricGauge *self) {
+  g_rw_lock_init(&self->lock);
+}
+
+void vek_metric_gauge_set_value(VekMetricGauge *gauge, gdouble value) {
+  vek_return_if_fail(VEK_IS_METRIC_GAUGE(gauge));
+
+  vek::WriterLock held(gauge->lock);
+  gint64 now = g_get_real_time();
+  if (has_interval(gauge))
+    roll(gauge, now);
+  gauge->time = now;
+  gauge->value = value;
+}
+
+void vek_metric_gauge_add_value(VekMetricGauge *gauge, gdouble value) {
+  vek_return_if_fail(VEK_IS_METRIC_GAUGE(gauge));
+
+  vek::WriterLock held(gauge->lock);
+  gint64 now = g_get_real_time();
+  // Only who finds the new interval here starts its sum from zero. If a report, a read or a set
+  // found it first, the sum carries on, by intention.
+  if (has_interval(gauge) && roll(gauge, now))
+    gauge->value = 0.0;
+  gauge->time = now;
+  gauge->value += value;
+}
+
+gdouble vek_metric_gauge_get_value(VekMetricGauge *gauge, gint64 *time) {
+  vek_return_val_if_fail(VEK_IS_METRIC_GAUGE(gauge), 0.0);
+
+  gdouble value = 0.0;
+  gint64 stamp = 0;
+  if (vek::WriterLock held(gauge->lock); gauge->time != 0) {
+    gint64 now = g_get_real_time();
+    if (!has_interval(gauge)) {
+      value = gauge->value;
+      stamp = now;
+    } else {
+      roll(gauge, now);
+      gint64 start = gauge->interval_index * gauge->interval;
+      if (changed_since_previous(gauge, start)) {
+        value = gauge->previous_value;
+        stamp = start;
+      }
+    }
+  }
+  if (time)
+    *time = stamp;
+  return value;
+}
+
+gint64 vek_metric_gauge_get_last_change_time(VekMetricGauge *gauge) {
+  vek_return_val_if_fail(VEK_IS_METRIC_GAUGE(gauge), 0);
+
+  vek::ReaderLock held(gauge->lock);
+  return gauge->time;
+}
+
+VekMetricGauge *vek_metric_registry_gauge_new(VekMetricRegistry *registry, const gchar *name,
+                                              const gchar *unit, gint64 interval,
+                                              gchar **dimensions) {
+  vek_return_val_if_fail(VEK_IS_METRIC_REGISTRY(registry), nullptr);
+  vek_return_val_if_fail(name != NULL, nullptr);
+
+  auto *metric =
+      vek::create_metric(registry, VEK_TYPE_METRIC_GAUGE, name, "unit", unit, "interval", interval,
+                         dimensions ? "dimensions" : nullptr, dimensions, nullptr);
+  return vek::warned_cast<VekMetricGauge>(metric, VEK_TYPE_METRIC_GAUGE);
+}
