@@ -16,4 +16,5 @@
 #include <vekmetrics/reporter.h>
 #include <vekmetrics/snapshot.h>
 #include <vekmetrics/store.h>
+#include <vekmetrics/timeline.h>
 #include <vekmetrics/timer.h>
