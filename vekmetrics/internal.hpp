@@ -34,6 +34,17 @@
                               __VA_ARGS__);                                                      \
   } while (false)
 #define vek_warning(...) vek_log(G_LOG_LEVEL_WARNING, __VA_ARGS__)
+#define vek_info(...) vek_log(G_LOG_LEVEL_INFO, __VA_ARGS__)
+#define vek_debug(...) vek_log(G_LOG_LEVEL_DEBUG, __VA_ARGS__)
+
+// Aborts the process when something inside the library does not hold.
+#define vek_assert(condition)                                                              \
+  do {                                                                                     \
+    if (!(condition)) [[unlikely]] {                                                       \
+      static constexpr vek::SourcePath source(__FILE__);                                   \
+      g_assertion_message_expr(G_LOG_DOMAIN, source.text, __LINE__, __func__, #condition); \
+    }                                                                                      \
+  } while (false)
 
 namespace vek {
 

@@ -2,6 +2,7 @@
 
 /* All of vekmetrics: the one header that applications include. */
 
+#include <vekmetrics/carbonreporter.h>
 #include <vekmetrics/consolereporter.h>
 #include <vekmetrics/counter.h>
 #include <vekmetrics/dimension.h>
