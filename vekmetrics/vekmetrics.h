@@ -10,8 +10,11 @@
 #include <vekmetrics/fixedtimestore.h>
 #include <vekmetrics/gauge.h>
 #include <vekmetrics/histogram.h>
+#include <vekmetrics/jsonlogreporter.h>
 #include <vekmetrics/meter.h>
 #include <vekmetrics/metric.h>
+#include <vekmetrics/metricdatum.h>
+#include <vekmetrics/metricutils.h>
 #include <vekmetrics/rangestore.h>
 #include <vekmetrics/registry.h>
 #include <vekmetrics/reporter.h>

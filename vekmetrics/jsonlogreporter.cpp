@@ -1,0 +1,493 @@
+#include "jsonlogreporter.h"
+
+#include "dimension.h"
+#include "internal.hpp"
+#include "metricdatum.h"
+#include "metricutils.h"
+
+#include <gio/gio.h>
+#include <json-glib/json-glib.h>
+#include <math.h>
+#include <string.h>
+#include <algorithm>
+#include <string_view>
+
+struct _VekMetricJsonLogReporter {
+  GObject parent_instance;
+
+  guint max_reports;
+  guint rotate;
+  char *basename;
+  char *dirname;
+  char *instance_id;
+  guint n_reports;                    // written to the file that is open
+  GOutputStream *output_stream;       // NULL while no file is open
+  GPtrArray *data;                    // of VekMetricDatum since the last flush; NULL for none
+  GQueue pending_buffers;             // lines that wait to be written, the oldest at the head
+  gboolean io_operation_in_progress;  // from the start of a write to the end of its flush
+  char *current_buffer;               // the line that is being written
+  GCancellable *cancellable;
+};
+static_assert(vek::ZeroFillable<VekMetricJsonLogReporter>);
+
+enum : guint {
+  PROP_DIRNAME = 1,
+  PROP_BASENAME,
+  PROP_INSTANCE_ID,
+  PROP_MAX_REPORTS,
+  PROP_ROTATE,
+  N_PROPERTIES
+};
+static GParamSpec *properties[N_PROPERTIES];
+
+static constexpr std::string_view known_units[] = {
+    "Seconds",
+    "Microseconds",
+    "Milliseconds",
+    "Bytes",
+    "Kilobytes",
+    "Megabytes",
+    "Gigabytes",
+    "Terabytes",
+    "Bits",
+    "Kilobits",
+    "Megabits",
+    "Gigabits",
+    "Terabits",
+    "Percent",
+    "Count",
+    "Bytes/Second",
+    "Kilobytes/Second",
+    "Megabytes/Second",
+    "Gigabytes/Second",
+    "Terabytes/Second",
+    "Bits/Second",
+    "Kilobits/Second",
+    "Megabits/Second",
+    "Gigabits/Second",
+    "Terabits/Second",
+    "Count/Second",
+};
+static_assert(std::size(known_units) == 26);
+
+static void vek_metric_json_log_reporter_reporter_init(VekMetricReporterInterface *iface);
+
+G_DEFINE_TYPE_WITH_CODE(VekMetricJsonLogReporter, vek_metric_json_log_reporter, G_TYPE_OBJECT,
+                        G_IMPLEMENT_INTERFACE(VEK_TYPE_METRIC_REPORTER,
+                                              vek_metric_json_log_reporter_reporter_init))
+
+// Collecting data points.
+
+static void unref_dimension(gpointer dimension) {
+  vek_metric_dimension_unref(static_cast<VekMetricDimension *>(dimension));
+}
+
+static void unref_datum(gpointer datum) {
+  vek_metric_datum_unref(static_cast<VekMetricDatum *>(datum));
+}
+
+// The instance, then the metric's pairs; a name without a value is not one.
+static GPtrArray *make_dimensions(VekMetricJsonLogReporter *self, char **dimensions) {
+  auto *list = g_ptr_array_new_with_free_func(unref_dimension);
+  if (self->instance_id)
+    g_ptr_array_add(list, vek_metric_dimension_new("instance", self->instance_id));
+  for (char **pair = dimensions; pair && pair[0] && pair[1]; pair += 2)
+    g_ptr_array_add(list, vek_metric_dimension_new(pair[0], pair[1]));
+  return list;
+}
+
+static bool is_known_unit(std::string_view unit) {
+  return std::find(std::begin(known_units), std::end(known_units), unit) != std::end(known_units);
+}
+
+// Collects a data point that has all but its figures, and returns it, borrowed.
+static VekMetricDatum *add_datum(VekMetricJsonLogReporter *self, const char *name,
+                                 GPtrArray *dimensions, const char *unit, gint64 timestamp) {
+  auto *datum = vek_metric_datum_new(name);
+  if (dimensions->len > 0)
+    vek_metric_datum_set_dimensions(
+        datum, reinterpret_cast<VekMetricDimension **>(dimensions->pdata), dimensions->len);
+  vek_metric_datum_set_timestamp(datum, timestamp);
+  if (unit && is_known_unit(unit))
+    vek_metric_datum_set_unit(datum, unit);
+
+  if (!self->data)
+    self->data = g_ptr_array_new_with_free_func(unref_datum);
+  g_ptr_array_add(self->data, datum);
+  return datum;
+}
+
+static void add_value(VekMetricJsonLogReporter *self, const char *name, char **dimensions,
+                      const char *unit, gint64 timestamp, gdouble value) {
+  g_autoptr(GPtrArray) list = make_dimensions(self, dimensions);
+  vek_metric_datum_set_value(add_datum(self, name, list, unit, timestamp), value);
+}
+
+static void add_percentile(VekMetricJsonLogReporter *self, const char *name, const char *suffix,
+                           GPtrArray *dimensions, const char *unit, VekMetricSnapshot *snapshot,
+                           gdouble quantile) {
+  g_autofree char *full_name = g_strdup_printf("%s_%s", name, suffix);
+  auto *datum =
+      add_datum(self, full_name, dimensions, unit, vek_metric_snapshot_get_time(snapshot));
+  vek_metric_datum_set_value(datum, vek_metric_snapshot_get_quantile(snapshot, quantile));
+}
+
+static void vek_metric_json_log_reporter_process_count(VekMetricReporter *reporter,
+                                                       const gchar *name, gchar **dimensions,
+                                                       const gchar *unit, gint64 timestamp,
+                                                       gint64 count) {
+  add_value(VEK_METRIC_JSON_LOG_REPORTER(reporter), name, dimensions, unit, timestamp,
+            static_cast<gdouble>(count));
+}
+
+static void vek_metric_json_log_reporter_process_value(VekMetricReporter *reporter,
+                                                       const gchar *name, gchar **dimensions,
+                                                       const gchar *unit, gint64 timestamp,
+                                                       gdouble value) {
+  add_value(VEK_METRIC_JSON_LOG_REPORTER(reporter), name, dimensions, unit, timestamp, value);
+}
+
+static void vek_metric_json_log_reporter_process_aggregated(VekMetricReporter *reporter,
+                                                            const gchar *name, gchar **dimensions,
+                                                            const gchar *unit,
+                                                            VekMetricSnapshot *snapshot) {
+  auto *self = VEK_METRIC_JSON_LOG_REPORTER(reporter);
+  gsize n_samples = vek_metric_snapshot_get_n_samples(snapshot);
+  if (n_samples == 0)
+    return;
+
+  g_autoptr(GPtrArray) list = make_dimensions(self, dimensions);
+  auto *datum = add_datum(self, name, list, unit, vek_metric_snapshot_get_time(snapshot));
+  vek_metric_datum_set_statistic_values(datum, n_samples, vek_metric_snapshot_get_sum(snapshot),
+                                        vek_metric_snapshot_get_min(snapshot),
+                                        vek_metric_snapshot_get_max(snapshot));
+  add_percentile(self, name, "p50", list, unit, snapshot, 0.5);
+  add_percentile(self, name, "p90", list, unit, snapshot, 0.9);
+  add_percentile(self, name, "p99", list, unit, snapshot, 0.99);
+}
+
+// Making the line.
+
+// JSON text is UTF-8; in a name that is not, what cannot be read is replaced.
+static void add_string(JsonBuilder *builder, const char *member, const char *value) {
+  json_builder_set_member_name(builder, member);
+  if (!value || g_utf8_validate(value, -1, nullptr)) {
+    json_builder_add_string_value(builder, value);
+  } else {
+    g_autofree char *valid = g_utf8_make_valid(value, -1);
+    json_builder_add_string_value(builder, valid);
+  }
+}
+
+// JSON has no infinity and nothing that is not a number.
+static void add_double(JsonBuilder *builder, const char *member, gdouble value) {
+  json_builder_set_member_name(builder, member);
+  if (isfinite(value))
+    json_builder_add_double_value(builder, value);
+  else
+    json_builder_add_null_value(builder);
+}
+
+static void add_timestamp(JsonBuilder *builder, gint64 timestamp) {
+  g_autoptr(GDateTime) date =
+      timestamp != 0 ? g_date_time_new_from_unix_utc(timestamp / G_USEC_PER_SEC) : nullptr;
+  g_autofree char *text = date ? g_date_time_format_iso8601(date) : nullptr;
+  json_builder_set_member_name(builder, "Timestamp");
+  if (text)
+    json_builder_add_string_value(builder, text);
+  else
+    json_builder_add_null_value(builder);
+}
+
+static void add_object(JsonBuilder *builder, VekMetricDatum *datum) {
+  json_builder_begin_object(builder);
+  add_string(builder, "MetricName", vek_metric_datum_get_metric_name(datum));
+  add_timestamp(builder, vek_metric_datum_get_timestamp(datum));
+  if (const char *unit = vek_metric_datum_get_unit(datum))
+    add_string(builder, "Unit", unit);
+  if (vek_metric_datum_get_value_set(datum))
+    add_double(builder, "Value", vek_metric_datum_get_value(datum));
+
+  if (vek_metric_datum_get_statistic_values_set(datum)) {
+    guint64 sample_count;
+    gdouble sum, minimum, maximum;
+    vek_metric_datum_get_statistic_values(datum, &sample_count, &sum, &minimum, &maximum);
+    json_builder_set_member_name(builder, "StatisticValues");
+    json_builder_begin_object(builder);
+    json_builder_set_member_name(builder, "SampleCount");
+    json_builder_add_int_value(builder, static_cast<gint64>(sample_count));
+    add_double(builder, "Sum", sum);
+    add_double(builder, "Minimum", minimum);
+    add_double(builder, "Maximum", maximum);
+    json_builder_end_object(builder);
+  }
+
+  guint n_dimensions;
+  VekMetricDimension **dimensions = vek_metric_datum_get_dimensions(datum, &n_dimensions);
+  if (n_dimensions > 0) {
+    json_builder_set_member_name(builder, "Dimensions");
+    json_builder_begin_array(builder);
+    for (guint i = 0; i < n_dimensions; i++) {
+      json_builder_begin_object(builder);
+      add_string(builder, "Name", vek_metric_dimension_get_name(dimensions[i]));
+      add_string(builder, "Value", vek_metric_dimension_get_value(dimensions[i]));
+      json_builder_end_object(builder);
+    }
+    json_builder_end_array(builder);
+  }
+  json_builder_end_object(builder);
+}
+
+// The generator of json-glib up to 1.6 ends a double that shows no point in ".0", after an
+// exponent too, and no parser reads 1e+22.0. Takes those endings out of the text in place. Outside
+// of strings only such numbers have an "e".
+static void repair_exponents(char *json) {
+  char *to = json;
+  bool in_string = false;
+  bool in_exponent = false;
+  for (const char *from = json; *from; from++) {
+    if (in_string) {
+      if (*from == '\\')
+        *to++ = *from++;
+      else if (*from == '"')
+        in_string = false;
+    } else if (*from == '"') {
+      in_string = true;
+    } else if (*from == 'e') {
+      in_exponent = true;
+    } else if (in_exponent && *from == '.') {
+      from++;  // and the 0 behind it
+      continue;
+    } else if (*from == ',' || *from == '}') {
+      in_exponent = false;
+    }
+    *to++ = *from;
+  }
+  *to = '\0';
+}
+
+static char *serialise(GPtrArray *data) {
+  g_autoptr(JsonBuilder) builder = json_builder_new();
+  json_builder_begin_array(builder);
+  for (guint i = 0; i < data->len; i++)
+    add_object(builder, static_cast<VekMetricDatum *>(data->pdata[i]));
+  json_builder_end_array(builder);
+
+  g_autoptr(JsonNode) root = json_builder_get_root(builder);
+  g_autoptr(JsonGenerator) generator = json_generator_new();
+  json_generator_set_root(generator, root);
+  char *json = json_generator_to_data(generator, nullptr);
+  repair_exponents(json);
+  return json;
+}
+
+static char *make_line(GPtrArray *data) {
+  g_autofree char *json = serialise(data);
+  gint64 now = g_get_real_time();
+  g_autoptr(GDateTime) date = g_date_time_new_from_unix_utc(now / G_USEC_PER_SEC);
+  g_autofree char *time = g_date_time_format(date, "%F %T");
+  return g_strdup_printf("%s,%06d %s\n", time, static_cast<int>(now % G_USEC_PER_SEC), json);
+}
+
+// Writing it.
+
+static char *get_log_file(const char *basename, const char *dirname) {
+  vek_assert(basename != NULL);
+
+  g_autofree char *name = g_strdup_printf("%s.json", basename);
+  return g_build_filename(dirname, name, nullptr);
+}
+
+static void open_log_file(VekMetricJsonLogReporter *self) {
+  if (g_mkdir_with_parents(self->dirname, 0755) != 0) {
+    vek_warning("Cannot create log dir \"%s\".", self->dirname);
+    return;
+  }
+  g_autofree char *path = get_log_file(self->basename, self->dirname);
+  g_autoptr(GFile) file = g_file_new_for_path(path);
+  g_autoptr(GError) error = nullptr;
+  auto *stream = g_file_append_to(file, G_FILE_CREATE_NONE, self->cancellable, &error);
+  if (!stream)
+    vek_warning("Could not append to file in %s: %s", path, error->message);
+  self->output_stream = reinterpret_cast<GOutputStream *>(stream);
+}
+
+static void rotate_file(VekMetricJsonLogReporter *self) {
+  if (self->output_stream) {
+    g_autoptr(GError) error = nullptr;
+    if (!g_output_stream_close(self->output_stream, self->cancellable, &error))
+      vek_warning("Could not close output stream: %s", error->message);
+    g_clear_object(&self->output_stream);
+  }
+  if (self->basename && self->dirname) {
+    g_autofree char *name = g_strdup_printf("%s.json", self->basename);
+    vek_metrics_rotate_files(name, self->dirname, self->rotate);
+    open_log_file(self);
+  }
+}
+
+// One cycle of a write and a flush runs at a time; each end of it starts the next. A write and a
+// flush hold a reference to the reporter each.
+
+static void write_next_buffer(VekMetricJsonLogReporter *self);
+
+static void on_stream_flushed(GObject *source, GAsyncResult *result, gpointer user_data) {
+  vek_assert(VEK_IS_METRIC_JSON_LOG_REPORTER(user_data));
+  vek_assert(G_IS_OUTPUT_STREAM(source));
+  g_autoptr(VekMetricJsonLogReporter) self = VEK_METRIC_JSON_LOG_REPORTER(user_data);
+  vek_assert(self->io_operation_in_progress);
+
+  self->io_operation_in_progress = FALSE;
+  g_autoptr(GError) error = nullptr;
+  if (!g_output_stream_flush_finish(G_OUTPUT_STREAM(source), result, &error)) {
+    if (error->code == G_IO_ERROR_CANCELLED) {
+      vek_debug("Flush on output stream was cancelled");
+      return;
+    }
+    vek_warning("Could not flush output stream: %s", error->message);
+  }
+
+  if (self->max_reports != 0 && self->n_reports >= self->max_reports) {
+    rotate_file(self);
+    self->n_reports = 0;
+  }
+  if (!self->io_operation_in_progress)
+    write_next_buffer(self);
+}
+
+static void on_log_written(GObject *source, GAsyncResult *result, gpointer user_data) {
+  vek_assert(VEK_IS_METRIC_JSON_LOG_REPORTER(user_data));
+  g_autoptr(VekMetricJsonLogReporter) self = VEK_METRIC_JSON_LOG_REPORTER(user_data);
+  g_clear_pointer(&self->current_buffer, g_free);
+  vek_assert(G_IS_OUTPUT_STREAM(source));
+
+  g_autoptr(GError) error = nullptr;
+  if (!g_output_stream_write_all_finish(G_OUTPUT_STREAM(source), result, nullptr, &error)) {
+    if (error->code == G_IO_ERROR_CANCELLED) {
+      vek_debug("Write on output stream was cancelled");
+      return;
+    }
+    vek_warning("Could not write log: %s", error->message);  // and it counts all the same
+  }
+
+  self->n_reports++;
+  g_output_stream_flush_async(self->output_stream, G_PRIORITY_DEFAULT, self->cancellable,
+                              on_stream_flushed, g_object_ref(self));
+}
+
+static void write_next_buffer(VekMetricJsonLogReporter *self) {
+  if (!self->output_stream) {  // the file could not be opened again after a rotation
+    g_queue_clear_full(&self->pending_buffers, g_free);
+    return;
+  }
+  self->current_buffer = static_cast<char *>(g_queue_pop_head(&self->pending_buffers));
+  if (!self->current_buffer)
+    return;
+
+  self->io_operation_in_progress = TRUE;
+  g_output_stream_write_all_async(self->output_stream, self->current_buffer,
+                                  strlen(self->current_buffer), G_PRIORITY_DEFAULT,
+                                  self->cancellable, on_log_written, g_object_ref(self));
+}
+
+static void vek_metric_json_log_reporter_flush(VekMetricReporter *reporter) {
+  auto *self = VEK_METRIC_JSON_LOG_REPORTER(reporter);
+  g_autoptr(GPtrArray) data = g_steal_pointer(&self->data);
+  if (!self->output_stream || !data)
+    return;
+
+  g_queue_push_tail(&self->pending_buffers, make_line(data));
+  if (!self->io_operation_in_progress)
+    write_next_buffer(self);
+}
+
+static void vek_metric_json_log_reporter_reporter_init(VekMetricReporterInterface *iface) {
+  iface->process_count = vek_metric_json_log_reporter_process_count;
+  iface->process_value = vek_metric_json_log_reporter_process_value;
+  iface->process_aggregated = vek_metric_json_log_reporter_process_aggregated;
+  iface->flush = vek_metric_json_log_reporter_flush;
+}
+
+static void vek_metric_json_log_reporter_set_property(GObject *object, guint id,
+                                                      const GValue *value, GParamSpec *pspec) {
+  auto *self = VEK_METRIC_JSON_LOG_REPORTER(object);
+
+  switch (id) {
+  case PROP_DIRNAME: self->dirname = g_value_dup_string(value); break;
+  case PROP_BASENAME: self->basename = g_value_dup_string(value); break;
+  case PROP_INSTANCE_ID: self->instance_id = g_value_dup_string(value); break;
+  case PROP_MAX_REPORTS: self->max_reports = g_value_get_uint(value); break;
+  case PROP_ROTATE: self->rotate = g_value_get_uint(value); break;
+  default: G_OBJECT_WARN_INVALID_PROPERTY_ID(object, id, pspec);
+  }
+}
+
+static void vek_metric_json_log_reporter_get_property(GObject *object, guint id, GValue *value,
+                                                      GParamSpec *pspec) {
+  auto *self = VEK_METRIC_JSON_LOG_REPORTER(object);
+
+  switch (id) {
+  case PROP_DIRNAME: g_value_set_string(value, self->dirname); break;
+  case PROP_BASENAME: g_value_set_string(value, self->basename); break;
+  case PROP_INSTANCE_ID: g_value_set_string(value, self->instance_id); break;
+  case PROP_MAX_REPORTS: g_value_set_uint(value, self->max_reports); break;
+  case PROP_ROTATE: g_value_set_uint(value, self->rotate); break;
+  default: G_OBJECT_WARN_INVALID_PROPERTY_ID(object, id, pspec);
+  }
+}
+
+static void vek_metric_json_log_reporter_finalize(GObject *object) {
+  auto *self = VEK_METRIC_JSON_LOG_REPORTER(object);
+  g_cancellable_cancel(self->cancellable);
+  g_object_unref(self->cancellable);
+  g_free(self->basename);
+  g_free(self->dirname);
+  g_free(self->instance_id);
+  g_clear_pointer(&self->data, g_ptr_array_unref);
+  g_clear_object(&self->output_stream);
+  g_queue_clear_full(&self->pending_buffers, g_free);
+  g_free(self->current_buffer);
+
+  G_OBJECT_CLASS(vek_metric_json_log_reporter_parent_class)->finalize(object);
+}
+
+static void vek_metric_json_log_reporter_constructed(GObject *object) {
+  G_OBJECT_CLASS(vek_metric_json_log_reporter_parent_class)->constructed(object);
+
+  auto *self = VEK_METRIC_JSON_LOG_REPORTER(object);
+  if (self->dirname && self->basename)
+    open_log_file(self);
+  g_queue_init(&self->pending_buffers);
+}
+
+static void vek_metric_json_log_reporter_class_init(VekMetricJsonLogReporterClass *klass) {
+  auto *object_class = G_OBJECT_CLASS(klass);
+  object_class->set_property = vek_metric_json_log_reporter_set_property;
+  object_class->get_property = vek_metric_json_log_reporter_get_property;
+  object_class->finalize = vek_metric_json_log_reporter_finalize;
+  object_class->constructed = vek_metric_json_log_reporter_constructed;
+
+  properties[PROP_DIRNAME] =
+      g_param_spec_string("dirname", "dirname", "dirname", nullptr, vek::kConstructOnly);
+  properties[PROP_BASENAME] =
+      g_param_spec_string("basename", "basename", "basename", nullptr, vek::kConstructOnly);
+  properties[PROP_INSTANCE_ID] = g_param_spec_string("instance-id", "instance id", "instance id",
+                                                     nullptr, vek::kConstructOnly);
+  properties[PROP_MAX_REPORTS] = g_param_spec_uint("max-reports", "max-reports", "max-reports", 0,
+                                                   G_MAXUINT, 0, vek::kConstructOnly);
+  properties[PROP_ROTATE] =
+      g_param_spec_uint("rotate", "rotate", "rotate", 0, G_MAXUINT, 0, vek::kConstructOnly);
+  g_object_class_install_properties(object_class, N_PROPERTIES, properties);
+}
+
+static void vek_metric_json_log_reporter_init(VekMetricJsonLogReporter *self) {
+  self->cancellable = g_cancellable_new();
+}
+
+VekMetricReporter *vek_metric_json_log_reporter_new(const gchar *basename, const gchar *dirname,
+                                                    const gchar *instance_id, guint max_reports,
+                                                    guint rotate) {
+  return VEK_METRIC_REPORTER(g_object_new(VEK_TYPE_METRIC_JSON_LOG_REPORTER, "basename", basename,
+                                          "dirname", dirname, "instance-id", instance_id,
+                                          "max-reports", max_reports, "rotate", rotate, nullptr));
+}

@@ -1,0 +1,50 @@
+#pragma once
+
+#include <glib-object.h>
+#include <vekmetrics/export.h>
+#include <vekmetrics/reporter.h>
+
+G_BEGIN_DECLS
+
+#define VEK_TYPE_METRIC_JSON_LOG_REPORTER (vek_metric_json_log_reporter_get_type())
+
+/**
+ * VekMetricJsonLogReporter:
+ *
+ * Appends each report pass to a log file as one line: the time, then a compact JSON array with an
+ * object for each data point. After a set number of reports the file is rotated.
+ *
+ * A counter, a gauge or a meter gives one data point; a histogram or a timer that holds samples
+ * gives four: its statistics, then the quantiles 0.5, 0.9 and 0.99 under its name with `_p50`,
+ * `_p90` and `_p99`. Units that are not known are left out; data points with more than ten
+ * dimensions lose them all. What is not a finite number is written as `null`.
+ *
+ * Lines are written asynchronously, one write and flush at a time. What fails is logged; data that
+ * is flushed while no file is open is lost.
+ *
+ * All calls and the completions belong on one thread: that of the main context that is
+ * thread-default when the reporter is flushed.
+ */
+VEK_EXPORT
+G_DECLARE_FINAL_TYPE(VekMetricJsonLogReporter, vek_metric_json_log_reporter, VEK,
+                     METRIC_JSON_LOG_REPORTER, GObject)
+
+/**
+ * vek_metric_json_log_reporter_new:
+ * @basename: (nullable) (type filename): the file's name without its ".json"
+ * @dirname: (nullable) (type filename): its directory, made if it is missing
+ * @instance_id: (nullable): the value of a first dimension "instance" of every data point; %NULL
+ *   for none
+ * @max_reports: how many reports a file takes before it is rotated; 0 for no limit
+ * @rotate: how many old files to keep, under the numbers 1 to @rotate, the newest under 1
+ *
+ * Makes a JSON log reporter and opens its file. Without a name or a directory, nothing is written.
+ *
+ * Returns: (transfer full): a new reporter
+ */
+VEK_EXPORT
+VekMetricReporter *vek_metric_json_log_reporter_new(const gchar *basename, const gchar *dirname,
+                                                    const gchar *instance_id, guint max_reports,
+                                                    guint rotate);
+
+G_END_DECLS
