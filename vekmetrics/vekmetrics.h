@@ -11,6 +11,7 @@
 #include <vekmetrics/gauge.h>
 #include <vekmetrics/histogram.h>
 #include <vekmetrics/jsonlogreporter.h>
+#include <vekmetrics/logreporter.h>
 #include <vekmetrics/meter.h>
 #include <vekmetrics/metric.h>
 #include <vekmetrics/metricdatum.h>
@@ -21,4 +22,5 @@
 #include <vekmetrics/snapshot.h>
 #include <vekmetrics/store.h>
 #include <vekmetrics/timeline.h>
+#include <vekmetrics/timelinereporter.h>
 #include <vekmetrics/timer.h>

@@ -1,0 +1,41 @@
+#pragma once
+
+#include <glib-object.h>
+#include <vekmetrics/export.h>
+#include <vekmetrics/reporter.h>
+
+G_BEGIN_DECLS
+
+#define VEK_TYPE_METRIC_LOG_REPORTER (vek_metric_log_reporter_get_type())
+
+/**
+ * VekMetricLogReporter:
+ *
+ * Appends every figure to a CSV file, a line each: the time in microseconds, the name, the
+ * dimensions as `name=value;`, and seven columns of figures.
+ *
+ * A count or a value fills the first of those columns; a histogram or a timer fills them with
+ * average, number of samples, minimum, maximum and the quantiles 0.1, 0.5 and 0.9. There is no
+ * header, nothing is quoted, and the unit is left out. Doubles read back to the same double, with
+ * a point in every locale.
+ *
+ * The file is opened once, at construction. If that fails, a message goes to standard error and
+ * nothing is ever written.
+ */
+VEK_EXPORT
+G_DECLARE_FINAL_TYPE(VekMetricLogReporter, vek_metric_log_reporter, VEK, METRIC_LOG_REPORTER,
+                     GObject)
+
+/**
+ * vek_metric_log_reporter_new:
+ * @basename: (nullable) (type filename): the file's name without its ".csv"
+ * @dirname: (nullable) (type filename): its directory, made if it is missing
+ *
+ * Makes a CSV log reporter and opens its file. Without a name or a directory, nothing is written.
+ *
+ * Returns: (transfer full): a new reporter
+ */
+VEK_EXPORT
+VekMetricReporter *vek_metric_log_reporter_new(const gchar *basename, const gchar *dirname);
+
+G_END_DECLS
