@@ -1,6 +1,7 @@
 #include "counter.h"
 
 #include "internal.hpp"
+#include "metric.hpp"
 #include "registry.hpp"
 #include "reporter.hpp"
 
@@ -15,28 +16,36 @@ static_assert(vek::ZeroFillable<VekMetricCounter>);
 
 G_DEFINE_TYPE(VekMetricCounter, vek_metric_counter, VEK_TYPE_METRIC)
 
-static void add(VekMetricCounter *self, gint64 value) {
+static void add_value(VekMetricCounter *self, gint64 value) {
   vek::WriterLock held(self->lock);
   self->time = g_get_real_time();
   self->count = vek::wrapping_add(self->count, value);
 }
 
+static gint64 read_count(VekMetricCounter *self) {
+  vek::ReaderLock held(self->lock);
+  return self->count;
+}
+
+static gint64 read_time(VekMetricCounter *self) {
+  vek::ReaderLock held(self->lock);
+  return self->time;
+}
+
 static void vek_metric_counter_finalize(GObject *object) {
-  g_rw_lock_clear(&VEK_METRIC_COUNTER(object)->lock);
+  g_rw_lock_clear(&vek::as<VekMetricCounter>(object)->lock);
 
   G_OBJECT_CLASS(vek_metric_counter_parent_class)->finalize(object);
 }
 
 static void vek_metric_counter_report(VekMetric *metric, GSList *reporters) {
-  auto *self = VEK_METRIC_COUNTER(metric);
-  const char *name = vek_metric_get_name(metric);
-  char **dimensions = vek_metric_get_dimensions(metric);
-  const char *unit = vek_metric_get_unit(metric);
+  auto *self = vek::as<VekMetricCounter>(metric);
+  auto [name, unit, dimensions, ahead, active] = *vek_metric_get_private(metric);
 
   // The time first, and the lock let go between: an add that comes between shows a newer count
   // with an older time, and never a change with a time after it.
-  gint64 time = vek_metric_counter_get_time(self);
-  gint64 count = vek_metric_counter_get_count(self);
+  gint64 time = read_time(self);
+  gint64 count = read_count(self);
   for (auto *reporter : vek::Each<VekMetricReporter>(reporters))
     vek_metric_reporter_process_count(reporter, name, dimensions, unit, time, count);
 }
@@ -48,6 +57,7 @@ static void vek_metric_counter_class_init(VekMetricCounterClass *klass) {
 
 static void vek_metric_counter_init(VekMetricCounter *self) {
   g_rw_lock_init(&self->lock);
+  vek_metric_get_private(vek::as<VekMetric>(self))->ahead = self->lock.p;
   vek::WriterLock held(self->lock);
   self->time = g_get_real_time();
 }
@@ -55,33 +65,31 @@ static void vek_metric_counter_init(VekMetricCounter *self) {
 void vek_metric_counter_add(VekMetricCounter *counter, gint64 value) {
   vek_return_if_fail(VEK_IS_METRIC_COUNTER(counter));
 
-  add(counter, value);
+  add_value(counter, value);
 }
 
 void vek_metric_counter_inc(VekMetricCounter *counter) {
   vek_return_if_fail(VEK_IS_METRIC_COUNTER(counter));
 
-  add(counter, 1);
+  add_value(counter, 1);
 }
 
 void vek_metric_counter_dec(VekMetricCounter *counter) {
   vek_return_if_fail(VEK_IS_METRIC_COUNTER(counter));
 
-  add(counter, -1);
+  add_value(counter, -1);
 }
 
 gint64 vek_metric_counter_get_count(VekMetricCounter *counter) {
   vek_return_val_if_fail(VEK_IS_METRIC_COUNTER(counter), 0);
 
-  vek::ReaderLock held(counter->lock);
-  return counter->count;
+  return read_count(counter);
 }
 
 gint64 vek_metric_counter_get_time(VekMetricCounter *counter) {
   vek_return_val_if_fail(VEK_IS_METRIC_COUNTER(counter), 0);
 
-  vek::ReaderLock held(counter->lock);
-  return counter->time;
+  return read_time(counter);
 }
 
 VekMetricCounter *vek_metric_registry_counter_new(VekMetricRegistry *registry, const gchar *name,

@@ -19,7 +19,7 @@ static GParamSpec *properties[N_PROPERTIES];
 G_DEFINE_TYPE(VekMetricFixedSizeStore, vek_metric_fixed_size_store, VEK_TYPE_METRIC_STORE)
 
 static void vek_metric_fixed_size_store_finalize(GObject *object) {
-  auto *self = VEK_METRIC_FIXED_SIZE_STORE(object);
+  auto *self = vek::as<VekMetricFixedSizeStore>(object);
   g_mutex_clear(&self->lock);
   g_free(self->samples);
 
@@ -28,7 +28,7 @@ static void vek_metric_fixed_size_store_finalize(GObject *object) {
 
 static void vek_metric_fixed_size_store_set_property(GObject *object, guint id, const GValue *value,
                                                      GParamSpec *pspec) {
-  auto *self = VEK_METRIC_FIXED_SIZE_STORE(object);
+  auto *self = vek::as<VekMetricFixedSizeStore>(object);
 
   switch (id) {
   case PROP_WINDOW_SIZE: self->window_size = g_value_get_uint(value); break;
@@ -38,7 +38,7 @@ static void vek_metric_fixed_size_store_set_property(GObject *object, guint id, 
 
 static void vek_metric_fixed_size_store_get_property(GObject *object, guint id, GValue *value,
                                                      GParamSpec *pspec) {
-  auto *self = VEK_METRIC_FIXED_SIZE_STORE(object);
+  auto *self = vek::as<VekMetricFixedSizeStore>(object);
 
   switch (id) {
   case PROP_WINDOW_SIZE: g_value_set_uint(value, static_cast<guint>(self->window_size)); break;
@@ -49,20 +49,21 @@ static void vek_metric_fixed_size_store_get_property(GObject *object, guint id, 
 static void vek_metric_fixed_size_store_constructed(GObject *object) {
   G_OBJECT_CLASS(vek_metric_fixed_size_store_parent_class)->constructed(object);
 
-  auto *self = VEK_METRIC_FIXED_SIZE_STORE(object);
+  auto *self = vek::as<VekMetricFixedSizeStore>(object);
   self->samples = g_new0(gdouble, self->window_size);
 }
 
 static void vek_metric_fixed_size_store_add(VekMetricStore *store, gdouble value) {
-  auto *self = VEK_METRIC_FIXED_SIZE_STORE(store);
+  auto *self = vek::as<VekMetricFixedSizeStore>(store);
   vek::MutexLock held(self->lock);
   self->samples[self->next] = value;
   self->n_samples = MIN(self->n_samples + 1, self->window_size);
-  self->next = (self->next + 1) % self->window_size;
+  if (++self->next == self->window_size)
+    self->next = 0;
 }
 
 static VekMetricSnapshot *vek_metric_fixed_size_store_get_snapshot(VekMetricStore *store) {
-  auto *self = VEK_METRIC_FIXED_SIZE_STORE(store);
+  auto *self = vek::as<VekMetricFixedSizeStore>(store);
   vek::MutexLock held(self->lock);
   return vek_metric_snapshot_new(self->samples, self->n_samples);
 }

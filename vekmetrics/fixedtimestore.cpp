@@ -80,7 +80,7 @@ static void drop_expired(VekMetricFixedTimeStore *self, gint64 cutoff) {
 }
 
 static void vek_metric_fixed_time_store_finalize(GObject *object) {
-  auto *self = VEK_METRIC_FIXED_TIME_STORE(object);
+  auto *self = vek::as<VekMetricFixedTimeStore>(object);
   g_mutex_clear(&self->lock);
   g_free(self->samples);
   g_free(self->timestamps);
@@ -90,7 +90,7 @@ static void vek_metric_fixed_time_store_finalize(GObject *object) {
 
 static void vek_metric_fixed_time_store_set_property(GObject *object, guint id, const GValue *value,
                                                      GParamSpec *pspec) {
-  auto *self = VEK_METRIC_FIXED_TIME_STORE(object);
+  auto *self = vek::as<VekMetricFixedTimeStore>(object);
 
   switch (id) {
   case PROP_TIME_WINDOW: self->time_window = g_value_get_int64(value); break;
@@ -101,7 +101,7 @@ static void vek_metric_fixed_time_store_set_property(GObject *object, guint id, 
 
 static void vek_metric_fixed_time_store_get_property(GObject *object, guint id, GValue *value,
                                                      GParamSpec *pspec) {
-  auto *self = VEK_METRIC_FIXED_TIME_STORE(object);
+  auto *self = vek::as<VekMetricFixedTimeStore>(object);
 
   switch (id) {
   case PROP_TIME_WINDOW: g_value_set_int64(value, self->time_window); break;
@@ -113,23 +113,24 @@ static void vek_metric_fixed_time_store_get_property(GObject *object, guint id, 
 static void vek_metric_fixed_time_store_constructed(GObject *object) {
   G_OBJECT_CLASS(vek_metric_fixed_time_store_parent_class)->constructed(object);
 
-  auto *self = VEK_METRIC_FIXED_TIME_STORE(object);
+  auto *self = vek::as<VekMetricFixedTimeStore>(object);
   self->samples = g_new0(gdouble, self->max_size);
   self->timestamps = g_new0(gint64, self->max_size);
 }
 
 static void vek_metric_fixed_time_store_add(VekMetricStore *store, gdouble value) {
-  auto *self = VEK_METRIC_FIXED_TIME_STORE(store);
+  auto *self = vek::as<VekMetricFixedTimeStore>(store);
   gint64 now = g_get_monotonic_time();  // before the lock: waiting for it is no part of the age
   vek::MutexLock held(self->lock);
   self->samples[self->next] = value;
   self->timestamps[self->next] = now;
   self->n_samples = MIN(self->n_samples + 1, self->max_size);
-  self->next = (self->next + 1) % self->max_size;
+  if (++self->next == self->max_size)
+    self->next = 0;
 }
 
 static VekMetricSnapshot *vek_metric_fixed_time_store_get_snapshot(VekMetricStore *store) {
-  auto *self = VEK_METRIC_FIXED_TIME_STORE(store);
+  auto *self = vek::as<VekMetricFixedTimeStore>(store);
   gint64 now = g_get_monotonic_time();
   vek::MutexLock held(self->lock);
   drop_expired(self, now - self->time_window);

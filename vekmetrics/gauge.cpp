@@ -1,6 +1,7 @@
 #include "gauge.h"
 
 #include "internal.hpp"
+#include "metric.hpp"
 #include "registry.hpp"
 #include "reporter.hpp"
 
@@ -45,7 +46,7 @@ static bool changed_since_previous(const VekMetricGauge *self, gint64 start) {
 
 static void vek_metric_gauge_set_property(GObject *object, guint id, const GValue *value,
                                           GParamSpec *pspec) {
-  auto *self = VEK_METRIC_GAUGE(object);
+  auto *self = vek::as<VekMetricGauge>(object);
 
   switch (id) {
   case PROP_INTERVAL: self->interval = g_value_get_int64(value); break;
@@ -55,7 +56,7 @@ static void vek_metric_gauge_set_property(GObject *object, guint id, const GValu
 
 static void vek_metric_gauge_get_property(GObject *object, guint id, GValue *value,
                                           GParamSpec *pspec) {
-  auto *self = VEK_METRIC_GAUGE(object);
+  auto *self = vek::as<VekMetricGauge>(object);
 
   switch (id) {
   case PROP_INTERVAL: g_value_set_int64(value, self->interval); break;
@@ -64,7 +65,7 @@ static void vek_metric_gauge_get_property(GObject *object, guint id, GValue *val
 }
 
 static void vek_metric_gauge_finalize(GObject *object) {
-  g_rw_lock_clear(&VEK_METRIC_GAUGE(object)->lock);
+  g_rw_lock_clear(&vek::as<VekMetricGauge>(object)->lock);
 
   G_OBJECT_CLASS(vek_metric_gauge_parent_class)->finalize(object);
 }
@@ -94,13 +95,11 @@ static bool take_report(VekMetricGauge *self, gdouble *value, gint64 *stamp) {
 }
 
 static void vek_metric_gauge_report(VekMetric *metric, GSList *reporters) {
-  const char *name = vek_metric_get_name(metric);
-  char **dimensions = vek_metric_get_dimensions(metric);
-  const char *unit = vek_metric_get_unit(metric);
+  auto [name, unit, dimensions, ahead, active] = *vek_metric_get_private(metric);
 
   gdouble value;
   gint64 stamp;
-  if (!take_report(VEK_METRIC_GAUGE(metric), &value, &stamp))
+  if (!take_report(vek::as<VekMetricGauge>(metric), &value, &stamp))
     return;
   for (auto *reporter : vek::Each<VekMetricReporter>(reporters))
     vek_metric_reporter_process_value(reporter, name, dimensions, unit, stamp, value);
@@ -120,6 +119,7 @@ static void vek_metric_gauge_class_init(VekMetricGaugeClass *klass) {
 
 static void vek_metric_gauge_init(VekMetricGauge *self) {
   g_rw_lock_init(&self->lock);
+  vek_metric_get_private(vek::as<VekMetric>(self))->ahead = self->lock.p;
 }
 
 void vek_metric_gauge_set_value(VekMetricGauge *gauge, gdouble value) {

@@ -4,6 +4,10 @@
 
 #include <glib-object.h>
 
+#include <string.h>
+#include <atomic>
+#include <charconv>
+#include <concepts>
 #include <cstddef>
 #include <string_view>
 #include <type_traits>
@@ -114,17 +118,74 @@ private:
   GSList *list;
 };
 
+// A string vector joined by ".", as g_strjoinv() does it, into memory that the caller has: a key
+// takes one allocation. Put returns the end, where no NUL is written.
+inline gsize joined_length(char **strings) {
+  gsize length = 0;
+  for (char **string = strings; *string; string++)
+    length += strlen(*string) + 1;
+  return length > 0 ? length - 1 : 0;
+}
+
+inline char *put_joined(char *to, char **strings) {
+  for (char **string = strings; *string; string++) {
+    if (string != strings)
+      *to++ = '.';
+    to = g_stpcpy(to, *string);
+  }
+  return to;
+}
+
+// An integer as text, as "%lli" or "%lu" gives it, without the long way through a format.
+struct Decimal {
+  char text[24];
+
+  explicit Decimal(std::integral auto value) {
+    *std::to_chars(text, text + sizeof text, value).ptr = '\0';
+  }
+};
+
 // Signed addition that wraps; plain overflow is undefined.
 constexpr gint64 wrapping_add(gint64 a, gint64 b) {
   return static_cast<gint64>(static_cast<guint64>(a) + static_cast<guint64>(b));
+}
+
+// A cast of what is known to be a T, as every slot knows its instance; GObject's cast macros ask
+// the type system again.
+template <typename T>
+T *as(gpointer instance) {
+  return static_cast<T *>(instance);
+}
+
+// Whether an instance is of a type or of one derived from it. GObject tells a derived type only by
+// a call; here the type that passed last passes at once. The long way is a function of its own, or
+// its needs would burden the short one.
+[[gnu::cold, gnu::noinline]] inline bool is_a_slowly(GType type, GType wanted,
+                                                     std::atomic<GType> &passed_last) {
+  bool passes = g_type_is_a(type, wanted);
+  if (passes)
+    passed_last.store(type, std::memory_order_relaxed);
+  return passes;
+}
+
+template <GType (*get_type)()>
+bool is_a(gpointer instance) {
+  static constinit std::atomic<GType> passed_last = 0;
+
+  auto *klass = instance ? as<GTypeInstance>(instance)->g_class : nullptr;
+  if (!klass) [[unlikely]]
+    return false;
+  return klass->g_type == passed_last.load(std::memory_order_relaxed) ||
+         is_a_slowly(klass->g_type, get_type(), passed_last);
 }
 
 // A cast that warns of an unrelated type in every build and returns the pointer all the same;
 // GObject's cast macros check nothing in optimised builds from GLib 2.75 on.
 template <typename T>
 T *warned_cast(gpointer instance, GType type) {
-  auto *checked = g_type_check_instance_cast(static_cast<GTypeInstance *>(instance), type);
-  return reinterpret_cast<T *>(checked);
+  if (as<GTypeInstance>(instance)->g_class->g_type != type) [[unlikely]]
+    g_type_check_instance_cast(as<GTypeInstance>(instance), type);
+  return as<T>(instance);
 }
 
 }  // namespace vek

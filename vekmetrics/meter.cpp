@@ -1,6 +1,7 @@
 #include "meter.h"
 
 #include "internal.hpp"
+#include "metric.hpp"
 #include "registry.hpp"
 #include "reporter.hpp"
 
@@ -52,7 +53,7 @@ static void tick_if_due(VekMetricMeter *self, gint64 now) {
 
 static void vek_metric_meter_set_property(GObject *object, guint id, const GValue *value,
                                           GParamSpec *pspec) {
-  auto *self = VEK_METRIC_METER(object);
+  auto *self = vek::as<VekMetricMeter>(object);
 
   switch (id) {
   case PROP_TIME_CONSTANT: self->time_constant = g_value_get_int64(value); break;
@@ -63,7 +64,7 @@ static void vek_metric_meter_set_property(GObject *object, guint id, const GValu
 
 static void vek_metric_meter_get_property(GObject *object, guint id, GValue *value,
                                           GParamSpec *pspec) {
-  auto *self = VEK_METRIC_METER(object);
+  auto *self = vek::as<VekMetricMeter>(object);
 
   switch (id) {
   case PROP_TIME_CONSTANT: g_value_set_int64(value, self->time_constant); break;
@@ -73,16 +74,14 @@ static void vek_metric_meter_get_property(GObject *object, guint id, GValue *val
 }
 
 static void vek_metric_meter_finalize(GObject *object) {
-  g_rw_lock_clear(&VEK_METRIC_METER(object)->lock);
+  g_rw_lock_clear(&vek::as<VekMetricMeter>(object)->lock);
 
   G_OBJECT_CLASS(vek_metric_meter_parent_class)->finalize(object);
 }
 
 static void vek_metric_meter_report(VekMetric *metric, GSList *reporters) {
-  auto *self = VEK_METRIC_METER(metric);
-  const char *name = vek_metric_get_name(metric);
-  char **dimensions = vek_metric_get_dimensions(metric);
-  const char *unit = vek_metric_get_unit(metric);
+  auto *self = vek::as<VekMetricMeter>(metric);
+  auto [name, unit, dimensions, ahead, active] = *vek_metric_get_private(metric);
 
   // The time first: this report carries the stamp of the tick before the one that reading the rate
   // may make.
@@ -110,6 +109,7 @@ static void vek_metric_meter_class_init(VekMetricMeterClass *klass) {
 
 static void vek_metric_meter_init(VekMetricMeter *self) {
   g_rw_lock_init(&self->lock);
+  vek_metric_get_private(vek::as<VekMetric>(self))->ahead = self->lock.p;
   vek::WriterLock held(self->lock);
   self->time = g_get_real_time();
 }

@@ -3,26 +3,18 @@
 #include "internal.hpp"
 #include "metric.hpp"
 
-struct VekMetricPrivate {
-  char *name;
-  char *unit;
-  char **dimensions;
-  gboolean active;  // only ever goes from TRUE to FALSE in a pass, so passes need no lock for it
-};
-static_assert(vek::ZeroFillable<VekMetricPrivate>);
-
 enum : guint { PROP_NAME = 1, PROP_UNIT, PROP_DIMENSIONS, PROP_ACTIVE, N_PROPERTIES };
 static GParamSpec *properties[N_PROPERTIES];
 
 G_DEFINE_ABSTRACT_TYPE_WITH_PRIVATE(VekMetric, vek_metric, G_TYPE_OBJECT)
 
-static VekMetricPrivate *get_private(VekMetric *self) {
-  return static_cast<VekMetricPrivate *>(vek_metric_get_instance_private(self));
+VekMetricPrivate *vek_metric_get_private(VekMetric *metric) {
+  return vek::as<VekMetricPrivate>(vek_metric_get_instance_private(metric));
 }
 
 static void vek_metric_set_property(GObject *object, guint id, const GValue *value,
                                     GParamSpec *pspec) {
-  auto *priv = get_private(VEK_METRIC(object));
+  auto *priv = vek_metric_get_private(vek::as<VekMetric>(object));
 
   switch (id) {
   case PROP_NAME: priv->name = g_value_dup_string(value); break;
@@ -34,7 +26,7 @@ static void vek_metric_set_property(GObject *object, guint id, const GValue *val
 }
 
 static void vek_metric_get_property(GObject *object, guint id, GValue *value, GParamSpec *pspec) {
-  auto *priv = get_private(VEK_METRIC(object));
+  auto *priv = vek_metric_get_private(vek::as<VekMetric>(object));
 
   switch (id) {
   case PROP_NAME: g_value_set_string(value, priv->name); break;
@@ -46,7 +38,7 @@ static void vek_metric_get_property(GObject *object, guint id, GValue *value, GP
 }
 
 static void vek_metric_dispose(GObject *object) {
-  auto *priv = get_private(VEK_METRIC(object));
+  auto *priv = vek_metric_get_private(vek::as<VekMetric>(object));
 
   // Here and not in finalize: a disposed metric has no name, unit or dimensions any more.
   g_clear_pointer(&priv->name, g_free);
@@ -76,31 +68,31 @@ static void vek_metric_init(VekMetric *) {}
 const gchar *vek_metric_get_name(VekMetric *metric) {
   vek_return_val_if_fail(VEK_IS_METRIC(metric), nullptr);
 
-  return get_private(metric)->name;
+  return vek_metric_get_private(metric)->name;
 }
 
 const gchar *vek_metric_get_unit(VekMetric *metric) {
   vek_return_val_if_fail(VEK_IS_METRIC(metric), nullptr);
 
-  return get_private(metric)->unit;
+  return vek_metric_get_private(metric)->unit;
 }
 
 gchar **vek_metric_get_dimensions(VekMetric *metric) {
   vek_return_val_if_fail(VEK_IS_METRIC(metric), nullptr);
 
-  return get_private(metric)->dimensions;
+  return vek_metric_get_private(metric)->dimensions;
 }
 
 gboolean vek_metric_is_active(VekMetric *metric) {
   vek_return_val_if_fail(VEK_IS_METRIC(metric), FALSE);
 
-  return get_private(metric)->active;
+  return vek_metric_get_private(metric)->active;
 }
 
 void vek_metric_mark_inactive(VekMetric *metric) {
   vek_return_if_fail(VEK_IS_METRIC(metric));
 
-  get_private(metric)->active = FALSE;
+  vek_metric_get_private(metric)->active = FALSE;
 }
 
 void vek_metric_report(VekMetric *metric, GSList *reporters) {

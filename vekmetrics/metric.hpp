@@ -1,6 +1,25 @@
 #pragma once
 
+#include "internal.hpp"
 #include "metric.h"
+
+// Every metric is of a derived type, so the header's own test would always take the long way.
+inline bool VEK_IS_METRIC(VekMetric *metric) {
+  return vek::is_a<vek_metric_get_type>(metric);
+}
+
+// What a metric was made with, and whether passes still report it.
+struct VekMetricPrivate {
+  char *name;
+  char *unit;
+  char **dimensions;
+  gconstpointer ahead;  // memory besides the instance that a report reads; may be NULL
+  gboolean active;  // only ever goes from TRUE to FALSE in a pass, so passes need no lock for it
+};
+static_assert(vek::ZeroFillable<VekMetricPrivate>);
+
+// For what is known to be a metric: the getters without their checks.
+VekMetricPrivate *vek_metric_get_private(VekMetric *metric);
 
 // Hands the metric's figures to the reporters (GSList of VekMetricReporter, borrowed). Without
 // reporters it returns at once and the kind is not asked.

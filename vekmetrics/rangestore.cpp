@@ -13,7 +13,7 @@ static_assert(vek::ZeroFillable<VekMetricRangeStore>);
 G_DEFINE_TYPE(VekMetricRangeStore, vek_metric_range_store, VEK_TYPE_METRIC_STORE)
 
 static void vek_metric_range_store_finalize(GObject *object) {
-  auto *self = VEK_METRIC_RANGE_STORE(object);
+  auto *self = vek::as<VekMetricRangeStore>(object);
   g_mutex_clear(&self->lock);
   g_slist_free_full(self->ranges, g_free);
 
@@ -22,7 +22,7 @@ static void vek_metric_range_store_finalize(GObject *object) {
 
 static void vek_metric_range_store_add_range(VekMetricStore *store, gint id, gint64 start,
                                              gint64 end) {
-  auto *self = VEK_METRIC_RANGE_STORE(store);
+  auto *self = vek::as<VekMetricRangeStore>(store);
   vek::MutexLock held(self->lock);
   auto *range = g_new(VekMetricRange, 1);
   *range = {.id = id, .start = start, .end = end};

@@ -5,6 +5,9 @@
 #include "registry.hpp"
 #include "reporter.hpp"
 
+#include <string.h>
+#include <span>
+
 static constexpr guint kReportInterval = 60;  // seconds
 
 struct _VekMetricRegistry {
@@ -22,39 +25,113 @@ static VekMetricRegistry *metric_registry;  // the default; unguarded
 G_DEFINE_TYPE(VekMetricRegistry, vek_metric_registry, G_TYPE_OBJECT)
 
 // Dimensions first, then the name: two metrics whose strings join to the same text are one.
-static char *get_key(const char *name, char **dimensions) {
+// The key is put into the space if it fits there, and is allocated otherwise.
+static char *get_key(const char *name, char **dimensions, std::span<char> space) {
   // The line is part of the message and fixed, so that crash reports of all releases fall together.
   if (!name) [[unlikely]]
     g_assertion_message_expr(G_LOG_DOMAIN, "../vekmetrics/registry", 85, __func__, "name != NULL");
 
-  if (!dimensions)
-    return g_strdup(name);
-  g_autofree char *joined = g_strjoinv(".", dimensions);
-  return g_strconcat(joined, ".", name, nullptr);
+  gsize size = (dimensions ? vek::joined_length(dimensions) + 1 : 0) + strlen(name) + 1;
+  char *key = size <= space.size() ? space.data() : g_new(char, size);
+  char *end = key;
+  if (dimensions) {
+    end = vek::put_joined(end, dimensions);
+    *end++ = '.';
+  }
+  g_stpcpy(end, name);
+  return key;
 }
 
-// The parameters of the two table callbacks are untyped; their checks still name a metric.
-static void report_metric(gpointer, gpointer metric, gpointer reporters) {
+namespace {
+
+// A key to look up with: one of usual length needs no allocation.
+class Key {
+public:
+  Key(const char *name, char **dimensions) : text(get_key(name, dimensions, space)) {}
+  ~Key() {
+    if (text != space)
+      g_free(text);
+  }
+  Key(const Key &) = delete;
+  Key &operator=(const Key &) = delete;
+
+  operator const char *() const { return text; }
+
+private:
+  char space[128];
+  char *text;
+};
+
+}  // namespace
+
+static void report_metric(VekMetric *metric, GSList *reporters) {
   vek_return_if_fail(VEK_IS_METRIC(metric));
 
-  auto *self = static_cast<VekMetric *>(metric);
-  if (!vek_metric_is_active(self))
+  gboolean &active = vek_metric_get_private(metric)->active;
+  if (!active)
     return;
-  vek_metric_report(self, static_cast<GSList *>(reporters));
+  vek_metric_report(metric, reporters);
 
   // Only the table holds it: this was its last report.
-  if (G_OBJECT(self)->ref_count == 1)
-    vek_metric_mark_inactive(self);
+  if (vek::as<GObject>(metric)->ref_count == 1)
+    active = FALSE;
 }
 
-static gboolean remove_metric(gpointer, gpointer metric, gpointer) {
+static gboolean remove_metric(gpointer, gpointer value, gpointer) {
+  auto *metric = vek::as<VekMetric>(value);
   vek_return_val_if_fail(VEK_IS_METRIC(metric), FALSE);
 
-  return !vek_metric_is_active(static_cast<VekMetric *>(metric));
+  return !vek_metric_get_private(metric)->active;
 }
 
+namespace {
+
+// The metrics of a table. They lie scattered over the heap, and a pass over many is a pass over
+// cache misses: so each is fetched into the cache some turns before its own, and half-way what its
+// report will read besides.
+class Metrics {
+public:
+  explicit Metrics(GHashTable *table) {
+    g_hash_table_iter_init(&entries, table);
+    for (auto &metric : ahead)
+      metric = fetch();
+  }
+
+  // The next metric; NULL at the end.
+  VekMetric *next() {
+    auto *metric = ahead[turn];
+    ahead[turn] = metric ? fetch() : nullptr;
+    turn = (turn + 1) % kAhead;
+    if (auto *later = ahead[(turn + kAhead / 2) % kAhead])
+      __builtin_prefetch(vek_metric_get_private(later)->ahead);
+    return metric;
+  }
+
+private:
+  static constexpr unsigned kAhead = 8;
+
+  VekMetric *fetch() {
+    gpointer metric = nullptr;
+    if (!ended && !(ended = !g_hash_table_iter_next(&entries, nullptr, &metric))) {
+      // Its private data is before it, its own behind.
+      __builtin_prefetch(vek::as<char>(metric) - sizeof(VekMetricPrivate));
+      __builtin_prefetch(vek::as<char>(metric) + sizeof(VekMetric));
+    }
+    return vek::as<VekMetric>(metric);
+  }
+
+  GHashTableIter entries;
+  bool ended = false;
+  VekMetric *ahead[kAhead];
+  unsigned turn = 0;
+};
+
+}  // namespace
+
 static void run_pass(VekMetricRegistry *self, GSList *reporters) {
-  g_hash_table_foreach(self->metrics, report_metric, reporters);
+  Metrics metrics(self->metrics);
+  while (auto *metric = metrics.next())
+    report_metric(metric, reporters);
   for (auto *reporter : vek::Each<VekMetricReporter>(reporters))
     vek_metric_reporter_flush(reporter);
 }
@@ -73,7 +150,7 @@ static gboolean report_metrics_callback(gpointer data) {
 }
 
 static void vek_metric_registry_dispose(GObject *object) {
-  auto *self = VEK_METRIC_REGISTRY(object);
+  auto *self = vek::as<VekMetricRegistry>(object);
 
   {
     vek::WriterLock held(self->lock);
@@ -86,7 +163,7 @@ static void vek_metric_registry_dispose(GObject *object) {
 }
 
 static void vek_metric_registry_finalize(GObject *object) {
-  g_rw_lock_clear(&VEK_METRIC_REGISTRY(object)->lock);
+  g_rw_lock_clear(&vek::as<VekMetricRegistry>(object)->lock);
 
   G_OBJECT_CLASS(vek_metric_registry_parent_class)->finalize(object);
 }
@@ -105,16 +182,16 @@ static void vek_metric_registry_init(VekMetricRegistry *self) {
 VekMetric *vek::create_metric(VekMetricRegistry *registry, GType type, ...) {
   va_list properties;
   va_start(properties, type);
-  auto *created = VEK_METRIC(g_object_new_valist(type, "name", properties));
+  auto *created = vek::as<VekMetric>(g_object_new_valist(type, "name", properties));
   va_end(properties);
-  g_autofree char *key = get_key(vek_metric_get_name(created), vek_metric_get_dimensions(created));
+  Key key(vek_metric_get_name(created), vek_metric_get_dimensions(created));
 
   VekMetric *stored;
   {
     vek::WriterLock held(registry->lock);
     stored = static_cast<VekMetric *>(g_hash_table_lookup(registry->metrics, key));
     if (!stored) {
-      g_hash_table_insert(registry->metrics, g_steal_pointer(&key), g_object_ref(created));
+      g_hash_table_insert(registry->metrics, g_strdup(key), g_object_ref(created));
       return created;
     }
     g_object_ref(stored);
@@ -138,10 +215,10 @@ VekMetric *vek_metric_registry_get_metric(VekMetricRegistry *registry, const gch
   vek_return_val_if_fail(VEK_IS_METRIC_REGISTRY(registry), nullptr);
   vek_return_val_if_fail(name != NULL, nullptr);
 
-  g_autofree char *key = get_key(name, dimensions);
+  Key key(name, dimensions);
   vek::ReaderLock held(registry->lock);
   auto *metric = static_cast<VekMetric *>(g_hash_table_lookup(registry->metrics, key));
-  return metric ? VEK_METRIC(g_object_ref(metric)) : nullptr;
+  return metric ? vek::as<VekMetric>(g_object_ref(metric)) : nullptr;
 }
 
 void vek_metric_registry_register_reporter(VekMetricRegistry *registry,

@@ -4,6 +4,11 @@
 
 G_DEFINE_TYPE(VekMetricStore, vek_metric_store, G_TYPE_OBJECT)
 
+// Every store is of a derived type, so the header's own test would always take the long way.
+static bool VEK_IS_METRIC_STORE(VekMetricStore *store) {
+  return vek::is_a<vek_metric_store_get_type>(store);
+}
+
 static void vek_metric_store_class_init(VekMetricStoreClass *) {}
 
 static void vek_metric_store_init(VekMetricStore *) {}

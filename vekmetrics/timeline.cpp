@@ -1,6 +1,7 @@
 #include "timeline.h"
 
 #include "internal.hpp"
+#include "metric.hpp"
 #include "registry.hpp"
 #include "reporter.hpp"
 
@@ -14,7 +15,7 @@ static_assert(vek::ZeroFillable<VekMetricTimeline>);
 G_DEFINE_TYPE(VekMetricTimeline, vek_metric_timeline, VEK_TYPE_METRIC)
 
 static void vek_metric_timeline_dispose(GObject *object) {
-  g_clear_object(&VEK_METRIC_TIMELINE(object)->store);
+  g_clear_object(&vek::as<VekMetricTimeline>(object)->store);
 
   G_OBJECT_CLASS(vek_metric_timeline_parent_class)->dispose(object);
 }
@@ -22,12 +23,12 @@ static void vek_metric_timeline_dispose(GObject *object) {
 static void vek_metric_timeline_constructed(GObject *object) {
   G_OBJECT_CLASS(vek_metric_timeline_parent_class)->constructed(object);
 
-  VEK_METRIC_TIMELINE(object)->store = vek_metric_range_store_new();
+  vek::as<VekMetricTimeline>(object)->store = vek_metric_range_store_new();
 }
 
 static void vek_metric_timeline_report(VekMetric *metric, GSList *reporters) {
-  const char *name = vek_metric_get_name(metric);
-  GSList *batch = vek_metric_timeline_move_data(VEK_METRIC_TIMELINE(metric));
+  const char *name = vek_metric_get_private(metric)->name;
+  GSList *batch = vek_metric_timeline_move_data(vek::as<VekMetricTimeline>(metric));
   for (auto *reporter : vek::Each<VekMetricReporter>(reporters))
     vek_metric_reporter_process_timeline_samples(reporter, name, batch);
   g_slist_free_full(batch, g_free);

@@ -20,7 +20,7 @@ G_DEFINE_TYPE_WITH_CODE(VekMetricTimelineReporter, vek_metric_timeline_reporter,
 static void vek_metric_timeline_reporter_process_timeline_samples(VekMetricReporter *reporter,
                                                                   const gchar *name,
                                                                   GSList *samples) {
-  FILE *file = VEK_METRIC_TIMELINE_REPORTER(reporter)->log.file;
+  FILE *file = vek::as<VekMetricTimelineReporter>(reporter)->log.file;
   if (!file)
     return;
   for (auto *range : vek::Each<VekMetricRange>(samples))
@@ -29,7 +29,7 @@ static void vek_metric_timeline_reporter_process_timeline_samples(VekMetricRepor
 }
 
 static void vek_metric_timeline_reporter_flush(VekMetricReporter *reporter) {
-  VEK_METRIC_TIMELINE_REPORTER(reporter)->log.flush();
+  vek::as<VekMetricTimelineReporter>(reporter)->log.flush();
 }
 
 static void vek_metric_timeline_reporter_reporter_init(VekMetricReporterInterface *iface) {
@@ -39,16 +39,16 @@ static void vek_metric_timeline_reporter_reporter_init(VekMetricReporterInterfac
 
 static void vek_metric_timeline_reporter_set_property(GObject *object, guint id,
                                                       const GValue *value, GParamSpec *pspec) {
-  VEK_METRIC_TIMELINE_REPORTER(object)->log.set_property(object, id, value, pspec);
+  vek::as<VekMetricTimelineReporter>(object)->log.set_property(object, id, value, pspec);
 }
 
 static void vek_metric_timeline_reporter_get_property(GObject *object, guint id, GValue *value,
                                                       GParamSpec *pspec) {
-  VEK_METRIC_TIMELINE_REPORTER(object)->log.get_property(object, id, value, pspec);
+  vek::as<VekMetricTimelineReporter>(object)->log.get_property(object, id, value, pspec);
 }
 
 static void vek_metric_timeline_reporter_finalize(GObject *object) {
-  VEK_METRIC_TIMELINE_REPORTER(object)->log.close();
+  vek::as<VekMetricTimelineReporter>(object)->log.close();
 
   G_OBJECT_CLASS(vek_metric_timeline_reporter_parent_class)->finalize(object);
 }
@@ -56,7 +56,7 @@ static void vek_metric_timeline_reporter_finalize(GObject *object) {
 static void vek_metric_timeline_reporter_constructed(GObject *object) {
   G_OBJECT_CLASS(vek_metric_timeline_reporter_parent_class)->constructed(object);
 
-  auto &log = VEK_METRIC_TIMELINE_REPORTER(object)->log;
+  auto &log = vek::as<VekMetricTimelineReporter>(object)->log;
   if (!log.open())
     fprintf(stderr, "Cannot create log dir \"%s\".\n", log.dirname);
 }

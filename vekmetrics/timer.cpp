@@ -1,5 +1,6 @@
 #include "timer.h"
 
+#include "histogram.hpp"
 #include "internal.hpp"
 #include "registry.hpp"
 
@@ -33,16 +34,16 @@ static gint64 find_divisor(std::string_view unit) {
 
 // With a divisor of 0 this records infinity or not-a-number: the warning at construction said so.
 static void record(VekMetricTimer *self, gint64 usec) {
-  vek_metric_histogram_set(VEK_METRIC_HISTOGRAM(self),
-                           static_cast<gdouble>(usec) / static_cast<gdouble>(self->divisor));
+  vek::add_sample(vek::as<VekMetricHistogram>(self),
+                  static_cast<gdouble>(usec) / static_cast<gdouble>(self->divisor));
 }
 
 static void vek_metric_timer_constructed(GObject *object) {
   G_OBJECT_CLASS(vek_metric_timer_parent_class)->constructed(object);
 
-  auto *self = VEK_METRIC_TIMER(object);
-  const char *name = vek_metric_get_name(VEK_METRIC(self));
-  const char *unit = vek_metric_get_unit(VEK_METRIC(self));
+  auto *self = vek::as<VekMetricTimer>(object);
+  const char *name = vek_metric_get_name(vek::as<VekMetric>(self));
+  const char *unit = vek_metric_get_unit(vek::as<VekMetric>(self));
   if (!unit) {
     vek_warning("Unspecified unit for timer metric %s", name);
     return;

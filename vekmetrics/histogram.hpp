@@ -1,0 +1,10 @@
+#pragma once
+
+#include "histogram.h"
+
+namespace vek {
+
+// vek_metric_histogram_set() of what is known to be a histogram.
+void add_sample(VekMetricHistogram *histogram, gdouble value);
+
+}  // namespace vek
