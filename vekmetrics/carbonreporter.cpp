@@ -82,14 +82,14 @@ static void send_metrics(VekMetricCarbonReporter *self) {
   self->write_in_progress = TRUE;
   vek_debug("Sending message to carbon server: %s", line);
   auto *write = g_new(Write, 1);
-  *write = {.reporter = VEK_METRIC_CARBON_REPORTER(g_object_ref(self)), .line = line};
+  *write = {.reporter = vek::as<VekMetricCarbonReporter>(g_object_ref(self)), .line = line};
   g_output_stream_write_all_async(g_io_stream_get_output_stream(G_IO_STREAM(self->connection)),
                                   line, strlen(line), G_PRIORITY_DEFAULT, self->cancellable,
                                   on_metric_sent_callback, write);
 }
 
 static void on_socket_client_connect(GObject *source, GAsyncResult *result, gpointer user_data) {
-  auto *self = VEK_METRIC_CARBON_REPORTER(user_data);
+  auto *self = vek::as<VekMetricCarbonReporter>(user_data);
 
   g_autoptr(GError) error = nullptr;
   self->connection = g_socket_client_connect_finish(G_SOCKET_CLIENT(source), result, &error);
@@ -124,76 +124,82 @@ static void start_connecting(VekMetricCarbonReporter *self) {
 
 static char *process_keyname(VekMetricCarbonReporter *self, const char *name, char **dimensions,
                              const char *unit) {
-  g_autoptr(GString) key = g_string_new(nullptr);
-  if (self->prefix && *self->prefix)
-    g_string_append_printf(key, "%s.", self->prefix);
-  if (dimensions) {
-    g_autofree char *joined = g_strjoinv(".", dimensions);
-    g_string_append_printf(key, "%s.", joined);
+  g_autoptr(GString) key = g_string_sized_new(128);
+  if (self->prefix && *self->prefix) {
+    g_string_append(key, self->prefix);
+    g_string_append_c(key, '.');
   }
-  if (unit)  // an empty one adds its "." all the same
-    g_string_append_printf(key, "%s.", unit);
+  if (dimensions) {  // an empty vector adds its "." all the same
+    for (char **string = dimensions; *string; string++) {
+      if (string != dimensions)
+        g_string_append_c(key, '.');
+      g_string_append(key, *string);
+    }
+    g_string_append_c(key, '.');
+  }
+  if (unit) {  // and so does an empty unit
+    g_string_append(key, unit);
+    g_string_append_c(key, '.');
+  }
   g_string_append(key, name);
   return g_string_free(g_steal_pointer(&key), FALSE);
 }
 
-static long long to_seconds(gint64 microseconds) {
+static gint64 to_seconds(gint64 microseconds) {
   return microseconds / G_USEC_PER_SEC;  // toward zero
 }
 
-static void queue_line(VekMetricCarbonReporter *self, const char *format, ...) G_GNUC_PRINTF(2, 3);
-
-static void queue_line(VekMetricCarbonReporter *self, const char *format, ...) {
-  va_list arguments;
-  va_start(arguments, format);
-  g_queue_push_tail(self->pending_lines, g_strdup_vprintf(format, arguments));
-  va_end(arguments);
+// "key value seconds", with a suffix to the key.
+static void queue_line(VekMetricCarbonReporter *self, const char *key, const char *suffix,
+                       const char *value, gint64 seconds) {
+  g_queue_push_tail(self->pending_lines, g_strconcat(key, suffix, " ", value, " ",
+                                                     vek::Decimal(seconds).text, "\n", nullptr));
 }
 
 static void vek_metric_carbon_reporter_process_count(VekMetricReporter *reporter, const gchar *name,
                                                      gchar **dimensions, const gchar *unit,
                                                      gint64 timestamp, gint64 count) {
-  auto *self = VEK_METRIC_CARBON_REPORTER(reporter);
+  auto *self = vek::as<VekMetricCarbonReporter>(reporter);
   if (self->disabled)
     return;
 
   g_autofree char *key = process_keyname(self, name, dimensions, unit);
-  queue_line(self, "%s %lli %lli\n", key, static_cast<long long>(count), to_seconds(timestamp));
+  queue_line(self, key, "", vek::Decimal(count).text, to_seconds(timestamp));
 }
 
 static void vek_metric_carbon_reporter_process_value(VekMetricReporter *reporter, const gchar *name,
                                                      gchar **dimensions, const gchar *unit,
                                                      gint64 timestamp, gdouble value) {
-  auto *self = VEK_METRIC_CARBON_REPORTER(reporter);
+  auto *self = vek::as<VekMetricCarbonReporter>(reporter);
   if (self->disabled)
     return;
 
   g_autofree char *key = process_keyname(self, name, dimensions, unit);
-  queue_line(self, "%s %s %lli\n", key, FixedPoint(value).text, to_seconds(timestamp));
+  queue_line(self, key, "", FixedPoint(value).text, to_seconds(timestamp));
 }
 
 static void vek_metric_carbon_reporter_process_aggregated(VekMetricReporter *reporter,
                                                           const gchar *name, gchar **dimensions,
                                                           const gchar *unit,
                                                           VekMetricSnapshot *snapshot) {
-  auto *self = VEK_METRIC_CARBON_REPORTER(reporter);
+  auto *self = vek::as<VekMetricCarbonReporter>(reporter);
   if (self->disabled)
     return;
 
   g_autofree char *key = process_keyname(self, name, dimensions, unit);
-  long long seconds = to_seconds(vek_metric_snapshot_get_time(snapshot));
-  queue_line(self, "%s.average %s %lli\n", key,
-             FixedPoint(vek_metric_snapshot_get_average(snapshot)).text, seconds);
-  queue_line(self, "%s.n_samples %lu %lli\n", key, vek_metric_snapshot_get_n_samples(snapshot),
-             seconds);
-  queue_line(self, "%s.min %s %lli\n", key, FixedPoint(vek_metric_snapshot_get_min(snapshot)).text,
-             seconds);
-  queue_line(self, "%s.max %s %lli\n", key, FixedPoint(vek_metric_snapshot_get_max(snapshot)).text,
-             seconds);
+  gint64 seconds = to_seconds(vek_metric_snapshot_get_time(snapshot));
+  gdouble average = vek_metric_snapshot_get_average(snapshot);
+  gsize n_samples = vek_metric_snapshot_get_n_samples(snapshot);
+  gdouble min = vek_metric_snapshot_get_min(snapshot);
+  gdouble max = vek_metric_snapshot_get_max(snapshot);
+  queue_line(self, key, ".average", FixedPoint(average).text, seconds);
+  queue_line(self, key, ".n_samples", vek::Decimal(n_samples).text, seconds);
+  queue_line(self, key, ".min", FixedPoint(min).text, seconds);
+  queue_line(self, key, ".max", FixedPoint(max).text, seconds);
 }
 
 static void vek_metric_carbon_reporter_flush(VekMetricReporter *reporter) {
-  auto *self = VEK_METRIC_CARBON_REPORTER(reporter);
+  auto *self = vek::as<VekMetricCarbonReporter>(reporter);
   if (!self->disabled)
     send_metrics(self);
 }
@@ -207,7 +213,7 @@ static void vek_metric_carbon_reporter_reporter_init(VekMetricReporterInterface 
 
 static void vek_metric_carbon_reporter_set_property(GObject *object, guint id, const GValue *value,
                                                     GParamSpec *pspec) {
-  auto *self = VEK_METRIC_CARBON_REPORTER(object);
+  auto *self = vek::as<VekMetricCarbonReporter>(object);
 
   switch (id) {
   case PROP_PREFIX: self->prefix = g_value_dup_string(value); break;
@@ -219,7 +225,7 @@ static void vek_metric_carbon_reporter_set_property(GObject *object, guint id, c
 
 static void vek_metric_carbon_reporter_get_property(GObject *object, guint id, GValue *value,
                                                     GParamSpec *pspec) {
-  auto *self = VEK_METRIC_CARBON_REPORTER(object);
+  auto *self = vek::as<VekMetricCarbonReporter>(object);
 
   switch (id) {
   case PROP_PREFIX: g_value_set_string(value, self->prefix); break;
@@ -230,7 +236,7 @@ static void vek_metric_carbon_reporter_get_property(GObject *object, guint id, G
 }
 
 static void vek_metric_carbon_reporter_dispose(GObject *object) {
-  auto *self = VEK_METRIC_CARBON_REPORTER(object);
+  auto *self = vek::as<VekMetricCarbonReporter>(object);
   if (self->cancellable)
     g_cancellable_cancel(self->cancellable);
   g_clear_object(&self->cancellable);
@@ -244,7 +250,7 @@ static void vek_metric_carbon_reporter_dispose(GObject *object) {
 }
 
 static void vek_metric_carbon_reporter_constructed(GObject *object) {
-  start_connecting(VEK_METRIC_CARBON_REPORTER(object));
+  start_connecting(vek::as<VekMetricCarbonReporter>(object));
 
   G_OBJECT_CLASS(vek_metric_carbon_reporter_parent_class)->constructed(object);
 }

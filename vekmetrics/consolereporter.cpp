@@ -8,6 +8,7 @@ struct _VekMetricConsoleReporter {
   GObject parent_instance;
 
   GHashTable *sections;  // from section key to Section
+  GString *key;          // where the key of a line's section is put together
 };
 static_assert(vek::ZeroFillable<VekMetricConsoleReporter>);
 
@@ -15,15 +16,16 @@ namespace {
 
 // The metrics of one set of dimensions.
 struct Section {
-  char **dimensions;  // of the metric that made the section; NULL without dimensions
-  GPtrArray *lines;   // of Line, in order of arrival until they are printed
+  const char *key;     // the table's
+  char **dimensions;   // of the metric that made the section; NULL without dimensions
+  guint n_dimensions;  // strings
+  GPtrArray *lines;    // in order of arrival until they are printed
 };
 
-// One metric.
-struct Line {
-  char *name;
-  char *text;
-};
+// A line is one block: the metric's name, and behind its NUL the text.
+const char *get_text(const char *line) {
+  return line + strlen(line) + 1;
+}
 
 }  // namespace
 
@@ -33,69 +35,65 @@ G_DEFINE_TYPE_WITH_CODE(VekMetricConsoleReporter, vek_metric_console_reporter, G
                         G_IMPLEMENT_INTERFACE(VEK_TYPE_METRIC_REPORTER,
                                               vek_metric_console_reporter_reporter_init))
 
-static void free_line(gpointer data) {
-  auto *line = static_cast<Line *>(data);
-  g_free(line->name);
-  g_free(line->text);
-  g_slice_free(Line, line);
-}
-
 static void free_section(gpointer data) {
-  auto *section = static_cast<Section *>(data);
+  auto *section = vek::as<Section>(data);
   g_strfreev(section->dimensions);
   g_ptr_array_unref(section->lines);
   g_slice_free(Section, section);
 }
 
-static char *get_section_key(char **dimensions) {
-  return dimensions ? g_strjoinv(".", dimensions) : g_strdup("general");
+static void put_section_key(GString *key, char **dimensions) {
+  if (!dimensions) {
+    g_string_assign(key, "general");
+    return;
+  }
+  g_string_set_size(key, vek::joined_length(dimensions));
+  vek::put_joined(key->str, dimensions);
 }
 
 static Section *get_section(VekMetricConsoleReporter *self, char **dimensions) {
-  g_autofree char *key = get_section_key(dimensions);
-  auto *section = static_cast<Section *>(g_hash_table_lookup(self->sections, key));
+  put_section_key(self->key, dimensions);
+  auto *section = vek::as<Section>(g_hash_table_lookup(self->sections, self->key->str));
   if (!section) {
+    char *key = g_strdup(self->key->str);
     section = g_slice_new(Section);
-    *section = {.dimensions = g_strdupv(dimensions), .lines = g_ptr_array_new_full(0, free_line)};
-    g_hash_table_insert(self->sections, g_steal_pointer(&key), section);
+    *section = {.key = key,
+                .dimensions = g_strdupv(dimensions),
+                .n_dimensions = dimensions ? g_strv_length(dimensions) : 0,
+                .lines = g_ptr_array_new_with_free_func(g_free)};
+    g_hash_table_insert(self->sections, key, section);
   }
   return section;
 }
 
-G_GNUC_PRINTF(4, 5)
 static void add_line(VekMetricReporter *reporter, const char *name, char **dimensions,
-                     const char *format, ...) {
-  auto *section = get_section(VEK_METRIC_CONSOLE_REPORTER(reporter), dimensions);
+                     const char *text) {
+  gsize name_size = strlen(name) + 1;
+  gsize text_size = strlen(text) + 1;
+  auto *line = g_new(char, name_size + text_size);
+  memcpy(line, name, name_size);
+  memcpy(line + name_size, text, text_size);
 
-  va_list figures;
-  va_start(figures, format);
-  auto *line = g_slice_new(Line);
-  *line = {.name = g_strdup(name), .text = g_strdup_vprintf(format, figures)};
-  va_end(figures);
+  auto *section = get_section(vek::as<VekMetricConsoleReporter>(reporter), dimensions);
   g_ptr_array_add(section->lines, line);
 }
 
 static int compare_sections(gconstpointer a, gconstpointer b) {
-  auto *left = static_cast<const Section *>(a)->dimensions;
-  auto *right = static_cast<const Section *>(b)->dimensions;
-
-  guint left_length = left ? g_strv_length(left) : 0;
-  guint right_length = right ? g_strv_length(right) : 0;
-  if (left_length != right_length)
-    return left_length < right_length ? -1 : 1;
-
-  g_autofree char *left_key = get_section_key(left);
-  g_autofree char *right_key = get_section_key(right);
-  return strcmp(left_key, right_key);
+  auto *left = static_cast<const Section *>(a);
+  auto *right = static_cast<const Section *>(b);
+  if (left->n_dimensions != right->n_dimensions)
+    return left->n_dimensions < right->n_dimensions ? -1 : 1;
+  return strcmp(left->key, right->key);
 }
 
+// By name: the rest of the line lies behind its NUL.
 static int compare_lines(gconstpointer a, gconstpointer b) {
-  return strcmp((*static_cast<Line *const *>(a))->name, (*static_cast<Line *const *>(b))->name);
+  return strcmp(*static_cast<const char *const *>(a), *static_cast<const char *const *>(b));
 }
 
 static void print_line(gpointer data, gpointer) {
-  auto *line = static_cast<const Line *>(data);
-  g_print("%s: %s\n", line->name, line->text);
+  auto *line = static_cast<const char *>(data);
+  g_print("%s: %s\n", line, get_text(line));
 }
 
 static void print_header(char **dimensions) {
@@ -122,13 +120,14 @@ static void print_section(gpointer data, gpointer) {
 static void vek_metric_console_reporter_process_count(VekMetricReporter *reporter,
                                                       const gchar *name, gchar **dimensions,
                                                       const gchar *, gint64, gint64 count) {
-  add_line(reporter, name, dimensions, "%lli", static_cast<long long>(count));
+  add_line(reporter, name, dimensions, vek::Decimal(count).text);
 }
 
 static void vek_metric_console_reporter_process_value(VekMetricReporter *reporter,
                                                       const gchar *name, gchar **dimensions,
                                                       const gchar *, gint64, gdouble value) {
-  add_line(reporter, name, dimensions, "%f", value);
+  g_autofree char *text = g_strdup_printf("%f", value);
+  add_line(reporter, name, dimensions, text);
 }
 
 static void vek_metric_console_reporter_process_aggregated(VekMetricReporter *reporter,
@@ -142,13 +141,14 @@ static void vek_metric_console_reporter_process_aggregated(VekMetricReporter *re
   gdouble p10 = vek_metric_snapshot_get_quantile(snapshot, 0.1);
   gdouble p50 = vek_metric_snapshot_get_quantile(snapshot, 0.5);
   gdouble p90 = vek_metric_snapshot_get_quantile(snapshot, 0.9);
-  add_line(reporter, name, dimensions,
-           "avg: %f, n samples: %lu, max: %f, min: %f, p10: %f, p50: %f, p90: %f", average,
-           n_samples, max, min, p10, p50, p90);
+  g_autofree char *text =
+      g_strdup_printf("avg: %f, n samples: %lu, max: %f, min: %f, p10: %f, p50: %f, p90: %f",
+                      average, n_samples, max, min, p10, p50, p90);
+  add_line(reporter, name, dimensions, text);
 }
 
 static void vek_metric_console_reporter_flush(VekMetricReporter *reporter) {
-  auto *self = VEK_METRIC_CONSOLE_REPORTER(reporter);
+  auto *self = vek::as<VekMetricConsoleReporter>(reporter);
   g_autoptr(GList) sections = g_hash_table_get_values(self->sections);
   sections = g_list_sort(sections, compare_sections);
   g_list_foreach(sections, print_section, nullptr);
@@ -163,7 +163,9 @@ static void vek_metric_console_reporter_reporter_init(VekMetricReporterInterface
 }
 
 static void vek_metric_console_reporter_finalize(GObject *object) {
-  g_hash_table_unref(VEK_METRIC_CONSOLE_REPORTER(object)->sections);
+  auto *self = vek::as<VekMetricConsoleReporter>(object);
+  g_hash_table_unref(self->sections);
+  g_string_free(self->key, TRUE);
 
   G_OBJECT_CLASS(vek_metric_console_reporter_parent_class)->finalize(object);
 }
@@ -174,6 +176,7 @@ static void vek_metric_console_reporter_class_init(VekMetricConsoleReporterClass
 
 static void vek_metric_console_reporter_init(VekMetricConsoleReporter *self) {
   self->sections = g_hash_table_new_full(g_str_hash, g_str_equal, g_free, free_section);
+  self->key = g_string_new(nullptr);
 }
 
 VekMetricReporter *vek_metric_console_reporter_new(void) {

@@ -45,7 +45,7 @@ static void log_entry(VekMetricReporter *reporter, gint64 timestamp, const char 
                       char **dimensions, const char *c1, const char *c2 = "", const char *c3 = "",
                       const char *c4 = "", const char *c5 = "", const char *c6 = "",
                       const char *c7 = "") {
-  FILE *file = VEK_METRIC_LOG_REPORTER(reporter)->log.file;
+  FILE *file = vek::as<VekMetricLogReporter>(reporter)->log.file;
   if (!file)
     return;
 
@@ -57,9 +57,7 @@ static void log_entry(VekMetricReporter *reporter, gint64 timestamp, const char 
 static void vek_metric_log_reporter_process_count(VekMetricReporter *reporter, const gchar *name,
                                                   gchar **dimensions, const gchar *,
                                                   gint64 timestamp, gint64 count) {
-  char text[128];
-  g_snprintf(text, sizeof text, "%lli", static_cast<long long>(count));
-  log_entry(reporter, timestamp, name, dimensions, text);
+  log_entry(reporter, timestamp, name, dimensions, vek::Decimal(count).text);
 }
 
 static void vek_metric_log_reporter_process_value(VekMetricReporter *reporter, const gchar *name,
@@ -71,10 +69,9 @@ static void vek_metric_log_reporter_process_value(VekMetricReporter *reporter, c
 static void vek_metric_log_reporter_process_aggregated(VekMetricReporter *reporter,
                                                        const gchar *name, gchar **dimensions,
                                                        const gchar *, VekMetricSnapshot *snapshot) {
-  char n_samples[128];
-  g_snprintf(n_samples, sizeof n_samples, "%lu", vek_metric_snapshot_get_n_samples(snapshot));
   log_entry(reporter, vek_metric_snapshot_get_time(snapshot), name, dimensions,
-            RoundTrip(vek_metric_snapshot_get_average(snapshot)).text, n_samples,
+            RoundTrip(vek_metric_snapshot_get_average(snapshot)).text,
+            vek::Decimal(vek_metric_snapshot_get_n_samples(snapshot)).text,
             RoundTrip(vek_metric_snapshot_get_min(snapshot)).text,
             RoundTrip(vek_metric_snapshot_get_max(snapshot)).text,
             RoundTrip(vek_metric_snapshot_get_quantile(snapshot, 0.1)).text,
@@ -83,7 +80,7 @@ static void vek_metric_log_reporter_process_aggregated(VekMetricReporter *report
 }
 
 static void vek_metric_log_reporter_flush(VekMetricReporter *reporter) {
-  VEK_METRIC_LOG_REPORTER(reporter)->log.flush();
+  vek::as<VekMetricLogReporter>(reporter)->log.flush();
 }
 
 static void vek_metric_log_reporter_reporter_init(VekMetricReporterInterface *iface) {
@@ -95,16 +92,16 @@ static void vek_metric_log_reporter_reporter_init(VekMetricReporterInterface *if
 
 static void vek_metric_log_reporter_set_property(GObject *object, guint id, const GValue *value,
                                                  GParamSpec *pspec) {
-  VEK_METRIC_LOG_REPORTER(object)->log.set_property(object, id, value, pspec);
+  vek::as<VekMetricLogReporter>(object)->log.set_property(object, id, value, pspec);
 }
 
 static void vek_metric_log_reporter_get_property(GObject *object, guint id, GValue *value,
                                                  GParamSpec *pspec) {
-  VEK_METRIC_LOG_REPORTER(object)->log.get_property(object, id, value, pspec);
+  vek::as<VekMetricLogReporter>(object)->log.get_property(object, id, value, pspec);
 }
 
 static void vek_metric_log_reporter_finalize(GObject *object) {
-  VEK_METRIC_LOG_REPORTER(object)->log.close();
+  vek::as<VekMetricLogReporter>(object)->log.close();
 
   G_OBJECT_CLASS(vek_metric_log_reporter_parent_class)->finalize(object);
 }
@@ -112,7 +109,7 @@ static void vek_metric_log_reporter_finalize(GObject *object) {
 static void vek_metric_log_reporter_constructed(GObject *object) {
   G_OBJECT_CLASS(vek_metric_log_reporter_parent_class)->constructed(object);
 
-  auto &log = VEK_METRIC_LOG_REPORTER(object)->log;
+  auto &log = vek::as<VekMetricLogReporter>(object)->log;
   if (!log.open())
     fprintf(stderr, "Cannot create metric dir \"%s\": %d.\n", log.dirname, errno);
 }
