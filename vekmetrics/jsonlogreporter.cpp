@@ -136,7 +136,7 @@ static void vek_metric_json_log_reporter_process_count(VekMetricReporter *report
                                                        const gchar *name, gchar **dimensions,
                                                        const gchar *unit, gint64 timestamp,
                                                        gint64 count) {
-  add_value(VEK_METRIC_JSON_LOG_REPORTER(reporter), name, dimensions, unit, timestamp,
+  add_value(vek::as<VekMetricJsonLogReporter>(reporter), name, dimensions, unit, timestamp,
             static_cast<gdouble>(count));
 }
 
@@ -144,14 +144,14 @@ static void vek_metric_json_log_reporter_process_value(VekMetricReporter *report
                                                        const gchar *name, gchar **dimensions,
                                                        const gchar *unit, gint64 timestamp,
                                                        gdouble value) {
-  add_value(VEK_METRIC_JSON_LOG_REPORTER(reporter), name, dimensions, unit, timestamp, value);
+  add_value(vek::as<VekMetricJsonLogReporter>(reporter), name, dimensions, unit, timestamp, value);
 }
 
 static void vek_metric_json_log_reporter_process_aggregated(VekMetricReporter *reporter,
                                                             const gchar *name, gchar **dimensions,
                                                             const gchar *unit,
                                                             VekMetricSnapshot *snapshot) {
-  auto *self = VEK_METRIC_JSON_LOG_REPORTER(reporter);
+  auto *self = vek::as<VekMetricJsonLogReporter>(reporter);
   gsize n_samples = vek_metric_snapshot_get_n_samples(snapshot);
   if (n_samples == 0)
     return;
@@ -168,6 +168,18 @@ static void vek_metric_json_log_reporter_process_aggregated(VekMetricReporter *r
 
 // Making the line.
 
+namespace {
+
+// The JSON text in the making.
+struct Document {
+  JsonBuilder *builder;
+  bool has_exponents;  // of some double
+  gint64 date_second;  // the date that was last written as text, as many data points are of one
+  char *date_text;
+};
+
+}  // namespace
+
 // JSON text is UTF-8; in a name that is not, what cannot be read is replaced.
 static void add_string(JsonBuilder *builder, const char *member, const char *value) {
   json_builder_set_member_name(builder, member);
@@ -180,33 +192,46 @@ static void add_string(JsonBuilder *builder, const char *member, const char *val
 }
 
 // JSON has no infinity and nothing that is not a number.
-static void add_double(JsonBuilder *builder, const char *member, gdouble value) {
-  json_builder_set_member_name(builder, member);
-  if (isfinite(value))
-    json_builder_add_double_value(builder, value);
-  else
-    json_builder_add_null_value(builder);
+static void add_double(Document &document, const char *member, gdouble value) {
+  json_builder_set_member_name(document.builder, member);
+  if (!isfinite(value)) {
+    json_builder_add_null_value(document.builder);
+    return;
+  }
+  json_builder_add_double_value(document.builder, value);
+  gdouble magnitude = fabs(value);  // 17 digits show an exponent from 1e17 on and below 1e-4
+  document.has_exponents |= magnitude >= 1e17 || (magnitude < 1e-4 && magnitude > 0.0);
 }
 
-static void add_timestamp(JsonBuilder *builder, gint64 timestamp) {
-  g_autoptr(GDateTime) date =
-      timestamp != 0 ? g_date_time_new_from_unix_utc(timestamp / G_USEC_PER_SEC) : nullptr;
-  g_autofree char *text = date ? g_date_time_format_iso8601(date) : nullptr;
-  json_builder_set_member_name(builder, "Timestamp");
+// The date of a second, or NULL if it cannot be formed.
+static const char *format_second(Document &document, gint64 second) {
+  if (!document.date_text || second != document.date_second) {
+    g_autoptr(GDateTime) date = g_date_time_new_from_unix_utc(second);
+    g_free(document.date_text);
+    document.date_text = date ? g_date_time_format_iso8601(date) : nullptr;
+    document.date_second = second;
+  }
+  return document.date_text;
+}
+
+static void add_timestamp(Document &document, gint64 timestamp) {
+  const char *text = timestamp != 0 ? format_second(document, timestamp / G_USEC_PER_SEC) : nullptr;
+  json_builder_set_member_name(document.builder, "Timestamp");
   if (text)
-    json_builder_add_string_value(builder, text);
+    json_builder_add_string_value(document.builder, text);
   else
-    json_builder_add_null_value(builder);
+    json_builder_add_null_value(document.builder);
 }
 
-static void add_object(JsonBuilder *builder, VekMetricDatum *datum) {
+static void add_object(Document &document, VekMetricDatum *datum) {
+  auto *builder = document.builder;
   json_builder_begin_object(builder);
   add_string(builder, "MetricName", vek_metric_datum_get_metric_name(datum));
-  add_timestamp(builder, vek_metric_datum_get_timestamp(datum));
+  add_timestamp(document, vek_metric_datum_get_timestamp(datum));
   if (const char *unit = vek_metric_datum_get_unit(datum))
     add_string(builder, "Unit", unit);
   if (vek_metric_datum_get_value_set(datum))
-    add_double(builder, "Value", vek_metric_datum_get_value(datum));
+    add_double(document, "Value", vek_metric_datum_get_value(datum));
 
   if (vek_metric_datum_get_statistic_values_set(datum)) {
     guint64 sample_count;
@@ -216,9 +241,9 @@ static void add_object(JsonBuilder *builder, VekMetricDatum *datum) {
     json_builder_begin_object(builder);
     json_builder_set_member_name(builder, "SampleCount");
     json_builder_add_int_value(builder, static_cast<gint64>(sample_count));
-    add_double(builder, "Sum", sum);
-    add_double(builder, "Minimum", minimum);
-    add_double(builder, "Maximum", maximum);
+    add_double(document, "Sum", sum);
+    add_double(document, "Minimum", minimum);
+    add_double(document, "Maximum", maximum);
     json_builder_end_object(builder);
   }
 
@@ -268,16 +293,19 @@ static void repair_exponents(char *json) {
 
 static char *serialise(GPtrArray *data) {
   g_autoptr(JsonBuilder) builder = json_builder_new();
+  Document document = {builder, false, 0, nullptr};
   json_builder_begin_array(builder);
   for (guint i = 0; i < data->len; i++)
-    add_object(builder, static_cast<VekMetricDatum *>(data->pdata[i]));
+    add_object(document, static_cast<VekMetricDatum *>(data->pdata[i]));
   json_builder_end_array(builder);
+  g_free(document.date_text);
 
   g_autoptr(JsonNode) root = json_builder_get_root(builder);
   g_autoptr(JsonGenerator) generator = json_generator_new();
   json_generator_set_root(generator, root);
   char *json = json_generator_to_data(generator, nullptr);
-  repair_exponents(json);
+  if (document.has_exponents)
+    repair_exponents(json);
   return json;
 }
 
@@ -334,7 +362,7 @@ static void write_next_buffer(VekMetricJsonLogReporter *self);
 static void on_stream_flushed(GObject *source, GAsyncResult *result, gpointer user_data) {
   vek_assert(VEK_IS_METRIC_JSON_LOG_REPORTER(user_data));
   vek_assert(G_IS_OUTPUT_STREAM(source));
-  g_autoptr(VekMetricJsonLogReporter) self = VEK_METRIC_JSON_LOG_REPORTER(user_data);
+  g_autoptr(VekMetricJsonLogReporter) self = vek::as<VekMetricJsonLogReporter>(user_data);
   vek_assert(self->io_operation_in_progress);
 
   self->io_operation_in_progress = FALSE;
@@ -357,7 +385,7 @@ static void on_stream_flushed(GObject *source, GAsyncResult *result, gpointer us
 
 static void on_log_written(GObject *source, GAsyncResult *result, gpointer user_data) {
   vek_assert(VEK_IS_METRIC_JSON_LOG_REPORTER(user_data));
-  g_autoptr(VekMetricJsonLogReporter) self = VEK_METRIC_JSON_LOG_REPORTER(user_data);
+  g_autoptr(VekMetricJsonLogReporter) self = vek::as<VekMetricJsonLogReporter>(user_data);
   g_clear_pointer(&self->current_buffer, g_free);
   vek_assert(G_IS_OUTPUT_STREAM(source));
 
@@ -391,7 +419,7 @@ static void write_next_buffer(VekMetricJsonLogReporter *self) {
 }
 
 static void vek_metric_json_log_reporter_flush(VekMetricReporter *reporter) {
-  auto *self = VEK_METRIC_JSON_LOG_REPORTER(reporter);
+  auto *self = vek::as<VekMetricJsonLogReporter>(reporter);
   g_autoptr(GPtrArray) data = g_steal_pointer(&self->data);
   if (!self->output_stream || !data)
     return;
@@ -410,7 +438,7 @@ static void vek_metric_json_log_reporter_reporter_init(VekMetricReporterInterfac
 
 static void vek_metric_json_log_reporter_set_property(GObject *object, guint id,
                                                       const GValue *value, GParamSpec *pspec) {
-  auto *self = VEK_METRIC_JSON_LOG_REPORTER(object);
+  auto *self = vek::as<VekMetricJsonLogReporter>(object);
 
   switch (id) {
   case PROP_DIRNAME: self->dirname = g_value_dup_string(value); break;
@@ -424,7 +452,7 @@ static void vek_metric_json_log_reporter_set_property(GObject *object, guint id,
 
 static void vek_metric_json_log_reporter_get_property(GObject *object, guint id, GValue *value,
                                                       GParamSpec *pspec) {
-  auto *self = VEK_METRIC_JSON_LOG_REPORTER(object);
+  auto *self = vek::as<VekMetricJsonLogReporter>(object);
 
   switch (id) {
   case PROP_DIRNAME: g_value_set_string(value, self->dirname); break;
@@ -437,7 +465,7 @@ static void vek_metric_json_log_reporter_get_property(GObject *object, guint id,
 }
 
 static void vek_metric_json_log_reporter_finalize(GObject *object) {
-  auto *self = VEK_METRIC_JSON_LOG_REPORTER(object);
+  auto *self = vek::as<VekMetricJsonLogReporter>(object);
   g_cancellable_cancel(self->cancellable);
   g_object_unref(self->cancellable);
   g_free(self->basename);
@@ -454,7 +482,7 @@ static void vek_metric_json_log_reporter_finalize(GObject *object) {
 static void vek_metric_json_log_reporter_constructed(GObject *object) {
   G_OBJECT_CLASS(vek_metric_json_log_reporter_parent_class)->constructed(object);
 
-  auto *self = VEK_METRIC_JSON_LOG_REPORTER(object);
+  auto *self = vek::as<VekMetricJsonLogReporter>(object);
   if (self->dirname && self->basename)
     open_log_file(self);
   g_queue_init(&self->pending_buffers);
