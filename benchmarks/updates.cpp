@@ -1,0 +1,480 @@
+// The operations of hot paths, against the GLib calls that each cannot do without ("floor") and
+// against prometheus-cpp.
+
+#include "runner.hpp"
+
+#include <prometheus/family.h>
+#include <prometheus/histogram.h>
+#include <prometheus/registry.h>
+#include <prometheus/summary.h>
+#include <vekmetrics/vekmetrics.h>
+
+#include <array>
+#include <random>
+
+namespace {
+
+VekMetricRegistry *registry_new() {
+  return VEK_METRIC_REGISTRY(g_object_new(VEK_TYPE_METRIC_REGISTRY, nullptr));
+}
+
+// Metrics live as long as the program: threads share them.
+
+// Counter, gauge and meter.
+
+VekMetricCounter *counter = vek_metric_registry_counter_new(registry_new(), "c", "Count", nullptr);
+VekMetricGauge *gauge = vek_metric_registry_gauge_new(registry_new(), "g", "Count", 0, nullptr);
+VekMetricMeter *meter = vek_metric_registry_meter_new(registry_new(), "m", "Count", nullptr);
+
+void counter_add_library(benchmark::State &state) {
+  for (auto _ : state)
+    vek_metric_counter_add(counter, 1);
+}
+
+struct FloorCounter {
+  GRWLock lock;
+  gint64 time;
+  gint64 count;
+} floor_counter;
+
+void counter_add_floor(benchmark::State &state) {
+  for (auto _ : state) {
+    g_rw_lock_writer_lock(&floor_counter.lock);
+    floor_counter.time = g_get_real_time();
+    floor_counter.count += 1;
+    g_rw_lock_writer_unlock(&floor_counter.lock);
+  }
+}
+
+void gauge_set_library(benchmark::State &state) {
+  for (auto _ : state)
+    vek_metric_gauge_set_value(gauge, 0.5);
+}
+
+struct FloorGauge {
+  GRWLock lock;
+  gint64 time;
+  gdouble value;
+} floor_gauge;
+
+void gauge_set_floor(benchmark::State &state) {
+  for (auto _ : state) {
+    g_rw_lock_writer_lock(&floor_gauge.lock);
+    floor_gauge.time = g_get_real_time();
+    floor_gauge.value = 0.5;
+    g_rw_lock_writer_unlock(&floor_gauge.lock);
+  }
+}
+
+void meter_mark_library(benchmark::State &state) {
+  for (auto _ : state)
+    vek_metric_meter_mark(meter, 1.0);
+}
+
+void meter_rate_library(benchmark::State &state) {
+  for (auto _ : state)
+    benchmark::DoNotOptimize(vek_metric_meter_get_rate(meter));
+}
+
+struct FloorMeter {
+  GRWLock lock;
+  gdouble total;
+  gdouble uncounted;
+  gdouble rate;
+  gint64 last_tick;
+
+  void tick() {
+    gint64 now = g_get_monotonic_time();
+    gint64 elapsed = now - last_tick;
+    if (elapsed <= G_USEC_PER_SEC)
+      return;
+    rate += elapsed / 6e7 * (uncounted / elapsed - rate);
+    uncounted = 0.0;
+    last_tick = now;
+  }
+} floor_meter;
+
+void meter_mark_floor(benchmark::State &state) {
+  for (auto _ : state) {
+    g_rw_lock_writer_lock(&floor_meter.lock);
+    floor_meter.total += 1.0;
+    floor_meter.uncounted += 1.0;
+    floor_meter.tick();
+    g_rw_lock_writer_unlock(&floor_meter.lock);
+  }
+}
+
+void meter_rate_floor(benchmark::State &state) {
+  for (auto _ : state) {
+    if (!g_rw_lock_writer_trylock(&floor_meter.lock))
+      continue;
+    floor_meter.tick();
+    benchmark::DoNotOptimize(floor_meter.rate * 1e6);
+    g_rw_lock_writer_unlock(&floor_meter.lock);
+  }
+}
+
+// Stores, histogram and timer.
+
+VekMetricStore *fixed_time_store = vek_metric_fixed_time_store_new(60 * G_USEC_PER_SEC, 2048);
+VekMetricHistogram *histogram =
+    vek_metric_registry_histogram_new(registry_new(), "h", "Count", nullptr, nullptr);
+VekMetricTimer *timer =
+    vek_metric_registry_timer_new(registry_new(), "t", "Milliseconds", nullptr, nullptr);
+
+template <gsize size>
+struct FloorRing {
+  GMutex lock;
+  gsize n_samples;
+  gsize next;
+  std::array<gdouble, size> samples;
+  std::array<gint64, size> timestamps;
+
+  void add(gdouble value) {
+    g_mutex_lock(&lock);
+    write(value);
+    g_mutex_unlock(&lock);
+  }
+
+  void add_stamped(gdouble value) {
+    gint64 now = g_get_monotonic_time();
+    g_mutex_lock(&lock);
+    timestamps[next] = now;
+    write(value);
+    g_mutex_unlock(&lock);
+  }
+
+private:
+  void write(gdouble value) {
+    samples[next] = value;
+    if (n_samples < size)
+      n_samples++;
+    next = next + 1 == size ? 0 : next + 1;
+  }
+};
+FloorRing<60> floor_histogram;
+FloorRing<2048> floor_fixed_time;
+
+void fixed_time_add_library(benchmark::State &state) {
+  for (auto _ : state)
+    vek_metric_store_add(fixed_time_store, 0.5);
+}
+
+void fixed_time_add_floor(benchmark::State &state) {
+  for (auto _ : state)
+    floor_fixed_time.add_stamped(0.5);
+}
+
+void histogram_set_library(benchmark::State &state) {
+  for (auto _ : state)
+    vek_metric_histogram_set(histogram, 0.5);
+}
+
+void histogram_set_floor(benchmark::State &state) {
+  for (auto _ : state)
+    floor_histogram.add(0.5);
+}
+
+prometheus::Histogram::BucketBoundaries buckets{0.1, 0.2, 0.3, 0.4, 0.5, 0.6, 0.7, 0.8, 0.9};
+
+void histogram_set_prometheus_histogram(benchmark::State &state) {
+  prometheus::Histogram peer(buckets);
+  for (auto _ : state)
+    peer.Observe(0.5);
+}
+
+void histogram_set_prometheus_summary(benchmark::State &state) {
+  prometheus::Summary peer({{0.5, 0.05}, {0.9, 0.01}, {0.99, 0.001}});
+  for (auto _ : state)
+    peer.Observe(0.5);
+}
+
+void timer_set_usec_library(benchmark::State &state) {
+  gint64 usec = 0;
+  for (auto _ : state)
+    vek_metric_timer_set_usec(timer, ++usec);
+}
+
+void timer_set_usec_floor(benchmark::State &state) {
+  gint64 usec = 0;
+  for (auto _ : state)
+    floor_histogram.add(static_cast<gdouble>(++usec) / 1000.0);
+}
+
+void timer_start_stop_library(benchmark::State &state) {
+  for (auto _ : state) {
+    vek_metric_timer_start(timer);
+    vek_metric_timer_stop(timer);
+  }
+}
+
+void timer_start_stop_floor(benchmark::State &state) {
+  for (auto _ : state) {
+    gint64 start = g_get_monotonic_time();
+    gint64 elapsed = g_get_monotonic_time() - start;
+    floor_histogram.add(static_cast<gdouble>(elapsed) / 1000.0);
+  }
+}
+
+void counter_inc_prometheus(benchmark::State &state) {
+  static prometheus::Counter peer;
+  for (auto _ : state)
+    peer.Increment();
+}
+
+// Snapshots. The samples differ from turn to turn: sorting the same ones again trains the branch
+// predictor and flatters qsort.
+
+std::vector<std::vector<gdouble>> make_samples(gsize n_samples) {
+  std::mt19937_64 random(7);
+  std::uniform_real_distribution<gdouble> uniform;
+  std::vector<std::vector<gdouble>> all(4096 * 60 / n_samples, std::vector<gdouble>(n_samples));
+  for (auto &samples : all)
+    for (auto &sample : samples)
+      sample = uniform(random);
+  return all;
+}
+
+template <gsize n_samples>
+void snapshot_library(benchmark::State &state) {
+  auto samples = make_samples(n_samples);
+  gsize turn = 0;
+  for (auto _ : state)
+    vek_metric_snapshot_unref(
+        vek_metric_snapshot_new(samples[turn++ % samples.size()].data(), n_samples));
+}
+
+int compare(const void *a, const void *b) {
+  auto left = *static_cast<const gdouble *>(a);
+  auto right = *static_cast<const gdouble *>(b);
+  return left < right ? -1 : left > right ? 1 : 0;
+}
+
+template <gsize n_samples>
+void snapshot_floor(benchmark::State &state) {
+  auto samples = make_samples(n_samples);
+  gsize turn = 0;
+  for (auto _ : state) {
+    benchmark::DoNotOptimize(g_get_real_time());
+    gpointer copy = g_memdup2(samples[turn++ % samples.size()].data(), n_samples * sizeof(gdouble));
+    qsort(copy, n_samples, sizeof(gdouble), compare);
+    g_free(copy);
+  }
+}
+
+// Looking metrics up and making them.
+
+const char *one_pair[] = {"host", "h1", nullptr};
+const char *two_pairs[] = {"host", "h1", "disk", "sda", nullptr};
+
+char **as_strv(const char **strings) {
+  return const_cast<char **>(strings);
+}
+
+template <auto *dimensions>
+void look_up_library(benchmark::State &state) {
+  auto *registry = registry_new();
+  vek_metric_registry_counter_new(registry, "requests", "Count", as_strv(*dimensions));
+  for (auto _ : state)
+    g_object_unref(vek_metric_registry_get_metric(registry, "requests", as_strv(*dimensions)));
+}
+
+struct FloorRegistry {
+  GRWLock lock{};
+  GHashTable *metrics = g_hash_table_new_full(g_str_hash, g_str_equal, g_free, g_object_unref);
+
+  static char *get_key(const char *name, char **dimensions) {
+    g_autofree char *joined = g_strjoinv(".", dimensions);
+    return g_strconcat(joined, ".", name, nullptr);
+  }
+};
+
+template <auto *dimensions>
+void look_up_floor(benchmark::State &state) {
+  FloorRegistry registry;
+  g_hash_table_insert(registry.metrics, FloorRegistry::get_key("requests", as_strv(*dimensions)),
+                      g_object_ref(counter));
+  for (auto _ : state) {
+    g_autofree char *key = FloorRegistry::get_key("requests", as_strv(*dimensions));
+    g_rw_lock_reader_lock(&registry.lock);
+    auto *metric = static_cast<GObject *>(g_hash_table_lookup(registry.metrics, key));
+    g_object_ref(metric);
+    g_rw_lock_reader_unlock(&registry.lock);
+    g_object_unref(metric);
+  }
+}
+
+void look_up_prometheus(benchmark::State &state) {
+  prometheus::Registry registry;
+  auto &family = prometheus::BuildCounter().Name("requests").Register(registry);
+  for (auto _ : state)
+    benchmark::DoNotOptimize(&family.Add({{"host", "h1"}}));
+}
+
+// A metric of no more than its properties, the lock and two numbers.
+struct FloorMetric {
+  GObject parent_instance;
+  GRWLock lock;
+  gint64 time;
+  gint64 count;
+  char *name;
+  char *unit;
+  char **dimensions;
+  gboolean active;
+};
+struct FloorMetricClass {
+  GObjectClass parent_class;
+};
+G_DEFINE_TYPE(FloorMetric, floor_metric, G_TYPE_OBJECT)
+
+void floor_metric_set_property(GObject *object, guint id, const GValue *value, GParamSpec *) {
+  auto *self = reinterpret_cast<FloorMetric *>(object);
+  switch (id) {
+  case 1: self->name = g_value_dup_string(value); break;
+  case 2: self->unit = g_value_dup_string(value); break;
+  case 3: self->dimensions = static_cast<char **>(g_value_dup_boxed(value)); break;
+  case 4: self->active = g_value_get_boolean(value); break;
+  }
+}
+
+void floor_metric_finalize(GObject *object) {
+  auto *self = reinterpret_cast<FloorMetric *>(object);
+  g_rw_lock_clear(&self->lock);
+  g_free(self->name);
+  g_free(self->unit);
+  g_strfreev(self->dimensions);
+  G_OBJECT_CLASS(floor_metric_parent_class)->finalize(object);
+}
+
+void floor_metric_class_init(FloorMetricClass *klass) {
+  auto *object_class = G_OBJECT_CLASS(klass);
+  object_class->set_property = floor_metric_set_property;
+  object_class->finalize = floor_metric_finalize;
+  auto only = static_cast<GParamFlags>(G_PARAM_WRITABLE | G_PARAM_CONSTRUCT_ONLY);
+  auto also = static_cast<GParamFlags>(G_PARAM_WRITABLE | G_PARAM_CONSTRUCT);
+  g_object_class_install_property(object_class, 1,
+                                  g_param_spec_string("name", "", "", nullptr, only));
+  g_object_class_install_property(object_class, 2,
+                                  g_param_spec_string("unit", "", "", nullptr, only));
+  g_object_class_install_property(object_class, 3,
+                                  g_param_spec_boxed("dimensions", "", "", G_TYPE_STRV, only));
+  g_object_class_install_property(object_class, 4,
+                                  g_param_spec_boolean("active", "", "", TRUE, also));
+}
+
+void floor_metric_init(FloorMetric *self) {
+  g_rw_lock_init(&self->lock);
+  g_rw_lock_writer_lock(&self->lock);
+  self->time = g_get_real_time();
+  g_rw_lock_writer_unlock(&self->lock);
+}
+
+FloorMetric *floor_create(FloorRegistry &registry, const char *name, const char *unit,
+                          char **dimensions) {
+  auto *created = static_cast<FloorMetric *>(g_object_new(
+      floor_metric_get_type(), "name", name, "unit", unit, "dimensions", dimensions, nullptr));
+  char *key = FloorRegistry::get_key(created->name, created->dimensions);
+  g_rw_lock_writer_lock(&registry.lock);
+  auto *stored = static_cast<FloorMetric *>(g_hash_table_lookup(registry.metrics, key));
+  if (!stored) {
+    g_hash_table_insert(registry.metrics, key, g_object_ref(created));
+    g_rw_lock_writer_unlock(&registry.lock);
+    return created;
+  }
+  g_object_ref(stored);
+  g_rw_lock_writer_unlock(&registry.lock);
+  g_free(key);
+  g_object_unref(created);
+  return stored;
+}
+
+// A batch of new names; the registry that they went into is dropped outside the measured time.
+constexpr int kBatch = 1000;
+
+std::vector<std::string> make_names() {
+  std::vector<std::string> names;
+  for (int i = 0; i < kBatch; i++)
+    names.push_back("requests" + std::to_string(i));
+  return names;
+}
+
+void create_library(benchmark::State &state) {
+  auto names = make_names();
+  while (state.KeepRunningBatch(kBatch)) {
+    auto *registry = registry_new();
+    for (const auto &name : names)
+      g_object_unref(
+          vek_metric_registry_counter_new(registry, name.c_str(), "Count", as_strv(one_pair)));
+    state.PauseTiming();
+    g_object_unref(registry);
+    state.ResumeTiming();
+  }
+}
+
+void create_floor(benchmark::State &state) {
+  auto names = make_names();
+  while (state.KeepRunningBatch(kBatch)) {
+    FloorRegistry registry;
+    for (const auto &name : names)
+      g_object_unref(floor_create(registry, name.c_str(), "Count", as_strv(one_pair)));
+    state.PauseTiming();
+    g_hash_table_unref(registry.metrics);
+    state.ResumeTiming();
+  }
+}
+
+void get_again_library(benchmark::State &state) {
+  auto *registry = registry_new();
+  auto *first = vek_metric_registry_counter_new(registry, "requests", "Count", as_strv(one_pair));
+  for (auto _ : state)
+    g_object_unref(
+        vek_metric_registry_counter_new(registry, "requests", "Count", as_strv(one_pair)));
+  g_object_unref(first);
+}
+
+void get_again_floor(benchmark::State &state) {
+  FloorRegistry registry;
+  auto *first = floor_create(registry, "requests", "Count", as_strv(one_pair));
+  for (auto _ : state)
+    g_object_unref(floor_create(registry, "requests", "Count", as_strv(one_pair)));
+  g_object_unref(first);
+}
+
+}  // namespace
+
+const std::vector<Case> cases = {
+    {"counter add/library", counter_add_library},
+    {"counter add/floor", counter_add_floor},
+    {"counter add/prometheus", counter_inc_prometheus},
+    {"counter add of two threads/library", counter_add_library, 2},
+    {"counter add of two threads/floor", counter_add_floor, 2},
+    {"gauge set/library", gauge_set_library},
+    {"gauge set/floor", gauge_set_floor},
+    {"meter mark/library", meter_mark_library},
+    {"meter mark/floor", meter_mark_floor},
+    {"meter rate/library", meter_rate_library},
+    {"meter rate/floor", meter_rate_floor},
+    {"fixed-time add/library", fixed_time_add_library},
+    {"fixed-time add/floor", fixed_time_add_floor},
+    {"histogram set/library", histogram_set_library},
+    {"histogram set/floor", histogram_set_floor},
+    {"histogram set/prometheus histogram", histogram_set_prometheus_histogram},
+    {"histogram set/prometheus summary", histogram_set_prometheus_summary},
+    {"timer set_usec/library", timer_set_usec_library},
+    {"timer set_usec/floor", timer_set_usec_floor},
+    {"timer start and stop/library", timer_start_stop_library},
+    {"timer start and stop/floor", timer_start_stop_floor},
+    {"snapshot of 60/library", snapshot_library<60>},
+    {"snapshot of 60/floor", snapshot_floor<60>},
+    {"snapshot of 2048/library", snapshot_library<2048>},
+    {"snapshot of 2048/floor", snapshot_floor<2048>},
+    {"look-up with one pair/library", look_up_library<&one_pair>},
+    {"look-up with one pair/floor", look_up_floor<&one_pair>},
+    {"look-up with one pair/prometheus", look_up_prometheus},
+    {"look-up with two pairs/library", look_up_library<&two_pairs>},
+    {"look-up with two pairs/floor", look_up_floor<&two_pairs>},
+    {"metric created/library", create_library},
+    {"metric created/floor", create_floor},
+    {"metric got again/library", get_again_library},
+    {"metric got again/floor", get_again_floor},
+};
