@@ -1,0 +1,73 @@
+"""Tests of the house rules that a tool can check, as TAP: house.py
+
+A rule whose tool is not installed is skipped.
+"""
+
+import pathlib
+import shutil
+import subprocess
+import sys
+
+ROOT = pathlib.Path(__file__).resolve().parent.parent
+CODE_FOLDERS = ('benchmarks', 'examples', 'tests', 'vekmetrics')
+CODE_SUFFIXES = ('.c', '.cpp', '.h', '.hpp')
+FORMAT_VERSION = '14'  # others break lines differently
+
+
+class Skip(Exception):
+    """Why a rule could not be checked."""
+
+
+def find_code():
+    files = (path for folder in CODE_FOLDERS for path in (ROOT / folder).rglob('*'))
+    return sorted(path for path in files if path.suffix in CODE_SUFFIXES)
+
+
+def find_scripts():
+    files = (path for folder in ('.ci', 'scripts') for path in (ROOT / folder).iterdir())
+    return sorted(path for path in files if path.read_text().startswith('#!/bin/bash\n'))
+
+
+def check(command, files):
+    """Runs a tool over files, of which there are some; returns what it complains of."""
+    assert files
+    run = subprocess.run([*command, *files], cwd=ROOT, text=True, stderr=subprocess.STDOUT,
+                         stdout=subprocess.PIPE, check=False)
+    return run.stdout if run.returncode else ''
+
+
+def code_follows_clang_format():
+    tool = f'clang-format-{FORMAT_VERSION}'
+    if not shutil.which(tool):
+        raise Skip(f'there is no {tool}')
+    return check([tool, '--dry-run', '-Werror'], find_code())
+
+
+def scripts_pass_shellcheck():
+    if not shutil.which('shellcheck'):
+        raise Skip('there is no shellcheck')
+    return check(['shellcheck'], find_scripts())
+
+
+RULES = (code_follows_clang_format, scripts_pass_shellcheck)
+
+
+def main():
+    print(f'1..{len(RULES)}')
+    failed = False
+    for number, rule in enumerate(RULES, 1):
+        name = '/house/' + rule.__name__.replace('_', '-')
+        try:
+            complaint = rule()
+        except Skip as reason:
+            print(f'ok {number} {name} # SKIP {reason}')
+            continue
+        failed = failed or bool(complaint)
+        print(f'{"not ok" if complaint else "ok"} {number} {name}')
+        for line in complaint.splitlines():
+            print('#', line)
+    return int(failed)
+
+
+if __name__ == '__main__':
+    sys.exit(main())

@@ -1,0 +1,57 @@
+"""Tests of scripts/tally."""
+
+import json
+import pathlib
+import subprocess
+import tempfile
+import unittest
+
+TALLY = pathlib.Path(__file__).resolve().parent.parent / 'scripts' / 'tally'
+
+# What a program printed, how Meson judged it, and what the tally says.
+ROWS = (
+    ('tap programs count by their tests',
+     '1..2\nok 1 /a/b\nok 2 /a/c\n', 'OK', '2 passed, 0 failed\n'),
+    ('a failed test is one failure',
+     '1..2\nok 1 /a/b\nnot ok 2 /a/c - why\n', 'FAIL', '1 passed, 1 failed\n'),
+    ('a program that crashes between tests has failed',
+     '1..2\nok 1 /a/b\n', 'ERROR', '1 passed, 1 failed\n'),
+    ('a program that hangs has failed',
+     '1..2\n', 'TIMEOUT', '0 passed, 1 failed\n'),
+    ('other programs count as one',
+     'okay so far\nokay still\n  not ok\n', 'OK', '1 passed, 0 failed\n'),
+    ('other programs fail as one',
+     None, 'FAIL', '0 passed, 1 failed\n'),
+    ('skipped tests are named and not counted',
+     '1..2\nok 1 /a/b\nok 2 /a/c # SKIP no tool\n', 'OK',
+     'skipped program: /a/c: no tool\n1 passed, 0 failed\n'),
+    ('skipped programs are named and not counted',
+     '', 'SKIP', 'skipped program\n0 passed, 0 failed\n'),
+)
+
+
+class Tally(unittest.TestCase):
+    def tally(self, *runs):
+        with tempfile.NamedTemporaryFile('w', suffix='.json') as log:
+            for stdout, result in runs:
+                run = {'name': 'program', 'result': result, 'stdout': stdout}
+                print(json.dumps(run), file=log, flush=True)
+            run = subprocess.run([TALLY, log.name], stdout=subprocess.PIPE, text=True, check=False)
+        return run.stdout, run.returncode
+
+    def test_rows(self):
+        for sentence, stdout, result, printed in ROWS:
+            with self.subTest(sentence):
+                self.assertEqual(self.tally((stdout, result))[0], printed)
+
+    def test_runs_are_summed_up(self):
+        self.assertEqual(self.tally(('ok 1 /a\n', 'OK'), ('', 'OK'), ('not ok 1 /b\n', 'FAIL')),
+                         ('2 passed, 1 failed\n', 1))
+
+    def test_only_passing_is_a_success(self):
+        self.assertEqual(self.tally(('', 'OK')), ('1 passed, 0 failed\n', 0))
+        self.assertEqual(self.tally(), ('0 passed, 0 failed\n', 1))
+
+
+if __name__ == '__main__':
+    unittest.main()
