@@ -1,9 +1,10 @@
-"""Tests of the house rules that a tool can check, as TAP: house.py
+"""Tests of the house rules that a tool can check, as TAP: house.py HELLO
 
-A rule whose tool is not installed is skipped.
+HELLO is the program that examples/hello.c becomes. A rule whose tool is not installed is skipped.
 """
 
 import pathlib
+import re
 import shutil
 import subprocess
 import sys
@@ -49,7 +50,25 @@ def scripts_pass_shellcheck():
     return check(['shellcheck'], find_scripts())
 
 
-RULES = (code_follows_clang_format, scripts_pass_shellcheck)
+def quotes(language):
+    """The quoted blocks of README.md that are marked with the language."""
+    text = (ROOT / 'README.md').read_text(encoding='utf-8')
+    return re.findall(rf'^```{language}\n(.*?)^```$', text, re.MULTILINE | re.DOTALL)
+
+
+def readme_quotes_hello():
+    hello = (ROOT / 'examples' / 'hello.c').read_text(encoding='utf-8')
+    return '' if quotes('c') == [hello] else 'README.md and examples/hello.c differ'
+
+
+def readme_shows_what_hello_prints():
+    printed = subprocess.run([HELLO], check=True, stdout=subprocess.PIPE, text=True).stdout
+    return '' if printed in quotes('text') else f'README.md does not show:\n{printed}'
+
+
+HELLO = sys.argv[1]
+RULES = (code_follows_clang_format, scripts_pass_shellcheck, readme_quotes_hello,
+         readme_shows_what_hello_prints)
 
 
 def main():
