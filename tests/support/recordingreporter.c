@@ -54,7 +54,13 @@ static void recording_reporter_process_value(VekMetricReporter *reporter, const 
 
 static void recording_reporter_process_timeline_samples(VekMetricReporter *reporter,
                                                         const gchar *name, GSList *samples) {
-  record_call(reporter, "timeline %s %u", name, g_slist_length(samples));
+  g_autoptr(GString) ranges = g_string_new(NULL);
+  for (GSList *node = samples; node; node = node->next) {
+    const VekMetricRange *range = node->data;
+    g_string_append_printf(ranges, "%s%d:%" G_GINT64_FORMAT "-%" G_GINT64_FORMAT,
+                           node == samples ? "" : " ", range->id, range->start, range->end);
+  }
+  record_call(reporter, "timeline %s [%s]", name, ranges->str);
 }
 
 static void recording_reporter_process_aggregated(VekMetricReporter *reporter, const gchar *name,

@@ -15,7 +15,7 @@ G_DECLARE_FINAL_TYPE(RecordingReporter, recording_reporter, RECORDING, REPORTER,
  *   a count requests host,h1 Count 1000 42
  *   a value load - - 1000 0.25
  *   a aggregated latency - Seconds 1000 n=3 sum=6 min=1 max=3
- *   a timeline render 2
+ *   a timeline render [2:300-420 1:100-250]
  *   a flush
  *
  * "-" stands for a NULL vector or unit, "()" for an empty vector and "''" for an empty unit. */
