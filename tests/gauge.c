@@ -1,0 +1,588 @@
+/* Tests of VekMetricGauge. Where there are intervals, they last 100 µs. */
+
+#include "support/fakeclock.h"
+#include "support/logcapture.h"
+#include "support/modeltest.h"
+#include "support/recordingreporter.h"
+#include "support/scene.h"
+
+static VekMetricGauge *gauge_new(Scene *scene, gint64 interval) {
+  return vek_metric_registry_gauge_new(scene->registry, "load", NULL, interval, NULL);
+}
+
+/* Real time alone matters to a gauge. */
+static void set_time(gint64 now) {
+  fake_clock_set(now, 1);
+}
+
+static void set_at(gint64 now, VekMetricGauge *gauge, gdouble value) {
+  set_time(now);
+  vek_metric_gauge_set_value(gauge, value);
+}
+
+static void add_at(gint64 now, VekMetricGauge *gauge, gdouble value) {
+  set_time(now);
+  vek_metric_gauge_add_value(gauge, value);
+}
+
+static void assert_value_at(gint64 now, VekMetricGauge *gauge, gdouble value, gint64 stamp) {
+  gint64 time = -1;
+  set_time(now);
+  g_assert_cmpfloat(vek_metric_gauge_get_value(gauge, &time), ==, value);
+  g_assert_cmpint(time, ==, stamp);
+}
+
+static void assert_report_at(gint64 now, Scene *scene, const char *lines) {
+  set_time(now);
+  scene_report(scene);
+  assert_recorded(scene->record, lines);
+}
+
+static void never_set_gauge_reports_nothing_and_reads_zero_with_stamp_zero(void) {
+  static const gint64 intervals[] = {0, 100};
+  for (gsize i = 0; i < G_N_ELEMENTS(intervals); i++) {
+    g_autoptr(Scene) scene = scene_new();
+    g_autoptr(VekMetricGauge) gauge = gauge_new(scene, intervals[i]);
+    assert_value_at(1050, gauge, 0.0, 0);
+    assert_report_at(1150, scene, "a flush\n");
+    g_assert_cmpint(vek_metric_gauge_get_last_change_time(gauge), ==, 0);
+  }
+}
+
+static void without_interval_every_pass_reports_the_current_value_and_time(void) {
+  g_autoptr(Scene) scene = scene_new();
+  char *dimensions[] = {"host", "h1", NULL};
+  g_autoptr(VekMetricGauge) gauge =
+      vek_metric_registry_gauge_new(scene->registry, "load", "Percent", 0, dimensions);
+
+  set_at(1000, gauge, 2.5);
+  assert_report_at(2000, scene,
+                   "a value load host,h1 Percent 2000 2.5\n"
+                   "a flush\n");
+  assert_report_at(3000, scene,
+                   "a value load host,h1 Percent 3000 2.5\n"
+                   "a flush\n");
+  add_at(3500, gauge, -4);
+  assert_report_at(4000, scene,
+                   "a value load host,h1 Percent 4000 -1.5\n"
+                   "a flush\n");
+  assert_value_at(5000, gauge, -1.5, 5000);
+}
+
+static void gauge_set_in_one_interval_is_reported_once_in_the_next(void) {
+  g_autoptr(Scene) scene = scene_new();
+  g_autoptr(VekMetricGauge) gauge = gauge_new(scene, 100);
+
+  set_at(1050, gauge, 1.5);
+  assert_report_at(1120, scene,
+                   "a value load - - 1100 1.5\n"
+                   "a flush\n");
+  assert_report_at(1199, scene, "a flush\n");
+}
+
+static void gauge_first_set_and_reported_in_one_interval_reports_zero_first(void) {
+  g_autoptr(Scene) scene = scene_new();
+  g_autoptr(VekMetricGauge) gauge = gauge_new(scene, 100);
+
+  set_at(1050, gauge, 7);
+  assert_report_at(1060, scene,
+                   "a value load - - 1000 0\n"
+                   "a flush\n");
+  assert_report_at(1110, scene,
+                   "a value load - - 1100 7\n"
+                   "a flush\n");
+}
+
+static void value_that_stood_when_the_interval_began_is_reported(void) {
+  g_autoptr(Scene) scene = scene_new();
+  g_autoptr(VekMetricGauge) gauge = gauge_new(scene, 100);
+
+  set_at(1050, gauge, 1);
+  set_at(1070, gauge, 2);
+  set_at(1100, gauge, 3);
+  set_at(1110, gauge, 4);
+  assert_report_at(1120, scene,
+                   "a value load - - 1100 2\n"
+                   "a flush\n");
+}
+
+static void gauge_unchanged_for_two_intervals_reports_nothing(void) {
+  g_autoptr(Scene) scene = scene_new();
+  g_autoptr(VekMetricGauge) gauge = gauge_new(scene, 100);
+
+  set_at(1099, gauge, 1.5);
+  assert_report_at(1200, scene, "a flush\n");
+  assert_value_at(1200, gauge, 0.0, 0);
+
+  /* The gauge is not lost: the value is still there. */
+  add_at(1250, gauge, 1);
+  assert_report_at(1300, scene,
+                   "a value load - - 1300 2.5\n"
+                   "a flush\n");
+}
+
+static void change_a_whole_interval_before_a_boundary_is_too_old_for_it(void) {
+  g_autoptr(Scene) scene = scene_new();
+  g_autoptr(VekMetricGauge) gauge = gauge_new(scene, 100);
+
+  set_at(1000, gauge, 1.5);
+  assert_value_at(1100, gauge, 0.0, 0);
+  assert_report_at(1100, scene, "a flush\n");
+
+  set_at(1201, gauge, 2.5);
+  assert_value_at(1300, gauge, 2.5, 1300);
+  assert_report_at(1300, scene,
+                   "a value load - - 1300 2.5\n"
+                   "a flush\n");
+}
+
+static void added_values_are_reported_as_the_sum_of_the_interval(void) {
+  g_autoptr(Scene) scene = scene_new();
+  g_autoptr(VekMetricGauge) gauge = gauge_new(scene, 100);
+
+  add_at(1010, gauge, 1);
+  add_at(1020, gauge, 2);
+  add_at(1110, gauge, 4);
+  assert_report_at(1120, scene,
+                   "a value load - - 1100 3\n"
+                   "a flush\n");
+  add_at(1130, gauge, 8);
+  add_at(1210, gauge, 16);
+  assert_report_at(1220, scene,
+                   "a value load - - 1200 12\n"
+                   "a flush\n");
+  assert_report_at(1310, scene,
+                   "a value load - - 1300 16\n"
+                   "a flush\n");
+}
+
+static void sum_carries_on_when_a_report_rolled_first(void) {
+  g_autoptr(Scene) scene = scene_new();
+  g_autoptr(VekMetricGauge) gauge = gauge_new(scene, 100);
+
+  add_at(1010, gauge, 3);
+  assert_report_at(1110, scene,
+                   "a value load - - 1100 3\n"
+                   "a flush\n");
+  add_at(1120, gauge, 4);
+  assert_value_at(1210, gauge, 7, 1200);
+}
+
+static void sum_carries_on_when_a_read_rolled_first(void) {
+  g_autoptr(Scene) scene = scene_new();
+  g_autoptr(VekMetricGauge) gauge = gauge_new(scene, 100);
+
+  add_at(1010, gauge, 3);
+  assert_value_at(1110, gauge, 3, 1100);
+  add_at(1120, gauge, 4);
+  assert_value_at(1210, gauge, 7, 1200);
+}
+
+static void sum_carries_on_when_a_set_rolled_first(void) {
+  g_autoptr(Scene) scene = scene_new();
+  g_autoptr(VekMetricGauge) gauge = gauge_new(scene, 100);
+
+  add_at(1010, gauge, 3);
+  set_at(1110, gauge, 10);
+  add_at(1120, gauge, 4);
+  assert_value_at(1130, gauge, 3, 1100);
+  assert_value_at(1210, gauge, 14, 1200);
+}
+
+static void boundaries_are_multiples_of_the_interval_since_the_epoch(void) {
+  g_autoptr(Scene) scene = scene_new();
+  set_time(1037);
+  g_autoptr(VekMetricGauge) gauge = gauge_new(scene, 100);
+
+  set_at(1037, gauge, 1);
+  assert_report_at(1099, scene,
+                   "a value load - - 1000 0\n"
+                   "a flush\n");
+  assert_report_at(1100, scene,
+                   "a value load - - 1100 1\n"
+                   "a flush\n");
+}
+
+static void report_to_nobody_rolls_and_counts_as_the_boundary_reported(void) {
+  g_autoptr(Scene) scene = scene_new();
+  g_autoptr(VekMetricGauge) gauge = gauge_new(scene, 100);
+
+  set_at(1050, gauge, 3);
+  set_time(1110);
+  report_to(gauge, NULL);
+  assert_report_at(1120, scene, "a flush\n");
+
+  add_at(1130, gauge, 4);
+  assert_report_at(1200, scene,
+                   "a value load - - 1200 7\n"
+                   "a flush\n");
+}
+
+static void reading_repeats_and_leaves_the_boundary_to_the_report(void) {
+  g_autoptr(Scene) scene = scene_new();
+  g_autoptr(VekMetricGauge) gauge = gauge_new(scene, 100);
+
+  set_at(1050, gauge, 3);
+  assert_value_at(1110, gauge, 3, 1100);
+  assert_value_at(1120, gauge, 3, 1100);
+  assert_report_at(1130, scene,
+                   "a value load - - 1100 3\n"
+                   "a flush\n");
+  assert_value_at(1140, gauge, 3, 1100);
+}
+
+static void time_of_the_value_may_be_ignored(void) {
+  g_autoptr(Scene) scene = scene_new();
+  g_autoptr(VekMetricGauge) gauge = gauge_new(scene, 0);
+
+  set_at(1000, gauge, 3);
+  g_assert_cmpfloat(vek_metric_gauge_get_value(gauge, NULL), ==, 3);
+}
+
+static void sets_and_adds_alone_are_changes(void) {
+  g_autoptr(Scene) scene = scene_new();
+  g_autoptr(VekMetricGauge) gauge = gauge_new(scene, 100);
+
+  set_at(1050, gauge, 1);
+  g_assert_cmpint(vek_metric_gauge_get_last_change_time(gauge), ==, 1050);
+  add_at(1060, gauge, 0);
+  g_assert_cmpint(vek_metric_gauge_get_last_change_time(gauge), ==, 1060);
+  assert_value_at(1110, gauge, 1, 1100);
+  assert_report_at(1120, scene,
+                   "a value load - - 1100 1\n"
+                   "a flush\n");
+  g_assert_cmpint(vek_metric_gauge_get_last_change_time(gauge), ==, 1060);
+}
+
+static void largest_interval_does_not_overflow(void) {
+  g_autoptr(Scene) scene = scene_new();
+  g_autoptr(VekMetricGauge) gauge = gauge_new(scene, G_MAXINT64);
+
+  set_at(G_MAXINT64 - 1, gauge, 3);
+  assert_value_at(G_MAXINT64, gauge, 3, G_MAXINT64);
+  assert_report_at(G_MAXINT64, scene,
+                   "a value load - - 9223372036854775807 3\n"
+                   "a flush\n");
+}
+
+static void negative_interval_is_refused_and_leaves_none(void) {
+  g_autoptr(Scene) scene = scene_new();
+  g_autoptr(VekMetricGauge) gauge = gauge_new(scene, -1);
+  assert_logged("GLib-GObject", G_LOG_LEVEL_WARNING,
+                "value \"-1\" of type 'gint64' is invalid or out of range for property 'interval' "
+                "of type 'gint64'");
+
+  set_at(1050, gauge, 3);
+  assert_report_at(1060, scene,
+                   "a value load - - 1060 3\n"
+                   "a flush\n");
+}
+
+static void change_from_reporter(VekMetricReporter *reporter, gpointer gauge) {
+  (void)reporter;
+  vek_metric_gauge_add_value(gauge, 1);
+}
+
+static void reporter_may_use_the_gauge(void) {
+  g_autoptr(Scene) scene = scene_new();
+  g_autoptr(VekMetricGauge) gauge = gauge_new(scene, 0);
+  vek_metric_gauge_set_value(gauge, 1);
+
+  recording_reporter_set_callback(RECORDING_REPORTER(scene->reporter), change_from_reporter, gauge);
+  assert_report_at(1000, scene,
+                   "a value load - - 1000 1\n"
+                   "a flush\n");
+  /* Twice: the flush was a call too. */
+  assert_value_at(2000, gauge, 3, 2000);
+}
+
+static void property_is_the_interval(void) {
+  GParamSpecInt64 *pspec =
+      G_PARAM_SPEC_INT64(assert_construct_only_property(VEK_TYPE_METRIC_GAUGE, "interval"));
+  g_assert_cmpint(pspec->minimum, ==, 0);
+  g_assert_cmpint(pspec->maximum, ==, G_GINT64_CONSTANT(9223372036854775807));
+  g_assert_cmpint(pspec->default_value, ==, 0);
+
+  g_autoptr(Scene) scene = scene_new();
+  g_autoptr(VekMetricGauge) gauge = gauge_new(scene, 100);
+  gint64 interval;
+  g_object_get(gauge, "interval", &interval, NULL);
+  g_assert_cmpint(interval, ==, 100);
+  assert_unknown_property_warns(gauge);
+}
+
+static void failed_checks_do_nothing(void) {
+  g_autoptr(Scene) scene = scene_new();
+  g_autoptr(VekMetricCounter) counter =
+      vek_metric_registry_counter_new(scene->registry, "requests", NULL, NULL);
+  /* An object of another kind is not a gauge. */
+  gpointer others[] = {NULL, counter};
+
+  for (gsize i = 0; i < G_N_ELEMENTS(others); i++) {
+    vek_metric_gauge_set_value(others[i], 1);
+    assert_failed_check("vek_metric_gauge_set_value", "VEK_IS_METRIC_GAUGE(gauge)");
+    vek_metric_gauge_add_value(others[i], 1);
+    assert_failed_check("vek_metric_gauge_add_value", "VEK_IS_METRIC_GAUGE(gauge)");
+    gint64 time = 99;
+    g_assert_cmpfloat(vek_metric_gauge_get_value(others[i], &time), ==, 0.0);
+    assert_failed_check("vek_metric_gauge_get_value", "VEK_IS_METRIC_GAUGE(gauge)");
+    g_assert_cmpint(time, ==, 99);
+    g_assert_cmpint(vek_metric_gauge_get_last_change_time(others[i]), ==, 0);
+    assert_failed_check("vek_metric_gauge_get_last_change_time", "VEK_IS_METRIC_GAUGE(gauge)");
+  }
+}
+
+static void constructor_checks_registry_and_name(void) {
+  g_autoptr(Scene) scene = scene_new();
+  g_assert_null(vek_metric_registry_gauge_new(NULL, "load", NULL, 0, NULL));
+  assert_failed_check("vek_metric_registry_gauge_new", "VEK_IS_METRIC_REGISTRY(registry)");
+  g_assert_null(vek_metric_registry_gauge_new(scene->registry, NULL, NULL, 0, NULL));
+  assert_failed_check("vek_metric_registry_gauge_new", "name != NULL");
+}
+
+static void existing_gauge_keeps_its_own_interval(void) {
+  g_autoptr(Scene) scene = scene_new();
+  g_autoptr(VekMetricGauge) gauge = gauge_new(scene, 100);
+  g_autoptr(VekMetricGauge) again = gauge_new(scene, 500);
+  g_assert_true(again == gauge);
+
+  set_at(1050, gauge, 3);
+  assert_value_at(1110, gauge, 3, 1100);
+}
+
+static void metric_of_another_kind_is_returned_with_a_warning(void) {
+  g_autoptr(Scene) scene = scene_new();
+  g_autoptr(VekMetricCounter) counter =
+      vek_metric_registry_counter_new(scene->registry, "load", NULL, NULL);
+  g_autoptr(GObject) returned = (gpointer)gauge_new(scene, 0);
+  assert_invalid_cast("VekMetricCounter", "VekMetricGauge");
+  g_assert_true(returned == (gpointer)counter);
+}
+
+/* The model thinks in boundaries: the one that was last noticed, the value that stood then, and the
+ * one that was last reported. */
+typedef struct {
+  Scene *scene;
+  VekMetricGauge *gauge;
+  gint64 interval;
+  gint64 now;
+  gint64 changed;
+  gdouble value;
+  gint64 boundary;
+  gdouble stood;
+  gint64 reported;
+} GaugeModel;
+
+enum { ADVANCE, ADVANCE_TO_BOUNDARY, SET, ADD, READ, REPORT, REPORT_TO_NOBODY, N_KINDS };
+
+static gpointer begin_model(GRand *random) {
+  static const gint64 intervals[] = {0, 1, 2, 7, 100, 1000000};
+  GaugeModel *model = g_new0(GaugeModel, 1);
+  model->scene = scene_new();
+  model->interval = intervals[g_rand_int_range(random, 0, G_N_ELEMENTS(intervals))];
+  model->gauge = gauge_new(model->scene, model->interval);
+  model->now = g_rand_int_range(random, 1, 300);
+  set_time(model->now);
+  return model;
+}
+
+static void end_model(gpointer subject) {
+  GaugeModel *model = subject;
+  g_object_unref(model->gauge);
+  scene_free(model->scene);
+  g_free(model);
+}
+
+static void draw_operation(GRand *random, ModelOperation *operation) {
+  operation->kind = g_rand_int_range(random, 0, N_KINDS);
+  operation->number = g_rand_int_range(random, 0, 4) * g_rand_int_range(random, 0, 100);
+  operation->value = g_rand_int_range(random, -8, 9) / 4.0;
+}
+
+static char *describe_operation(const ModelOperation *operation) {
+  static const char *const names[] = {"advance", "advance to boundary", "set", "add", "read",
+                                      "report",  "report to nobody"};
+  return g_strdup_printf("%s number=%" G_GINT64_FORMAT " value=%g", names[operation->kind],
+                         operation->number, operation->value);
+}
+
+/* Whether a boundary was passed that nobody had noticed. */
+static gboolean notice_boundary(GaugeModel *model) {
+  if (model->interval == 0)
+    return FALSE;
+  gint64 boundary = model->now - model->now % model->interval;
+  if (boundary == model->boundary)
+    return FALSE;
+  model->stood = model->value;
+  model->boundary = boundary;
+  return TRUE;
+}
+
+static void expect_pair(GaugeModel *model, gdouble *value, gint64 *stamp) {
+  *value = 0.0;
+  *stamp = 0;
+  if (model->changed == 0)
+    return;
+  notice_boundary(model);
+  if (model->interval == 0) {
+    *value = model->value;
+    *stamp = model->now;
+  } else if (model->boundary - model->changed < model->interval) {
+    *value = model->stood;
+    *stamp = model->boundary;
+  }
+}
+
+static char *expect_report(GaugeModel *model) {
+  gdouble value;
+  gint64 stamp;
+  expect_pair(model, &value, &stamp);
+  if (stamp == 0 || (model->interval > 0 && stamp == model->reported))
+    return g_strdup("");
+  model->reported = stamp;
+  return g_strdup_printf("a value load - - %" G_GINT64_FORMAT " %.17g\n", stamp, value);
+}
+
+static char *compare_read(GaugeModel *model) {
+  gdouble value;
+  gint64 stamp;
+  expect_pair(model, &value, &stamp);
+  gint64 read_stamp;
+  gdouble read = vek_metric_gauge_get_value(model->gauge, &read_stamp);
+  if (read == value && read_stamp == stamp)
+    return NULL;
+  return g_strdup_printf("read %.17g at %" G_GINT64_FORMAT ", not %.17g at %" G_GINT64_FORMAT, read,
+                         read_stamp, value, stamp);
+}
+
+static char *compare_report(GaugeModel *model) {
+  g_autofree char *line = expect_report(model);
+  g_autofree char *expected = g_strconcat(line, "a flush\n", NULL);
+  scene_report(model->scene);
+  if (g_str_equal(model->scene->record->str, expected)) {
+    g_string_truncate(model->scene->record, 0);
+    return NULL;
+  }
+  return g_strdup_printf("reported '%s', not '%s'", model->scene->record->str, expected);
+}
+
+static char *apply_operation(gpointer subject, const ModelOperation *operation) {
+  GaugeModel *model = subject;
+  g_autofree char *difference = NULL;
+
+  switch (operation->kind) {
+  case ADVANCE: model->now += operation->number; break;
+  case ADVANCE_TO_BOUNDARY:
+    if (model->interval > 0)
+      model->now += model->interval - model->now % model->interval;
+    break;
+  case SET:
+    notice_boundary(model);
+    model->value = operation->value;
+    model->changed = model->now;
+    vek_metric_gauge_set_value(model->gauge, operation->value);
+    break;
+  case ADD:
+    if (notice_boundary(model))
+      model->value = 0.0;
+    model->value += operation->value;
+    model->changed = model->now;
+    vek_metric_gauge_add_value(model->gauge, operation->value);
+    break;
+  case READ: difference = compare_read(model); break;
+  case REPORT: difference = compare_report(model); break;
+  case REPORT_TO_NOBODY:
+    g_free(expect_report(model));
+    report_to(model->gauge, NULL);
+    break;
+  }
+  set_time(model->now);
+
+  gint64 changed = vek_metric_gauge_get_last_change_time(model->gauge);
+  if (!difference && changed != model->changed)
+    return g_strdup_printf("changed at %" G_GINT64_FORMAT ", not %" G_GINT64_FORMAT, changed,
+                           model->changed);
+  return g_steal_pointer(&difference);
+}
+
+static void random_histories_agree_with_a_model(void) {
+  static const ModelTest test = {begin_model, draw_operation, apply_operation, end_model,
+                                 describe_operation};
+  model_test_run(&test, 50000);
+}
+
+enum { N_THREADS = 4, N_ADDS = 5000 };
+
+typedef struct {
+  Scene *scene;
+  VekMetricGauge *gauge;
+} Threaded;
+
+static void add_many(guint thread, gpointer data) {
+  (void)thread;
+  Threaded *threaded = data;
+  for (guint i = 0; i < N_ADDS; i++)
+    vek_metric_gauge_add_value(threaded->gauge, 1);
+}
+
+static void report_threaded(gpointer data) {
+  Threaded *threaded = data;
+  scene_report(threaded->scene);
+}
+
+static void threads_lose_no_addition(void) {
+  g_autoptr(Scene) scene = scene_new();
+  g_autoptr(VekMetricGauge) gauge = gauge_new(scene, 0);
+  Threaded threaded = {scene, gauge};
+  run_threads(N_THREADS, add_many, report_threaded, &threaded);
+  assert_value_at(1000, gauge, 20000, 1000);
+}
+
+int main(int argc, char **argv) {
+  g_test_init(&argc, &argv, NULL);
+  log_capture_init();
+
+  add_test("/gauge/never-set-gauge-reports-nothing-and-reads-zero-with-stamp-zero",
+           never_set_gauge_reports_nothing_and_reads_zero_with_stamp_zero);
+  add_test("/gauge/without-interval-every-pass-reports-the-current-value-and-time",
+           without_interval_every_pass_reports_the_current_value_and_time);
+  add_test("/gauge/gauge-set-in-one-interval-is-reported-once-in-the-next",
+           gauge_set_in_one_interval_is_reported_once_in_the_next);
+  add_test("/gauge/gauge-first-set-and-reported-in-one-interval-reports-zero-first",
+           gauge_first_set_and_reported_in_one_interval_reports_zero_first);
+  add_test("/gauge/value-that-stood-when-the-interval-began-is-reported",
+           value_that_stood_when_the_interval_began_is_reported);
+  add_test("/gauge/gauge-unchanged-for-two-intervals-reports-nothing",
+           gauge_unchanged_for_two_intervals_reports_nothing);
+  add_test("/gauge/change-a-whole-interval-before-a-boundary-is-too-old-for-it",
+           change_a_whole_interval_before_a_boundary_is_too_old_for_it);
+  add_test("/gauge/added-values-are-reported-as-the-sum-of-the-interval",
+           added_values_are_reported_as_the_sum_of_the_interval);
+  add_test("/gauge/sum-carries-on-when-a-report-rolled-first",
+           sum_carries_on_when_a_report_rolled_first);
+  add_test("/gauge/sum-carries-on-when-a-read-rolled-first",
+           sum_carries_on_when_a_read_rolled_first);
+  add_test("/gauge/sum-carries-on-when-a-set-rolled-first", sum_carries_on_when_a_set_rolled_first);
+  add_test("/gauge/boundaries-are-multiples-of-the-interval-since-the-epoch",
+           boundaries_are_multiples_of_the_interval_since_the_epoch);
+  add_test("/gauge/report-to-nobody-rolls-and-counts-as-the-boundary-reported",
+           report_to_nobody_rolls_and_counts_as_the_boundary_reported);
+  add_test("/gauge/reading-repeats-and-leaves-the-boundary-to-the-report",
+           reading_repeats_and_leaves_the_boundary_to_the_report);
+  add_test("/gauge/time-of-the-value-may-be-ignored", time_of_the_value_may_be_ignored);
+  add_test("/gauge/sets-and-adds-alone-are-changes", sets_and_adds_alone_are_changes);
+  add_test("/gauge/largest-interval-does-not-overflow", largest_interval_does_not_overflow);
+  add_test("/gauge/negative-interval-is-refused-and-leaves-none",
+           negative_interval_is_refused_and_leaves_none);
+  add_test("/gauge/reporter-may-use-the-gauge", reporter_may_use_the_gauge);
+  add_test("/gauge/property-is-the-interval", property_is_the_interval);
+  add_test("/gauge/failed-checks-do-nothing", failed_checks_do_nothing);
+  add_test("/gauge/constructor-checks-registry-and-name", constructor_checks_registry_and_name);
+  add_test("/gauge/existing-gauge-keeps-its-own-interval", existing_gauge_keeps_its_own_interval);
+  add_test("/gauge/metric-of-another-kind-is-returned-with-a-warning",
+           metric_of_another_kind_is_returned_with_a_warning);
+  add_test("/gauge/random-histories-agree-with-a-model", random_histories_agree_with_a_model);
+  add_test("/gauge/threads-lose-no-addition", threads_lose_no_addition);
+
+  return g_test_run();
+}
