@@ -513,28 +513,30 @@ static void random_histories_agree_with_a_model(void) {
 
 enum { N_THREADS = 4, N_ADDS = 5000 };
 
-typedef struct {
-  Scene *scene;
-  VekMetricGauge *gauge;
-} Threaded;
-
-static void add_many(guint thread, gpointer data) {
+static void add_many(guint thread, gpointer gauge) {
   (void)thread;
-  Threaded *threaded = data;
   for (guint i = 0; i < N_ADDS; i++)
-    vek_metric_gauge_add_value(threaded->gauge, 1);
+    vek_metric_gauge_add_value(gauge, 1);
 }
 
-static void report_threaded(gpointer data) {
-  Threaded *threaded = data;
-  scene_report(threaded->scene);
+static void set_and_read_many(guint thread, gpointer gauge) {
+  (void)thread;
+  for (guint i = 0; i < N_ADDS; i++) {
+    vek_metric_gauge_set_value(gauge, i);
+    vek_metric_gauge_get_value(gauge, NULL);
+  }
+}
+
+static void threads_set_and_read_one_at_a_time(void) {
+  g_autoptr(Scene) scene = scene_new();
+  g_autoptr(VekMetricGauge) gauge = gauge_new(scene, 100);
+  g_assert_cmpuint(scene_run_threads(scene, N_THREADS, set_and_read_many, gauge), ==, 0);
 }
 
 static void threads_lose_no_addition(void) {
   g_autoptr(Scene) scene = scene_new();
   g_autoptr(VekMetricGauge) gauge = gauge_new(scene, 0);
-  Threaded threaded = {scene, gauge};
-  run_threads(N_THREADS, add_many, report_threaded, &threaded);
+  g_assert_cmpuint(scene_run_threads(scene, N_THREADS, add_many, gauge), ==, 0);
   assert_value_at(1000, gauge, 20000, 1000);
 }
 
@@ -582,6 +584,7 @@ int main(int argc, char **argv) {
   add_test("/gauge/metric-of-another-kind-is-returned-with-a-warning",
            metric_of_another_kind_is_returned_with_a_warning);
   add_test("/gauge/random-histories-agree-with-a-model", random_histories_agree_with_a_model);
+  add_test("/gauge/threads-set-and-read-one-at-a-time", threads_set_and_read_one_at_a_time);
   add_test("/gauge/threads-lose-no-addition", threads_lose_no_addition);
 
   return g_test_run();

@@ -20,6 +20,9 @@ void fake_clock_set_step(gint64 microseconds);
 guint fake_clock_get_real_readings(void);
 guint fake_clock_get_monotonic_readings(void);
 
+/* Called at each reading, on the thread that reads, after it was taken; NULL for none. */
+void fake_clock_set_hook(void (*hook)(void));
+
 /* The arguments of the last g_timeout_add_seconds(), and how often it was called at all. The call
  * goes on to GLib. */
 guint fake_clock_get_timeout_seconds(void);

@@ -1,5 +1,6 @@
 #include "scene.h"
 
+#include "fakeclock.h"
 #include "logcapture.h"
 #include "recordingreporter.h"
 
@@ -59,6 +60,17 @@ void assert_unknown_property_warns(gpointer object) {
   assert_logged_like("VEK:metrics", G_LOG_LEVEL_WARNING, pattern);
 }
 
+static gint n_readers;
+static guint n_overlaps;
+
+/* Lets others run while a clock is read, so that they meet if no lock keeps them apart. */
+static void count_overlap(void) {
+  if (g_atomic_int_add(&n_readers, 1) > 0)
+    g_atomic_int_inc(&n_overlaps);
+  g_thread_yield();
+  g_atomic_int_add(&n_readers, -1);
+}
+
 typedef struct {
   void (*work)(guint thread, gpointer data);
   gpointer data;
@@ -76,14 +88,16 @@ static gpointer run_worker(gpointer data) {
   return NULL;
 }
 
-void run_threads(guint n, void (*work)(guint thread, gpointer data),
-                 void (*meanwhile)(gpointer data), gpointer data) {
+guint run_threads(guint n, void (*work)(guint thread, gpointer data),
+                  void (*meanwhile)(gpointer data), gpointer data) {
   GMutex gate;
   g_mutex_init(&gate);
   gint n_done = 0;
   g_autofree Worker *workers = g_new(Worker, n);
   g_autofree GThread **threads = g_new(GThread *, n);
 
+  n_overlaps = 0;
+  fake_clock_set_hook(count_overlap);
   g_mutex_lock(&gate);
   for (guint i = 0; i < n; i++) {
     workers[i] = (Worker){work, data, &gate, &n_done, i};
@@ -96,5 +110,29 @@ void run_threads(guint n, void (*work)(guint thread, gpointer data),
   for (guint i = 0; i < n; i++)
     g_thread_join(threads[i]);
   meanwhile(data);
+  fake_clock_set_hook(NULL);
   g_mutex_clear(&gate);
+  return n_overlaps;
+}
+
+typedef struct {
+  Scene *scene;
+  void (*work)(guint thread, gpointer metric);
+  gpointer metric;
+} Traffic;
+
+static void use_metric(guint thread, gpointer data) {
+  const Traffic *traffic = data;
+  traffic->work(thread, traffic->metric);
+}
+
+static void report_meanwhile(gpointer data) {
+  const Traffic *traffic = data;
+  scene_report(traffic->scene);
+}
+
+guint scene_run_threads(Scene *scene, guint n, void (*work)(guint thread, gpointer metric),
+                        gpointer metric) {
+  Traffic traffic = {scene, work, metric};
+  return run_threads(n, use_metric, report_meanwhile, &traffic);
 }

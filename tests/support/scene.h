@@ -35,8 +35,15 @@ GParamSpec *assert_construct_only_property(GType type, const char *name);
 void assert_unknown_property_warns(gpointer object);
 
 /* Runs work(0, data) to work(n - 1, data) on threads that begin together, calls meanwhile(data) in
- * this thread until they are all done, and once more after that. */
-void run_threads(guint n, void (*work)(guint thread, gpointer data),
-                 void (*meanwhile)(gpointer data), gpointer data);
+ * this thread until they are all done, and once more after that.
+ *
+ * Returns how often a thread read a clock while another one was at it: never, if all read it under
+ * one lock. */
+guint run_threads(guint n, void (*work)(guint thread, gpointer data),
+                  void (*meanwhile)(gpointer data), gpointer data);
+
+/* The same for threads that use a metric, with passes meanwhile. */
+guint scene_run_threads(Scene *scene, guint n, void (*work)(guint thread, gpointer metric),
+                        gpointer metric);
 
 G_END_DECLS
