@@ -1,0 +1,209 @@
+/* Tests of VekMetricTimeline. */
+
+#include "support/logcapture.h"
+#include "support/recordingreporter.h"
+#include "support/scene.h"
+
+#include <stdio.h>
+#include <stdlib.h>
+
+static VekMetricTimeline *timeline_new(Scene *scene) {
+  return vek_metric_registry_timeline_new(scene->registry, "render");
+}
+
+static void ranges_reach_every_reporter_once_in_one_batch_newest_first(void) {
+  g_autoptr(Scene) scene = scene_new();
+  g_autoptr(VekMetricTimeline) timeline = timeline_new(scene);
+  g_autoptr(VekMetricReporter) other = recording_reporter_new("b", scene->record);
+  g_autoptr(GSList) reporters = g_slist_prepend(g_slist_prepend(NULL, other), scene->reporter);
+
+  vek_metric_timeline_add_range(timeline, 1, 100, 250);
+  vek_metric_timeline_add_range(timeline, 2, 300, 420);
+  report_to(timeline, reporters);
+  assert_recorded(scene->record,
+                  "a timeline render [2:300-420 1:100-250]\n"
+                  "b timeline render [2:300-420 1:100-250]\n");
+}
+
+static void empty_batch_is_passed_on(void) {
+  g_autoptr(Scene) scene = scene_new();
+  g_autoptr(VekMetricTimeline) timeline = timeline_new(scene);
+
+  vek_metric_timeline_add_range(timeline, 1, 100, 250);
+  scene_report(scene);
+  assert_recorded(scene->record,
+                  "a timeline render [1:100-250]\n"
+                  "a flush\n");
+  scene_report(scene);
+  assert_recorded(scene->record,
+                  "a timeline render []\n"
+                  "a flush\n");
+}
+
+static void report_to_nobody_drops_the_batch(void) {
+  g_autoptr(Scene) scene = scene_new();
+  g_autoptr(VekMetricTimeline) timeline = timeline_new(scene);
+
+  vek_metric_timeline_add_range(timeline, 1, 100, 250);
+  report_to(timeline, NULL);
+  scene_report(scene);
+  assert_recorded(scene->record,
+                  "a timeline render []\n"
+                  "a flush\n");
+}
+
+static void ranges_are_neither_compared_nor_changed(void) {
+  g_autoptr(Scene) scene = scene_new();
+  g_autoptr(VekMetricTimeline) timeline = timeline_new(scene);
+
+  vek_metric_timeline_add_range(timeline, G_MININT, G_MAXINT64, G_MININT64);
+  vek_metric_timeline_add_range(timeline, G_MAXINT, -5, -5);
+  vek_metric_timeline_add_range(timeline, 0, 0, 0);
+  scene_report(scene);
+  assert_recorded(scene->record,
+                  "a timeline render [0:0-0 2147483647:-5--5 "
+                  "-2147483648:9223372036854775807--9223372036854775808]\n"
+                  "a flush\n");
+}
+
+static void moved_ranges_belong_to_the_caller(void) {
+  g_autoptr(Scene) scene = scene_new();
+  g_autoptr(VekMetricTimeline) timeline = timeline_new(scene);
+  vek_metric_timeline_add_range(timeline, 1, 100, 250);
+  vek_metric_timeline_add_range(timeline, 2, 300, 420);
+
+  GSList *ranges = vek_metric_timeline_move_data(timeline);
+  g_assert_cmpuint(g_slist_length(ranges), ==, 2);
+  const VekMetricRange *newest = ranges->data;
+  g_assert_cmpint(newest->id, ==, 2);
+  g_assert_cmpint(newest->start, ==, 300);
+  g_assert_cmpint(newest->end, ==, 420);
+  const VekMetricRange *oldest = ranges->next->data;
+  g_assert_cmpint(oldest->id, ==, 1);
+  g_slist_free_full(ranges, g_free);
+
+  g_assert_null(vek_metric_timeline_move_data(timeline));
+}
+
+static void timeline_has_no_properties_of_its_own(void) {
+  g_autoptr(GTypeClass) klass = g_type_class_ref(VEK_TYPE_METRIC_TIMELINE);
+  guint n;
+  g_autofree GParamSpec **pspecs = g_object_class_list_properties(G_OBJECT_CLASS(klass), &n);
+  for (guint i = 0; i < n; i++)
+    g_assert_cmpstr(g_type_name(pspecs[i]->owner_type), ==, "VekMetric");
+}
+
+static void timeline_of_the_same_name_is_the_same(void) {
+  g_autoptr(Scene) scene = scene_new();
+  g_autoptr(VekMetricTimeline) timeline = timeline_new(scene);
+  g_autoptr(VekMetricTimeline) again = timeline_new(scene);
+  g_assert_true(again == timeline);
+  g_assert_null(vek_metric_get_dimensions(VEK_METRIC(timeline)));
+  g_assert_null(vek_metric_get_unit(VEK_METRIC(timeline)));
+}
+
+static void moving_the_data_of_nothing_fails_the_check(void) {
+  g_assert_null(vek_metric_timeline_move_data(NULL));
+  assert_failed_check("vek_metric_timeline_move_data", "timeline");
+}
+
+static void disposed_timeline_falls_to_the_checks_of_its_store(void) {
+  g_autoptr(Scene) scene = scene_new();
+  g_autoptr(VekMetricTimeline) timeline = timeline_new(scene);
+  vek_metric_timeline_add_range(timeline, 1, 100, 250);
+  g_object_run_dispose(G_OBJECT(timeline));
+  g_object_run_dispose(G_OBJECT(timeline));
+
+  vek_metric_timeline_add_range(timeline, 2, 300, 420);
+  assert_failed_check("vek_metric_store_add_range", "VEK_IS_METRIC_STORE(store)");
+  g_assert_null(vek_metric_timeline_move_data(timeline));
+  assert_failed_check("vek_metric_timeline_move_data",
+                      "VEK_IS_METRIC_RANGE_STORE(timeline->store)");
+}
+
+static void constructor_checks_the_registry(void) {
+  g_assert_null(vek_metric_registry_timeline_new(NULL, "render"));
+  assert_failed_check("vek_metric_registry_timeline_new", "VEK_IS_METRIC_REGISTRY(registry)");
+}
+
+static void timeline_without_a_name_aborts_in_the_registry(void) {
+  if (g_test_subprocess()) {
+    g_autoptr(Scene) scene = scene_new();
+    vek_metric_registry_timeline_new(scene->registry, NULL);
+    exit(EXIT_SUCCESS);
+  }
+
+  g_test_trap_subprocess(NULL, 0, G_TEST_SUBPROCESS_DEFAULT);
+  g_test_trap_assert_failed();
+  g_test_trap_assert_stderr(
+      "*\nVEK:metrics:ERROR:../vekmetrics/registry:85:get_key: "
+      "assertion failed: (name != NULL)\n*");
+}
+
+static void metric_of_another_kind_is_returned_with_a_warning(void) {
+  g_autoptr(Scene) scene = scene_new();
+  g_autoptr(VekMetricCounter) counter =
+      vek_metric_registry_counter_new(scene->registry, "render", NULL, NULL);
+  g_autoptr(GObject) returned = (gpointer)timeline_new(scene);
+  assert_invalid_cast("VekMetricCounter", "VekMetricTimeline");
+  g_assert_true(returned == (gpointer)counter);
+}
+
+enum { N_THREADS = 4, N_RANGES = 2000 };
+
+static void add_many(guint thread, gpointer timeline) {
+  for (gint64 i = 0; i < N_RANGES; i++)
+    vek_metric_timeline_add_range(timeline, (gint)thread, i, -i);
+}
+
+static void threads_lose_and_double_no_range(void) {
+  g_autoptr(Scene) scene = scene_new();
+  g_autoptr(VekMetricTimeline) timeline = timeline_new(scene);
+  scene_run_threads(scene, N_THREADS, add_many, timeline);
+
+  guint seen[N_THREADS][N_RANGES] = {{0}};
+  g_auto(GStrv) words = g_strsplit_set(scene->record->str, " []\n", -1);
+  for (char **word = words; *word; word++) {
+    int thread;
+    int start;
+    int end;
+    if (sscanf(*word, "%d:%d-%d", &thread, &start, &end) != 3)
+      continue;
+    g_assert_cmpint(thread, <, N_THREADS);
+    g_assert_cmpint(start, <, N_RANGES);
+    g_assert_cmpint(end, ==, -start);
+    seen[thread][start]++;
+  }
+  for (guint thread = 0; thread < N_THREADS; thread++)
+    for (guint start = 0; start < N_RANGES; start++)
+      g_assert_cmpuint(seen[thread][start], ==, 1);
+}
+
+int main(int argc, char **argv) {
+  g_test_init(&argc, &argv, NULL);
+  log_capture_init();
+
+  add_test("/timeline/ranges-reach-every-reporter-once-in-one-batch-newest-first",
+           ranges_reach_every_reporter_once_in_one_batch_newest_first);
+  add_test("/timeline/empty-batch-is-passed-on", empty_batch_is_passed_on);
+  add_test("/timeline/report-to-nobody-drops-the-batch", report_to_nobody_drops_the_batch);
+  add_test("/timeline/ranges-are-neither-compared-nor-changed",
+           ranges_are_neither_compared_nor_changed);
+  add_test("/timeline/moved-ranges-belong-to-the-caller", moved_ranges_belong_to_the_caller);
+  add_test("/timeline/timeline-has-no-properties-of-its-own",
+           timeline_has_no_properties_of_its_own);
+  add_test("/timeline/timeline-of-the-same-name-is-the-same",
+           timeline_of_the_same_name_is_the_same);
+  add_test("/timeline/moving-the-data-of-nothing-fails-the-check",
+           moving_the_data_of_nothing_fails_the_check);
+  add_test("/timeline/disposed-timeline-falls-to-the-checks-of-its-store",
+           disposed_timeline_falls_to_the_checks_of_its_store);
+  add_test("/timeline/constructor-checks-the-registry", constructor_checks_the_registry);
+  add_test("/timeline/timeline-without-a-name-aborts-in-the-registry",
+           timeline_without_a_name_aborts_in_the_registry);
+  add_test("/timeline/metric-of-another-kind-is-returned-with-a-warning",
+           metric_of_another_kind_is_returned_with_a_warning);
+  add_test("/timeline/threads-lose-and-double-no-range", threads_lose_and_double_no_range);
+
+  return g_test_run();
+}
