@@ -1,0 +1,196 @@
+#!/usr/bin/python3
+"""Runs the benchmarks and judges them by ratios: ratios.py FOLDER [--count] [--out FILE]
+
+FOLDER holds the benchmark programs. Every ratio is formed from medians of one run in which the two
+sides took turns, so that what else the machine does weighs on both. With --count it is formed from
+instructions, as callgrind counts them: steadier than time, but blind to waiting.
+
+The status is 1 if a ratio does not hold.
+"""
+
+import argparse
+import collections
+import datetime
+import json
+import platform
+import re
+import statistics
+import subprocess
+import sys
+import tempfile
+
+Row = collections.namedtuple('Row', 'operation against limit count_limit', defaults=[None])
+
+# What is measured, against what, and at most how many times as long it may take. The second limit
+# is that of instructions, for what the instruction count guards.
+UPDATES = [
+    Row('counter add', 'floor', 1.05, 1.25),
+    Row('gauge set', 'floor', 1.05, 1.25),
+    Row('meter mark', 'floor', 1.05, 1.25),
+    Row('meter rate', 'floor', 1.05, 1.25),
+    Row('fixed-time add', 'floor', 1.05, 1.25),
+    Row('timer start and stop', 'floor', 1.05, 1.25),
+    Row('histogram set', 'floor', 1.12, 1.25),
+    Row('timer set_usec', 'floor', 1.12, 1.25),
+    Row('counter add of two threads', 'floor', 1.25),
+    Row('snapshot of 60', 'floor', 1.03, 1.03),
+    Row('snapshot of 2048', 'floor', 1.03, 1.03),
+    Row('look-up with one pair', 'floor', 0.85, 0.85),
+    Row('look-up with two pairs', 'floor', 0.85, 0.85),
+    Row('metric created', 'floor', 1.05, 1.05),
+    Row('metric got again', 'floor', 1.05, 1.05),
+    Row('histogram set', 'prometheus histogram', 0.50),
+    Row('histogram set', 'prometheus summary', 0.01),
+    Row('look-up with one pair', 'prometheus', 0.55),
+    Row('counter add', 'prometheus', None),
+]
+
+# A heap distorts what is measured after it was used: each of these runs in a process of its own.
+PASSES = [
+    Row('pass into nothing', 'straightforward', 0.65, 0.65),
+    Row('pass into console', 'straightforward', 0.72, 0.72),
+    Row('pass into CSV', 'straightforward', 0.90, 0.90),
+    Row('pass into JSON', 'straightforward', 1.00, 1.00),
+    Row('pass into carbon', 'straightforward', 1.02, 1.02),
+    Row('pass into console', 'prometheus', 0.50),
+    Row('pass into CSV', 'prometheus', 0.75),
+    Row('pass into nothing of 100000', 'pass into nothing/library', 3),
+    Row('pass into nothing of 1000000', 'pass into nothing of 100000/library', 1.3),
+]
+
+MEMORY = [Row('counter', 'bytes', 410), Row('histogram', 'bytes', 900)]
+
+PEERS = {'pass into console/prometheus': 'collect and text/prometheus',
+         'pass into CSV/prometheus': 'collect and text/prometheus'}
+
+
+def sides(row):
+    """The cases of a row: what is measured, and what it is measured against."""
+    against = row.against if '/' in row.against else f'{row.operation}/{row.against}'
+    return f'{row.operation}/library', PEERS.get(against, against)
+
+
+def run(program, *options):
+    """Runs a benchmark program and returns the time of each repetition in ns, by case."""
+    with tempfile.NamedTemporaryFile(suffix='.json') as out:
+        subprocess.run([program, f'--benchmark_out={out.name}', '--benchmark_out_format=json',
+                        *options], check=True, stdout=subprocess.DEVNULL,
+                       stderr=subprocess.DEVNULL)
+        results = json.load(out)['benchmarks']
+    times = collections.defaultdict(list)
+    for result in results:
+        if result['run_type'] == 'iteration':
+            case = '/'.join(result['name'].split('/')[:2])
+            # Threads wait for one another; what waits for nobody is measured by its own time, for
+            # other programs take some of the machine's.
+            time = result['real_time' if result['threads'] > 1 else 'cpu_time']
+            if 'items_per_second' in result:  # of a metric, not of the pass
+                time = 1e9 / result['items_per_second']
+            times[case].append(time)
+    return times
+
+
+def exactly(case):
+    """The options that select one case."""
+    return f'--benchmark_filter=^{case}(/|$)'
+
+
+def time_updates(folder, repetitions):
+    return run(f'{folder}/bench-updates', f'--benchmark_repetitions={repetitions}',
+               '--benchmark_enable_random_interleaving=true', '--benchmark_min_time=0.05')
+
+
+def time_passes(folder, repetitions):
+    cases = sorted({case for row in PASSES for case in sides(row)})
+    times = collections.defaultdict(list)
+    for _ in range(repetitions):
+        for case in cases:
+            for found, measured in run(f'{folder}/bench-passes', exactly(case),
+                                       '--benchmark_min_time=0.2').items():
+                times[found] += measured
+    return times
+
+
+def count(program, case, few, many):
+    """The instructions of one turn of a case: what more turns add, so that setting up is not in."""
+    totals = []
+    for turns in (few, many):
+        log = subprocess.run(['valgrind', '--tool=callgrind', '--callgrind-out-file=/dev/null',
+                              program, f'--iterations={turns}', exactly(case)], check=True,
+                             stdout=subprocess.DEVNULL, stderr=subprocess.PIPE, text=True).stderr
+        totals.append(int(re.search(r'Collected : (\d+)', log).group(1)))
+    return (totals[1] - totals[0]) / (many - few)
+
+
+def count_all(folder, rows):
+    counts = {}
+    for program, group, few, many in (('bench-updates', UPDATES, 2000, 6000),
+                                      ('bench-passes', PASSES, 4, 12)):
+        for case in sorted({case for row in group if row in rows for case in sides(row)}):
+            counts[case] = [count(f'{folder}/{program}', case, few, many)]
+    return counts
+
+
+def measure_memory(folder):
+    lines = subprocess.run([f'{folder}/bench-memory'], check=True, capture_output=True,
+                           text=True).stdout.splitlines()
+    return {kind: float(size) for kind, size in (line.split() for line in lines)}
+
+
+def judge(row, measured, limit):
+    """One line of the table, as a record."""
+    this, other = (statistics.median(measured[case]) for case in sides(row))
+    ratio = this / other
+    return {'operation': row.operation, 'against': row.against, 'measured': this, 'other': other,
+            'ratio': ratio, 'limit': limit, 'holds': limit is None or ratio <= limit}
+
+
+def show(records, unit):
+    print(f'{"operation":34}{"against":36}{unit:>10}{"other":>12}{"ratio":>8}{"at most":>9}')
+    for record in records:
+        limit = '' if record['limit'] is None else f'{record["limit"]:g}'
+        verdict = '' if record['holds'] else '  TOO MUCH'
+        print(f'{record["operation"]:34}{record["against"]:36}{record["measured"]:10.1f}'
+              f'{record["other"]:12.1f}{record["ratio"]:8.3f}{limit:>9}{verdict}')
+
+
+def main():
+    parser = argparse.ArgumentParser(description=__doc__.splitlines()[0])
+    parser.add_argument('folder', help='where the benchmark programs are')
+    parser.add_argument('--count', action='store_true', help='count instructions')
+    parser.add_argument('--updates', action='store_true', help='leave the passes out')
+    parser.add_argument('--repetitions', type=int, default=15, help='of each measurement')
+    parser.add_argument('--out', help='a file to write the results to, as JSON')
+    arguments = parser.parse_args()
+
+    if arguments.count:
+        rows = [row for row in UPDATES + ([] if arguments.updates else PASSES) if row.count_limit]
+        measured = count_all(arguments.folder, rows)
+        records = [judge(row, measured, row.count_limit) for row in rows]
+        unit = 'instr.'
+    else:
+        rows = UPDATES + ([] if arguments.updates else PASSES)
+        measured = time_updates(arguments.folder, arguments.repetitions)
+        if not arguments.updates:
+            measured |= time_passes(arguments.folder, arguments.repetitions)
+        records = [judge(row, measured, row.limit) for row in rows]
+        sizes = measure_memory(arguments.folder)
+        records += [{'operation': f'memory of a {row.operation}', 'against': 'bytes',
+                     'measured': sizes[row.operation], 'other': row.limit,
+                     'ratio': sizes[row.operation] / row.limit, 'limit': 1,
+                     'holds': sizes[row.operation] <= row.limit} for row in MEMORY]
+        unit = 'ns'
+
+    show(records, unit)
+    if arguments.out:
+        with open(arguments.out, 'w', encoding='utf-8') as out:
+            json.dump({'date': datetime.date.today().isoformat(), 'machine': platform.processor()
+                       or platform.machine(), 'unit': unit, 'rows': records}, out, indent=2)
+            out.write('\n')
+    failed = sum(not record['holds'] for record in records)
+    print(f'{len(records) - failed} passed, {failed} failed')
+    return 1 if failed else 0
+
+
+if __name__ == '__main__':
+    sys.exit(main())
