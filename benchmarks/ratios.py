@@ -22,16 +22,17 @@ import tempfile
 Row = collections.namedtuple('Row', 'operation against limit count_limit', defaults=[None])
 
 # What is measured, against what, and at most how many times as long it may take. The second limit
-# is that of instructions, for what the instruction count guards.
+# is that of instructions, a little above what they are: a guard against getting worse. An
+# uncontended mutex takes few instructions and much time, so the ratios of what uses one differ.
 UPDATES = [
     Row('counter add', 'floor', 1.05, 1.25),
     Row('gauge set', 'floor', 1.05, 1.25),
     Row('meter mark', 'floor', 1.05, 1.25),
     Row('meter rate', 'floor', 1.05, 1.25),
-    Row('fixed-time add', 'floor', 1.05, 1.25),
-    Row('timer start and stop', 'floor', 1.05, 1.25),
-    Row('histogram set', 'floor', 1.12, 1.25),
-    Row('timer set_usec', 'floor', 1.12, 1.25),
+    Row('fixed-time add', 'floor', 1.05, 1.65),
+    Row('timer start and stop', 'floor', 1.05, 1.70),
+    Row('histogram set', 'floor', 1.12, 2.40),
+    Row('timer set_usec', 'floor', 1.12, 2.30),
     Row('counter add of two threads', 'floor', 1.25),
     Row('snapshot of 60', 'floor', 1.03, 1.03),
     Row('snapshot of 2048', 'floor', 1.03, 1.03),
