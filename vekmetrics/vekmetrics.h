@@ -24,3 +24,4 @@
 #include <vekmetrics/timeline.h>
 #include <vekmetrics/timelinereporter.h>
 #include <vekmetrics/timer.h>
+#include <vekmetrics/version.h>

@@ -1,0 +1,44 @@
+/* Tests of the version header. */
+
+#include "support/logcapture.h"
+
+#include <vekmetrics/vekmetrics.h>
+
+static void the_check_compares_number_by_number(void) {
+  const int major = VEK_MAJOR_VERSION, minor = VEK_MINOR_VERSION, micro = VEK_MICRO_VERSION;
+  const struct {
+    int major, minor, micro;
+    gboolean holds;
+  } rows[] = {
+      {major, minor, micro, TRUE},
+      {major, minor, micro + 1, FALSE},
+      {major, minor + 1, 0, FALSE},
+      {major + 1, 0, 0, FALSE},
+      {major, minor, micro - 1, TRUE},
+      {major, minor - 1, micro + 9, TRUE},
+      {major - 1, minor + 9, micro + 9, TRUE},
+      {major + 1, minor - 1, micro - 1, FALSE},
+  };
+  for (gsize i = 0; i < G_N_ELEMENTS(rows); i++)
+    g_assert_cmpint(VEK_CHECK_VERSION(rows[i].major, rows[i].minor, rows[i].micro), ==,
+                    rows[i].holds);
+}
+
+static void the_preprocessor_can_check(void) {
+#if VEK_CHECK_VERSION(0, 1, 0) && !VEK_CHECK_VERSION(1000, 0, 0)
+  const gboolean checked = TRUE;
+#else
+  const gboolean checked = FALSE;
+#endif
+  g_assert_true(checked);
+}
+
+int main(int argc, char **argv) {
+  g_test_init(&argc, &argv, NULL);
+  log_capture_init();
+
+  add_test("/version/the-check-compares-number-by-number", the_check_compares_number_by_number);
+  add_test("/version/the-preprocessor-can-check", the_preprocessor_can_check);
+
+  return g_test_run();
+}
