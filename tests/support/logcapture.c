@@ -39,9 +39,13 @@ static GLogWriterOutput capture(GLogLevelFlags level, const GLogField *fields, g
   if (level & G_LOG_LEVEL_ERROR)
     return g_log_writer_default(level, fields, n_fields, data);
 
+  g_autofree char *domain = get_field(fields, n_fields, "GLIB_DOMAIN");
+  if (level & G_LOG_LEVEL_DEBUG && domain && g_str_has_prefix(domain, "GLib"))
+    return G_LOG_WRITER_HANDLED;
+
   Record *record = g_new(Record, 1);
   record->level = level & G_LOG_LEVEL_MASK;
-  record->domain = get_field(fields, n_fields, "GLIB_DOMAIN");
+  record->domain = g_steal_pointer(&domain);
   record->message = get_field(fields, n_fields, "MESSAGE");
   record->file = get_field(fields, n_fields, "CODE_FILE");
   record->line = get_field(fields, n_fields, "CODE_LINE");
@@ -116,4 +120,11 @@ void assert_failed_check(const char *function, const char *condition) {
 void assert_nothing_logged(void) {
   g_autoptr(Record) record = take();
   g_assert_cmpstr(record ? record->message : NULL, ==, NULL);
+}
+
+guint log_capture_get_n_waiting(void) {
+  g_mutex_lock(&lock);
+  guint n_waiting = g_queue_get_length(&records);
+  g_mutex_unlock(&lock);
+  return n_waiting;
 }

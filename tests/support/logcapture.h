@@ -1,6 +1,7 @@
 #pragma once
 
-/* Catches every log message of a test program, structured or not, with its fields.
+/* Catches every log message of a test program, structured or not, with its fields; only GLib's own
+ * debug messages are dropped.
  *
  * A test takes the messages out in the order in which they came; one that leaves a message behind
  * fails. */
@@ -28,3 +29,6 @@ void assert_logged_from(const char *file, const char *function, GLogLevelFlags l
 void assert_failed_check(const char *function, const char *condition);
 
 void assert_nothing_logged(void);
+
+/* How many messages wait to be taken. */
+guint log_capture_get_n_waiting(void);
