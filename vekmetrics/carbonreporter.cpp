@@ -106,22 +106,6 @@ static void on_socket_client_connect(GObject *source, GAsyncResult *result, gpoi
   g_object_unref(self);
 }
 
-static void start_connecting(VekMetricCarbonReporter *self) {
-  g_autoptr(GSocketAddress) address =
-      self->server_address
-          ? g_inet_socket_address_new_from_string(self->server_address, self->server_port)
-          : nullptr;
-  if (!address) {
-    vek_warning("The server address %s:%d is not parsable, carbon reporter will be disabled",
-                self->server_address, self->server_port);
-    self->disabled = TRUE;
-    return;
-  }
-  g_autoptr(GSocketClient) client = g_socket_client_new();
-  g_socket_client_connect_async(client, G_SOCKET_CONNECTABLE(address), self->cancellable,
-                                on_socket_client_connect, g_object_ref(self));
-}
-
 static char *process_keyname(VekMetricCarbonReporter *self, const char *name, char **dimensions,
                              const char *unit) {
   g_autoptr(GString) key = g_string_sized_new(128);
@@ -250,7 +234,20 @@ static void vek_metric_carbon_reporter_dispose(GObject *object) {
 }
 
 static void vek_metric_carbon_reporter_constructed(GObject *object) {
-  start_connecting(vek::as<VekMetricCarbonReporter>(object));
+  auto *self = vek::as<VekMetricCarbonReporter>(object);
+  g_autoptr(GSocketAddress) address =
+      self->server_address
+          ? g_inet_socket_address_new_from_string(self->server_address, self->server_port)
+          : nullptr;
+  if (address) {
+    g_autoptr(GSocketClient) client = g_socket_client_new();
+    g_socket_client_connect_async(client, G_SOCKET_CONNECTABLE(address), self->cancellable,
+                                  on_socket_client_connect, g_object_ref(self));
+  } else {
+    vek_warning("The server address %s:%d is not parsable, carbon reporter will be disabled",
+                self->server_address, self->server_port);
+    self->disabled = TRUE;
+  }
 
   G_OBJECT_CLASS(vek_metric_carbon_reporter_parent_class)->constructed(object);
 }
