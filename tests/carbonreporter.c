@@ -466,6 +466,8 @@ static void disposal_while_connecting_cancels_through_the_failure_branch(void) {
   process_count(reporter, "early", 1);
   g_object_run_dispose(G_OBJECT(reporter));
   g_object_run_dispose(G_OBJECT(reporter));
+  call_in_vain(reporter);
+  assert_nothing_logged();
 
   run_until(log_capture_get_n_waiting() >= 2);
   assert_connect_failed("Operation was cancelled");
@@ -481,6 +483,8 @@ static void disposal_while_writing_cancels_through_the_failure_branch(void) {
   g_free(begin_huge_write(reporter));
   process_count(reporter, "dropped", 1);
   g_object_run_dispose(G_OBJECT(reporter));
+  call_in_vain(reporter);
+  assert_nothing_logged();
 
   run_until(log_capture_get_n_waiting() >= 2);
   assert_write_failed("Operation was cancelled");

@@ -221,6 +221,7 @@ static void vek_metric_carbon_reporter_get_property(GObject *object, guint id, G
 
 static void vek_metric_carbon_reporter_dispose(GObject *object) {
   auto *self = vek::as<VekMetricCarbonReporter>(object);
+  self->disabled = TRUE;  // whoever still holds the object finds no queue in it
   if (self->cancellable)
     g_cancellable_cancel(self->cancellable);
   g_clear_object(&self->cancellable);
