@@ -1,0 +1,230 @@
+#!/usr/bin/python3
+"""Reports to real carbon servers on loopback and reads the figures back: carbon-real.py CLIENT."""
+
+import contextlib
+import pathlib
+import re
+import shutil
+import socket
+import subprocess
+import sys
+import tempfile
+import time
+
+try:
+    import whisper
+except ImportError:
+    whisper = None
+
+DEADLINE = 60  # seconds that only a failure takes
+
+# What the client reports: by key, the values of its three passes.
+FIGURES = {
+    'host.h0.Count.requests': [1, 2, 3],
+    'host.h0.load': [0, -0.25, -0.5],
+    'host.h0.Bytes.traffic': [0, 5, 5],
+    'host.h0.Seconds.wait.average': [0.25, 0.25, 0.25],
+    'host.h0.Seconds.wait.n_samples': [1, 2, 3],
+    'host.h0.Seconds.wait.min': [0.25, 0.25, 0.25],
+    'host.h0.Seconds.wait.max': [0.25, 0.25, 0.25],
+    'host.h0.size.average': [0, -0.25, -0.5],
+    'host.h0.size.n_samples': [2, 4, 6],
+    'host.h0.size.min': [0, -1, -2],
+    'host.h0.size.max': [0, 0, 0],
+    'host.h1.Count.requests': [2, 4, 6],
+    'host.h1.load': [1, 0.75, 0.5],
+    'host.h1.Bytes.traffic': [0, 10, 10],
+    'host.h1.Seconds.wait.average': [0.25, 0.25, 0.25],
+    'host.h1.Seconds.wait.n_samples': [1, 2, 3],
+    'host.h1.Seconds.wait.min': [0.25, 0.25, 0.25],
+    'host.h1.Seconds.wait.max': [0.25, 0.25, 0.25],
+    'host.h1.size.average': [0.5, 0.25, 0],
+    'host.h1.size.n_samples': [2, 4, 6],
+    'host.h1.size.min': [0, -1, -2],
+    'host.h1.size.max': [1, 1, 1],
+}
+
+DOCUMENT = pathlib.Path(__file__).resolve().parent.parent / 'docs' / 'operations.md'
+
+
+def excerpt(name, changes):
+    """Returns a configuration as the document shows it, with other folders and ports."""
+    text = DOCUMENT.read_text(encoding='utf-8')
+    config = re.search(rf'^```\w+\n(# {name}\n.*?)^```$', text, re.MULTILINE | re.DOTALL)[1]
+    for old in changes:
+        assert old in config, f'{name} does not say {old}'
+    olds = '|'.join(changes)
+    return re.sub(olds, lambda match: str(changes[match[0]]), config) if olds else config
+
+
+def free_port():
+    with socket.socket() as listener:
+        listener.bind(('127.0.0.1', 0))
+        return listener.getsockname()[1]
+
+
+def wait_for(condition):
+    """Polls until the condition holds or the deadline has passed; returns whether it holds."""
+    end = time.monotonic() + DEADLINE
+    while not condition() and time.monotonic() < end:
+        time.sleep(0.05)
+    return condition()
+
+
+def accepts(port):
+    with socket.socket() as client:
+        return client.connect_ex(('127.0.0.1', port)) == 0
+
+
+@contextlib.contextmanager
+def server(command, port, folder):
+    """Runs a server for as long as the block lasts, which begins when its port accepts."""
+    with (folder / 'output').open('w+') as output:
+        process = subprocess.Popen(command, stdout=output, stderr=subprocess.STDOUT)
+        try:
+            if not wait_for(lambda: accepts(port) or process.poll() is not None):
+                raise AssertionError(f'{command[0]} did not open its port')
+            if process.poll() is not None:
+                output.seek(0)
+                raise AssertionError(f'{command[0]} ended: {output.read()}')
+            yield
+        finally:
+            process.terminate()
+            process.wait(DEADLINE)
+
+
+class Cache:
+    """A carbon-cache with its whisper files in a folder of its own."""
+
+    def __init__(self, folder):
+        self.folder = folder
+        self.port = free_port()
+        folder.mkdir()
+        config = folder / 'carbon.conf'
+        config.write_text(excerpt('carbon.conf', {'/srv/carbon': folder, '2003': self.port}))
+        (folder / 'storage-schemas.conf').write_text(excerpt('storage-schemas.conf', {}))
+        self.command = ['carbon-cache', f'--config={config}', '--nodaemon', 'start']
+
+    def run(self):
+        return server(self.command, self.port, self.folder)
+
+    def read(self, start):
+        """Returns what the files hold: by key, the times and values since the start.
+
+        The figures that carbon itself adds under "carbon" are left out.
+        """
+        root = self.folder / 'whisper'
+        return {'.'.join(path.relative_to(root).with_suffix('').parts): read_points(path, start)
+                for path in root.rglob('*.wsp') if path.relative_to(root).parts[0] != 'carbon'}
+
+
+def read_points(path, start):
+    try:
+        (first, _, step), values = whisper.fetch(str(path), start - 1)
+    except (OSError, whisper.WhisperException, TypeError):
+        return {}  # still being made
+    return {first + i * step: value for i, value in enumerate(values) if value is not None}
+
+
+def choose_start():
+    """Returns when the first pass is to be: three minutes ago, at a full minute."""
+    return int(time.time()) // 60 * 60 - 180
+
+
+def expected_points(prefix, start):
+    return {f'{prefix}.{key}': {start + 60 * i: value for i, value in enumerate(values)}
+            for key, values in FIGURES.items()}
+
+
+def run_clients(client, prefixes, port, start):
+    """Runs one client for each prefix, all at once."""
+    clients = [subprocess.Popen([client, prefix, str(port), str(start)]) for prefix in prefixes]
+    try:
+        for process in clients:
+            status = process.wait(DEADLINE)
+            assert status == 0, f'the client ended with {status}'
+    finally:
+        for process in clients:
+            process.kill()
+            process.wait()
+
+
+def assert_holds(cache, expected, start):
+    wait_for(lambda: cache.read(start) == expected)
+    found = cache.read(start)
+    for key in sorted(found.keys() | expected.keys()):
+        assert found.get(key) == expected.get(key), \
+            f'{key}: found {found.get(key)}, expected {expected.get(key)}'
+
+
+def cache_holds_every_figure_of_every_kind(client, folder):
+    cache = Cache(folder / 'cache')
+    start = choose_start()
+    with cache.run():
+        run_clients(client, ['site'], cache.port, start)
+        assert_holds(cache, expected_points('site', start), start)
+
+
+def relay_gives_every_key_to_the_cache_of_its_hash(client, folder):
+    caches = [Cache(folder / 'a'), Cache(folder / 'b')]
+    port = free_port()
+    config = folder / 'relay.conf'
+    config.write_text(excerpt('relay.conf', {
+        ':2003': f':{port}', ':2103': f':{caches[0].port}', ':2203': f':{caches[1].port}'}))
+    relay = ['carbon-c-relay', '-f', str(config)]
+    start = choose_start()
+    prefixes = ['site.a', 'site.b', 'site.c']
+    expected = {}
+    for prefix in prefixes:
+        expected |= expected_points(prefix, start)
+    port_of = ask_relay_for_ports(relay, expected)
+
+    with caches[0].run(), caches[1].run(), server([*relay, '-s'], port, folder):
+        run_clients(client, prefixes, port, start)
+        for cache in caches:
+            share = {key: points for key, points in expected.items() if port_of[key] == cache.port}
+            assert share, 'the hash gives one cache nothing'
+            assert_holds(cache, share, start)
+
+
+def ask_relay_for_ports(relay, keys):
+    """Returns by key the one port that the relay would send it to."""
+    answer = subprocess.run([*relay, '-t'], input=''.join(f'{key}\n' for key in keys), check=True,
+                            stdout=subprocess.PIPE, text=True, timeout=DEADLINE).stdout
+    ports = {}
+    for match in answer.split('\nmatch\n')[1:]:
+        key, _, destination, *_ = match.splitlines()
+        ports[key.split(' -> ')[1]] = int(destination.rsplit(':', 1)[1])
+    assert ports.keys() == keys.keys(), f'the relay answers: {answer}'
+    return ports
+
+
+TESTS = (
+    (cache_holds_every_figure_of_every_kind, ('carbon-cache',)),
+    (relay_gives_every_key_to_the_cache_of_its_hash, ('carbon-cache', 'carbon-c-relay')),
+)
+
+
+def main(client):
+    print(f'1..{len(TESTS)}')
+    failed = False
+    for number, (test, programs) in enumerate(TESTS, 1):
+        name = f'{number} /carbon-real/{test.__name__.replace("_", "-")}'
+        missing = [program for program in programs if not shutil.which(program)]
+        if missing or not whisper:
+            print(f'ok {name} # SKIP not installed: {", ".join(missing) or "python3-whisper"}')
+            continue
+        with tempfile.TemporaryDirectory(prefix='vek-carbon-') as folder:
+            try:
+                test(client, pathlib.Path(folder))
+                print(f'ok {name}')
+            except (AssertionError, OSError, subprocess.SubprocessError) as error:
+                print(f'not ok {name}')
+                for line in str(error).splitlines():
+                    print(f'# {line}')
+                failed = True
+    return 1 if failed else 0
+
+
+if __name__ == '__main__':
+    sys.exit(main(*sys.argv[1:]))
