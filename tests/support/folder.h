@@ -1,0 +1,20 @@
+#pragma once
+
+/* Temporary folders, and all that is in one as text that tests compare whole. */
+
+#include <glib.h>
+
+G_BEGIN_DECLS
+
+/* Makes an empty folder; folder_remove() takes it away with all that is in it. */
+char *folder_new(void);
+void folder_remove(char *folder);
+
+/* Puts a file there, or replaces one. */
+void folder_write(const char *folder, const char *name, const char *contents);
+
+/* Compares the folder with a description, sorted by name: "NAME: CONTENTS" for a file, "NAME/\n"
+ * for a folder in it, "NAME -> TARGET\n" for a symbolic link. */
+void assert_folder(const char *folder, const char *description);
+
+G_END_DECLS
