@@ -1,0 +1,123 @@
+"""Tests of docs/outputs.md, and of the CSV that it tells how to read: csv-readers.py EVERY-KIND
+
+EVERY-KIND is the program that every-kind.c becomes. Each section of the page that is named below
+begins with an excerpt, in a block marked as text, that must be what the program wrote. A block
+marked as sh or python is run where the program's files are; the block of text after it shows what
+it prints.
+"""
+
+import contextlib
+import csv
+import io
+import math
+import pathlib
+import re
+import socket
+import subprocess
+import sys
+import tempfile
+import unittest
+import unittest.mock
+
+EVERY_KIND = pathlib.Path(sys.argv[1]).resolve()
+PAGE = pathlib.Path(__file__).resolve().parent.parent / 'docs' / 'outputs.md'
+
+NAN = math.nan
+FIRST, SECOND = 1700000060000000, 1700000120000000  # the passes
+FIGURES = [
+    (1700000000000000, 'requests', 'host=a;', [42.0]),
+    (FIRST, 'load', 'host=a;', [0.25]),
+    (FIRST, 'hit_ratio', '', [NAN]),
+    (FIRST, 'sent', '', [238.93333333333334]),
+    (FIRST, 'size', '', [3072.0, 5.0, 1024.0, 5120.0, 1024.0, 3072.0, 4710.4]),
+    (FIRST, 'latency', 'host=a;route=home;', [0.25, 1.0, 0.25, 0.25, 0.25, 0.25, 0.25]),
+    (FIRST, 'requests', 'host=a;', [100.0]),
+    (SECOND, 'load', 'host=a;', [0.1]),
+    (SECOND, 'hit_ratio', '', [0.5]),
+    (SECOND, 'sent', '', [256.0]),
+    (SECOND, 'size', '', [3072.0, 10.0, 1024.0, 5120.0, 1024.0, 3072.0, 5120.0]),
+    (SECOND, 'latency', 'host=a;route=home;', [0.875, 2.0, 0.25, 1.5, 0.25, 0.25, 0.25]),
+]
+TIMELINES = [['F', 'render', '2', '300', '420'], ['F', 'render', '1', '100', '250'],
+             ['F', 'render', '2', '700', '820'], ['F', 'render', '1', '500', '650']]
+
+
+def read_blocks():
+    """The page's blocks as pairs of language and text, by the title of their section."""
+    sections = re.split(r'^## (.*)\n', PAGE.read_text(encoding='utf-8'), flags=re.MULTILINE)[1:]
+    return {title: re.findall(r'^```(\w+)\n(.*?)^```$', text, re.MULTILINE | re.DOTALL)
+            for title, text in zip(sections[::2], sections[1::2])}
+
+
+def run_python(code):
+    with contextlib.redirect_stdout(io.StringIO()) as printed:
+        exec(compile(code, PAGE, 'exec'), {})  # pylint: disable=exec-used
+    return printed.getvalue()
+
+
+class Outputs(unittest.TestCase):
+    @classmethod
+    def setUpClass(cls):
+        folder = tempfile.TemporaryDirectory()
+        cls.addClassCleanup(folder.cleanup)
+        cls.folder = pathlib.Path(folder.name)
+        cls.blocks = read_blocks()
+        cls.carbon_reader = cls.blocks['Carbon'].pop()
+
+        # The page's own reader, which begins with a server, gets what the program sends.
+        server = socket.create_server(('127.0.0.1', 0))
+        server.settimeout(20)
+        with subprocess.Popen([EVERY_KIND, folder.name, str(server.getsockname()[1])],
+                              stdout=subprocess.PIPE, text=True) as program:
+            with unittest.mock.patch('socket.create_server', return_value=server) as create:
+                carbon = run_python(cls.carbon_reader[1])
+            create.assert_called_once_with(('127.0.0.1', 2003))
+            console = program.communicate()[0]
+        assert program.returncode == 0
+        cls.written = {
+            'Console': console,
+            'Carbon': carbon,
+            'CSV': (cls.folder / 'figures.csv').read_text(encoding='utf-8'),
+            'Timelines': (cls.folder / 'timelines.csv').read_text(encoding='utf-8'),
+        }
+
+    def test_excerpts_are_what_the_program_wrote(self):
+        for title, written in self.written.items():
+            with self.subTest(title):
+                language, excerpt = self.blocks[title][0]
+                self.assertEqual(language, 'text')
+                if title in ('Carbon', 'CSV'):  # the order within a pass is not defined
+                    excerpt, written = (sorted(text.splitlines()) for text in (excerpt, written))
+                self.assertEqual(excerpt, written)
+
+    def test_commands_print_what_the_page_shows(self):
+        for title, least in (('CSV', 5), ('Timelines', 3)):
+            blocks = self.blocks[title][1:]
+            self.assertGreaterEqual(len(blocks), 2 * least)
+            for (language, command), (shown_as, shown) in zip(blocks[::2], blocks[1::2]):
+                with self.subTest(command):
+                    self.assertEqual(shown_as, 'text')
+                    program = {'python': sys.executable, 'sh': 'sh'}[language]
+                    run = subprocess.run([program, '-c', command], cwd=self.folder, text=True,
+                                         stdout=subprocess.PIPE, check=True)
+                    self.assertEqual(run.stdout, shown)
+
+    def read(self, name):
+        with open(self.folder / name, encoding='utf-8', newline='') as file:
+            return list(csv.reader(file, quoting=csv.QUOTE_NONE))
+
+    def test_figures_read_back(self):
+        rows = self.read('figures.csv')
+        self.assertEqual({len(row) for row in rows}, {10})
+        found = {(int(time), name, dimensions): [float(figure) for figure in figures if figure]
+                 for time, name, dimensions, *figures in rows}
+        self.assertEqual(len(found), len(rows))
+        expected = {tuple(identity): figures for *identity, figures in FIGURES}
+        self.assertEqual(repr(sorted(found.items())), repr(sorted(expected.items())))
+
+    def test_timelines_read_back(self):
+        self.assertEqual(self.read('timelines.csv'), TIMELINES)
+
+
+if __name__ == '__main__':
+    unittest.main(argv=sys.argv[:1])
