@@ -1,0 +1,18 @@
+#include "heap.h"
+
+#include <malloc.h>
+
+gsize heap_get_used(void) {
+  return mallinfo2().uordblks;
+}
+
+void assert_frees_all(void (*make_and_free)(void)) {
+  enum { ROUNDS = 10000 };
+
+  make_and_free(); /* types are made once and stay */
+  gsize used = heap_get_used();
+  for (guint i = 0; i < ROUNDS; i++)
+    make_and_free();
+  /* What is freed may be kept for reuse, so not every byte comes back; a leak costs many. */
+  g_assert_cmpuint(heap_get_used(), <, used + ROUNDS);
+}
