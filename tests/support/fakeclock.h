@@ -7,6 +7,8 @@
 
 #include <glib.h>
 
+G_BEGIN_DECLS
+
 /* Sets both clocks, in microseconds. They start at 1,000,000,000 s and 1,000 s. */
 void fake_clock_set(gint64 real_time, gint64 monotonic_time);
 
@@ -27,3 +29,5 @@ void fake_clock_set_hook(void (*hook)(void));
  * goes on to GLib. */
 guint fake_clock_get_timeout_seconds(void);
 guint fake_clock_get_n_timeouts(void);
+
+G_END_DECLS

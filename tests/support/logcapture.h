@@ -8,6 +8,8 @@
 
 #include <glib.h>
 
+G_BEGIN_DECLS
+
 /* To be called once, after g_test_init(). No message is fatal then, except errors. */
 void log_capture_init(void);
 
@@ -32,3 +34,5 @@ void assert_nothing_logged(void);
 
 /* How many messages wait to be taken. */
 guint log_capture_get_n_waiting(void);
+
+G_END_DECLS
