@@ -1,7 +1,7 @@
 #pragma once
 
-/* Catches every log message of a test program, structured or not, with its fields; only GLib's own
- * debug messages are dropped.
+/* Catches every log message of a test program, structured or not, with its fields; only debug
+ * messages of other domains than the library's are passed over.
  *
  * A test takes the messages out in the order in which they came; one that leaves a message behind
  * fails. */

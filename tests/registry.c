@@ -1,0 +1,732 @@
+/* Tests of VekMetricRegistry. */
+
+#include "support/fakeclock.h"
+#include "support/logcapture.h"
+#include "support/periodicpass.h"
+#include "support/recordingreporter.h"
+#include "support/scene.h"
+
+#include <string.h>
+
+#define STRV(...) ((char *[]){__VA_ARGS__, NULL})
+
+static VekMetricRegistry *registry_new(void) {
+  return g_object_new(VEK_TYPE_METRIC_REGISTRY, NULL);
+}
+
+static VekMetricCounter *counter_new(VekMetricRegistry *registry, const char *name) {
+  return vek_metric_registry_counter_new(registry, name, NULL, NULL);
+}
+
+/* Makes a counter that only the registry holds. */
+static void add_dropped_counter(VekMetricRegistry *registry, const char *name) {
+  g_object_unref(counter_new(registry, name));
+}
+
+static VekMetric *find(VekMetricRegistry *registry, const char *key) {
+  return vek_metric_registry_get_metric(registry, key, NULL);
+}
+
+static void assert_not_found(VekMetricRegistry *registry, const char *key) {
+  g_assert_null(find(registry, key));
+}
+
+static void assert_found(VekMetricRegistry *registry, const char *key, gboolean active) {
+  g_autoptr(VekMetric) metric = find(registry, key);
+  g_assert_nonnull(metric);
+  g_assert_cmpint(vek_metric_is_active(metric), ==, active);
+}
+
+static guint get_ref_count(gpointer object) {
+  return G_OBJECT(object)->ref_count;
+}
+
+static void type_is_a_plain_object(void) {
+  g_autoptr(VekMetricRegistry) registry = registry_new();
+  GObjectClass *klass = G_OBJECT_GET_CLASS(registry);
+
+  g_assert_cmpstr(G_OBJECT_TYPE_NAME(registry), ==, "VekMetricRegistry");
+  g_assert_cmpstr(g_type_name(g_type_parent(VEK_TYPE_METRIC_REGISTRY)), ==, "GObject");
+
+  guint n_properties, n_signals;
+  g_autofree GParamSpec **properties = g_object_class_list_properties(klass, &n_properties);
+  g_autofree guint *signals = g_signal_list_ids(VEK_TYPE_METRIC_REGISTRY, &n_signals);
+  g_assert_cmpuint(n_properties, ==, 0);
+  g_assert_cmpuint(n_signals, ==, 0);
+}
+
+static void same_name_and_dimensions_give_the_same_object(void) {
+  g_autoptr(VekMetricRegistry) registry = registry_new();
+
+  g_autoptr(VekMetricCounter) first =
+      vek_metric_registry_counter_new(registry, "requests", "Count", STRV("host", "h1"));
+  g_assert_cmpuint(get_ref_count(first), ==, 2);
+  g_autoptr(VekMetricCounter) second =
+      vek_metric_registry_counter_new(registry, "requests", "Bytes", STRV("host", "h1"));
+
+  g_assert_true(second == first);
+  g_assert_cmpuint(get_ref_count(first), ==, 3);
+  g_assert_cmpstr(vek_metric_get_unit(VEK_METRIC(second)), ==, "Count");
+}
+
+static void key_is_the_dimensions_then_the_name(void) {
+  const struct {
+    const char *name;
+    char **dimensions;
+    const char *key;
+  } rows[] = {
+      {"latency", NULL, "latency"},
+      {"latency", STRV("host", "h1", "disk", "sda"), "host.h1.disk.sda.latency"},
+      {"latency", STRV("host"), "host.latency"},
+      {"latency", STRV("host", ""), "host..latency"},
+      {"latency", (char *[]){NULL}, ".latency"},
+      {"", NULL, ""},
+      {"", STRV("host", "h1"), "host.h1."},
+      {"a.b", STRV("c.d", "e"), "c.d.e.a.b"},
+  };
+
+  for (gsize i = 0; i < G_N_ELEMENTS(rows); i++) {
+    g_autoptr(VekMetricRegistry) registry = registry_new();
+    g_autoptr(VekMetricCounter) counter =
+        vek_metric_registry_counter_new(registry, rows[i].name, NULL, rows[i].dimensions);
+
+    g_autoptr(VekMetric) by_key = find(registry, rows[i].key);
+    g_assert_true(by_key == VEK_METRIC(counter));
+    g_autoptr(VekMetric) by_parts =
+        vek_metric_registry_get_metric(registry, rows[i].name, rows[i].dimensions);
+    g_assert_true(by_parts == VEK_METRIC(counter));
+  }
+}
+
+static void keys_of_any_length_are_told_apart(void) {
+  g_autoptr(VekMetricRegistry) registry = registry_new();
+  g_autoptr(GPtrArray) counters = g_ptr_array_new_with_free_func(g_object_unref);
+  g_autoptr(GString) value = g_string_new(NULL);
+
+  for (guint i = 0; i < 300; i++) {
+    VekMetricCounter *counter =
+        vek_metric_registry_counter_new(registry, "requests", NULL, STRV("host", value->str));
+    g_assert_cmpuint(get_ref_count(counter), ==, 2); /* a new one */
+    g_ptr_array_add(counters, counter);
+    g_string_append_c(value, 'x');
+  }
+  for (guint i = 300; i-- > 0;) {
+    g_string_truncate(value, i);
+    g_autofree char *key = g_strdup_printf("host.%s.requests", value->str);
+    g_autoptr(VekMetric) by_key = find(registry, key);
+    g_assert_true(by_key == g_ptr_array_index(counters, i));
+  }
+}
+
+static void metrics_whose_strings_join_to_the_same_text_are_one(void) {
+  g_autoptr(VekMetricRegistry) registry = registry_new();
+
+  g_autoptr(VekMetricCounter) a =
+      vek_metric_registry_counter_new(registry, "a", NULL, STRV("b", "c"));
+  g_autoptr(VekMetricCounter) c =
+      vek_metric_registry_counter_new(registry, "c", NULL, STRV("b", "a"));
+  g_autoptr(VekMetricCounter) joined = counter_new(registry, "b.c.a");
+
+  g_assert_true(a != c);
+  g_assert_true(joined == a);
+}
+
+static void metric_of_another_kind_is_returned_after_a_warning(void) {
+  g_autoptr(VekMetricRegistry) registry = registry_new();
+  g_autoptr(VekMetricGauge) gauge =
+      vek_metric_registry_gauge_new(registry, "requests", NULL, 0, NULL);
+
+  g_autoptr(GObject) found = G_OBJECT(counter_new(registry, "requests"));
+  assert_invalid_cast("VekMetricGauge", "VekMetricCounter");
+  g_assert_true(found == G_OBJECT(gauge));
+  g_assert_cmpuint(get_ref_count(gauge), ==, 3);
+}
+
+static void metric_without_a_name_aborts(void) {
+  if (g_test_subprocess()) {
+    g_autoptr(VekMetricRegistry) registry = registry_new();
+    vek_metric_registry_timeline_new(registry, NULL);
+    return;
+  }
+  g_test_trap_subprocess(NULL, 0, 0);
+  g_test_trap_assert_failed();
+  g_test_trap_assert_stderr(
+      "*VEK:metrics:ERROR:../vekmetrics/registry:85:get_key: assertion failed: (name != NULL)\n*");
+}
+
+static void unknown_key_gives_null_and_logs_nothing(void) {
+  g_autoptr(VekMetricRegistry) registry = registry_new();
+  g_autoptr(VekMetricCounter) counter = counter_new(registry, "requests");
+
+  assert_not_found(registry, "request");
+  g_assert_null(vek_metric_registry_get_metric(registry, "requests", STRV("host", "h1")));
+  assert_nothing_logged();
+}
+
+static void found_metric_comes_with_a_reference_of_its_own(void) {
+  g_autoptr(VekMetricRegistry) registry = registry_new();
+  g_autoptr(VekMetricCounter) counter = counter_new(registry, "requests");
+
+  VekMetric *found = find(registry, "requests");
+  g_assert_cmpuint(get_ref_count(counter), ==, 3);
+  g_object_unref(found);
+  g_assert_cmpuint(get_ref_count(counter), ==, 2);
+}
+
+static void registries_are_apart(void) {
+  g_autoptr(VekMetricRegistry) registry = registry_new();
+  g_autoptr(VekMetricRegistry) other = registry_new();
+  g_autoptr(VekMetricCounter) counter = counter_new(registry, "requests");
+
+  assert_not_found(other, "requests");
+}
+
+static void first_reporter_installs_exactly_one_timer(void) {
+  g_autoptr(VekMetricRegistry) registry = registry_new();
+  g_autoptr(GString) record = g_string_new(NULL);
+  g_autoptr(VekMetricReporter) first = recording_reporter_new("a", record);
+  g_autoptr(VekMetricReporter) second = recording_reporter_new("b", record);
+  guint n_before = fake_clock_get_n_timeouts();
+
+  vek_metric_registry_register_reporter(registry, first);
+  g_assert_cmpuint(fake_clock_get_n_timeouts(), ==, n_before + 1);
+  g_assert_cmpuint(fake_clock_get_timeout_seconds(), ==, 60);
+  GSource *timer = find_timer(registry);
+  g_assert_nonnull(timer);
+
+  vek_metric_registry_register_reporter(registry, second);
+  vek_metric_registry_register_reporter(registry, first);
+  g_assert_cmpuint(fake_clock_get_n_timeouts(), ==, n_before + 1);
+  g_assert_true(find_timer(registry) == timer);
+}
+
+static void timer_goes_to_the_default_context_even_under_another(void) {
+  g_autoptr(Scene) scene = scene_new();
+  g_autoptr(GMainContext) context = g_main_context_new();
+
+  g_main_context_push_thread_default(context);
+  vek_metric_registry_register_reporter(scene->registry, scene->reporter);
+  g_main_context_pop_thread_default(context);
+
+  g_assert_null(g_main_context_find_source_by_user_data(context, scene->registry));
+  run_periodic_pass(scene->registry);
+  assert_recorded(scene->record, "a flush\n");
+}
+
+static void timer_repeats(void) {
+  g_autoptr(Scene) scene = scene_new();
+  vek_metric_registry_register_reporter(scene->registry, scene->reporter);
+
+  run_periodic_pass(scene->registry);
+  run_periodic_pass(scene->registry);
+  assert_recorded(scene->record,
+                  "a flush\n"
+                  "a flush\n");
+}
+
+static void timer_holds_no_reference_and_goes_with_the_registry(void) {
+  VekMetricRegistry *registry = registry_new();
+  g_autoptr(GString) record = g_string_new(NULL);
+  g_autoptr(VekMetricReporter) reporter = recording_reporter_new("a", record);
+
+  vek_metric_registry_register_reporter(registry, reporter);
+  g_autoptr(GSource) timer = g_source_ref(find_timer(registry));
+  g_assert_cmpuint(get_ref_count(registry), ==, 1);
+  g_object_unref(registry);
+  g_assert_true(g_source_is_destroyed(timer));
+}
+
+static void without_a_reporter_nothing_is_reported_or_removed(void) {
+  g_autoptr(VekMetricRegistry) registry = registry_new();
+  guint n_before = fake_clock_get_n_timeouts();
+  add_dropped_counter(registry, "dropped");
+  g_autoptr(VekMetricCounter) retired = counter_new(registry, "retired");
+  vek_metric_mark_inactive(VEK_METRIC(retired));
+
+  g_assert_null(find_timer(registry));
+  g_assert_cmpuint(fake_clock_get_n_timeouts(), ==, n_before);
+  g_assert_false(g_main_context_iteration(NULL, FALSE));
+  assert_found(registry, "dropped", TRUE);
+  assert_found(registry, "retired", FALSE);
+}
+
+static void pass_with_an_empty_list_only_removes(void) {
+  g_autoptr(Scene) scene = scene_new();
+  g_autoptr(VekMetricRegistry) empty = registry_new();
+  add_dropped_counter(empty, "dropped");
+  g_autoptr(VekMetricCounter) retired = counter_new(empty, "retired");
+  vek_metric_mark_inactive(VEK_METRIC(retired));
+
+  /* A registry without reporters has no timer: it is given the callback of one that has. */
+  vek_metric_registry_register_reporter(scene->registry, scene->reporter);
+  GSource *timer = find_timer(scene->registry);
+  GSourceFunc callback;
+  gpointer data;
+  timer->callback_funcs->get(timer->callback_data, timer, &callback, &data);
+  g_assert_true(data == scene->registry);
+  g_assert_true(callback(empty));
+
+  assert_recorded(scene->record, "");
+  assert_found(empty, "dropped", TRUE);
+  assert_not_found(empty, "retired");
+}
+
+static void pass_reports_each_metric_once_however_many(void) {
+  for (guint n = 0; n <= 100; n++) {
+    g_autoptr(Scene) scene = scene_new();
+    for (guint i = 0; i < n; i++) {
+      g_autofree char *name = g_strdup_printf("%u", i);
+      add_dropped_counter(scene->registry, name);
+    }
+
+    scene_report(scene);
+    g_auto(GStrv) lines = g_strsplit(scene->record->str, "\n", -1);
+    g_assert_cmpuint(g_strv_length(lines), ==, n + 2); /* the flush and the empty end */
+    g_assert_cmpstr(lines[n], ==, "a flush");
+    for (guint i = 0; i < n; i++) {
+      g_autofree char *line = g_strdup_printf("a count %u - - 1000 0", i);
+      g_assert_true(g_strv_contains((const char *const *)lines, line));
+    }
+  }
+}
+
+static void reporter_registered_last_is_called_first(void) {
+  g_autoptr(VekMetricRegistry) registry = registry_new();
+  g_autoptr(GString) record = g_string_new(NULL);
+  g_autoptr(VekMetricReporter) a = recording_reporter_new("a", record);
+  g_autoptr(VekMetricReporter) b = recording_reporter_new("b", record);
+  g_autoptr(VekMetricReporter) c = recording_reporter_new("c", record);
+  g_autoptr(VekMetricCounter) counter = counter_new(registry, "requests");
+
+  vek_metric_registry_register_reporter(registry, a);
+  vek_metric_registry_register_reporter(registry, b);
+  vek_metric_registry_register_reporter(registry, c);
+  run_periodic_pass(registry);
+
+  assert_recorded(record,
+                  "c count requests - - 1000 0\n"
+                  "b count requests - - 1000 0\n"
+                  "a count requests - - 1000 0\n"
+                  "c flush\n"
+                  "b flush\n"
+                  "a flush\n");
+}
+
+static void reporter_registered_twice_is_called_twice(void) {
+  g_autoptr(Scene) scene = scene_new();
+  g_autoptr(VekMetricCounter) counter = counter_new(scene->registry, "requests");
+
+  vek_metric_registry_register_reporter(scene->registry, scene->reporter);
+  vek_metric_registry_register_reporter(scene->registry, scene->reporter);
+  g_assert_cmpuint(get_ref_count(scene->reporter), ==, 3);
+  run_periodic_pass(scene->registry);
+
+  assert_recorded(scene->record,
+                  "a count requests - - 1000 0\n"
+                  "a count requests - - 1000 0\n"
+                  "a flush\n"
+                  "a flush\n");
+}
+
+static void dropped_metric_is_reported_a_last_time_and_removed(void) {
+  g_autoptr(Scene) scene = scene_new();
+  vek_metric_registry_register_reporter(scene->registry, scene->reporter);
+  VekMetricCounter *counter = counter_new(scene->registry, "requests");
+  g_object_add_weak_pointer(G_OBJECT(counter), (gpointer *)&counter);
+
+  run_periodic_pass(scene->registry);
+  assert_recorded(scene->record,
+                  "a count requests - - 1000 0\n"
+                  "a flush\n");
+  assert_found(scene->registry, "requests", TRUE);
+
+  vek_metric_counter_inc(counter);
+  g_object_unref(counter);
+  run_periodic_pass(scene->registry);
+  assert_recorded(scene->record,
+                  "a count requests - - 1000 1\n"
+                  "a flush\n");
+  assert_not_found(scene->registry, "requests");
+  g_assert_null(counter);
+
+  run_periodic_pass(scene->registry);
+  assert_recorded(scene->record, "a flush\n");
+}
+
+static void one_off_pass_marks_but_leaves_removal_to_the_timer(void) {
+  g_autoptr(VekMetricRegistry) registry = registry_new();
+  g_autoptr(GString) record = g_string_new(NULL);
+  g_autoptr(VekMetricReporter) registered = recording_reporter_new("registered", record);
+  g_autoptr(VekMetricReporter) other = recording_reporter_new("other", record);
+  vek_metric_registry_register_reporter(registry, registered);
+  add_dropped_counter(registry, "requests");
+
+  vek_metric_registry_report(registry, other);
+  assert_recorded(record,
+                  "other count requests - - 1000 0\n"
+                  "other flush\n");
+  assert_found(registry, "requests", FALSE);
+
+  vek_metric_registry_report(registry, other);
+  assert_recorded(record, "other flush\n");
+  assert_found(registry, "requests", FALSE);
+
+  run_periodic_pass(registry);
+  assert_recorded(record, "registered flush\n");
+  assert_not_found(registry, "requests");
+}
+
+static void inactive_metric_is_never_made_active_again(void) {
+  g_autoptr(Scene) scene = scene_new();
+  vek_metric_registry_register_reporter(scene->registry, scene->reporter);
+  g_autoptr(VekMetricCounter) retired = counter_new(scene->registry, "requests");
+  vek_metric_mark_inactive(VEK_METRIC(retired));
+
+  g_autoptr(VekMetricCounter) again = counter_new(scene->registry, "requests");
+  g_assert_true(again == retired);
+  assert_found(scene->registry, "requests", FALSE);
+
+  /* Held by the application, and removed all the same. */
+  run_periodic_pass(scene->registry);
+  assert_recorded(scene->record, "a flush\n");
+  assert_not_found(scene->registry, "requests");
+  g_assert_cmpuint(get_ref_count(retired), ==, 2);
+
+  g_autoptr(VekMetricCounter) fresh = counter_new(scene->registry, "requests");
+  g_assert_true(fresh != retired);
+  assert_found(scene->registry, "requests", TRUE);
+}
+
+static void record_state_of_requests(VekMetricReporter *reporter, gpointer data) {
+  (void)reporter;
+  Scene *scene = data;
+  g_autoptr(VekMetric) metric = find(scene->registry, "requests");
+  g_string_append(scene->record, vek_metric_is_active(metric) ? "active\n" : "inactive\n");
+}
+
+/* The look-ups also show that a pass lets other readers in, its flushes included. */
+static void metric_is_marked_after_its_report_and_before_the_flush(void) {
+  g_autoptr(Scene) scene = scene_new();
+  recording_reporter_set_callback(RECORDING_REPORTER(scene->reporter), record_state_of_requests,
+                                  scene);
+  add_dropped_counter(scene->registry, "requests");
+
+  scene_report(scene);
+  assert_recorded(scene->record,
+                  "a count requests - - 1000 0\n"
+                  "active\n"
+                  "a flush\n"
+                  "inactive\n");
+}
+
+typedef struct {
+  VekMetricRegistry *registry;
+  VekMetric *taken;
+} Taker;
+
+static void take_requests(VekMetricReporter *reporter, gpointer data) {
+  (void)reporter;
+  Taker *taker = data;
+  if (!taker->taken)
+    taker->taken = find(taker->registry, "requests");
+}
+
+static void metric_taken_up_during_its_report_stays_active(void) {
+  g_autoptr(Scene) scene = scene_new();
+  Taker taker = {scene->registry, NULL};
+  recording_reporter_set_callback(RECORDING_REPORTER(scene->reporter), take_requests, &taker);
+  add_dropped_counter(scene->registry, "requests");
+
+  scene_report(scene);
+  g_assert_true(vek_metric_is_active(taker.taken));
+  g_object_unref(taker.taken);
+}
+
+static void one_off_pass_without_metrics_flushes_once(void) {
+  g_autoptr(Scene) scene = scene_new();
+
+  scene_report(scene);
+  assert_recorded(scene->record, "a flush\n");
+  g_assert_null(find_timer(scene->registry));
+}
+
+static void drop_once(VekMetricReporter *reporter, gpointer data) {
+  gboolean *held = data;
+  if (*held)
+    g_object_unref(reporter);
+  *held = FALSE;
+}
+
+static void one_off_pass_holds_its_reporter(void) {
+  g_autoptr(VekMetricRegistry) registry = registry_new();
+  g_autoptr(GString) record = g_string_new(NULL);
+  g_autoptr(VekMetricCounter) counter = counter_new(registry, "requests");
+  VekMetricReporter *reporter = recording_reporter_new("a", record);
+  g_object_add_weak_pointer(G_OBJECT(reporter), (gpointer *)&reporter);
+  gboolean held = TRUE;
+  recording_reporter_set_callback(RECORDING_REPORTER(reporter), drop_once, &held);
+
+  vek_metric_registry_report(registry, reporter);
+  assert_recorded(record,
+                  "a count requests - - 1000 0\n"
+                  "a flush\n");
+  g_assert_false(held);
+  g_assert_null(reporter);
+}
+
+static void dispose_lets_go_of_metrics_and_reporters(void) {
+  g_autoptr(Scene) scene = scene_new();
+  g_autoptr(VekMetricCounter) held = counter_new(scene->registry, "held");
+  VekMetricCounter *dropped = counter_new(scene->registry, "dropped");
+  g_object_add_weak_pointer(G_OBJECT(dropped), (gpointer *)&dropped);
+  g_object_unref(dropped);
+  vek_metric_registry_register_reporter(scene->registry, scene->reporter);
+  vek_metric_registry_register_reporter(scene->registry, scene->reporter);
+
+  g_object_run_dispose(G_OBJECT(scene->registry));
+  g_assert_null(dropped);
+  g_assert_cmpuint(get_ref_count(held), ==, 1);
+  g_assert_true(vek_metric_is_active(VEK_METRIC(held)));
+  g_assert_cmpuint(get_ref_count(scene->reporter), ==, 1);
+  g_assert_null(find_timer(scene->registry));
+  assert_recorded(scene->record, "");
+
+  g_object_run_dispose(G_OBJECT(scene->registry));
+  assert_nothing_logged();
+}
+
+static void failed_checks_change_nothing(void) {
+  g_autoptr(VekMetricRegistry) registry = registry_new();
+  g_autoptr(GObject) object = g_object_new(G_TYPE_OBJECT, NULL);
+  VekMetricRegistry *wrong_registry = (gpointer)object;
+  VekMetricReporter *wrong_reporter = (gpointer)object;
+
+  VekMetricRegistry *bad_registries[] = {NULL, wrong_registry};
+  for (gsize i = 0; i < G_N_ELEMENTS(bad_registries); i++) {
+    /* The first check that fails is the only one that is logged. */
+    g_assert_null(vek_metric_registry_get_metric(bad_registries[i], NULL, NULL));
+    assert_failed_check("vek_metric_registry_get_metric", "VEK_IS_METRIC_REGISTRY(registry)");
+    vek_metric_registry_register_reporter(bad_registries[i], NULL);
+    assert_failed_check("vek_metric_registry_register_reporter",
+                        "VEK_IS_METRIC_REGISTRY(registry)");
+    vek_metric_registry_report(bad_registries[i], NULL);
+    assert_failed_check("vek_metric_registry_report", "VEK_IS_METRIC_REGISTRY(registry)");
+  }
+
+  g_assert_null(vek_metric_registry_get_metric(registry, NULL, STRV("host", "h1")));
+  assert_failed_check("vek_metric_registry_get_metric", "name != NULL");
+
+  VekMetricReporter *bad_reporters[] = {NULL, wrong_reporter};
+  for (gsize i = 0; i < G_N_ELEMENTS(bad_reporters); i++) {
+    vek_metric_registry_register_reporter(registry, bad_reporters[i]);
+    assert_failed_check("vek_metric_registry_register_reporter",
+                        "VEK_IS_METRIC_REPORTER(reporter)");
+    vek_metric_registry_report(registry, bad_reporters[i]);
+    assert_failed_check("vek_metric_registry_report", "VEK_IS_METRIC_REPORTER(reporter)");
+  }
+
+  g_assert_null(find_timer(registry));
+  g_assert_cmpuint(get_ref_count(registry), ==, 1);
+  g_assert_cmpuint(get_ref_count(object), ==, 1);
+}
+
+static void default_registry_is_made_once_and_borrowed(void) {
+  VekMetricRegistry *registry = vek_metric_registry_get_default();
+  g_assert_true(VEK_IS_METRIC_REGISTRY(registry));
+  g_assert_true(vek_metric_registry_get_default() == registry);
+  g_assert_cmpuint(get_ref_count(registry), ==, 1);
+
+  vek_metric_registry_set_default(NULL);
+}
+
+static void setting_the_default_again_changes_no_reference_count(void) {
+  g_autoptr(VekMetricRegistry) registry = registry_new();
+
+  vek_metric_registry_set_default(registry);
+  g_assert_cmpuint(get_ref_count(registry), ==, 2);
+  vek_metric_registry_set_default(registry);
+  g_assert_cmpuint(get_ref_count(registry), ==, 2);
+  g_assert_true(vek_metric_registry_get_default() == registry);
+
+  vek_metric_registry_set_default(NULL);
+  g_assert_cmpuint(get_ref_count(registry), ==, 1);
+}
+
+static void default_of_null_drops_the_old_and_a_fresh_one_follows(void) {
+  VekMetricRegistry *old = vek_metric_registry_get_default();
+  add_dropped_counter(old, "requests");
+  g_object_add_weak_pointer(G_OBJECT(old), (gpointer *)&old);
+
+  vek_metric_registry_set_default(NULL);
+  g_assert_null(old);
+  assert_not_found(vek_metric_registry_get_default(), "requests");
+
+  vek_metric_registry_set_default(NULL);
+  vek_metric_registry_set_default(NULL);
+}
+
+static void note_default(gpointer data, GObject *gone) {
+  (void)gone;
+  VekMetricRegistry **seen = data;
+  *seen = vek_metric_registry_get_default();
+}
+
+static void new_default_is_in_place_before_the_old_one_goes(void) {
+  g_autoptr(VekMetricRegistry) registry = registry_new();
+  VekMetricRegistry *seen = NULL;
+  g_object_weak_ref(G_OBJECT(vek_metric_registry_get_default()), note_default, &seen);
+
+  vek_metric_registry_set_default(registry);
+  g_assert_true(seen == registry);
+
+  vek_metric_registry_set_default(NULL);
+}
+
+enum { N_ROUNDS = 200 };
+
+typedef struct {
+  Scene *scene; /* its reporter is for one-off passes */
+  VekMetricCounter *shared;
+  guint n_periodic_passes;
+} Storm;
+
+static void update_shared(Storm *storm, guint round) {
+  (void)round;
+  vek_metric_counter_inc(storm->shared);
+}
+
+static void create_shared(Storm *storm, guint round) {
+  (void)round;
+  g_autoptr(VekMetricCounter) counter = counter_new(storm->scene->registry, "shared");
+  vek_metric_counter_add(counter, 1000);
+}
+
+static void look_shared_up(Storm *storm, guint round) {
+  (void)round;
+  g_autoptr(VekMetric) metric = find(storm->scene->registry, "shared");
+  vek_metric_counter_add(VEK_METRIC_COUNTER(metric), 1000000);
+}
+
+static void create_and_drop(Storm *storm, guint round) {
+  g_autofree char *name = g_strdup_printf("dropped-%u", round);
+  add_dropped_counter(storm->scene->registry, name);
+}
+
+static void report_once(Storm *storm, guint round) {
+  (void)round;
+  scene_report(storm->scene);
+}
+
+static void (*const jobs[])(Storm *storm, guint round) = {
+    update_shared, create_shared, look_shared_up, create_and_drop, report_once,
+};
+
+static void do_job(guint thread, gpointer storm) {
+  for (guint round = 0; round < N_ROUNDS; round++)
+    jobs[thread](storm, round);
+}
+
+static void run_periodic_pass_meanwhile(gpointer data) {
+  Storm *storm = data;
+  if (storm->n_periodic_passes == N_ROUNDS)
+    return; /* without an end, passes would keep those waiting who create */
+  run_periodic_pass(storm->scene->registry);
+  storm->n_periodic_passes++;
+}
+
+static guint count_flushes(const GString *record) {
+  guint n = 0;
+  for (const char *at = record->str; (at = strstr(at, "flush\n")); at++)
+    n++;
+  return n;
+}
+
+static void threads_lose_nothing(void) {
+  g_autoptr(Scene) scene = scene_new();
+  g_autoptr(GString) record = g_string_new(NULL);
+  g_autoptr(VekMetricReporter) reporter = recording_reporter_new("periodic", record);
+  vek_metric_registry_register_reporter(scene->registry, reporter);
+  g_autoptr(VekMetricCounter) shared = counter_new(scene->registry, "shared");
+  Storm storm = {scene, shared, 0};
+
+  run_threads(G_N_ELEMENTS(jobs), do_job, run_periodic_pass_meanwhile, &storm);
+  run_periodic_pass(scene->registry);
+
+  g_assert_cmpuint(count_flushes(record), ==, storm.n_periodic_passes + 1);
+  g_assert_cmpuint(count_flushes(scene->record), ==, N_ROUNDS);
+  /* Each dropped metric was reported, to one reporter at least, and is gone. */
+  for (guint i = 0; i < N_ROUNDS; i++) {
+    g_autofree char *part = g_strdup_printf("count dropped-%u - - 1000 ", i);
+    g_assert_true(strstr(record->str, part) || strstr(scene->record->str, part));
+  }
+  g_string_truncate(record, 0);
+  run_periodic_pass(scene->registry);
+  assert_recorded(record,
+                  "periodic count shared - - 1000 200200200\n"
+                  "periodic flush\n");
+}
+
+int main(int argc, char **argv) {
+  g_test_init(&argc, &argv, NULL);
+  log_capture_init();
+  fake_clock_set(1000, 1000);
+
+  add_test("/registry/type-is-a-plain-object", type_is_a_plain_object);
+  add_test("/registry/same-name-and-dimensions-give-the-same-object",
+           same_name_and_dimensions_give_the_same_object);
+  add_test("/registry/key-is-the-dimensions-then-the-name", key_is_the_dimensions_then_the_name);
+  add_test("/registry/keys-of-any-length-are-told-apart", keys_of_any_length_are_told_apart);
+  add_test("/registry/metrics-whose-strings-join-to-the-same-text-are-one",
+           metrics_whose_strings_join_to_the_same_text_are_one);
+  add_test("/registry/metric-of-another-kind-is-returned-after-a-warning",
+           metric_of_another_kind_is_returned_after_a_warning);
+  add_test("/registry/metric-without-a-name-aborts", metric_without_a_name_aborts);
+  add_test("/registry/unknown-key-gives-null-and-logs-nothing",
+           unknown_key_gives_null_and_logs_nothing);
+  add_test("/registry/found-metric-comes-with-a-reference-of-its-own",
+           found_metric_comes_with_a_reference_of_its_own);
+  add_test("/registry/registries-are-apart", registries_are_apart);
+  add_test("/registry/first-reporter-installs-exactly-one-timer",
+           first_reporter_installs_exactly_one_timer);
+  add_test("/registry/timer-goes-to-the-default-context-even-under-another",
+           timer_goes_to_the_default_context_even_under_another);
+  add_test("/registry/timer-repeats", timer_repeats);
+  add_test("/registry/timer-holds-no-reference-and-goes-with-the-registry",
+           timer_holds_no_reference_and_goes_with_the_registry);
+  add_test("/registry/without-a-reporter-nothing-is-reported-or-removed",
+           without_a_reporter_nothing_is_reported_or_removed);
+  add_test("/registry/pass-with-an-empty-list-only-removes", pass_with_an_empty_list_only_removes);
+  add_test("/registry/pass-reports-each-metric-once-however-many",
+           pass_reports_each_metric_once_however_many);
+  add_test("/registry/reporter-registered-last-is-called-first",
+           reporter_registered_last_is_called_first);
+  add_test("/registry/reporter-registered-twice-is-called-twice",
+           reporter_registered_twice_is_called_twice);
+  add_test("/registry/dropped-metric-is-reported-a-last-time-and-removed",
+           dropped_metric_is_reported_a_last_time_and_removed);
+  add_test("/registry/one-off-pass-marks-but-leaves-removal-to-the-timer",
+           one_off_pass_marks_but_leaves_removal_to_the_timer);
+  add_test("/registry/inactive-metric-is-never-made-active-again",
+           inactive_metric_is_never_made_active_again);
+  add_test("/registry/metric-is-marked-after-its-report-and-before-the-flush",
+           metric_is_marked_after_its_report_and_before_the_flush);
+  add_test("/registry/metric-taken-up-during-its-report-stays-active",
+           metric_taken_up_during_its_report_stays_active);
+  add_test("/registry/one-off-pass-without-metrics-flushes-once",
+           one_off_pass_without_metrics_flushes_once);
+  add_test("/registry/one-off-pass-holds-its-reporter", one_off_pass_holds_its_reporter);
+  add_test("/registry/dispose-lets-go-of-metrics-and-reporters",
+           dispose_lets_go_of_metrics_and_reporters);
+  add_test("/registry/failed-checks-change-nothing", failed_checks_change_nothing);
+  add_test("/registry/default-registry-is-made-once-and-borrowed",
+           default_registry_is_made_once_and_borrowed);
+  add_test("/registry/setting-the-default-again-changes-no-reference-count",
+           setting_the_default_again_changes_no_reference_count);
+  add_test("/registry/default-of-null-drops-the-old-and-a-fresh-one-follows",
+           default_of_null_drops_the_old_and_a_fresh_one_follows);
+  add_test("/registry/new-default-is-in-place-before-the-old-one-goes",
+           new_default_is_in_place_before_the_old_one_goes);
+  add_test("/registry/threads-lose-nothing", threads_lose_nothing);
+
+  return g_test_run();
+}
