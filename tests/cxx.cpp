@@ -1,0 +1,173 @@
+/* Tests of the C++ header. */
+
+#include "support/fakeclock.h"
+#include "support/logcapture.h"
+
+#include <vekmetrics/vekmetrics.hpp>
+
+static vek::Registry make_registry() {
+  return vek::Registry(VEK_METRIC_REGISTRY(g_object_new(VEK_TYPE_METRIC_REGISTRY, nullptr)));
+}
+
+static guint references(gpointer object) {
+  return G_OBJECT(object)->ref_count;
+}
+
+static void an_owner_takes_over_copies_moves_and_drops_references() {
+  vek::Registry registry = make_registry();
+  vek::Counter counter(vek_metric_registry_counter_new(registry, "c", nullptr, nullptr));
+  g_assert_cmpuint(references(counter), ==, 2); /* the table's and ours */
+  {
+    vek::Counter copy = counter;
+    g_assert_cmpuint(references(counter), ==, 3);
+    vek::Counter moved = std::move(copy);
+    g_assert_cmpuint(references(counter), ==, 3);
+    g_assert_null(static_cast<VekMetricCounter *>(copy));
+    copy = moved;
+    g_assert_cmpuint(references(counter), ==, 4);
+    copy = vek::Counter();
+    g_assert_cmpuint(references(counter), ==, 3);
+    moved = *&moved;
+    g_assert_cmpuint(references(counter), ==, 3);
+  }
+  g_assert_cmpuint(references(counter), ==, 2);
+}
+
+static void records_are_owned_by_their_own_counts() {
+  vek::Dimension dimension(vek_metric_dimension_new("host", "h1"));
+  vek::Datum datum(vek_metric_datum_new("requests"));
+  VekMetricDimension *dimensions[] = {dimension};
+  vek_metric_datum_set_dimensions(datum, dimensions, 1);
+  vek::Datum copy = datum;
+  datum = vek::Datum();
+  guint n_dimensions;
+  vek_metric_datum_get_dimensions(copy, &n_dimensions);
+  g_assert_cmpuint(n_dimensions, ==, 1);
+  g_assert_cmpstr(vek_metric_dimension_get_value(dimension), ==, "h1");
+}
+
+static void dimensions_come_from_braces() {
+  vek::Registry registry = make_registry();
+  vek::Counter counter(vek_metric_registry_counter_new(
+      registry, "reads", "Count", vek::Dimensions{{"host", "h1"}, {"disk", "sda"}}));
+  g_autofree char *joined = g_strjoinv(",", vek_metric_get_dimensions(VEK_METRIC(counter)));
+  g_assert_cmpstr(joined, ==, "host,h1,disk,sda");
+  vek::Counter none(vek_metric_registry_counter_new(registry, "reads", "Count", vek::Dimensions{}));
+  g_assert_cmpuint(g_strv_length(vek_metric_get_dimensions(VEK_METRIC(none))), ==, 0);
+}
+
+static void a_snapshot_names_its_statistics() {
+  fake_clock_set(7000, 1);
+  const gdouble samples[] = {5, 1, 4, 2, 3};
+  vek::Snapshot snapshot(vek_metric_snapshot_new(samples, G_N_ELEMENTS(samples)));
+  g_assert_cmpint(snapshot.time(), ==, 7000);
+  g_assert_cmpuint(snapshot.n_samples(), ==, 5);
+  g_assert_cmpfloat(snapshot.sum(), ==, 15.0);
+  g_assert_cmpfloat(snapshot.average(), ==, 3.0);
+  g_assert_cmpfloat(snapshot.min(), ==, 1.0);
+  g_assert_cmpfloat(snapshot.max(), ==, 5.0);
+  g_assert_cmpfloat(snapshot.quantile(0.5), ==, 3.0);
+}
+
+static void an_empty_snapshot_owner_fails_the_checks() {
+  g_assert_cmpfloat(vek::Snapshot().sum(), ==, 0.0);
+  assert_failed_check("vek_metric_snapshot_get_sum", "snapshot != NULL");
+}
+
+static void scoped_timers_that_overlap_measure_each_their_own() {
+  vek::Registry registry = make_registry();
+  vek::Timer timer(vek_metric_registry_timer_new(registry, "t", "Microseconds", nullptr, nullptr));
+  fake_clock_set(1, 1000);
+  {
+    vek::ScopedTimer outer(timer);
+    fake_clock_advance(10);
+    {
+      vek::ScopedTimer inner(timer);
+      fake_clock_advance(5);
+    }
+    fake_clock_advance(20);
+  }
+  vek::Snapshot snapshot(vek_metric_histogram_get_snapshot(VEK_METRIC_HISTOGRAM(timer)));
+  g_assert_cmpuint(snapshot.n_samples(), ==, 2);
+  g_assert_cmpfloat(snapshot.min(), ==, 5.0);
+  g_assert_cmpfloat(snapshot.max(), ==, 35.0);
+}
+
+static void a_tally_publishes_at_its_limit_when_asked_and_at_the_end() {
+  vek::Registry registry = make_registry();
+  vek::Counter counter(vek_metric_registry_counter_new(registry, "c", nullptr, nullptr));
+  {
+    vek::Tally tally(counter, 3);
+    tally.inc();
+    tally.inc();
+    g_assert_cmpint(vek_metric_counter_get_count(counter), ==, 0);
+    tally.inc();
+    g_assert_cmpint(vek_metric_counter_get_count(counter), ==, 3);
+    tally.inc();
+    tally.publish();
+    g_assert_cmpint(vek_metric_counter_get_count(counter), ==, 4);
+    tally.dec();
+    tally.add(-2);
+    g_assert_cmpint(vek_metric_counter_get_count(counter), ==, 1);
+    tally.add(2);
+  }
+  g_assert_cmpint(vek_metric_counter_get_count(counter), ==, 3);
+}
+
+static void a_tally_publishes_nothing_when_it_holds_nothing() {
+  vek::Registry registry = make_registry();
+  fake_clock_set(1000, 1);
+  vek::Counter counter(vek_metric_registry_counter_new(registry, "c", nullptr, nullptr));
+  fake_clock_set(2000, 1);
+  {
+    vek::Tally tally(counter);
+    tally.inc();
+    tally.dec();
+  }
+  g_assert_cmpint(vek_metric_counter_get_time(counter), ==, 1000);
+}
+
+static void a_tally_passes_large_values_through() {
+  vek::Registry registry = make_registry();
+  vek::Counter counter(vek_metric_registry_counter_new(registry, "c", nullptr, nullptr));
+  vek::Tally tally(counter, 10);
+  tally.add(5);
+  tally.add(100);
+  g_assert_cmpint(vek_metric_counter_get_count(counter), ==, 100);
+  tally.add(-10);
+  g_assert_cmpint(vek_metric_counter_get_count(counter), ==, 90);
+  tally.publish();
+  g_assert_cmpint(vek_metric_counter_get_count(counter), ==, 95);
+}
+
+static void a_tally_does_not_overflow() {
+  vek::Registry registry = make_registry();
+  vek::Counter counter(vek_metric_registry_counter_new(registry, "c", nullptr, nullptr));
+  vek::Tally tally(counter, G_MAXINT64);
+  tally.add(G_MAXINT64 - 1);
+  tally.add(G_MAXINT64);
+  g_assert_cmpint(vek_metric_counter_get_count(counter), ==, -3); /* wrapped by the counter */
+}
+
+int main(int argc, char **argv) {
+  g_test_init(&argc, &argv, nullptr);
+  log_capture_init();
+
+  add_test("/cxx/an-owner-takes-over-copies-moves-and-drops-references",
+           an_owner_takes_over_copies_moves_and_drops_references);
+  add_test("/cxx/records-are-owned-by-their-own-counts", records_are_owned_by_their_own_counts);
+  add_test("/cxx/dimensions-come-from-braces", dimensions_come_from_braces);
+  add_test("/cxx/a-snapshot-names-its-statistics", a_snapshot_names_its_statistics);
+  add_test("/cxx/an-empty-snapshot-owner-fails-the-checks",
+           an_empty_snapshot_owner_fails_the_checks);
+  add_test("/cxx/scoped-timers-that-overlap-measure-each-their-own",
+           scoped_timers_that_overlap_measure_each_their_own);
+  add_test("/cxx/a-tally-publishes-at-its-limit-when-asked-and-at-the-end",
+           a_tally_publishes_at_its_limit_when_asked_and_at_the_end);
+  add_test("/cxx/a-tally-publishes-nothing-when-it-holds-nothing",
+           a_tally_publishes_nothing_when_it_holds_nothing);
+  add_test("/cxx/a-tally-passes-large-values-through", a_tally_passes_large_values_through);
+  add_test("/cxx/a-tally-does-not-overflow", a_tally_does_not_overflow);
+
+  return g_test_run();
+}
