@@ -7,7 +7,7 @@
 #include <prometheus/histogram.h>
 #include <prometheus/registry.h>
 #include <prometheus/summary.h>
-#include <vekmetrics/vekmetrics.h>
+#include <vekmetrics/vekmetrics.hpp>
 
 #include <array>
 #include <random>
@@ -213,6 +213,26 @@ void timer_start_stop_floor(benchmark::State &state) {
     gint64 start = g_get_monotonic_time();
     gint64 elapsed = g_get_monotonic_time() - start;
     floor_histogram.add(static_cast<gdouble>(elapsed) / 1000.0);
+  }
+}
+
+void tally_library(benchmark::State &state) {
+  vek::Tally tally(counter);
+  for (auto _ : state) {
+    tally.inc();
+    benchmark::ClobberMemory();
+  }
+}
+
+void scope_timed_library(benchmark::State &state) {
+  for (auto _ : state)
+    vek::ScopedTimer scope(timer);
+}
+
+void scope_timed_c_calls(benchmark::State &state) {
+  for (auto _ : state) {
+    gint64 start = g_get_monotonic_time();
+    vek_metric_timer_set_usec(timer, g_get_monotonic_time() - start);
   }
 }
 
@@ -446,6 +466,10 @@ const std::vector<Case> cases = {
     {"counter add/library", counter_add_library},
     {"counter add/floor", counter_add_floor},
     {"counter add/prometheus", counter_inc_prometheus},
+    {"increment by a tally/library", tally_library},
+    {"increment by a tally/prometheus", counter_inc_prometheus},
+    {"scope timed in C++/library", scope_timed_library},
+    {"scope timed in C++/C calls", scope_timed_c_calls},
     {"counter add of two threads/library", counter_add_library, 2},
     {"counter add of two threads/floor", counter_add_floor, 2},
     {"gauge set/library", gauge_set_library},
