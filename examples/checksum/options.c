@@ -25,10 +25,11 @@ G_GNUC_NORETURN
 static void exit_with_usage(const char *format, ...) {
   va_list arguments;
   va_start(arguments, format);
-  g_autofree char *message = g_strdup_vprintf(format, arguments);
+  char *message = g_strdup_vprintf(format, arguments);
   va_end(arguments);
 
   g_printerr("checksum: %s\nTry \"checksum --help\".\n", message);
+  g_free(message);
   exit(STATUS_USAGE);
 }
 
