@@ -30,6 +30,24 @@ G_DECLARE_FINAL_TYPE(VekMetricCarbonReporter, vek_metric_carbon_reporter, VEK,
                      METRIC_CARBON_REPORTER, GObject)
 
 /**
+ * VekMetricCarbonReporter:prefix:
+ *
+ * The first component of every key; %NULL or empty for none.
+ */
+
+/**
+ * VekMetricCarbonReporter:server-address:
+ *
+ * The server's IPv4 or IPv6 address as text.
+ */
+
+/**
+ * VekMetricCarbonReporter:server-port:
+ *
+ * The server's TCP port.
+ */
+
+/**
  * vek_metric_carbon_reporter_new:
  * @prefix: (nullable): the first component of every key; %NULL or empty for none
  * @server_address: (nullable): the server's IPv4 or IPv6 address as text; host names are not
@@ -38,7 +56,7 @@ G_DECLARE_FINAL_TYPE(VekMetricCarbonReporter, vek_metric_carbon_reporter, VEK,
  *
  * Makes a carbon reporter and begins to connect it.
  *
- * Returns: (transfer full): a new reporter
+ * Returns: (transfer full) (type VekMetricCarbonReporter): a new reporter
  */
 VEK_EXPORT
 VekMetricReporter *vek_metric_carbon_reporter_new(const gchar *prefix, const gchar *server_address,

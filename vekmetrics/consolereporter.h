@@ -27,7 +27,7 @@ G_DECLARE_FINAL_TYPE(VekMetricConsoleReporter, vek_metric_console_reporter, VEK,
  *
  * Makes a console reporter.
  *
- * Returns: (transfer full): a new reporter
+ * Returns: (transfer full) (type VekMetricConsoleReporter): a new reporter
  */
 VEK_EXPORT
 VekMetricReporter *vek_metric_console_reporter_new(void);

@@ -8,7 +8,7 @@ G_BEGIN_DECLS
 #define VEK_TYPE_METRIC_DIMENSION (vek_metric_dimension_get_type())
 
 /**
- * VekMetricDimension: (copy-func vek_metric_dimension_ref) (free-func vek_metric_dimension_unref)
+ * VekMetricDimension:
  *
  * One name and its value, reference-counted and never changed.
  *

@@ -20,6 +20,12 @@ G_DECLARE_FINAL_TYPE(VekMetricFixedSizeStore, vek_metric_fixed_size_store, VEK,
                      METRIC_FIXED_SIZE_STORE, VekMetricStore)
 
 /**
+ * VekMetricFixedSizeStore:window-size:
+ *
+ * How many samples are kept at the most.
+ */
+
+/**
  * vek_metric_fixed_size_store_new:
  * @window_size: how many samples to keep, at least 1
  *

@@ -24,6 +24,18 @@ G_DECLARE_FINAL_TYPE(VekMetricFixedTimeStore, vek_metric_fixed_time_store, VEK,
                      METRIC_FIXED_TIME_STORE, VekMetricStore)
 
 /**
+ * VekMetricFixedTimeStore:time-window:
+ *
+ * How old a sample may become, in microseconds.
+ */
+
+/**
+ * VekMetricFixedTimeStore:max-size:
+ *
+ * How many samples are kept at the most.
+ */
+
+/**
  * vek_metric_fixed_time_store_new:
  * @time_window: how old a sample may become, in microseconds, at least 1,000,000
  * @max_size: how many samples to keep at the most, from 1 to 2^29 - 1

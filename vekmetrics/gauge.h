@@ -25,6 +25,12 @@ VEK_EXPORT
 G_DECLARE_FINAL_TYPE(VekMetricGauge, vek_metric_gauge, VEK, METRIC_GAUGE, VekMetric)
 
 /**
+ * VekMetricGauge:interval:
+ *
+ * The length of an interval in microseconds; 0 for none.
+ */
+
+/**
  * vek_metric_gauge_set_value:
  * @gauge: a gauge
  * @value: the new value

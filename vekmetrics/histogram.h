@@ -23,6 +23,12 @@ VEK_EXPORT
 G_DECLARE_DERIVABLE_TYPE(VekMetricHistogram, vek_metric_histogram, VEK, METRIC_HISTOGRAM, VekMetric)
 
 /**
+ * VekMetricHistogram:store:
+ *
+ * Where the samples are kept; %NULL at construction makes a store of the last 60.
+ */
+
+/**
  * VekMetricHistogramClass:
  * @parent_class: the parent class
  *

@@ -30,6 +30,36 @@ G_DECLARE_FINAL_TYPE(VekMetricJsonLogReporter, vek_metric_json_log_reporter, VEK
                      METRIC_JSON_LOG_REPORTER, GObject)
 
 /**
+ * VekMetricJsonLogReporter:basename:
+ *
+ * The file's name without its ".json".
+ */
+
+/**
+ * VekMetricJsonLogReporter:dirname:
+ *
+ * The file's directory.
+ */
+
+/**
+ * VekMetricJsonLogReporter:instance-id:
+ *
+ * The value of the dimension "instance" of every data point; %NULL for none.
+ */
+
+/**
+ * VekMetricJsonLogReporter:max-reports:
+ *
+ * How many reports a file takes before it is rotated; 0 for no limit.
+ */
+
+/**
+ * VekMetricJsonLogReporter:rotate:
+ *
+ * How many old files are kept.
+ */
+
+/**
  * vek_metric_json_log_reporter_new:
  * @basename: (nullable) (type filename): the file's name without its ".json"
  * @dirname: (nullable) (type filename): its directory, made if it is missing
@@ -40,7 +70,7 @@ G_DECLARE_FINAL_TYPE(VekMetricJsonLogReporter, vek_metric_json_log_reporter, VEK
  *
  * Makes a JSON log reporter and opens its file. Without a name or a directory, nothing is written.
  *
- * Returns: (transfer full): a new reporter
+ * Returns: (transfer full) (type VekMetricJsonLogReporter): a new reporter
  */
 VEK_EXPORT
 VekMetricReporter *vek_metric_json_log_reporter_new(const gchar *basename, const gchar *dirname,

@@ -27,13 +27,25 @@ G_DECLARE_FINAL_TYPE(VekMetricLogReporter, vek_metric_log_reporter, VEK, METRIC_
                      GObject)
 
 /**
+ * VekMetricLogReporter:basename:
+ *
+ * The file's name without its ".csv".
+ */
+
+/**
+ * VekMetricLogReporter:dirname:
+ *
+ * The file's directory.
+ */
+
+/**
  * vek_metric_log_reporter_new:
  * @basename: (nullable) (type filename): the file's name without its ".csv"
  * @dirname: (nullable) (type filename): its directory, made if it is missing
  *
  * Makes a CSV log reporter and opens its file. Without a name or a directory, nothing is written.
  *
- * Returns: (transfer full): a new reporter
+ * Returns: (transfer full) (type VekMetricLogReporter): a new reporter
  */
 VEK_EXPORT
 VekMetricReporter *vek_metric_log_reporter_new(const gchar *basename, const gchar *dirname);

@@ -25,6 +25,18 @@ VEK_EXPORT
 G_DECLARE_FINAL_TYPE(VekMetricMeter, vek_metric_meter, VEK, METRIC_METER, VekMetric)
 
 /**
+ * VekMetricMeter:time-constant:
+ *
+ * Over how many microseconds the moving average forgets; at least 1,000,000.
+ */
+
+/**
+ * VekMetricMeter:sampling-period:
+ *
+ * How many microseconds pass at least between two updates of the rate.
+ */
+
+/**
  * vek_metric_meter_mark:
  * @meter: a meter
  * @value: how much arrived, at least 0

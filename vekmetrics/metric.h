@@ -21,6 +21,31 @@ VEK_EXPORT
 G_DECLARE_DERIVABLE_TYPE(VekMetric, vek_metric, VEK, METRIC, GObject)
 
 /**
+ * VekMetric:active:
+ *
+ * Whether the registry still reports the metric. Passes and [method@Metric.mark_inactive] turn it
+ * off without a notification.
+ */
+
+/**
+ * VekMetric:dimensions:
+ *
+ * Alternating names and values; %NULL for none.
+ */
+
+/**
+ * VekMetric:name:
+ *
+ * The name; %NULL once the metric is disposed.
+ */
+
+/**
+ * VekMetric:unit:
+ *
+ * The unit: free text such as "Count" or "Seconds"; %NULL for none.
+ */
+
+/**
  * VekMetricClass:
  * @parent_class: the parent class
  * @report: hands the metric's current figures to each reporter of the list, in list order; every

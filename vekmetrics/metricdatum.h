@@ -9,7 +9,7 @@ G_BEGIN_DECLS
 #define VEK_TYPE_METRIC_DATUM (vek_metric_datum_get_type())
 
 /**
- * VekMetricDatum: (copy-func vek_metric_datum_ref) (free-func vek_metric_datum_unref)
+ * VekMetricDatum:
  *
  * One data point: a metric's name, up to ten dimensions, a time, a unit, and a value, statistics
  * of samples, or both.

@@ -36,7 +36,7 @@ G_DECLARE_FINAL_TYPE(VekMetricRegistry, vek_metric_registry, VEK, METRIC_REGISTR
  *
  * Gets the default registry, making it if there is none.
  *
- * Must not race with itself or with [func@MetricRegistry.set_default].
+ * Must not race with itself or with [method@MetricRegistry.set_default].
  *
  * Returns: (transfer none): the default registry, which the library owns
  */

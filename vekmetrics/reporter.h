@@ -74,8 +74,8 @@ struct _VekMetricReporterInterface {
    * VekMetricReporterInterface::process_timeline_samples:
    * @reporter: a reporter
    * @name: the metric's name
-   * @samples: (nullable) (element-type gpointer): the ranges since the pass before, the newest
-   *   first
+   * @samples: (nullable) (element-type VekMetricRange): the ranges since the pass before, the
+   *   newest first
    *
    * Takes the ranges of a timeline.
    */

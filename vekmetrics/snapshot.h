@@ -8,7 +8,7 @@ G_BEGIN_DECLS
 #define VEK_TYPE_METRIC_SNAPSHOT (vek_metric_snapshot_get_type())
 
 /**
- * VekMetricSnapshot: (copy-func vek_metric_snapshot_ref) (free-func vek_metric_snapshot_unref)
+ * VekMetricSnapshot:
  *
  * The samples that a store held at one moment, sorted ascending, with their statistics.
  *

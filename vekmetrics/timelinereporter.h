@@ -22,13 +22,25 @@ G_DECLARE_FINAL_TYPE(VekMetricTimelineReporter, vek_metric_timeline_reporter, VE
                      METRIC_TIMELINE_REPORTER, GObject)
 
 /**
+ * VekMetricTimelineReporter:basename:
+ *
+ * The file's name without its ".csv".
+ */
+
+/**
+ * VekMetricTimelineReporter:dirname:
+ *
+ * The file's directory.
+ */
+
+/**
  * vek_metric_timeline_reporter_new:
  * @basename: (nullable) (type filename): the file's name without its ".csv"
  * @dirname: (nullable) (type filename): its directory, made if it is missing
  *
  * Makes a timeline reporter and opens its file. Without a name or a directory, nothing is written.
  *
- * Returns: (transfer full): a new reporter
+ * Returns: (transfer full) (type VekMetricTimelineReporter): a new reporter
  */
 VEK_EXPORT
 VekMetricReporter *vek_metric_timeline_reporter_new(const gchar *basename, const gchar *dirname);
