@@ -21,8 +21,8 @@ BUILD_C = '-Wall -Wextra -Werror {source} -o {compiled} $(pkg-config --cflags --
 
 # How to run a program, as a line of shell.
 LANGUAGES = {
-    'c': f'${{CC:-cc}} {BUILD_C} && {COMPILED}',
-    'cpp': f'${{CXX:-c++}} -std=c++20 {BUILD_C} && {COMPILED}',
+    'c': f'cc {BUILD_C} && {COMPILED}',
+    'cpp': f'c++ -std=c++17 {BUILD_C} && {COMPILED}',
     'js': 'gjs {source}',
     'python': shlex.quote(sys.executable) + ' {source}',
     'vala': 'valac --quiet --fatal-warnings -X -w $VALAFLAGS --pkg vekmetrics -o {compiled} '
