@@ -12,6 +12,7 @@ import socket
 import subprocess
 import sys
 import tempfile
+import threading
 import unittest
 
 CHECKSUM, HURRIED = map(os.path.abspath, sys.argv[1:3])
@@ -21,11 +22,15 @@ ERASE = b"\r\x1b[K"
 SECTIONS = """\
 general:
 errors: {errors}
+file_size: {size}
 folders: {folders}
 skipped: {skipped}
+waiting: {waiting}
 
 algorithm={algorithm}:
 bytes: {bytes}
+file_time: {time}
+speed: some
 
 {reasons}algorithm={algorithm}, content=data:
 files: {data}
@@ -36,10 +41,31 @@ files: {empty}
 """
 
 
-def sections(data, bytes, empty=0, folders=0, skipped=0, reasons={}, algorithm="sha256"):
+def quantile(samples, q):
+    """Of sorted samples: between the two nearest, but the first of all below the second."""
+    position = (len(samples) - 1) * q
+    index = int(position)
+    if index == 0:
+        return samples[0]
+    if index == len(samples) - 1:
+        return samples[-1]
+    return samples[index] + (position - index) * (samples[index + 1] - samples[index])
+
+
+def describe(samples):
+    count = len(samples)
+    samples = sorted(samples) or [0]
+    return "avg: {:f}, n samples: {}, max: {:f}, min: {:f}, p10: {:f}, p50: {:f}, p90: {:f}".format(
+        sum(samples) / len(samples), count, samples[-1], samples[0],
+        *[quantile(samples, q) for q in [0.1, 0.5, 0.9]])
+
+
+def sections(sizes, folders=0, skipped=0, reasons={}, algorithm="sha256"):
+    """A last report, with all that depends on time made the same: see settle()."""
     return SECTIONS.format(
-        data=data, bytes=bytes, empty=empty, folders=folders, skipped=skipped, algorithm=algorithm,
-        errors=sum(reasons.values()),
+        bytes=sum(sizes), data=len(sizes) - sizes.count(0), empty=sizes.count(0),
+        size=describe(sizes), time=f"{len(sizes)} times", waiting="0.000000",
+        folders=folders, skipped=skipped, algorithm=algorithm, errors=sum(reasons.values()),
         reasons="".join(f"reason={reason}:\nerrors: {count}\n\n"
                         for reason, count in sorted(reasons.items()))).encode()
 
@@ -69,10 +95,26 @@ def sums(path, algorithm="sha256", **options):
                                 "+", **options))
 
 
+def settle(output):
+    """Makes what depends on time the same in all reports."""
+    value = rb"\d+\.\d{6}"
+    for pattern, replacement in [
+        (rb"speed: " + value, rb"speed: some"),
+        (rb"throughput: " + value + rb"\n", rb""),  # of each second only once
+        (rb"file_time: avg: V, n samples: (\d+), max: V, min: V, p10: V, p50: V, p90: V"
+         .replace(b"V", value), rb"file_time: \1 times"),
+    ]:
+        output = re.sub(rb"(?m)^" + pattern, replacement, output)
+    return output
+
+
 def split_reports(output):
     """The lines of checksums, and the reports' numbers of files with data."""
     n = r"\d+"
-    report = sections(data=f"({n})", bytes=n, empty=n, folders=n, skipped=n)
+    report = SECTIONS.format(
+        data=f"({n})", bytes=n, empty=n, size="avg: .*", time=f"{n} times", waiting=r"\d+\.000000",
+        folders=n, skipped=n, algorithm="sha256", errors=n, reasons="").encode()
+    output = settle(output)
     return split_lines(re.sub(report, b"", output)), list(map(int, re.findall(report, output)))
 
 
@@ -94,8 +136,10 @@ class Example(unittest.TestCase):
 class CommandLine(Example):
     def test_help_names_the_options_and_the_default_folder(self):
         text = run_well(CHECKSUM, "--help").decode()
-        self.assertEqual(re.findall(r"--(\w+)", text),
-                         ["help", "algorithm", "jobs", "every", "output", "quiet", "version"])
+        self.assertEqual(re.findall(r"^  (?:-\w, )?--([\w-]+)", text, re.MULTILINE),
+                         ["help", "algorithm", "jobs", "every", "output", "quiet", "console", "csv",
+                          "json", "max-reports", "keep", "timeline", "carbon", "prefix", "wait",
+                          "version"])
         self.assertIn("/usr/share/doc", text)
 
     def test_version_is_printed(self):
@@ -111,6 +155,17 @@ class CommandLine(Example):
             (["--every=-1"], "--every takes seconds from 0.001 to 86400"),
             (["--every=86401"], "--every takes seconds from 0.001 to 86400"),
             (["--every=nan"], "--every takes seconds from 0.001 to 86400"),
+            (["--wait=0"], "--wait takes seconds from 0.001 to 86400"),
+            (["--wait=86401"], "--wait takes seconds from 0.001 to 86400"),
+            (["--max-reports=-1"], "--max-reports takes a number from 0 to 2147483647"),
+            (["--max-reports=1"], "--max-reports needs --json"),
+            (["--json=.", "--max-reports=1", "--keep=1001"], "--keep takes a number from 0 to 1000"),
+            (["--json=.", "--keep=1"], "--keep needs --max-reports"),
+            (["--prefix=site"], "--prefix needs --carbon"),
+            *[([f"--carbon={address}"],
+               f'--carbon takes a numeric ADDRESS:PORT or [IPV6-ADDRESS]:PORT, not "{address}"')
+              for address in ["", "localhost:2003", "127.0.0.1:0", "127.0.0.1:65536", "127.0.0.1:",
+                              ":2003", "[::1", "127.0.0.1:2003:1"]],
         ]:
             with self.subTest(arguments):
                 result = run(CHECKSUM, *arguments)
@@ -157,9 +212,7 @@ class Tree(Example):
 
     def sections(self, algorithm="sha256"):
         return sections(
-            data=len(self.find("-type", "f", "!", "-empty", "-printf", "x")),
-            empty=len(self.find("-type", "f", "-empty", "-printf", "x")),
-            bytes=sum(map(int, self.find("-type", "f", "-printf", "%s\n").split())),
+            sizes=list(map(int, self.find("-type", "f", "-printf", "%s\n").split())),
             folders=len(self.find("-type", "d", "-printf", "x")),
             skipped=len(self.find("!", "-type", "f", "!", "-type", "d", "-printf", "x")),
             algorithm=algorithm)
@@ -168,8 +221,8 @@ class Tree(Example):
         for algorithm in ["md5", "sha1", "sha256", "sha384", "sha512"]:
             for jobs in [1, 8]:
                 with self.subTest(algorithm, jobs=jobs):
-                    output = run_well(CHECKSUM, f"--algorithm={algorithm}", f"--jobs={jobs}",
-                                      self.tree)
+                    output = settle(run_well(CHECKSUM, f"--algorithm={algorithm}",
+                                             f"--jobs={jobs}", self.tree))
                     figures = self.sections(algorithm)
                     self.assertEqual(output[-len(figures):], figures)
                     self.assertEqual(split_lines(output[:-len(figures)]),
@@ -177,12 +230,14 @@ class Tree(Example):
 
     def test_sha256sum_accepts_the_lines(self):
         listing = self.outside / "listing"
-        self.assertEqual(run_well(CHECKSUM, "--output", listing, self.tree), self.sections())
+        figures = settle(run_well(CHECKSUM, "--output", listing, self.tree))
+        self.assertEqual(figures, self.sections())
         self.assertEqual(split_lines(listing.read_bytes()), sums(self.tree))
         run_well("sha256sum", "--check", "--strict", "--quiet", listing)
 
     def test_quiet_leaves_the_figures_alone(self):
-        self.assertEqual(run_well(CHECKSUM, "--quiet", self.tree), self.sections())
+        figures = settle(run_well(CHECKSUM, "--quiet", self.tree))
+        self.assertEqual(figures, self.sections())
 
     def test_paths_begin_as_they_were_given(self):
         for given in [".", "deep", "plain", "link to folder", "link to file"]:
@@ -199,7 +254,7 @@ class Errors(Example):
 
     def check(self, result, messages, figures):
         self.assertEqual(split_lines(result.stderr), sorted(messages))
-        self.assertEqual(result.stdout, figures)
+        self.assertEqual(result.stdout and settle(result.stdout), figures)
         self.assertEqual(result.returncode, 1)
 
     def test_what_cannot_be_read_is_named_and_counted_and_the_run_goes_on(self):
@@ -211,7 +266,7 @@ class Errors(Example):
                     b"checksum: mis??: No such file or directory\n",
                     b"checksum: 0/below: Not a directory\n",
                     b"checksum: /proc/self/mem: Input/output error\n"],
-                   sections(data=10, bytes=10, folders=1,
+                   sections([1] * 10, folders=1,
                             reasons={"failed": 1, "not-directory": 1, "not-found": 2}))
 
     def test_paths_that_are_too_long_are_errors_inside_a_tree(self):
@@ -233,13 +288,13 @@ class Errors(Example):
 
         self.check(run(CHECKSUM, "--quiet", self.tree),
                    [f"checksum: {path}/{c * 200}: File name too long\n".encode() for c in "df"],
-                   sections(data=1, bytes=5, folders=depth, reasons={"filename-too-long": 2}))
+                   sections([5], folders=depth, reasons={"filename-too-long": 2}))
 
     def test_output_that_cannot_be_written_is_an_error(self):
         make_files(self.tree, 1)
         result = run(CHECKSUM, "--output=/dev/full", self.tree)
         self.check(result, [b"checksum: /dev/full: write error\n"],
-                   sections(data=1, bytes=1, folders=1))
+                   sections([1], folders=1))
         result = run(CHECKSUM, "--output=missing/listing", self.tree, cwd=self.outside)
         self.check(result, [b"checksum: missing/listing: No such file or directory\n"], b"")
         with open("/dev/full", "w") as full:
@@ -299,10 +354,11 @@ class LongRun(Example):
     def test_reports_are_seen_at_once_and_forget_no_error(self):
         result = run(HURRIED, "--quiet", "missing", self.tree, "missing too",
                      stderr=subprocess.STDOUT)
-        size = sum(len(str(number)) for number in range(self.FILES))
-        last = sections(data=self.FILES, bytes=size, folders=1, reasons={"not-found": 2})
-        self.assertEqual(result.stdout[-len(last):], last)
-        reports = result.stdout.partition(b"checksum: missing too")[0]
+        sizes = [len(str(number)) for number in range(self.FILES)]
+        last = sections(sizes, folders=1, reasons={"not-found": 2})
+        output = settle(result.stdout)
+        self.assertEqual(output[-len(last):], last)
+        reports = output.partition(b"checksum: missing too")[0]
         reports = reports.replace(b"checksum: missing: No such file or directory\n", b"")
         self.assertRegex(reports, rb"(?s)\Ageneral:\n.*\n\n\Z")
 
@@ -340,8 +396,18 @@ class LargeFiles(Example):
         program = start(HURRIED, "--jobs=1", "--quiet", large, *arguments, stdout=subprocess.PIPE)
         self.addCleanup(program.wait)
         self.addCleanup(program.stdout.close)
+        deadline = threading.Timer(60, program.kill)  # for what is waited for and never comes
+        deadline.start()
+        self.addCleanup(deadline.cancel)
         self.addCleanup(program.kill)
         return program
+
+    def read_figure(self, program, name):
+        """The next that is not zero."""
+        while line := program.stdout.readline().decode():
+            if line.startswith(f"{name}: ") and (value := float(line[len(name) + 2:])):
+                return value
+        self.fail(f"There is no {name}.")
 
     def test_no_more_is_queued_than_keeps_the_threads_busy(self):
         folder = self.outside / "folder"
@@ -356,15 +422,30 @@ class LargeFiles(Example):
         program = self.start(size, *[self.outside / "large"] * 14, self.tree)
         output = b""
         while not output.endswith(b"folders: 1\n"):  # by then all files are queued
-            output += program.stdout.readline()
+            line = program.stdout.readline()
+            self.assertTrue(line)
+            output += line
         program.send_signal(signal.SIGINT)
         output += program.communicate()[0]
         self.assertEqual(program.returncode, 130)
         _, reports = split_reports(output)
         files = reports[-1]
         self.assertLess(files, 15)
-        last = sections(data=files, bytes=files * size, folders=1)
-        self.assertEqual(output[-len(last):], last)
+        last = sections([size] * files, folders=1)
+        self.assertEqual(settle(output)[-len(last):], last)
+
+    def test_rates_are_told_while_it_runs(self):
+        program = self.start(1 << 36)
+        speed = self.read_figure(program, "speed")
+        throughput = self.read_figure(program, "throughput")
+        count = self.read_figure(program, "bytes")
+        self.assertLessEqual(speed, count)  # it takes a second at least to become known
+        self.assertLessEqual(throughput, count)
+
+    def test_files_wait_until_a_thread_begins_them(self):
+        program = self.start(1 << 36, *[self.outside / "large"] * 9)
+        while self.read_figure(program, "waiting") != 9.0:  # all but the first
+            pass
 
     def test_a_second_signal_ends_it_at_once(self):
         program = self.start(1 << 36)

@@ -9,12 +9,14 @@
 #include "options.h"
 #include "output.h"
 #include "progress.h"
+#include "reporters.h"
 #include "walk.h"
 #include "work.h"
 
 typedef struct {
   GMainLoop *loop;
   Figures *figures;
+  Reporters *reporters;
   Walk *walk;
   Work *work;
   FILE *output;      /* for the checksums; NULL if they are not wanted */
@@ -80,13 +82,17 @@ static void on_job_done(const Job *job, gpointer data) {
   quit_if_done(program);
 }
 
+static void report(Program *program) {
+  reporters_report(program->reporters, program->figures->registry);
+}
+
 static gboolean on_every(gpointer data) {
-  Program *program = data;
-  figures_report(program->figures);
+  report(data);
   return G_SOURCE_CONTINUE;
 }
 
-/* The signal gets its default meaning back: the second one ends the program at once. */
+/* The signal gets its default meaning back, as it does at the end of the run: the second one, or
+ * one that comes while the last figures are written, ends the program at once. */
 static gboolean on_signal(gpointer data) {
   Program *program = data;
   program->interrupted = TRUE;
@@ -105,6 +111,8 @@ static void run(Program *program, guint every) {
   walk_on(program);
   g_main_loop_run(program->loop);
   progress_stop();
+  while (g_source_remove_by_user_data(program))
+    ;
   g_main_loop_unref(program->loop);
 }
 
@@ -124,7 +132,7 @@ static int finish(Program *program, const Options *options) {
     fclose(program->output);
   }
 
-  figures_report(program->figures);
+  report(program);
   if (!output_flush(stdout, "standard output"))
     written = FALSE;
 
@@ -143,7 +151,8 @@ int main(int argc, char **argv) {
   Program program = {0};
   int status = STATUS_ERRORS;
   if (open_output(&program, &options)) {
-    program.figures = figures_new(options.algorithm);
+    program.figures = figures_new(options.algorithm, options.jobs);
+    program.reporters = reporters_new(&options, program.figures->registry);
     program.walk = walk_new(options.folders);
     program.work = work_new(options.jobs, options.type, program.figures, on_job_done, &program);
     run(&program, options.every);
@@ -152,6 +161,7 @@ int main(int argc, char **argv) {
     work_free(program.work);
     walk_free(program.walk);
     figures_free(program.figures);
+    reporters_finish(program.reporters);
   }
   options_clear(&options);
   return status;

@@ -21,9 +21,16 @@ static void on_print_error(const char *text) {
   fputs(text, stderr);
 }
 
+static GLogWriterOutput on_log(GLogLevelFlags level, const GLogField *fields, gsize n_fields,
+                               gpointer data) {
+  progress_hide();
+  return g_log_writer_default(level, fields, n_fields, data);
+}
+
 void output_init(void) {
   g_set_print_handler(on_print);
   g_set_printerr_handler(on_print_error);
+  g_log_set_writer_func(on_log, NULL, NULL);
 }
 
 void output_checksum(FILE *file, const char *checksum, const char *path) {

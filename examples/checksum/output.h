@@ -5,7 +5,7 @@
 #include <glib.h>
 #include <stdio.h>
 
-/* Takes over what GLib prints: the console reporter's sections, and messages. */
+/* Takes over what GLib prints: the console reporter's sections, messages, and what is logged. */
 void output_init(void);
 
 /* Prints a line of sha256sum: the checksum and the path. */

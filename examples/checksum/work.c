@@ -15,28 +15,33 @@ struct _Work {
   gpointer data;
   guint n_pending;
   guint max_pending;
+  int n_pushed;
   int stopped; /* atomic: what else the threads read never changes */
 };
 
 typedef struct {
   Job job;
   Work *work;
+  int number; /* from 1 */
 } Task;
 
 /* Sends the whole file through the checksum, a block at a time. */
 static gboolean read_file(int file, GChecksum *checksum, Figures *figures) {
   guint8 block[BLOCK_SIZE];
-  gboolean empty = TRUE;
+  gint64 size = 0;
   ssize_t length;
   while ((length = read(file, block, sizeof block)) > 0) {
     g_checksum_update(checksum, block, length);
     vek_metric_counter_add(figures->bytes, length);
-    empty = FALSE;
+    vek_metric_meter_mark(figures->speed, (double)length);
+    vek_metric_gauge_add_value(figures->throughput, (double)length);
+    size += length;
   }
   if (length < 0)
     return FALSE;
 
-  vek_metric_counter_inc(empty ? figures->files_empty : figures->files_with_data);
+  vek_metric_histogram_set(figures->file_size, (double)size);
+  vek_metric_counter_inc(size == 0 ? figures->files_empty : figures->files_with_data);
   return TRUE;
 }
 
@@ -53,6 +58,23 @@ static void hash_file(Job *job, GChecksumType type, Figures *figures) {
   else
     job->error_number = errno;
   close(file);
+}
+
+/* Several files are hashed at the same time, so the timer, which keeps one start time, gets each
+ * duration as a whole. It is measured on the monotonic clock, which is never set, and laid on the
+ * wall clock of the other figures from the start on. */
+static void time_file(Job *job, int number, GChecksumType type, Figures *figures) {
+  VekMetricTimeline *worker = g_async_queue_pop(figures->idle_workers);
+  gint64 time = g_get_real_time();
+  gint64 start = g_get_monotonic_time();
+  hash_file(job, type, figures);
+  gint64 duration = g_get_monotonic_time() - start;
+
+  if (job->checksum) {
+    vek_metric_timer_set_usec(figures->file_time, duration);
+    vek_metric_timeline_add_range(worker, number, time, time + duration);
+  }
+  g_async_queue_push_front(figures->idle_workers, worker);
 }
 
 static gboolean on_done(gpointer data) {
@@ -72,8 +94,9 @@ static void on_thread(gpointer data, gpointer user_data) {
   Task *task = data;
   Work *work = user_data;
 
+  vek_metric_gauge_add_value(work->figures->waiting, -1.0);
   if (!g_atomic_int_get(&work->stopped))
-    hash_file(&task->job, work->type, work->figures);
+    time_file(&task->job, task->number, work->type, work->figures);
   g_idle_add_full(G_PRIORITY_DEFAULT, on_done, task, NULL);
 }
 
@@ -98,7 +121,9 @@ void work_push(Work *work, const char *path) {
   Task *task = g_new0(Task, 1);
   task->job.path = g_strdup(path);
   task->work = work;
+  task->number = ++work->n_pushed;
   work->n_pending++;
+  vek_metric_gauge_add_value(work->figures->waiting, 1.0);
   g_thread_pool_push(work->pool, task, NULL);
 }
 

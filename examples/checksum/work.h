@@ -16,7 +16,8 @@ typedef void (*WorkCallback)(const Job *job, gpointer data);
 
 typedef struct _Work Work;
 
-/* Makes a pool of that many threads, which count the files and bytes as they go. */
+/* Makes a pool of that many threads, which measure what they do as they go; the figures must be
+ * made for as many. */
 Work *work_new(int jobs, GChecksumType type, Figures *figures, WorkCallback callback,
                gpointer data);
 
