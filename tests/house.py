@@ -50,15 +50,20 @@ def scripts_pass_shellcheck():
     return check(['shellcheck'], find_scripts())
 
 
-def quotes(language):
-    """The quoted blocks of README.md that are marked with the language."""
-    text = (ROOT / 'README.md').read_text(encoding='utf-8')
+def quotes(language, page='README.md'):
+    """The quoted blocks of a page that are marked with the language."""
+    text = (ROOT / page).read_text(encoding='utf-8')
     return re.findall(rf'^```{language}\n(.*?)^```$', text, re.MULTILINE | re.DOTALL)
 
 
 def readme_quotes_hello():
     hello = (ROOT / 'examples' / 'hello.c').read_text(encoding='utf-8')
     return '' if quotes('c') == [hello] else 'README.md and examples/hello.c differ'
+
+
+def shutdown_quotes_the_example():
+    finish = (ROOT / 'examples' / 'checksum' / 'finish.c').read_text(encoding='utf-8')
+    return '' if finish in quotes('c', 'docs/shutdown.md') else 'docs/shutdown.md and finish.c differ'
 
 
 def readme_shows_what_hello_prints():
@@ -68,7 +73,7 @@ def readme_shows_what_hello_prints():
 
 HELLO = sys.argv[1]
 RULES = (code_follows_clang_format, scripts_pass_shellcheck, readme_quotes_hello,
-         readme_shows_what_hello_prints)
+         readme_shows_what_hello_prints, shutdown_quotes_the_example)
 
 
 def main():
