@@ -9,7 +9,8 @@ G_BEGIN_DECLS
  * vek_metrics_rotate_files:
  * @fname: (type filename): the name of a file in @logdir
  * @logdir: (type filename): the directory
- * @n_files: the highest number that an old copy may bear; 0 keeps none
+ * @n_files: the highest number that an old copy may bear; 0 keeps none. Each number up to it is
+ *   tried, whether there is such a file or not
  *
  * Makes room for a fresh file: `name.1` becomes `name.2` and so on, the newest first, and the file
  * itself becomes `name.1`. What bore the number @n_files is replaced.

@@ -1,0 +1,132 @@
+/* Tests of vek_metrics_rotate_files(). */
+
+#include <vekmetrics/vekmetrics.h>
+
+#include "support/folder.h"
+#include "support/logcapture.h"
+
+#include <glib/gstdio.h>
+
+typedef struct {
+  const char *path;
+  const char *names[6]; /* of the files there; each holds "was NAME\n" */
+  guint n_files;
+  const char *after;
+} Row;
+
+static const Row rows[] = {
+    {"without-the-file-nothing-changes",
+     {"X.1", "X.2", "Y"},
+     3,
+     "X.1: was X.1\nX.2: was X.2\nY: was Y\n"},
+    {"an-empty-folder-stays-empty", {NULL}, 3, ""},
+    {"a-lone-file-becomes-number-1", {"X"}, 5, "X.1: was X\n"},
+    {"the-highest-number-is-overwritten", {"X", "X.1", "X.2"}, 2, "X.1: was X\nX.2: was X.1\n"},
+    {"each-number-moves-up-by-one",
+     {"X", "X.1", "X.2"},
+     3,
+     "X.1: was X\nX.2: was X.1\nX.3: was X.2\n"},
+    {"with-0-files-the-file-is-removed", {"X"}, 0, ""},
+    {"with-0-files-numbered-ones-stay", {"X", "X.1"}, 0, "X.1: was X.1\n"},
+    {"a-gap-stays-where-nothing-moves-onto-it", {"X", "X.3"}, 3, "X.1: was X\nX.3: was X.3\n"},
+    {"a-gap-moves-up", {"X", "X.1", "X.3"}, 4, "X.1: was X\nX.2: was X.1\nX.4: was X.3\n"},
+    {"numbers-above-the-limit-are-left-alone",
+     {"X", "X.1", "X.2", "X.3"},
+     1,
+     "X.1: was X\nX.2: was X.2\nX.3: was X.3\n"},
+    {"two-digits-are-numbers-too",
+     {"X", "X.9", "X.10"},
+     11,
+     "X.1: was X\nX.10: was X.9\nX.11: was X.10\n"},
+    {"other-files-are-left-alone",
+     {"X", "X.", "X.01", "X.1.1", "XX.1"},
+     2,
+     "X.: was X.\nX.01: was X.01\nX.1: was X\nX.1.1: was X.1.1\nXX.1: was XX.1\n"},
+};
+
+static void rotates_by_the_table(gconstpointer data) {
+  const Row *row = data;
+  char *folder = folder_new();
+  for (const char *const *name = row->names; *name; name++) {
+    g_autofree char *contents = g_strdup_printf("was %s\n", *name);
+    folder_write(folder, *name, contents);
+  }
+
+  vek_metrics_rotate_files("X", folder, row->n_files);
+
+  assert_folder(folder, row->after);
+  assert_nothing_logged();
+  folder_remove(folder);
+}
+
+/* Nothing can be renamed onto a folder that is not empty. */
+static void block(const char *folder, const char *name) {
+  g_autofree char *path = g_build_filename(folder, name, NULL);
+  g_assert_cmpint(g_mkdir(path, 0755), ==, 0);
+  folder_write(path, "inside", "");
+}
+
+static void failed_rename_stops_nothing_and_is_silent(void) {
+  char *folder = folder_new();
+  block(folder, "X.3");
+  folder_write(folder, "X.2", "was X.2\n");
+  folder_write(folder, "X.1", "was X.1\n");
+  folder_write(folder, "X", "was X\n");
+
+  vek_metrics_rotate_files("X", folder, 3);
+
+  assert_folder(folder, "X.1: was X\nX.2: was X.1\nX.3/\n");
+  folder_remove(folder);
+}
+
+static void file_is_removed_when_it_could_not_be_renamed(void) {
+  char *folder = folder_new();
+  block(folder, "X.1");
+  folder_write(folder, "X", "was X\n");
+
+  vek_metrics_rotate_files("X", folder, 1);
+
+  assert_folder(folder, "X.1/\n");
+  folder_remove(folder);
+}
+
+static void failed_removal_is_silent(void) {
+  char *folder = folder_new();
+  block(folder, "X");
+
+  vek_metrics_rotate_files("X", folder, 0);
+
+  assert_folder(folder, "X/\n");
+  folder_remove(folder);
+}
+
+static void missing_folder_is_silent(void) {
+  vek_metrics_rotate_files("X", "/nowhere/at/all", 2);
+}
+
+static void failed_checks_come_in_the_arguments_order(void) {
+  vek_metrics_rotate_files(NULL, NULL, 1);
+  assert_failed_check("vek_metrics_rotate_files", "fname != NULL");
+  vek_metrics_rotate_files("X", NULL, 1);
+  assert_failed_check("vek_metrics_rotate_files", "logdir != NULL");
+}
+
+int main(int argc, char **argv) {
+  g_test_init(&argc, &argv, NULL);
+  log_capture_init();
+
+  for (const Row *row = rows; row < rows + G_N_ELEMENTS(rows); row++) {
+    g_autofree char *path = g_strconcat("/metricutils/", row->path, NULL);
+    g_test_add_data_func(path, row, rotates_by_the_table);
+  }
+  add_test("/metricutils/failed-rename-stops-nothing-and-is-silent",
+           failed_rename_stops_nothing_and_is_silent);
+  add_test("/metricutils/file-is-removed-when-it-could-not-be-renamed",
+           file_is_removed_when_it_could_not_be_renamed);
+  add_test("/metricutils/failed-removal-is-silent", failed_removal_is_silent);
+  add_test("/metricutils/missing-folder-is-silent", missing_folder_is_silent);
+  add_test("/metricutils/failed-checks-come-in-the-arguments-order",
+           failed_checks_come_in_the_arguments_order);
+
+  return g_test_run();
+}
