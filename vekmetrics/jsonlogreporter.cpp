@@ -263,32 +263,17 @@ static void add_object(Document &document, VekMetricDatum *datum) {
   json_builder_end_object(builder);
 }
 
-// The generator of json-glib up to 1.6 ends a double that shows no point in ".0", after an
-// exponent too, and no parser reads 1e+22.0. Takes those endings out of the text in place. Outside
-// of strings only such numbers have an "e".
-static void repair_exponents(char *json) {
-  char *to = json;
-  bool in_string = false;
-  bool in_exponent = false;
-  for (const char *from = json; *from; from++) {
-    if (in_string) {
-      if (*from == '\\')
-        *to++ = *from++;
-      else if (*from == '"')
-        in_string = false;
-    } else if (*from == '"') {
-      in_string = true;
-    } else if (*from == 'e') {
-      in_exponent = true;
-    } else if (in_exponent && *from == '.') {
-      from++;  // and the 0 behind it
-      continue;
-    } else if (*from == ',' || *from == '}') {
-      in_exponent = false;
-    }
-    *to++ = *from;
-  }
-  *to = '\0';
+// The generator of json-glib 1.6 writes two things that parsers refuse. It ends every double that
+// shows no point in ".0", after an exponent too: 1e+22.0. And it leaves U+001F as it is. Inside of
+// a string a backslash comes before each quote; so where a quote comes after a letter and before a
+// colon, the name of a member ends and its value follows.
+static char *repair(const char *json) {
+  g_autoptr(GRegex) ending = g_regex_new(R"re((?<=[a-z])":-?\de[-+]\d+\K\.0)re", G_REGEX_RAW,
+                                         G_REGEX_MATCH_DEFAULT, nullptr);
+  g_autofree char *text =
+      g_regex_replace_literal(ending, json, -1, 0, "", G_REGEX_MATCH_DEFAULT, nullptr);
+  g_auto(GStrv) parts = g_strsplit(text, "\x1f", -1);
+  return g_strjoinv("\\u001f", parts);
 }
 
 static char *serialise(GPtrArray *data) {
@@ -303,18 +288,18 @@ static char *serialise(GPtrArray *data) {
   g_autoptr(JsonNode) root = json_builder_get_root(builder);
   g_autoptr(JsonGenerator) generator = json_generator_new();
   json_generator_set_root(generator, root);
-  char *json = json_generator_to_data(generator, nullptr);
-  if (document.has_exponents)
-    repair_exponents(json);
-  return json;
+  g_autofree char *json = json_generator_to_data(generator, nullptr);
+  if (document.has_exponents || strchr(json, '\x1f'))
+    return repair(json);
+  return g_steal_pointer(&json);
 }
 
 static char *make_line(GPtrArray *data) {
   g_autofree char *json = serialise(data);
-  gint64 now = g_get_real_time();
-  g_autoptr(GDateTime) date = g_date_time_new_from_unix_utc(now / G_USEC_PER_SEC);
-  g_autofree char *time = g_date_time_format(date, "%F %T");
-  return g_strdup_printf("%s,%06d %s\n", time, static_cast<int>(now % G_USEC_PER_SEC), json);
+  g_autoptr(GDateTime) epoch = g_date_time_new_from_unix_utc(0);
+  g_autoptr(GDateTime) now = g_date_time_add(epoch, g_get_real_time());
+  g_autofree char *time = g_date_time_format(now, "%F %T");
+  return g_strdup_printf("%s,%06d %s\n", time, g_date_time_get_microsecond(now), json);
 }
 
 // Writing it.

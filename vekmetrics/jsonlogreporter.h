@@ -17,7 +17,8 @@ G_BEGIN_DECLS
  * A counter, a gauge or a meter gives one data point; a histogram or a timer that holds samples
  * gives four: its statistics, then the quantiles 0.5, 0.9 and 0.99 under its name with `_p50`,
  * `_p90` and `_p99`. Units that are not known are left out; data points with more than ten
- * dimensions lose them all. What is not a finite number is written as `null`.
+ * dimensions lose them all. Values are limited to ±2.348543e108, statistics are not; NaN and
+ * infinite statistics are written as `null`.
  *
  * Lines are written asynchronously, one write and flush at a time. What fails is logged; data that
  * is flushed while no file is open is lost.
