@@ -1,17 +1,12 @@
 """Tests of docs/outputs.md, and of the CSV that it tells how to read: csv-readers.py EVERY-KIND
 
 EVERY-KIND is the program that every-kind.c becomes. Each section of the page that is named below
-begins with an excerpt, in a block marked as text, that must be what the program wrote. A block
-marked as sh or python is run where the program's files are; the block of text after it shows what
-it prints.
+begins with an excerpt, in a block marked as text, that must be what the program wrote.
 """
 
-import contextlib
 import csv
-import io
 import math
 import pathlib
-import re
 import socket
 import subprocess
 import sys
@@ -19,8 +14,9 @@ import tempfile
 import unittest
 import unittest.mock
 
+from support.outputspage import check_commands, read_blocks, run_python
+
 EVERY_KIND = pathlib.Path(sys.argv[1]).resolve()
-PAGE = pathlib.Path(__file__).resolve().parent.parent / 'docs' / 'outputs.md'
 
 NAN = math.nan
 FIRST, SECOND = 1700000060000000, 1700000120000000  # the passes
@@ -40,19 +36,6 @@ FIGURES = [
 ]
 TIMELINES = [['F', 'render', '2', '300', '420'], ['F', 'render', '1', '100', '250'],
              ['F', 'render', '2', '700', '820'], ['F', 'render', '1', '500', '650']]
-
-
-def read_blocks():
-    """The page's blocks as pairs of language and text, by the title of their section."""
-    sections = re.split(r'^## (.*)\n', PAGE.read_text(encoding='utf-8'), flags=re.MULTILINE)[1:]
-    return {title: re.findall(r'^```(\w+)\n(.*?)^```$', text, re.MULTILINE | re.DOTALL)
-            for title, text in zip(sections[::2], sections[1::2])}
-
-
-def run_python(code):
-    with contextlib.redirect_stdout(io.StringIO()) as printed:
-        exec(compile(code, PAGE, 'exec'), {})  # pylint: disable=exec-used
-    return printed.getvalue()
 
 
 class Outputs(unittest.TestCase):
@@ -92,15 +75,7 @@ class Outputs(unittest.TestCase):
 
     def test_commands_print_what_the_page_shows(self):
         for title, least in (('CSV', 5), ('Timelines', 3)):
-            blocks = self.blocks[title][1:]
-            self.assertGreaterEqual(len(blocks), 2 * least)
-            for (language, command), (shown_as, shown) in zip(blocks[::2], blocks[1::2]):
-                with self.subTest(command):
-                    self.assertEqual(shown_as, 'text')
-                    program = {'python': sys.executable, 'sh': 'sh'}[language]
-                    run = subprocess.run([program, '-c', command], cwd=self.folder, text=True,
-                                         stdout=subprocess.PIPE, check=True)
-                    self.assertEqual(run.stdout, shown)
+            check_commands(self, self.blocks[title][1:], self.folder, least)
 
     def read(self, name):
         with open(self.folder / name, encoding='utf-8', newline='') as file:

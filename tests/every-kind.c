@@ -2,10 +2,11 @@
  *
  *   every-kind FOLDER PORT
  *
- * Prints to the console, writes figures.csv and timelines.csv into FOLDER, and sends carbon lines
- * to PORT of this machine. The clock stands still but for the steps below. */
+ * Prints to the console, writes figures.csv, figures.json and timelines.csv into FOLDER, and sends
+ * carbon lines to PORT of this machine. The clock stands still but for the steps below. */
 
 #include "support/fakeclock.h"
+#include "support/tsan-tasks.h"
 
 #include <vekmetrics/vekmetrics.h>
 
@@ -33,9 +34,10 @@ int main(int argc, char **argv) {
       vek_metric_timeline_reporter_new("timelines", argv[1]), /* first: only one gets the ranges */
       vek_metric_log_reporter_new("figures", argv[1]),
       vek_metric_console_reporter_new(),
+      vek_metric_json_log_reporter_new("figures", argv[1], "web-1", 0, 0),
       vek_metric_carbon_reporter_new("site", "127.0.0.1", strtoul(argv[2], NULL, 10)),
   };
-  VekMetricReporter *carbon = reporters[3];
+  VekMetricReporter *carbon = reporters[4];
   wait_for(carbon);
 
   g_autoptr(VekMetricRegistry) registry = g_object_new(VEK_TYPE_METRIC_REGISTRY, NULL);
@@ -77,7 +79,8 @@ int main(int argc, char **argv) {
 
     for (guint j = 0; j < G_N_ELEMENTS(reporters); j++)
       vek_metric_registry_report(registry, reporters[j]);
-    wait_for(carbon);
+    for (guint j = 0; j < G_N_ELEMENTS(reporters); j++)
+      wait_for(reporters[j]);
   }
   for (guint i = 0; i < G_N_ELEMENTS(reporters); i++)
     g_object_unref(reporters[i]);
