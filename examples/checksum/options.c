@@ -23,9 +23,8 @@ static const char description[] =
     "The figures go to standard output, unless they are wanted elsewhere; --console gives them in\n"
     "both places. FOLDER is made if it is missing; what its files hold already is kept.\n\n"
     "The exit status is 0 if all went well, 1 if something could not be read or written, 2 for a\n"
-    "mistake on the command line and 130 if the run was interrupted. Figures that cannot be "
-    "written\n"
-    "are warned about, and do not change it.";
+    "mistake on the command line and 130 if the run was interrupted. Figures that cannot be\n"
+    "written are warned about, and do not change it.";
 
 G_GNUC_PRINTF(1, 2)
 G_GNUC_NORETURN
@@ -64,20 +63,17 @@ static void check_need(const char *option, gboolean given, const char *needed, g
     exit_with_usage("%s needs %s", option, needed);
 }
 
-/* The reporter looks no names up. */
-static void parse_carbon(Options *options) {
+/* Only numbers: the reporter looks no names up. */
+static gboolean parse_carbon(Options *options) {
   g_autoptr(GSocketConnectable) given = g_network_address_parse(options->carbon, CARBON_PORT, NULL);
-  if (given) {
-    GNetworkAddress *parts = G_NETWORK_ADDRESS(given);
-    options->carbon_address = g_strdup(g_network_address_get_hostname(parts));
-    options->carbon_port = g_network_address_get_port(parts);
-  }
+  if (!given)
+    return FALSE;
+  options->carbon_address = g_strdup(g_network_address_get_hostname(G_NETWORK_ADDRESS(given)));
+  options->carbon_port = g_network_address_get_port(G_NETWORK_ADDRESS(given));
+
   g_autoptr(GSocketAddress) address =
-      given ? g_inet_socket_address_new_from_string(options->carbon_address, options->carbon_port)
-            : NULL;
-  if (!address || options->carbon_port == 0)
-    exit_with_usage("--carbon takes a numeric ADDRESS:PORT or [IPV6-ADDRESS]:PORT, not \"%s\"",
-                    options->carbon);
+      g_inet_socket_address_new_from_string(options->carbon_address, options->carbon_port);
+  return address && options->carbon_port != 0;
 }
 
 void options_parse(Options *options, int argc, char **argv) {
@@ -144,8 +140,9 @@ void options_parse(Options *options, int argc, char **argv) {
   check_need("--max-reports", options->max_reports > 0, "--json", options->json != NULL);
   check_need("--keep", options->keep > 0, "--max-reports", options->max_reports > 0);
   check_need("--prefix", options->prefix != NULL, "--carbon", options->carbon != NULL);
-  if (options->carbon)
-    parse_carbon(options);
+  if (options->carbon && !parse_carbon(options))
+    exit_with_usage("--carbon takes a numeric ADDRESS:PORT or [IPV6-ADDRESS]:PORT, not \"%s\"",
+                    options->carbon);
   if (!options->csv && !options->timeline && !options->json && !options->carbon)
     options->console = TRUE;
   options->wait = parse_seconds("--wait", wait);
