@@ -1,0 +1,56 @@
+/* Programs outside are compiled with the sizes and offsets of the public structures, so these are
+ * part of the binary interface. What a class structure adds to its parent's is counted in slots. */
+
+#include <vekmetrics/vekmetrics.h>
+
+#define SLOT(parent, type, field) \
+  "/layout/" #type "/" #field, (G_STRUCT_OFFSET(type, field) - sizeof(parent)) / sizeof(gpointer)
+#define SLOTS(parent, type) \
+  "/layout/" #type "/slots", (sizeof(type) - sizeof(parent)) / sizeof(gpointer)
+#define OFFSET(type, field) "/layout/" #type "/" #field, G_STRUCT_OFFSET(type, field)
+#define SIZE(type) "/layout/" #type "/size", sizeof(type)
+
+typedef struct {
+  const char *name;
+  gsize actual;
+  gsize promised;
+} Row;
+
+static const Row rows[] = {
+    {SLOT(GObjectClass, VekMetricClass, report), 0},
+    {SLOTS(GObjectClass, VekMetricClass), 1},
+    {SLOTS(VekMetricClass, VekMetricHistogramClass), 0},
+
+    {SLOT(GObjectClass, VekMetricStoreClass, add), 0},
+    {SLOT(GObjectClass, VekMetricStoreClass, add_range), 1},
+    {SLOT(GObjectClass, VekMetricStoreClass, get_snapshot), 2},
+    {SLOTS(GObjectClass, VekMetricStoreClass), 3},
+
+    {SLOT(GTypeInterface, VekMetricReporterInterface, process_count), 0},
+    {SLOT(GTypeInterface, VekMetricReporterInterface, process_value), 1},
+    {SLOT(GTypeInterface, VekMetricReporterInterface, process_timeline_samples), 2},
+    {SLOT(GTypeInterface, VekMetricReporterInterface, process_aggregated), 3},
+    {SLOT(GTypeInterface, VekMetricReporterInterface, flush), 4},
+    {SLOTS(GTypeInterface, VekMetricReporterInterface), 5},
+
+    {SLOTS(GObject, VekMetric), 0},
+    {SLOTS(VekMetric, VekMetricHistogram), 0},
+    {SLOTS(GObject, VekMetricStore), 0},
+
+    {OFFSET(VekMetricRange, id), 0},
+    {OFFSET(VekMetricRange, start), 8},
+    {OFFSET(VekMetricRange, end), 16},
+    {SIZE(VekMetricRange), 24},
+};
+
+static void test_row(gconstpointer data) {
+  const Row *row = data;
+  g_assert_cmpuint(row->actual, ==, row->promised);
+}
+
+int main(int argc, char **argv) {
+  g_test_init(&argc, &argv, NULL);
+  for (gsize i = 0; i < G_N_ELEMENTS(rows); i++)
+    g_test_add_data_func(rows[i].name, &rows[i], test_row);
+  return g_test_run();
+}
