@@ -71,9 +71,16 @@ def readme_shows_what_hello_prints():
     return '' if printed in quotes('text') else f'README.md does not show:\n{printed}'
 
 
+def header_tells_the_version():
+    build = (ROOT / 'meson.build').read_text(encoding='utf-8')
+    header = (ROOT / 'vekmetrics' / 'version.h').read_text(encoding='utf-8')
+    version = '.'.join(re.findall(r'^#define VEK_\w+_VERSION \((\d+)\)$', header, re.MULTILINE))
+    return '' if f"version: '{version}'" in build else f'version.h tells {version}'
+
+
 HELLO = sys.argv[1]
-RULES = (code_follows_clang_format, scripts_pass_shellcheck, readme_quotes_hello,
-         readme_shows_what_hello_prints, shutdown_quotes_the_example)
+RULES = (code_follows_clang_format, scripts_pass_shellcheck, header_tells_the_version,
+         readme_quotes_hello, readme_shows_what_hello_prints, shutdown_quotes_the_example)
 
 
 def main():

@@ -5,21 +5,21 @@
  *
  * The major number of the version that is compiled against.
  */
-#define VEK_MAJOR_VERSION (@major@)
+#define VEK_MAJOR_VERSION (0)
 
 /**
  * VEK_MINOR_VERSION:
  *
  * The minor number of the version that is compiled against.
  */
-#define VEK_MINOR_VERSION (@minor@)
+#define VEK_MINOR_VERSION (1)
 
 /**
  * VEK_MICRO_VERSION:
  *
  * The micro number of the version that is compiled against.
  */
-#define VEK_MICRO_VERSION (@micro@)
+#define VEK_MICRO_VERSION (0)
 
 /**
  * VEK_CHECK_VERSION:
@@ -29,8 +29,6 @@
  *
  * Tells whether the version that is compiled against is at least the one given.
  */
-#define VEK_CHECK_VERSION(major, minor, micro)                               \
-  (VEK_MAJOR_VERSION > (major) ||                                            \
-   (VEK_MAJOR_VERSION == (major) && VEK_MINOR_VERSION > (minor)) ||          \
-   (VEK_MAJOR_VERSION == (major) && VEK_MINOR_VERSION == (minor) &&          \
-    VEK_MICRO_VERSION >= (micro)))
+#define VEK_CHECK_VERSION(major, minor, micro)                                                     \
+  (VEK_MAJOR_VERSION > (major) || (VEK_MAJOR_VERSION == (major) && VEK_MINOR_VERSION > (minor)) || \
+   (VEK_MAJOR_VERSION == (major) && VEK_MINOR_VERSION == (minor) && VEK_MICRO_VERSION >= (micro)))
