@@ -62,10 +62,11 @@ static gboolean on_walk(gpointer data) {
   return G_SOURCE_REMOVE;
 }
 
-/* The walk gives way to everything else: signals, timers and finished files. */
+/* The walk takes turns with everything else: signals, timers and finished files. At the priority of
+ * idleness it would stand still while reports take longer than they are apart. */
 static void walk_on(Program *program) {
   if (program->walk_source == 0 && !program->walked)
-    program->walk_source = g_idle_add(on_walk, program);
+    program->walk_source = g_idle_add_full(G_PRIORITY_DEFAULT, on_walk, program, NULL);
 }
 
 static void on_job_done(const Job *job, gpointer data) {
