@@ -221,7 +221,8 @@ class Agreement(Outputs):
         host = f"[{address}]" if ":" in address else address
         with Server(address, family) as server:
             result = run(program, "--console", "--quiet", f"--carbon={host}:{server.port}",
-                         "--prefix=site", *self.to_files(), "--jobs=3", self.tree, *arguments)
+                         "--prefix=site", *self.to_files(), "--jobs=3", "--wait=600", self.tree,
+                         *arguments)
         self.assertEqual(result.returncode, status)
         rows = self.check_agreement(result.stdout.decode(), server.lines)
         self.check_ranges(rows, 3, self.FILES, begin)
@@ -261,8 +262,8 @@ class Agreement(Outputs):
         with Server() as server:
             # It cannot end before the signal: it waits for somebody to read.
             with start(CHECKSUM, f"--carbon=127.0.0.1:{server.port}", "--prefix=site",
-                       *self.to_files(), "--console", *[self.tree] * 10, pipesize=4096,
-                       stdout=subprocess.PIPE) as program:
+                       *self.to_files(), "--console", "--wait=600", *[self.tree] * 10,
+                       pipesize=4096, stdout=subprocess.PIPE) as program:
                 begin = os.read(program.stdout.fileno(), 64)
                 program.send_signal(signal.SIGINT)
                 output = begin + program.communicate()[0]
