@@ -1,61 +1,18 @@
 // Report passes over counters into each reporter. Each case belongs into a process of its own: the
 // state in which another has left the heap would be measured too.
 
+#include "fixtures.hpp"
 #include "runner.hpp"
 #include "straightforward.hpp"
 
-#include <gio/gio.h>
 #include <prometheus/counter.h>
 #include <prometheus/registry.h>
 #include <prometheus/text_serializer.h>
 #include <vekmetrics/vekmetrics.h>
 
 #include <sstream>
-#include <string>
 
 namespace {
-
-// A reporter that does nothing.
-struct NullReporter {
-  GObject parent_instance;
-};
-struct NullReporterClass {
-  GObjectClass parent_class;
-};
-
-void null_reporter_process_count(VekMetricReporter *, const gchar *, gchar **, const gchar *,
-                                 gint64, gint64) {}
-void null_reporter_flush(VekMetricReporter *) {}
-
-void null_reporter_reporter_init(VekMetricReporterInterface *iface) {
-  iface->process_count = null_reporter_process_count;
-  iface->flush = null_reporter_flush;
-}
-
-G_DEFINE_TYPE_WITH_CODE(NullReporter, null_reporter, G_TYPE_OBJECT,
-                        G_IMPLEMENT_INTERFACE(VEK_TYPE_METRIC_REPORTER,
-                                              null_reporter_reporter_init))
-void null_reporter_class_init(NullReporterClass *) {}
-void null_reporter_init(NullReporter *) {}
-
-VekMetricReporter *null_reporter_new() {
-  return VEK_METRIC_REPORTER(g_object_new(null_reporter_get_type(), nullptr));
-}
-
-// The counters of a pass: ten hosts, and the names spread over them.
-template <typename Take>
-void make_counters(VekMetricRegistry *registry, int n_metrics, Take take) {
-  for (int i = 0; i < n_metrics; i++) {
-    g_autofree char *name = g_strdup_printf("requests%d", i);
-    g_autofree char *host = g_strdup_printf("h%d", i % 10);
-    const char *dimensions[] = {"host", host, nullptr};
-    take(vek_metric_registry_counter_new(registry, name, "Count", const_cast<char **>(dimensions)));
-  }
-}
-
-VekMetricRegistry *registry_new() {
-  return VEK_METRIC_REGISTRY(g_object_new(VEK_TYPE_METRIC_REGISTRY, nullptr));
-}
 
 // The passes themselves; the counters are held, so that none is retired.
 
@@ -86,11 +43,6 @@ void run_straightforward(benchmark::State &state, VekMetricReporter *reporter, i
 
 void nothing() {}
 
-void settle_main_context() {
-  while (g_main_context_iteration(nullptr, FALSE)) {
-  }
-}
-
 template <int n_metrics>
 void null_library(benchmark::State &state) {
   run_library(state, null_reporter_new(), n_metrics, nothing);
@@ -114,22 +66,6 @@ void console_straightforward(benchmark::State &state) {
   g_set_print_handler(nullptr);
 }
 
-// Files are links to /dev/null: what a disk does is not measured.
-struct NullFolder {
-  char *path = g_dir_make_tmp(nullptr, nullptr);
-  std::string file;
-
-  explicit NullFolder(const char *name) : file(std::string(path) + "/" + name) {
-    if (symlink("/dev/null", file.c_str()) != 0)
-      g_error("Cannot link %s", file.c_str());
-  }
-  ~NullFolder() {
-    unlink(file.c_str());
-    rmdir(path);
-    g_free(path);
-  }
-};
-
 void csv_library(benchmark::State &state) {
   NullFolder folder("log.csv");
   run_library(state, vek_metric_log_reporter_new("log", folder.path), 1000, nothing);
@@ -152,30 +88,6 @@ void json_straightforward(benchmark::State &state) {
   run_straightforward(state, straightforward::json_reporter_new("log", folder.path), 1000,
                       settle_main_context);
 }
-
-// A carbon server that swallows what it is sent, on a thread of its own.
-class Server {
-public:
-  Server() : listener(g_socket_listener_new()) {
-    port = g_socket_listener_add_any_inet_port(listener, nullptr, nullptr);
-    g_thread_new("server", serve, this);
-  }
-
-  guint port;
-
-private:
-  GSocketListener *listener;
-
-  static gpointer serve(gpointer data) {
-    auto *self = static_cast<Server *>(data);
-    auto *connection = g_socket_listener_accept(self->listener, nullptr, nullptr, nullptr);
-    auto *socket = g_socket_connection_get_socket(connection);
-    static char buffer[1 << 16];
-    while (g_socket_receive(socket, buffer, sizeof buffer, nullptr, nullptr) > 0) {
-    }
-    return nullptr;
-  }
-};
 
 // Sends what one pass has queued, to its end: each line completes in an iteration.
 void send_queue() {

@@ -10,14 +10,14 @@ The status is 1 if a ratio does not hold.
 
 import argparse
 import collections
-import datetime
 import json
-import platform
 import re
 import statistics
 import subprocess
 import sys
 import tempfile
+
+import results
 
 Row = collections.namedtuple('Row', 'operation against limit count_limit', defaults=[None])
 
@@ -79,9 +79,9 @@ def run(program, *options):
         subprocess.run([program, f'--benchmark_out={out.name}', '--benchmark_out_format=json',
                         *options], check=True, stdout=subprocess.DEVNULL,
                        stderr=subprocess.DEVNULL)
-        results = json.load(out)['benchmarks']
+        runs = json.load(out)['benchmarks']
     times = collections.defaultdict(list)
-    for result in results:
+    for result in runs:
         if result['run_type'] == 'iteration':
             case = '/'.join(result['name'].split('/')[:2])
             # Threads wait for one another; what waits for nobody is measured by its own time, for
@@ -185,11 +185,7 @@ def main():
         unit = 'ns'
 
     show(records, unit)
-    if arguments.out:
-        with open(arguments.out, 'w', encoding='utf-8') as out:
-            json.dump({'date': datetime.date.today().isoformat(), 'machine': platform.processor()
-                       or platform.machine(), 'unit': unit, 'rows': records}, out, indent=2)
-            out.write('\n')
+    results.save(arguments.out, unit=unit, rows=records)
     failed = sum(not record['holds'] for record in records)
     print(f'{len(records) - failed} passed, {failed} failed')
     return 1 if failed else 0
