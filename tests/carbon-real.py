@@ -1,22 +1,19 @@
 #!/usr/bin/python3
 """Reports to real carbon servers on loopback and reads the figures back: carbon-real.py CLIENT."""
 
-import contextlib
 import pathlib
-import re
 import shutil
-import socket
 import subprocess
 import sys
 import tempfile
 import time
 
+from support.servers import DEADLINE, Cache, excerpt, free_port, server, wait_for
+
 try:
     import whisper
 except ImportError:
     whisper = None
-
-DEADLINE = 60  # seconds that only a failure takes
 
 # What the client reports: by key, the values of its three passes.
 FIGURES = {
@@ -44,78 +41,15 @@ FIGURES = {
     'host.h1.size.max': [1, 1, 1],
 }
 
-DOCUMENT = pathlib.Path(__file__).resolve().parent.parent / 'docs' / 'operations.md'
 
+def read(cache, start):
+    """Returns what the files hold: by key, the times and values since the start.
 
-def excerpt(name, changes):
-    """Returns a configuration as the document shows it, with other folders and ports."""
-    text = DOCUMENT.read_text(encoding='utf-8')
-    config = re.search(rf'^```\w+\n(# {name}\n.*?)^```$', text, re.MULTILINE | re.DOTALL)[1]
-    for old in changes:
-        assert old in config, f'{name} does not say {old}'
-    olds = '|'.join(changes)
-    return re.sub(olds, lambda match: str(changes[match[0]]), config) if olds else config
-
-
-def free_port():
-    with socket.socket() as listener:
-        listener.bind(('127.0.0.1', 0))
-        return listener.getsockname()[1]
-
-
-def wait_for(condition):
-    """Polls until the condition holds or the deadline has passed; returns whether it holds."""
-    end = time.monotonic() + DEADLINE
-    while not condition() and time.monotonic() < end:
-        time.sleep(0.05)
-    return condition()
-
-
-def accepts(port):
-    with socket.socket() as client:
-        return client.connect_ex(('127.0.0.1', port)) == 0
-
-
-@contextlib.contextmanager
-def server(command, port, folder):
-    """Runs a server for as long as the block lasts, which begins when its port accepts."""
-    with (folder / 'output').open('w+') as output:
-        process = subprocess.Popen(command, stdout=output, stderr=subprocess.STDOUT)
-        try:
-            if not wait_for(lambda: accepts(port) or process.poll() is not None):
-                raise AssertionError(f'{command[0]} did not open its port')
-            if process.poll() is not None:
-                output.seek(0)
-                raise AssertionError(f'{command[0]} ended: {output.read()}')
-            yield
-        finally:
-            process.terminate()
-            process.wait(DEADLINE)
-
-
-class Cache:
-    """A carbon-cache with its whisper files in a folder of its own."""
-
-    def __init__(self, folder):
-        self.folder = folder
-        self.port = free_port()
-        folder.mkdir()
-        config = folder / 'carbon.conf'
-        config.write_text(excerpt('carbon.conf', {'/srv/carbon': folder, '2003': self.port}))
-        (folder / 'storage-schemas.conf').write_text(excerpt('storage-schemas.conf', {}))
-        self.command = ['carbon-cache', f'--config={config}', '--nodaemon', 'start']
-
-    def run(self):
-        return server(self.command, self.port, self.folder)
-
-    def read(self, start):
-        """Returns what the files hold: by key, the times and values since the start.
-
-        The figures that carbon itself adds under "carbon" are left out.
-        """
-        root = self.folder / 'whisper'
-        return {'.'.join(path.relative_to(root).with_suffix('').parts): read_points(path, start)
-                for path in root.rglob('*.wsp') if path.relative_to(root).parts[0] != 'carbon'}
+    The figures that carbon itself adds under "carbon" are left out.
+    """
+    root = cache.folder / 'whisper'
+    return {'.'.join(path.relative_to(root).with_suffix('').parts): read_points(path, start)
+            for path in root.rglob('*.wsp') if path.relative_to(root).parts[0] != 'carbon'}
 
 
 def read_points(path, start):
@@ -150,8 +84,8 @@ def run_clients(client, prefixes, port, start):
 
 
 def assert_holds(cache, expected, start):
-    wait_for(lambda: cache.read(start) == expected)
-    found = cache.read(start)
+    wait_for(lambda: read(cache, start) == expected)
+    found = read(cache, start)
     for key in sorted(found.keys() | expected.keys()):
         assert found.get(key) == expected.get(key), \
             f'{key}: found {found.get(key)}, expected {expected.get(key)}'

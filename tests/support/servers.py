@@ -1,0 +1,78 @@
+"""Servers on loopback, as docs/operations.md configures them, in temporary folders."""
+
+import contextlib
+import pathlib
+import re
+import socket
+import subprocess
+import time
+
+DEADLINE = 60  # seconds that only a failure takes
+
+DOCUMENT = pathlib.Path(__file__).resolve().parents[2] / 'docs' / 'operations.md'
+
+
+def excerpt(name, changes):
+    """Returns a configuration as the document shows it, with other folders and ports."""
+    text = DOCUMENT.read_text(encoding='utf-8')
+    config = re.search(rf'^```\w+\n(# {name}\n.*?)^```$', text, re.MULTILINE | re.DOTALL)[1]
+    for old in changes:
+        assert old in config, f'{name} does not say {old}'
+    olds = '|'.join(changes)
+    return re.sub(olds, lambda match: str(changes[match[0]]), config) if olds else config
+
+
+def free_port():
+    with socket.socket() as listener:
+        listener.bind(('127.0.0.1', 0))
+        return listener.getsockname()[1]
+
+
+def wait_for(condition):
+    """Polls until the condition holds or the deadline has passed; returns whether it holds."""
+    end = time.monotonic() + DEADLINE
+    while not condition() and time.monotonic() < end:
+        time.sleep(0.05)
+    return condition()
+
+
+def accepts(port):
+    with socket.socket() as client:
+        return client.connect_ex(('127.0.0.1', port)) == 0
+
+
+@contextlib.contextmanager
+def server(command, port, folder):
+    """Runs a server for as long as the block lasts, which begins when its port accepts.
+
+    The block is given the process.
+    """
+    with (folder / 'output').open('w+') as output:
+        process = subprocess.Popen(command, stdout=output, stderr=subprocess.STDOUT)
+        try:
+            if not wait_for(lambda: accepts(port) or process.poll() is not None):
+                raise AssertionError(f'{command[0]} did not open its port')
+            if process.poll() is not None:
+                output.seek(0)
+                raise AssertionError(f'{command[0]} ended: {output.read()}')
+            yield process
+        finally:
+            process.terminate()
+            process.wait(DEADLINE)
+
+
+class Cache:
+    """A carbon-cache with its whisper files in a folder of its own."""
+
+    def __init__(self, folder, retention='30d', more=''):
+        self.folder = folder
+        self.port = free_port()
+        folder.mkdir()
+        config = folder / 'carbon.conf'
+        config.write_text(excerpt('carbon.conf', {'/srv/carbon': folder, '2003': self.port}) + more)
+        (folder / 'storage-schemas.conf').write_text(
+            excerpt('storage-schemas.conf', {'30d': retention}))
+        self.command = ['carbon-cache', f'--config={config}', '--nodaemon', 'start']
+
+    def run(self):
+        return server(self.command, self.port, self.folder)
