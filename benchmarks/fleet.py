@@ -1,5 +1,5 @@
 #!/usr/bin/python3
-"""Measures what carbon servers take from a fleet, and how many it needs: fleet.py FOLDER [--out FILE]
+"""Measures what servers take from a fleet, and how many it needs: fleet.py FOLDER [SERVER]...
 
 FOLDER holds the benchmark programs. All servers run on loopback, one after the other, and are ended
 by the end. Each is sent lines by the library's own reporter, over many connections at once.
@@ -8,7 +8,6 @@ A server has received its lines when it has closed the connections, which it doe
 them to their end. What it does with them then is "stored": written to a file, or passed on.
 """
 
-import argparse
 import contextlib
 import json
 import math
@@ -149,7 +148,9 @@ def measure_cache(client, folder):
         return sending.wait_stored(all_hold)
 
     with cache.run() as process:
-        send = lambda passes: Sending(client, cache.port, process.pid, connections, passes)
+        def send(passes):
+            return Sending(client, cache.port, process.pid, connections, passes)
+
         created = stored(send(1))
         burst = send(6)
         stored(burst)
@@ -215,7 +216,7 @@ SERVERS = {'carbon-cache': measure_cache, 'carbon-c-relay': measure_relay,
 
 
 def simulate(wire, n_processes, phases):
-    """Lines in a second and in the busiest second, if each process's pass begins at its phase."""
+    """Lines in a second, in the mean and in the busiest, if each pass begins at its phase."""
     burst = LINES * wire['cpu'] / 1e6  # how long a process sends, at the fastest
     seconds = [0.0] * INTERVAL
     for phase in phases(n_processes):
@@ -242,12 +243,7 @@ def needed(n_processes, cpu):
 
 
 def main():
-    parser = argparse.ArgumentParser(description=__doc__.splitlines()[0])
-    parser.add_argument('folder', help='where the benchmark programs are')
-    parser.add_argument('server', nargs='*', choices=[[], *SERVERS],  # the empty list is checked too
-                        metavar='SERVER', help=', '.join(SERVERS) + '; else all of them')
-    parser.add_argument('--out', help='a file to write the results to, as JSON')
-    arguments = parser.parse_args()
+    arguments = results.make_parser(__doc__, server=SERVERS).parse_args()
     client = f'{arguments.folder}/bench-fleet'
 
     wire = measure_wire(client)
@@ -259,7 +255,7 @@ def main():
                           for what, lines in wire[name].items()))
 
     servers = {}
-    print(f'\n{"server":18}{"lines":>10}{"what":>10}{"lines/s":>12}{"µs of CPU a line":>18}')
+    print(f'\n{"server":18}{"lines":>10}{"what":>12}{"lines/s":>12}{"µs of CPU a line":>18}')
     for name in arguments.server or SERVERS:
         if not shutil.which(name):
             print(f'{name:18}is not installed')
@@ -267,7 +263,7 @@ def main():
         with tempfile.TemporaryDirectory(prefix='vek-fleet-') as folder:
             servers[name] = SERVERS[name](client, pathlib.Path(folder))
         for what, taken in servers[name].items():
-            print(f'{name:18}{taken["lines"]:10,}{what:>10}{taken["per_second"]:12,.0f}'
+            print(f'{name:18}{taken["lines"]:10,}{what:>12}{taken["per_second"]:12,.0f}'
                   f'{taken["cpu"]:18.2f}', flush=True)
 
     print(f'\ncores that a fleet needs, {UTILISATION:.0%} busy')

@@ -8,7 +8,6 @@ instructions, as callgrind counts them: steadier than time, but blind to waiting
 The status is 1 if a ratio does not hold.
 """
 
-import argparse
 import collections
 import json
 import re
@@ -158,12 +157,10 @@ def show(records, unit):
 
 
 def main():
-    parser = argparse.ArgumentParser(description=__doc__.splitlines()[0])
-    parser.add_argument('folder', help='where the benchmark programs are')
+    parser = results.make_parser(__doc__)
     parser.add_argument('--count', action='store_true', help='count instructions')
     parser.add_argument('--updates', action='store_true', help='leave the passes out')
     parser.add_argument('--repetitions', type=int, default=15, help='of each measurement')
-    parser.add_argument('--out', help='a file to write the results to, as JSON')
     arguments = parser.parse_args()
 
     if arguments.count:

@@ -1,10 +1,22 @@
-"""What the drivers of the benchmarks share: the file of their results."""
+"""What the drivers of the benchmarks share: their options, and the file of their results."""
 
+import argparse
 import datetime
 import json
 import os
 import pathlib
 import re
+
+
+def make_parser(doc, **names):
+    """A parser of a driver's arguments: the folder, --out, and of the names any number or none."""
+    parser = argparse.ArgumentParser(description=doc.splitlines()[0])
+    parser.add_argument('folder', help='where the benchmark programs are')
+    parser.add_argument('--out', help='a file to write the results to, as JSON')
+    for what, known in names.items():
+        parser.add_argument(what, nargs='*', choices=[[], *known],  # the empty list is checked too
+                            metavar=what.upper(), help=', '.join(known) + '; else all of them')
+    return parser
 
 
 def machine():

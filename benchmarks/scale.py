@@ -5,7 +5,6 @@ FOLDER holds the benchmark programs. There are no limits here: what waits depend
 machine does.
 """
 
-import argparse
 import subprocess
 import sys
 
@@ -34,12 +33,7 @@ def run(program, case):
 
 
 def main():
-    parser = argparse.ArgumentParser(description=__doc__.splitlines()[0])
-    parser.add_argument('folder', help='where the benchmark programs are')
-    parser.add_argument('case', nargs='*', choices=[[], *CASES],  # the empty list is checked too
-                        metavar='CASE', help=', '.join(CASES) + '; else all of them')
-    parser.add_argument('--out', help='a file to write the results to, as JSON')
-    arguments = parser.parse_args()
+    arguments = results.make_parser(__doc__, case=CASES).parse_args()
 
     figures = {}
     for case in arguments.case or CASES:
