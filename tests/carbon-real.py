@@ -1,13 +1,19 @@
 #!/usr/bin/python3
-"""Reports to real carbon servers on loopback and reads the figures back: carbon-real.py CLIENT."""
+"""Reports to real carbon servers on loopback and reads the figures back.
 
+carbon-real.py CLIENT CHECKSUM: the client reports fixed figures, checksum is the example program.
+"""
+
+import csv
 import pathlib
 import shutil
+import struct
 import subprocess
 import sys
 import tempfile
 import time
 
+from support.row import Row
 from support.servers import DEADLINE, Cache, excerpt, free_port, server, wait_for
 
 try:
@@ -55,7 +61,7 @@ def read(cache, start):
 def read_points(path, start):
     try:
         (first, _, step), values = whisper.fetch(str(path), start - 1)
-    except (OSError, whisper.WhisperException, TypeError):
+    except (OSError, whisper.WhisperException, struct.error):
         return {}  # still being made
     return {first + i * step: value for i, value in enumerate(values) if value is not None}
 
@@ -70,15 +76,15 @@ def expected_points(prefix, start):
             for key, values in FIGURES.items()}
 
 
-def run_clients(client, prefixes, port, start):
-    """Runs one client for each prefix, all at once."""
-    clients = [subprocess.Popen([client, prefix, str(port), str(start)]) for prefix in prefixes]
+def run_all(commands):
+    """Runs the commands, all at once."""
+    processes = [subprocess.Popen(command) for command in commands]
     try:
-        for process in clients:
+        for process in processes:
             status = process.wait(DEADLINE)
-            assert status == 0, f'the client ended with {status}'
+            assert status == 0, f'{process.args[0]} ended with {status}'
     finally:
-        for process in clients:
+        for process in processes:
             process.kill()
             process.wait()
 
@@ -91,34 +97,56 @@ def assert_holds(cache, expected, start):
             f'{key}: found {found.get(key)}, expected {expected.get(key)}'
 
 
-def cache_holds_every_figure_of_every_kind(client, folder):
+def cache_holds_every_figure_of_every_kind(folder):
     cache = Cache(folder / 'cache')
     start = choose_start()
     with cache.run():
-        run_clients(client, ['site'], cache.port, start)
+        run_all([[CLIENT, 'site', str(cache.port), str(start)]])
         assert_holds(cache, expected_points('site', start), start)
 
 
-def relay_gives_every_key_to_the_cache_of_its_hash(client, folder):
+def relay_gives_every_point_of_three_programs_to_the_cache_of_its_hash(folder):
     caches = [Cache(folder / 'a'), Cache(folder / 'b')]
     port = free_port()
     config = folder / 'relay.conf'
     config.write_text(excerpt('relay.conf', {
         ':2003': f':{port}', ':2103': f':{caches[0].port}', ':2203': f':{caches[1].port}'}))
     relay = ['carbon-c-relay', '-f', str(config)]
-    start = choose_start()
-    prefixes = ['site.a', 'site.b', 'site.c']
-    expected = {}
-    for prefix in prefixes:
-        expected |= expected_points(prefix, start)
-    port_of = ask_relay_for_ports(relay, expected)
 
+    start = int(time.time()) // 60 * 60
+    hosts = ['x', 'y', 'z']
     with caches[0].run(), caches[1].run(), server([*relay, '-s'], port, folder):
-        run_clients(client, prefixes, port, start)
+        run_all([[CHECKSUM, '--quiet', f'--carbon=127.0.0.1:{port}', f'--prefix=site.{host}',
+                  f'--csv={folder / host}', f'--wait={DEADLINE}', make_files(folder / host, 3 + i)]
+                 for i, host in enumerate(hosts)])
+        sent = {}
+        for host in hosts:
+            sent |= read_csv(folder / host / 'figures.csv', f'site.{host}')
+        port_of = ask_relay_for_ports(relay, sent)
         for cache in caches:
-            share = {key: points for key, points in expected.items() if port_of[key] == cache.port}
+            share = {key: points for key, points in sent.items() if port_of[key] == cache.port}
             assert share, 'the hash gives one cache nothing'
             assert_holds(cache, share, start)
+
+
+def make_files(folder, number):
+    files = folder / 'files'
+    files.mkdir(parents=True)
+    for i in range(number):
+        (files / f'{i}').write_text('x' * i)
+    return files
+
+
+def read_csv(path, prefix):
+    """Returns by key the points that a relay passes on."""
+    points = {}
+    with path.open() as file:
+        for row in map(Row, csv.reader(file)):
+            for line in row.to_carbon(prefix):
+                key, value, seconds = line.split(' ')
+                minute = int(seconds) // 60 * 60
+                points.setdefault(key.replace('/', '_'), {})[minute] = float(value)
+    return points
 
 
 def ask_relay_for_ports(relay, keys):
@@ -135,11 +163,12 @@ def ask_relay_for_ports(relay, keys):
 
 TESTS = (
     (cache_holds_every_figure_of_every_kind, ('carbon-cache',)),
-    (relay_gives_every_key_to_the_cache_of_its_hash, ('carbon-cache', 'carbon-c-relay')),
+    (relay_gives_every_point_of_three_programs_to_the_cache_of_its_hash,
+     ('carbon-cache', 'carbon-c-relay')),
 )
 
 
-def main(client):
+def main():
     print(f'1..{len(TESTS)}')
     failed = False
     for number, (test, programs) in enumerate(TESTS, 1):
@@ -150,7 +179,7 @@ def main(client):
             continue
         with tempfile.TemporaryDirectory(prefix='vek-carbon-') as folder:
             try:
-                test(client, pathlib.Path(folder))
+                test(pathlib.Path(folder))
                 print(f'ok {name}')
             except (AssertionError, OSError, subprocess.SubprocessError) as error:
                 print(f'not ok {name}')
@@ -161,4 +190,5 @@ def main(client):
 
 
 if __name__ == '__main__':
-    sys.exit(main(*sys.argv[1:]))
+    CLIENT, CHECKSUM = sys.argv[1:]
+    sys.exit(main())
