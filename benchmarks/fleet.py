@@ -18,6 +18,7 @@ import re
 import selectors
 import shutil
 import socket
+import struct
 import subprocess
 import sys
 import tempfile
@@ -126,7 +127,7 @@ def measure_wire(client):
 
 def holds(path, time_of_point):
     """Whether a whisper file holds a point of a time; not while it is being made."""
-    with contextlib.suppress(OSError, whisper.WhisperException, TypeError):
+    with contextlib.suppress(OSError, whisper.WhisperException, struct.error, IndexError):
         return whisper.fetch(str(path), time_of_point - 1, time_of_point)[1][0] is not None
     return False
 
