@@ -158,25 +158,26 @@ T *as(gpointer instance) {
 }
 
 // Whether an instance is of a type or of one derived from it. GObject tells a derived type only by
-// a call; here the type that passed last passes at once. The long way is a function of its own, or
-// its needs would burden the short one.
-[[gnu::cold, gnu::noinline]] inline bool is_a_slowly(GType type, GType wanted,
-                                                     std::atomic<GType> &passed_last) {
-  bool passes = g_type_is_a(type, wanted);
-  if (passes)
-    passed_last.store(type, std::memory_order_relaxed);
-  return passes;
+// a call; here the type that passed last passes at once. All else is in a function of its own, or
+// its needs would burden the short way.
+template <GType (*get_type)()>
+[[gnu::visibility("hidden")]] constinit std::atomic<GType> passed_last = 0;
+
+template <GType (*get_type)()>
+[[gnu::cold, gnu::noinline]] bool is_a_slowly(gpointer instance) {
+  auto *klass = instance ? as<GTypeInstance>(instance)->g_class : nullptr;
+  if (!klass || !g_type_is_a(klass->g_type, get_type()))
+    return false;
+  passed_last<get_type>.store(klass->g_type, std::memory_order_relaxed);
+  return true;
 }
 
 template <GType (*get_type)()>
 bool is_a(gpointer instance) {
-  static constinit std::atomic<GType> passed_last = 0;
-
-  auto *klass = instance ? as<GTypeInstance>(instance)->g_class : nullptr;
-  if (!klass) [[unlikely]]
-    return false;
-  return klass->g_type == passed_last.load(std::memory_order_relaxed) ||
-         is_a_slowly(klass->g_type, get_type(), passed_last);
+  if (auto *klass = instance ? as<GTypeInstance>(instance)->g_class : nullptr) [[likely]]
+    if (klass->g_type == passed_last<get_type>.load(std::memory_order_relaxed)) [[likely]]
+      return true;
+  return is_a_slowly<get_type>(instance);
 }
 
 // A cast that warns of an unrelated type in every build and returns the pointer all the same;
