@@ -43,12 +43,15 @@ static void free_section(gpointer data) {
 }
 
 static void put_section_key(GString *key, char **dimensions) {
-  if (!dimensions) {
-    g_string_assign(key, "general");
-    return;
+  g_string_truncate(key, 0);
+  if (!dimensions)
+    g_string_append(key, "general");
+  for (char **string = dimensions; string && *string; string++) {
+    if (string != dimensions)
+      g_string_append_c(key, '.');
+    for (const char *c = *string; *c; c++)
+      g_string_append_c(key, *c);  // unlike a whole string, this is inline
   }
-  g_string_set_size(key, vek::joined_length(dimensions));
-  vek::put_joined(key->str, dimensions);
 }
 
 static Section *get_section(VekMetricConsoleReporter *self, char **dimensions) {

@@ -118,24 +118,6 @@ private:
   GSList *list;
 };
 
-// A string vector joined by ".", as g_strjoinv() does it, into memory that the caller has: a key
-// takes one allocation. Put returns the end, where no NUL is written.
-inline gsize joined_length(char **strings) {
-  gsize length = 0;
-  for (char **string = strings; *string; string++)
-    length += strlen(*string) + 1;
-  return length > 0 ? length - 1 : 0;
-}
-
-inline char *put_joined(char *to, char **strings) {
-  for (char **string = strings; *string; string++) {
-    if (string != strings)
-      *to++ = '.';
-    to = g_stpcpy(to, *string);
-  }
-  return to;
-}
-
 // An integer as text, as "%lli" or "%lu" gives it, without the long way through a format.
 struct Decimal {
   char text[24];

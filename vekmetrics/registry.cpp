@@ -24,22 +24,46 @@ static VekMetricRegistry *metric_registry;  // the default; unguarded
 
 G_DEFINE_TYPE(VekMetricRegistry, vek_metric_registry, G_TYPE_OBJECT)
 
-// Dimensions first, then the name: two metrics whose strings join to the same text are one.
-// The key is put into the space if it fits there, and is allocated otherwise.
+// The header's own test asks for the type each time.
+static bool VEK_IS_METRIC_REGISTRY(VekMetricRegistry *registry) {
+  return vek::is_a<vek_metric_registry_get_type>(registry);
+}
+
+// Puts a string and a "." at the beginning of the room and takes them off it, if they fit. Byte by
+// byte: strings of keys are so short that calls to measure and to copy them would take longer.
+static bool put_part(std::span<char> &room, const char *string) {
+  char *to = room.data();
+  char *end = to + room.size();
+  for (; to != end; to++, string++) {
+    *to = *string;
+    if (!*string) {
+      *to++ = '.';
+      room = {to, end};
+      return true;
+    }
+  }
+  return false;
+}
+
+// Dimensions first, then the name: two metrics whose strings join to the same text are one. The key
+// is put into the space, or allocated if it does not fit there.
 static char *get_key(const char *name, char **dimensions, std::span<char> space) {
   // The line is part of the message and fixed, so that crash reports of all releases fall together.
   if (!name) [[unlikely]]
     g_assertion_message_expr(G_LOG_DOMAIN, "../vekmetrics/registry", 85, __func__, "name != NULL");
 
-  gsize size = (dimensions ? vek::joined_length(dimensions) + 1 : 0) + strlen(name) + 1;
-  char *key = size <= space.size() ? space.data() : g_new(char, size);
-  char *end = key;
-  if (dimensions) {
-    end = vek::put_joined(end, dimensions);
-    *end++ = '.';
+  // An empty vector joins to an empty string, which is a part, too.
+  auto room = space;
+  bool fits = !dimensions || *dimensions || put_part(room, "");
+  for (char **part = dimensions; fits && part && *part; part++)
+    fits = put_part(room, *part);
+  if (fits && put_part(room, name)) {
+    room.data()[-1] = '\0';
+    return space.data();
   }
-  g_stpcpy(end, name);
-  return key;
+
+  g_autofree char *joined = dimensions ? g_strjoinv(".", dimensions) : nullptr;
+  return joined ? g_strconcat(joined, ".", name, nullptr) : g_strdup(name);
 }
 
 namespace {
