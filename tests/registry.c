@@ -1,12 +1,30 @@
 /* Tests of VekMetricRegistry. */
 
+#define _GNU_SOURCE /* RTLD_NEXT */
+
 #include "support/fakeclock.h"
 #include "support/logcapture.h"
 #include "support/periodicpass.h"
 #include "support/recordingreporter.h"
 #include "support/scene.h"
 
+#include <dlfcn.h>
 #include <string.h>
+
+/* Called before this thread next takes a lock for reading; a test sets it. */
+static __thread void (*before_reading)(void);
+
+/* In place of GLib's, which it calls. */
+void g_rw_lock_reader_lock(GRWLock *lock) {
+  void (*function)(void) = before_reading;
+  before_reading = NULL;
+  if (function)
+    function();
+
+  __typeof__(&g_rw_lock_reader_lock) next = NULL;
+  *(void **)&next = dlsym(RTLD_NEXT, __func__);
+  next(lock);
+}
 
 #define STRV(...) ((char *[]){__VA_ARGS__, NULL})
 
@@ -272,7 +290,7 @@ static void pass_with_an_empty_list_only_removes(void) {
 }
 
 static void pass_reports_each_metric_once_however_many(void) {
-  for (guint n = 0; n <= 100; n++) {
+  for (guint n = 0; n <= 260; n++) { /* a pass takes them by the batch of 128 */
     g_autoptr(Scene) scene = scene_new();
     for (guint i = 0; i < n; i++) {
       g_autofree char *name = g_strdup_printf("%u", i);
@@ -288,6 +306,29 @@ static void pass_reports_each_metric_once_however_many(void) {
       g_assert_true(g_strv_contains((const char *const *)lines, line));
     }
   }
+}
+
+static VekMetricRegistry *registered_with;
+static VekMetricReporter *late_reporter;
+
+static void register_late_reporter(void) {
+  vek_metric_registry_register_reporter(registered_with, late_reporter);
+}
+
+static void reporter_registered_as_a_pass_begins_waits_for_the_next(void) {
+  g_autoptr(VekMetricRegistry) registry = registry_new();
+  g_autoptr(GString) record = g_string_new(NULL);
+  g_autoptr(VekMetricReporter) a = recording_reporter_new("a", record);
+  g_autoptr(VekMetricReporter) b = recording_reporter_new("b", record);
+
+  vek_metric_registry_register_reporter(registry, a);
+  registered_with = registry;
+  late_reporter = b;
+  before_reading = register_late_reporter;
+  run_periodic_pass(registry);
+  assert_recorded(record, "a flush\n");
+  run_periodic_pass(registry);
+  assert_recorded(record, "b flush\na flush\n");
 }
 
 static void reporter_registered_last_is_called_first(void) {
@@ -698,6 +739,8 @@ int main(int argc, char **argv) {
   add_test("/registry/pass-with-an-empty-list-only-removes", pass_with_an_empty_list_only_removes);
   add_test("/registry/pass-reports-each-metric-once-however-many",
            pass_reports_each_metric_once_however_many);
+  add_test("/registry/reporter-registered-as-a-pass-begins-waits-for-the-next",
+           reporter_registered_as_a_pass_begins_waits_for_the_next);
   add_test("/registry/reporter-registered-last-is-called-first",
            reporter_registered_last_is_called_first);
   add_test("/registry/reporter-registered-twice-is-called-twice",

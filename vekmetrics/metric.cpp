@@ -8,9 +8,7 @@ static GParamSpec *properties[N_PROPERTIES];
 
 G_DEFINE_ABSTRACT_TYPE_WITH_PRIVATE(VekMetric, vek_metric, G_TYPE_OBJECT)
 
-VekMetricPrivate *vek_metric_get_private(VekMetric *metric) {
-  return vek::as<VekMetricPrivate>(vek_metric_get_instance_private(metric));
-}
+gint vek_metric_private_offset;
 
 static void vek_metric_set_property(GObject *object, guint id, const GValue *value,
                                     GParamSpec *pspec) {
@@ -49,6 +47,8 @@ static void vek_metric_dispose(GObject *object) {
 }
 
 static void vek_metric_class_init(VekMetricClass *klass) {
+  vek_metric_private_offset = g_type_class_get_instance_private_offset(klass);
+
   auto *object_class = G_OBJECT_CLASS(klass);
   object_class->set_property = vek_metric_set_property;
   object_class->get_property = vek_metric_get_property;

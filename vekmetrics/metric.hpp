@@ -18,8 +18,12 @@ struct VekMetricPrivate {
 };
 static_assert(vek::ZeroFillable<VekMetricPrivate>);
 
+[[gnu::visibility("hidden")]] extern gint vek_metric_private_offset;  // from the instance, in bytes
+
 // For what is known to be a metric: the getters without their checks.
-VekMetricPrivate *vek_metric_get_private(VekMetric *metric);
+inline VekMetricPrivate *vek_metric_get_private(VekMetric *metric) {
+  return vek::as<VekMetricPrivate>(vek::as<char>(metric) + vek_metric_private_offset);
+}
 
 // Hands the metric's figures to the reporters (GSList of VekMetricReporter, borrowed). Without
 // reporters it returns at once and the kind is not asked.

@@ -7,6 +7,7 @@
 
 #include <string.h>
 #include <span>
+#include <utility>
 
 static constexpr guint kReportInterval = 60;  // seconds
 
@@ -108,54 +109,61 @@ static gboolean remove_metric(gpointer, gpointer value, gpointer) {
   return !vek_metric_get_private(metric)->active;
 }
 
+template <gsize size>
+static void fetch_ahead(gconstpointer memory) {
+  static constexpr gsize kCacheLine = 64;
+  auto *start = static_cast<const char *>(memory);
+  for (gsize at = 0; at < size; at += kCacheLine)
+    __builtin_prefetch(start + at);
+  __builtin_prefetch(start + size - 1);
+}
+
 namespace {
 
-// The metrics of a table. They lie scattered over the heap, and a pass over many is a pass over
-// cache misses: so each is fetched into the cache some turns before its own, and half-way what its
-// report will read besides.
-class Metrics {
+// Metrics that wait for their report. They lie scattered over the heap, and a pass over many would
+// wait for memory at each: so what the reports of a batch will read is fetched for all of it first.
+class Batch {
 public:
-  explicit Metrics(GHashTable *table) {
-    g_hash_table_iter_init(&entries, table);
-    for (auto &metric : ahead)
-      metric = fetch();
+  explicit Batch(GSList *reporters) : reporters(reporters) {}
+
+  void add(VekMetric *metric) {
+    fetch_ahead<kMetricSize>(vek_metric_get_private(metric));
+    metrics[n_metrics++] = metric;
+    if (n_metrics == std::size(metrics))
+      report();
   }
 
-  // The next metric; NULL at the end.
-  VekMetric *next() {
-    auto *metric = ahead[turn];
-    ahead[turn] = metric ? fetch() : nullptr;
-    turn = (turn + 1) % kAhead;
-    if (auto *later = ahead[(turn + kAhead / 2) % kAhead])
-      __builtin_prefetch(vek_metric_get_private(later)->ahead);
-    return metric;
+  // Not inline: add() then has no registers to save.
+  [[gnu::noinline]] void report() {
+    std::span waiting(metrics, std::exchange(n_metrics, 0));
+    for (auto *metric : waiting)
+      if (auto *ahead = VEK_IS_METRIC(metric) ? vek_metric_get_private(metric)->ahead : nullptr)
+        fetch_ahead<kLockSize>(ahead);
+    for (auto *metric : waiting)
+      report_metric(metric, reporters);
   }
 
 private:
-  static constexpr unsigned kAhead = 8;
+  // Private data, then the instance, then the fields of its kind: of a counter all of them.
+  static constexpr gsize kMetricSize = 112;
+  static constexpr gsize kLockSize = 56;
 
-  VekMetric *fetch() {
-    gpointer metric = nullptr;
-    if (!ended && !(ended = !g_hash_table_iter_next(&entries, nullptr, &metric))) {
-      // Its private data is before it, its own behind.
-      __builtin_prefetch(vek::as<char>(metric) - sizeof(VekMetricPrivate));
-      __builtin_prefetch(vek::as<char>(metric) + sizeof(VekMetric));
-    }
-    return vek::as<VekMetric>(metric);
-  }
-
-  GHashTableIter entries;
-  bool ended = false;
-  VekMetric *ahead[kAhead];
-  unsigned turn = 0;
+  GSList *reporters;
+  VekMetric *metrics[128];
+  gsize n_metrics = 0;
 };
 
 }  // namespace
 
+static void add_to_batch(gpointer, gpointer metric, gpointer batch) {
+  vek::as<Batch>(batch)->add(vek::as<VekMetric>(metric));
+}
+
 static void run_pass(VekMetricRegistry *self, GSList *reporters) {
-  Metrics metrics(self->metrics);
-  while (auto *metric = metrics.next())
-    report_metric(metric, reporters);
+  Batch batch(reporters);
+  g_hash_table_foreach(self->metrics, add_to_batch, &batch);
+  batch.report();
+
   for (auto *reporter : vek::Each<VekMetricReporter>(reporters))
     vek_metric_reporter_flush(reporter);
 }
