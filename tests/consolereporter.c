@@ -3,6 +3,7 @@
 #include <math.h>
 #include <vekmetrics/vekmetrics.h>
 
+#include "support/decimalcomma.h"
 #include "support/heap.h"
 #include "support/logcapture.h"
 
@@ -186,6 +187,20 @@ static void sections_of_equal_length_are_ordered_by_the_bytes_of_their_keys(void
                       "a=10:\nn: 3\n\n"
                       "a=2:\nn: 2\n\n"
                       "é=1:\nn: 1\n\n");
+}
+
+static void order_is_by_bytes_in_every_locale(void) {
+  if (!in_decimal_comma())
+    return;
+  lines_are_ordered_by_bytes();
+  sections_of_equal_length_are_ordered_by_the_bytes_of_their_keys();
+}
+
+static void a_disposed_metric_is_shown_without_its_name(void) {
+  g_autoptr(VekMetricReporter) reporter = vek_metric_console_reporter_new();
+  add_count(reporter, "a", NULL, 1);
+  add_count(reporter, NULL, NULL, 2);
+  assert_flush_prints(reporter, "general:\n(null): 2\na: 1\n\n");
 }
 
 static void two_pairs_are_joined_in_the_header_and_in_the_key(void) {
@@ -448,6 +463,9 @@ int main(int argc, char **argv) {
            one_pair_comes_before_two_whatever_the_keys);
   add_test("/consolereporter/sections-of-equal-length-are-ordered-by-the-bytes-of-their-keys",
            sections_of_equal_length_are_ordered_by_the_bytes_of_their_keys);
+  add_test("/consolereporter/order-is-by-bytes-in-every-locale", order_is_by_bytes_in_every_locale);
+  add_test("/consolereporter/a-disposed-metric-is-shown-without-its-name",
+           a_disposed_metric_is_shown_without_its_name);
   add_test("/consolereporter/two-pairs-are-joined-in-the-header-and-in-the-key",
            two_pairs_are_joined_in_the_header_and_in_the_key);
   add_test("/consolereporter/an-empty-vector-has-a-bare-header-and-comes-first",

@@ -71,6 +71,8 @@ static Section *get_section(VekMetricConsoleReporter *self, char **dimensions) {
 
 static void add_line(VekMetricReporter *reporter, const char *name, char **dimensions,
                      const char *text) {
+  if (!name)
+    name = "(null)";  // of a disposed metric, as printf() shows it
   gsize name_size = strlen(name) + 1;
   gsize text_size = strlen(text) + 1;
   auto *line = g_new(char, name_size + text_size);
