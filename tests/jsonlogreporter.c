@@ -6,6 +6,7 @@
 
 #include "support/fakeclock.h"
 #include "support/folder.h"
+#include "support/heap.h"
 #include "support/logcapture.h"
 #include "support/scene.h"
 #include "support/tsan-tasks.h"
@@ -32,7 +33,8 @@ typedef struct {
 } Outcome;
 
 static GString *stream_record; /* NULL: files are opened for real */
-static Outcome write_outcome, flush_outcome, close_outcome;
+static Outcome open_outcome, write_outcome, flush_outcome, close_outcome;
+static VekMetricReporter *flushed_at_close; /* by the next close, as a log writer might do it */
 
 static GMutex streams_lock; /* guards the number of streams */
 static GCond streams_changed;
@@ -45,6 +47,8 @@ struct _ScriptedStream {
 #define SCRIPTED_TYPE_STREAM (scripted_stream_get_type())
 G_DECLARE_FINAL_TYPE(ScriptedStream, scripted_stream, SCRIPTED, STREAM, GFileOutputStream)
 G_DEFINE_TYPE(ScriptedStream, scripted_stream, G_TYPE_FILE_OUTPUT_STREAM)
+
+static void flush_one(VekMetricReporter *reporter, const char *name);
 
 static gboolean act(Outcome outcome, GCancellable *cancellable, GError **error) {
   if (outcome.cancels) {
@@ -82,6 +86,8 @@ static gboolean scripted_stream_close(GOutputStream *stream, GCancellable *cance
                                       GError **error) {
   (void)stream;
   g_string_append_printf(stream_record, "close%s\n", cancellable ? "" : " at last");
+  if (flushed_at_close)
+    flush_one(g_steal_pointer(&flushed_at_close), "z");
   return act(close_outcome, cancellable, error);
 }
 
@@ -118,18 +124,21 @@ static void scripted_stream_init(ScriptedStream *self) {
   count_streams(1);
 }
 
+static GCancellable *last_cancellable; /* of the reporter that opened a file last; borrowed */
+
 /* In place of GIO's. */
 GFileOutputStream *g_file_append_to(GFile *file, GFileCreateFlags flags, GCancellable *cancellable,
                                     GError **error) {
   g_assert_cmpint(flags, ==, G_FILE_CREATE_NONE);
   g_assert_true(G_IS_CANCELLABLE(cancellable));
+  last_cancellable = cancellable;
   if (!stream_record)
     return G_FILE_GET_IFACE(file)->append_to(file, flags, cancellable, error);
 
   g_autofree char *name = g_file_get_basename(file);
   g_string_append_printf(stream_record, "open %s %s\n", name,
                          g_file_query_exists(file, NULL) ? "that exists" : "afresh");
-  return g_object_new(SCRIPTED_TYPE_STREAM, NULL);
+  return act(open_outcome, cancellable, error) ? g_object_new(SCRIPTED_TYPE_STREAM, NULL) : NULL;
 }
 
 /* Once asked to, these take the next completion instead of starting its operation. */
@@ -176,7 +185,7 @@ static void begin(void) {
 static void begin_scripted(void) {
   begin();
   stream_record = g_string_new(NULL);
-  write_outcome = flush_outcome = close_outcome = (Outcome){0};
+  open_outcome = write_outcome = flush_outcome = close_outcome = (Outcome){0};
 }
 
 static void end(void) {
@@ -577,6 +586,25 @@ static void snapshot_with_samples_adds_four_objects(void) {
   end();
 }
 
+static void data_points_of_a_snapshot_have_its_time(void) {
+  begin();
+  VekMetricReporter *reporter = reporter_new(0, 0);
+  const gdouble samples[] = {2};
+  g_autoptr(VekMetricSnapshot) snapshot = vek_metric_snapshot_new(samples, 1);
+  fake_clock_advance(60 * G_USEC_PER_SEC);
+  VEK_METRIC_REPORTER_GET_IFACE(reporter)->process_aggregated(reporter, "m", NULL, NULL, snapshot);
+  fake_clock_set(NOW, 1); /* the line is written at the time that assert_log() expects */
+  flush(reporter);
+  drop(reporter);
+  assert_log(
+      "[{'MetricName':'m','Timestamp':'2023-11-14T22:13:20Z',"
+      "'StatisticValues':{'SampleCount':1,'Sum':2.0,'Minimum':2.0,'Maximum':2.0}},"
+      "{'MetricName':'m_p50','Timestamp':'2023-11-14T22:13:20Z','Value':2.0},"
+      "{'MetricName':'m_p90','Timestamp':'2023-11-14T22:13:20Z','Value':2.0},"
+      "{'MetricName':'m_p99','Timestamp':'2023-11-14T22:13:20Z','Value':2.0}]");
+  end();
+}
+
 static void unknown_unit_of_a_snapshot_is_left_out(void) {
   begin();
   VekMetricReporter *reporter = reporter_new(0, 0);
@@ -821,6 +849,21 @@ static void max_reports_and_rotate_shift_the_files(void) {
   end();
 }
 
+static void folder_that_has_gone_is_made_again_at_a_rotation(void) {
+  begin();
+  g_autofree char *path = g_build_filename(folder, "x", "y", NULL);
+  g_autofree char *parent = g_path_get_dirname(path);
+  g_autofree char *file = g_build_filename(path, "log.json", NULL);
+  VekMetricReporter *reporter = vek_metric_json_log_reporter_new("log", path, NULL, 1, 1);
+  g_assert_cmpint(g_remove(file), ==, 0);
+  g_assert_cmpint(g_rmdir(path), ==, 0);
+  g_assert_cmpint(g_rmdir(parent), ==, 0);
+  flush_and_settle(reporter, "a");
+  assert_folder(path, "log.json: ");
+  drop(reporter);
+  end();
+}
+
 static void without_max_reports_the_file_is_never_rotated(void) {
   begin();
   VekMetricReporter *reporter = reporter_new(0, 2);
@@ -908,6 +951,17 @@ static void next_flush_starts_a_new_chain(void) {
   end();
 }
 
+static void dropped_reporter_cancels_what_it_started(void) {
+  begin();
+  VekMetricReporter *reporter = reporter_new(0, 0);
+  g_autoptr(GCancellable) cancellable = g_object_ref(last_cancellable);
+  flush_and_settle(reporter, "a");
+  g_assert_false(g_cancellable_is_cancelled(cancellable));
+  drop(reporter);
+  g_assert_true(g_cancellable_is_cancelled(cancellable));
+  end();
+}
+
 static void dropped_reporter_still_writes_its_lines(void) {
   begin();
   VekMetricReporter *reporter = reporter_new(2, 1);
@@ -937,11 +991,20 @@ static void assert_open_failed(void) {
   assert_warned("open_log_file", message);
 }
 
-static void assert_inert(VekMetricReporter *reporter) {
-  for (int i = 0; i < 2; i++) {
+/* Lines that are kept cost more than a hundred bytes each. */
+enum { N_LINES = 1000 };
+
+static void flush_many(VekMetricReporter *reporter) {
+  for (int i = 0; i < N_LINES; i++)
     flush_one(reporter, "x");
-    g_assert_cmpint(G_OBJECT(reporter)->ref_count, ==, 1);
-  }
+}
+
+static void assert_inert(VekMetricReporter *reporter) {
+  flush_one(reporter, "x"); /* what is made once and stays */
+  gsize used = heap_get_used();
+  flush_many(reporter);
+  g_assert_cmpuint(heap_get_used(), <, used + N_LINES);
+  g_assert_cmpint(G_OBJECT(reporter)->ref_count, ==, 1);
   drop(reporter);
 }
 
@@ -1152,10 +1215,11 @@ static void file_that_cannot_be_opened_again_ends_all_writing(void) {
   block("log.json"); /* which cannot be moved onto the other, nor removed */
   block("log.json.1");
   flush_one(reporter, "a");
-  flush_one(reporter, "b");
-  flush_one(reporter, "c");
+  gsize used = heap_get_used();
+  flush_many(reporter);
   settle(reporter);
   assert_open_failed();
+  g_assert_cmpuint(heap_get_used(), <, used + 50 * N_LINES);
   assert_inert(reporter);
   assert_lines("log.json/ log.json.1/");
   end();
@@ -1176,6 +1240,44 @@ static void folder_that_cannot_be_made_again_ends_all_writing(void) {
   assert_warned("open_log_file", message);
   assert_inert(reporter);
   assert_folder(folder, "x: ");
+  end();
+}
+
+/* A rotation logs what it fails to do, and whoever hears of it may flush the same reporter. */
+
+static void flush_within_a_rotation_leaves_one_write_running(void) {
+  begin_scripted();
+  VekMetricReporter *reporter = reporter_new(1, 0);
+  flush_one(reporter, "a");
+  flush_one(reporter, "b");
+  flushed_at_close = reporter;
+  settle(reporter);
+  assert_stream(
+      "open log.json afresh\nwrite a\nflush\nclose\nopen log.json afresh\n"
+      "flush\nclose\nopen log.json afresh\n" /* of b: its stream was being closed, or was closed */
+      "write z\nflush\nclose\nopen log.json afresh\n");
+  assert_logged_from_like(SOURCE, "on_log_written", G_LOG_LEVEL_WARNING,
+                          "Could not write log: Stream *");
+  drop(reporter);
+  end();
+}
+
+static void flush_within_a_rotation_that_loses_the_file_ends_all_writing(void) {
+  begin_scripted();
+  VekMetricReporter *reporter = reporter_new(1, 0);
+  open_outcome = (Outcome){.domain = G_IO_ERROR, .code = G_IO_ERROR_NO_SPACE};
+  flush_one(reporter, "a");
+  gsize used = heap_get_used();
+  flush_many(reporter);
+  flushed_at_close = reporter;
+  settle(reporter);
+  g_assert_cmpuint(heap_get_used(), <, used + 50 * N_LINES);
+  assert_stream("open log.json afresh\nwrite a\nflush\nclose\nopen log.json afresh\n");
+  assert_logged_from_like(SOURCE, "open_log_file", G_LOG_LEVEL_WARNING,
+                          "Could not append to file in *: as the test said");
+  assert_logged_from_like(SOURCE, "on_log_written", G_LOG_LEVEL_WARNING,
+                          "Could not write log: Stream *");
+  assert_inert(reporter);
   end();
 }
 
@@ -1332,6 +1434,8 @@ int main(int argc, char **argv) {
            snapshot_without_samples_adds_nothing);
   add_test("/jsonlogreporter/snapshot-with-samples-adds-four-objects",
            snapshot_with_samples_adds_four_objects);
+  add_test("/jsonlogreporter/data-points-of-a-snapshot-have-its-time",
+           data_points_of_a_snapshot_have_its_time);
   add_test("/jsonlogreporter/unknown-unit-of-a-snapshot-is-left-out",
            unknown_unit_of_a_snapshot_is_left_out);
   add_test("/jsonlogreporter/statistics-are-not-clamped-but-percentiles-are",
@@ -1353,6 +1457,8 @@ int main(int argc, char **argv) {
   add_test("/jsonlogreporter/without-a-name-nothing-is-made", without_a_name_nothing_is_made);
   add_test("/jsonlogreporter/max-reports-and-rotate-shift-the-files",
            max_reports_and_rotate_shift_the_files);
+  add_test("/jsonlogreporter/folder-that-has-gone-is-made-again-at-a-rotation",
+           folder_that_has_gone_is_made_again_at_a_rotation);
   add_test("/jsonlogreporter/without-max-reports-the-file-is-never-rotated",
            without_max_reports_the_file_is_never_rotated);
   add_test("/jsonlogreporter/without-rotate-the-full-file-is-deleted",
@@ -1364,6 +1470,8 @@ int main(int argc, char **argv) {
   add_test("/jsonlogreporter/rotation-runs-between-the-flush-and-the-next-write",
            rotation_runs_between_the_flush_and_the_next_write);
   add_test("/jsonlogreporter/next-flush-starts-a-new-chain", next_flush_starts_a_new_chain);
+  add_test("/jsonlogreporter/dropped-reporter-cancels-what-it-started",
+           dropped_reporter_cancels_what_it_started);
   add_test("/jsonlogreporter/dropped-reporter-still-writes-its-lines",
            dropped_reporter_still_writes_its_lines);
   add_test("/jsonlogreporter/folder-that-cannot-be-made-is-logged",
@@ -1390,6 +1498,10 @@ int main(int argc, char **argv) {
            file_that_cannot_be_opened_again_ends_all_writing);
   add_test("/jsonlogreporter/folder-that-cannot-be-made-again-ends-all-writing",
            folder_that_cannot_be_made_again_ends_all_writing);
+  add_test("/jsonlogreporter/flush-within-a-rotation-leaves-one-write-running",
+           flush_within_a_rotation_leaves_one_write_running);
+  add_test("/jsonlogreporter/flush-within-a-rotation-that-loses-the-file-ends-all-writing",
+           flush_within_a_rotation_that_loses_the_file_ends_all_writing);
   add_test("/jsonlogreporter/type-is-a-plain-object-and-a-reporter",
            type_is_a_plain_object_and_a_reporter);
   add_test("/jsonlogreporter/properties-are-construct-only", properties_are_construct_only);

@@ -384,6 +384,8 @@ static void on_log_written(GObject *source, GAsyncResult *result, gpointer user_
   }
 
   self->n_reports++;
+  if (!self->output_stream)  // lost in a rotation, within which this write was started
+    return write_next_buffer(self);
   g_output_stream_flush_async(self->output_stream, G_PRIORITY_DEFAULT, self->cancellable,
                               on_stream_flushed, g_object_ref(self));
 }
