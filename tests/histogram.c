@@ -197,6 +197,11 @@ static void disposed_histogram_falls_to_the_checks_of_the_store(void) {
   assert_failed_check("vek_metric_store_add", "VEK_IS_METRIC_STORE(store)");
   g_assert_null(vek_metric_histogram_get_snapshot(histogram));
   assert_failed_check("vek_metric_store_get_snapshot", "VEK_IS_METRIC_STORE(store)");
+
+  g_autoptr(VekMetricReporter) reporter = vek_metric_timeline_reporter_new(NULL, NULL);
+  vek_metric_registry_report(scene->registry, reporter); /* which takes no samples */
+  assert_failed_check("vek_metric_store_get_snapshot", "VEK_IS_METRIC_STORE(store)");
+  assert_failed_check("vek_metric_snapshot_unref", "snapshot != NULL");
 }
 
 static void store_given_for_an_existing_key_is_released(void) {
