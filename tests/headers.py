@@ -2,7 +2,8 @@
 """Compiles the public headers as applications do: headers.py SYMBOLS HEADER...
 
 Each header must compile by itself, in every language that applications use, without a warning and
-without anything private beside it. Every type of SYMBOLS must have its macros and a g_autoptr.
+without anything private beside it. Every type of SYMBOLS must have its macros and a g_autoptr, and
+the range, which is a plain record, a g_autoptr and a g_autoslist.
 CC and CXX name the compilers.
 """
 
@@ -19,6 +20,15 @@ symbols, *headers = map(pathlib.Path, sys.argv[1:])
 
 # These are no objects and so have no casts.
 BOXED = {'VekMetricDatum', 'VekMetricDimension', 'VekMetricSnapshot'}
+
+USE_RANGE = '''void use_range(void);
+void use_range(void) {
+g_autoptr(VekMetricRange) nothing = NULL;
+(void)nothing;
+g_autoslist(VekMetricRange) none = NULL;
+(void)none;
+}
+'''
 
 
 def use_type(get_type):
@@ -47,7 +57,7 @@ class Headers(unittest.TestCase):
                 f'#include <vekmetrics/{header.name}>\nextern int declaration;\n')
 
         get_types = re.findall(r'^vek_\w+_get_type$', symbols.read_text(), re.MULTILINE)
-        uses = map(use_type, get_types)
+        uses = [USE_RANGE, *map(use_type, get_types)]
         (cls.folder / 'types.c').write_text('#include <vekmetrics/vekmetrics.h>\n' + ''.join(uses))
 
     def compile(self, compiler, *options):

@@ -22,6 +22,8 @@ typedef struct {
   gint64 end;
 } VekMetricRange;
 
+G_DEFINE_AUTOPTR_CLEANUP_FUNC(VekMetricRange, g_free)
+
 #define VEK_TYPE_METRIC_RANGE_STORE (vek_metric_range_store_get_type())
 
 /**
