@@ -203,6 +203,18 @@ static void range_store_frees_the_ranges_it_still_holds(void) {
   g_assert_cmpuint(count.given_back - before.given_back, ==, count.taken - before.taken);
 }
 
+static void pass_frees_the_ranges_that_it_took(void) {
+  g_autoptr(VekMetricRegistry) registry = g_object_new(VEK_TYPE_METRIC_REGISTRY, NULL);
+  g_autoptr(VekMetricReporter) console = vek_metric_console_reporter_new();
+  g_autoptr(VekMetricTimeline) timeline = vek_metric_registry_timeline_new(registry, "t");
+  vek_metric_registry_report(registry, console); /* what is made once and stays */
+  Count before = count;
+  for (guint i = 0; i < 3; i++)
+    vek_metric_timeline_add_range(timeline, 1, 2, 3);
+  vek_metric_registry_report(registry, console);
+  g_assert_cmpuint(count.given_back - before.given_back, ==, count.taken - before.taken);
+}
+
 static void nothing_is_counted(void) {
   g_test_skip("malloc() belongs to a sanitizer or to valgrind here");
 }
@@ -245,6 +257,7 @@ int main(int argc, char **argv) {
            range_store_move_data_allocates_and_copies_nothing);
   add_test("/allocations/range-store-frees-the-ranges-it-still-holds",
            range_store_frees_the_ranges_it_still_holds);
+  add_test("/allocations/pass-frees-the-ranges-that-it-took", pass_frees_the_ranges_that_it_took);
 
   return g_test_run();
 }

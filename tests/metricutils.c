@@ -100,6 +100,17 @@ static void failed_removal_is_silent(void) {
   folder_remove(folder);
 }
 
+static void folders_are_renamed_like_files(void) {
+  char *folder = folder_new();
+  block(folder, "X.1");
+  block(folder, "X");
+
+  vek_metrics_rotate_files("X", folder, 2);
+
+  assert_folder(folder, "X.1/\nX.2/\n");
+  folder_remove(folder);
+}
+
 static void missing_folder_is_silent(void) {
   vek_metrics_rotate_files("X", "/nowhere/at/all", 2);
 }
@@ -124,6 +135,7 @@ int main(int argc, char **argv) {
   add_test("/metricutils/file-is-removed-when-it-could-not-be-renamed",
            file_is_removed_when_it_could_not_be_renamed);
   add_test("/metricutils/failed-removal-is-silent", failed_removal_is_silent);
+  add_test("/metricutils/folders-are-renamed-like-files", folders_are_renamed_like_files);
   add_test("/metricutils/missing-folder-is-silent", missing_folder_is_silent);
   add_test("/metricutils/failed-checks-come-in-the-arguments-order",
            failed_checks_come_in_the_arguments_order);

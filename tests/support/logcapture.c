@@ -101,17 +101,31 @@ void assert_logged_like(const char *domain, GLogLevelFlags level, const char *pa
   g_assert_cmphex(record->level, ==, level);
 }
 
+static void assert_source(const Record *record, const char *file, const char *function) {
+  g_assert_cmpstr(record->domain, ==, "VEK:metrics");
+  g_assert_cmpstr(record->file, ==, file);
+  g_assert_cmpstr(record->function, ==, function);
+  g_assert_nonnull(record->line);
+  g_assert_cmpint(g_ascii_strtoll(record->line, NULL, 10), >, 0);
+}
+
 void assert_logged_from(const char *file, const char *function, GLogLevelFlags level,
                         const char *message) {
   g_autoptr(Record) record = take();
   g_assert_nonnull(record);
   g_assert_cmpstr(record->message, ==, message);
-  g_assert_cmpstr(record->domain, ==, "VEK:metrics");
   g_assert_cmphex(record->level, ==, level);
-  g_assert_cmpstr(record->file, ==, file);
-  g_assert_cmpstr(record->function, ==, function);
-  g_assert_nonnull(record->line);
-  g_assert_cmpint(g_ascii_strtoll(record->line, NULL, 10), >, 0);
+  assert_source(record, file, function);
+}
+
+void assert_logged_from_like(const char *file, const char *function, GLogLevelFlags level,
+                             const char *pattern) {
+  g_autoptr(Record) record = take();
+  g_assert_nonnull(record);
+  if (!g_pattern_match_simple(pattern, record->message))
+    g_assert_cmpstr(record->message, ==, pattern);
+  g_assert_cmphex(record->level, ==, level);
+  assert_source(record, file, function);
 }
 
 void assert_failed_check(const char *function, const char *condition) {

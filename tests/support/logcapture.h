@@ -27,6 +27,10 @@ void assert_logged_like(const char *domain, GLogLevelFlags level, const char *pa
 void assert_logged_from(const char *file, const char *function, GLogLevelFlags level,
                         const char *message);
 
+/* The same for a pattern. */
+void assert_logged_from_like(const char *file, const char *function, GLogLevelFlags level,
+                             const char *pattern);
+
 /* Takes the critical of a failed check of the library: "FUNCTION: assertion 'CONDITION' failed". */
 void assert_failed_check(const char *function, const char *condition);
 
