@@ -52,7 +52,8 @@ G_DECLARE_FINAL_TYPE(VekMetricCarbonReporter, vek_metric_carbon_reporter, VEK,
  * @prefix: (nullable): the first component of every key; %NULL or empty for none
  * @server_address: (nullable): the server's IPv4 or IPv6 address as text; host names are not
  *   looked up, and what is not an address is logged and leaves the reporter disabled
- * @server_port: the server's TCP port, up to 65,535; carbon's own is 2003
+ * @server_port: the server's TCP port, up to 65,535; carbon's own is 2003. GObject refuses a
+ *   larger one with a warning, and the port is then 0, where no server is
  *
  * Makes a carbon reporter and begins to connect it.
  *

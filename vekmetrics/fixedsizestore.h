@@ -29,10 +29,10 @@ G_DECLARE_FINAL_TYPE(VekMetricFixedSizeStore, vek_metric_fixed_size_store, VEK,
  * vek_metric_fixed_size_store_new:
  * @window_size: how many samples to keep, at least 1
  *
- * Makes a store of the newest @window_size samples. GObject refuses 0 with a warning, and the
- * store is then not usable.
+ * Makes a store of the newest @window_size samples. GObject refuses 0 with a warning; the store
+ * then has room for none, and adding a sample ends the process.
  *
- * Returns: (transfer full): a new store
+ * Returns: (transfer full) (type VekMetricFixedSizeStore): a new store
  */
 VEK_EXPORT
 VekMetricStore *vek_metric_fixed_size_store_new(guint window_size);

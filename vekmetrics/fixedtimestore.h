@@ -41,9 +41,11 @@ G_DECLARE_FINAL_TYPE(VekMetricFixedTimeStore, vek_metric_fixed_time_store, VEK,
  * @max_size: how many samples to keep at the most, from 1 to 2^29 - 1
  *
  * Makes a store of the samples of the last @time_window. GObject refuses numbers below the limits
- * with a warning, and a store whose @max_size was refused is not usable.
+ * with a warning. A store whose @time_window was refused shows only samples of the moment in which
+ * the snapshot is taken. One whose @max_size was refused has room for none, and adding a sample
+ * ends the process.
  *
- * Returns: (transfer full): a new store
+ * Returns: (transfer full) (type VekMetricFixedTimeStore): a new store
  */
 VEK_EXPORT
 VekMetricStore *vek_metric_fixed_time_store_new(gint64 time_window, guint max_size);

@@ -20,7 +20,7 @@ G_BEGIN_DECLS
  * a point in every locale.
  *
  * The file is opened once, at construction. If that fails, a message goes to standard error and
- * nothing is ever written.
+ * nothing is ever written. All its calls belong to the thread that runs the passes.
  */
 VEK_EXPORT
 G_DECLARE_FINAL_TYPE(VekMetricLogReporter, vek_metric_log_reporter, VEK, METRIC_LOG_REPORTER,

@@ -87,7 +87,8 @@ struct _VekMetricReporterInterface {
    * @name: the metric's name
    * @dimensions: (nullable) (array zero-terminated=1): alternating names and values
    * @unit: (nullable): the metric's unit
-   * @snapshot: the samples and their statistics
+   * @snapshot: the samples and their statistics; %NULL if the metric's store is the application's
+   *   own and gave none
    *
    * Takes the samples of a histogram or a timer.
    */

@@ -26,7 +26,8 @@ GType vek_metric_snapshot_get_type(void) G_GNUC_CONST;
  * @samples: (nullable) (array length=n_samples): the samples, in any order; copied
  * @n_samples: how many there are, below 2^29
  *
- * Copies and sorts the samples and stamps the copy with the current wall-clock time.
+ * Copies and sorts the samples and stamps the copy with the current wall-clock time. If @samples is
+ * %NULL and @n_samples is not 0, the snapshot has that number and statistics of 0.
  *
  * Returns: (transfer full): a new snapshot with one reference
  */

@@ -60,7 +60,8 @@ struct _VekMetricStoreClass {
    *
    * Takes a snapshot of the samples.
    *
-   * Returns: (transfer full): a new snapshot
+   * Returns: (transfer full): a new snapshot, never %NULL: reporters of the library cannot do
+   *   without one
    */
   VekMetricSnapshot *(*get_snapshot)(VekMetricStore *store);
 };

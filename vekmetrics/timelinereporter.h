@@ -15,7 +15,8 @@ G_BEGIN_DECLS
  * the range's id, start and end. Of each pass the newest range comes first.
  *
  * Takes nothing but timelines. The file is opened once, at construction. If that fails, a message
- * goes to standard error and nothing is ever written.
+ * goes to standard error and nothing is ever written. All its calls belong to the thread that runs
+ * the passes.
  */
 VEK_EXPORT
 G_DECLARE_FINAL_TYPE(VekMetricTimelineReporter, vek_metric_timeline_reporter, VEK,
