@@ -1,15 +1,17 @@
 #!/usr/bin/python3
 """Runs the benchmarks and judges them by ratios: ratios.py FOLDER [--count] [--out FILE]
 
-FOLDER holds the benchmark programs. Every ratio is formed from medians of one run in which the two
-sides took turns, so that what else the machine does weighs on both. With --count it is formed from
-instructions, as callgrind counts them: steadier than time, but blind to waiting.
+FOLDER holds the benchmark programs. The cases take turns, many times over. Each turn gives a ratio
+of two sides that ran soon after each other, so that what else the machine does weighs on both, and
+the median of these is judged. With --count the ratio is of instructions, as callgrind counts them:
+steadier than time, but blind to waiting.
 
 The status is 1 if a ratio does not hold.
 """
 
 import collections
 import json
+import operator
 import re
 import statistics
 import subprocess
@@ -24,14 +26,14 @@ Row = collections.namedtuple('Row', 'operation against limit count_limit', defau
 # is that of instructions, a little above what they are: a guard against getting worse. An
 # uncontended mutex takes few instructions and much time, so the ratios of what uses one differ.
 UPDATES = [
-    Row('counter add', 'floor', 1.05, 1.25),
-    Row('gauge set', 'floor', 1.05, 1.25),
-    Row('meter mark', 'floor', 1.05, 1.25),
-    Row('meter rate', 'floor', 1.05, 1.25),
-    Row('fixed-time add', 'floor', 1.05, 1.65),
-    Row('timer start and stop', 'floor', 1.05, 1.70),
-    Row('histogram set', 'floor', 1.12, 2.40),
-    Row('timer set_usec', 'floor', 1.12, 2.30),
+    Row('counter add', 'floor', 1.05, 1.22),
+    Row('gauge set', 'floor', 1.05, 1.22),
+    Row('meter mark', 'floor', 1.05, 1.22),
+    Row('meter rate', 'floor', 1.05, 1.22),
+    Row('fixed-time add', 'floor', 1.05, 1.52),
+    Row('timer start and stop', 'floor', 1.05, 1.55),
+    Row('histogram set', 'floor', 1.12, 2.12),
+    Row('timer set_usec', 'floor', 1.12, 2.02),
     Row('counter add of two threads', 'floor', 1.25),
     Row('snapshot of 60', 'floor', 1.03, 1.03),
     Row('snapshot of 2048', 'floor', 1.03, 1.03),
@@ -73,22 +75,20 @@ def sides(row):
 
 
 def run(program, *options):
-    """Runs a benchmark program and returns the time of each repetition in ns, by case."""
+    """Runs a benchmark program and returns the time of each case in ns."""
     with tempfile.NamedTemporaryFile(suffix='.json') as out:
         subprocess.run([program, f'--benchmark_out={out.name}', '--benchmark_out_format=json',
                         *options], check=True, stdout=subprocess.DEVNULL,
                        stderr=subprocess.DEVNULL)
         runs = json.load(out)['benchmarks']
-    times = collections.defaultdict(list)
+    times = {}
     for result in runs:
-        if result['run_type'] == 'iteration':
-            case = '/'.join(result['name'].split('/')[:2])
-            # Threads wait for one another; what waits for nobody is measured by its own time, for
-            # other programs take some of the machine's.
-            time = result['real_time' if result['threads'] > 1 else 'cpu_time']
-            if 'items_per_second' in result:  # of a metric, not of the pass
-                time = 1e9 / result['items_per_second']
-            times[case].append(time)
+        # Threads wait for one another; what waits for nobody is measured by its own time, for
+        # other programs take some of the machine's.
+        time = result['real_time' if result['threads'] > 1 else 'cpu_time']
+        if 'items_per_second' in result:  # of a metric, not of the pass
+            time = 1e9 / result['items_per_second']
+        times['/'.join(result['name'].split('/')[:2])] = time
     return times
 
 
@@ -97,20 +97,20 @@ def exactly(case):
     return f'--benchmark_filter=^{case}(/|$)'
 
 
-def time_updates(folder, repetitions):
-    return run(f'{folder}/bench-updates', f'--benchmark_repetitions={repetitions}',
-               '--benchmark_enable_random_interleaving=true', '--benchmark_min_time=0.05')
-
-
-def time_passes(folder, repetitions):
-    cases = sorted({case for row in PASSES for case in sides(row)})
-    times = collections.defaultdict(list)
-    for _ in range(repetitions):
-        for case in cases:
-            for found, measured in run(f'{folder}/bench-passes', exactly(case),
-                                       '--benchmark_min_time=0.2').items():
-                times[found] += measured
+def time_turn(folder, rows):
+    """One turn of every case."""
+    times = {}
+    if any(row in UPDATES for row in rows):
+        times |= run(f'{folder}/bench-updates', '--benchmark_min_time=0.05')
+    for case in dict.fromkeys(case for row in PASSES if row in rows for case in sides(row)):
+        times |= run(f'{folder}/bench-passes', exactly(case), '--benchmark_min_time=0.2')
     return times
+
+
+def time_all(folder, rows, n_turns):
+    """The times of each case, turn by turn."""
+    turns = [time_turn(folder, rows) for _ in range(n_turns)]
+    return {case: [turn[case] for turn in turns] for case in turns[0]}
 
 
 def count(program, case, few, many):
@@ -141,9 +141,10 @@ def measure_memory(folder):
 
 def judge(row, measured, limit):
     """One line of the table, as a record."""
-    this, other = (statistics.median(measured[case]) for case in sides(row))
-    ratio = this / other
-    return {'operation': row.operation, 'against': row.against, 'measured': this, 'other': other,
+    this, other = (measured[case] for case in sides(row))
+    ratio = statistics.median(map(operator.truediv, this, other))
+    return {'operation': row.operation, 'against': row.against,
+            'measured': statistics.median(this), 'other': statistics.median(other),
             'ratio': ratio, 'limit': limit, 'holds': limit is None or ratio <= limit}
 
 
@@ -160,7 +161,7 @@ def main():
     parser = results.make_parser(__doc__)
     parser.add_argument('--count', action='store_true', help='count instructions')
     parser.add_argument('--updates', action='store_true', help='leave the passes out')
-    parser.add_argument('--repetitions', type=int, default=15, help='of each measurement')
+    parser.add_argument('--turns', type=int, default=15, help='how often each case is measured')
     arguments = parser.parse_args()
 
     if arguments.count:
@@ -170,9 +171,7 @@ def main():
         unit = 'instr.'
     else:
         rows = UPDATES + ([] if arguments.updates else PASSES)
-        measured = time_updates(arguments.folder, arguments.repetitions)
-        if not arguments.updates:
-            measured |= time_passes(arguments.folder, arguments.repetitions)
+        measured = time_all(arguments.folder, rows, arguments.turns)
         records = [judge(row, measured, row.limit) for row in rows]
         sizes = measure_memory(arguments.folder)
         records += [{'operation': f'memory of a {row.operation}', 'against': 'bytes',
