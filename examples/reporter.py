@@ -2,7 +2,6 @@
 """A reporter of one's own: each metric becomes a line of logfmt, as log collectors read it."""
 
 import json
-import re
 
 import gi
 
@@ -16,31 +15,25 @@ class LogfmtReporter(GObject.Object, Vek.MetricReporter):
         self.lines = []
 
     def do_process_count(self, name, dimensions, unit, timestamp, count):
-        self.add(name, dimensions, unit, ('count', count))
+        self.add(name, dimensions, unit, count=count)
 
     def do_process_value(self, name, dimensions, unit, timestamp, value):
-        self.add(name, dimensions, unit, ('value', value))
+        self.add(name, dimensions, unit, value=value)
 
     def do_process_aggregated(self, name, dimensions, unit, snapshot):
-        self.add(name, dimensions, unit, ('samples', snapshot.get_n_samples()),
-                 ('min', snapshot.get_min()), ('median', snapshot.get_quantile(0.5)),
-                 ('max', snapshot.get_max()))
+        self.add(name, dimensions, unit, samples=snapshot.get_n_samples(), min=snapshot.get_min(),
+                 median=snapshot.get_quantile(0.5), max=snapshot.get_max())
 
     def do_flush(self):
         for line in sorted(self.lines):  # metrics come in any order
             print(line, flush=True)
         self.lines.clear()
 
-    def add(self, name, dimensions, unit, *figures):
-        pairs = [('metric', name), *zip(dimensions[::2], dimensions[1::2])]
-        if unit:
-            pairs.append(('unit', unit))
-        self.lines.append(' '.join(f'{key}={quote(value)}' for key, value in [*pairs, *figures]))
-
-
-def quote(value):
-    text = str(value)
-    return json.dumps(text) if not text or re.search(r'[\s"=]', text) else text
+    def add(self, name, dimensions, unit, **figures):
+        pairs = dict(zip(dimensions[::2], dimensions[1::2]))
+        fields = {'metric': name, **pairs, 'unit': unit, **figures}
+        self.lines.append(' '.join(f'{key}={json.dumps(value)}' for key, value in fields.items()
+                                   if value is not None))
 
 
 registry = Vek.MetricRegistry.get_default()

@@ -61,6 +61,15 @@ def readme_quotes_hello():
     return '' if quotes('c') == [hello] else 'README.md and examples/hello.c differ'
 
 
+def guide_begins_with_hello():
+    """In every language, without what the examples say of themselves."""
+    examples = {'c': 'c', 'cpp': 'cpp', 'js': 'js', 'python': 'py', 'vala': 'vala'}
+    return '\n'.join(f'docs/guide.md and examples/hello.{suffix} differ'
+                     for language, suffix in examples.items()
+                     if quotes(language, 'docs/guide.md')[0] not in
+                     (ROOT / 'examples' / f'hello.{suffix}').read_text(encoding='utf-8'))
+
+
 def shutdown_quotes_the_example():
     finish = (ROOT / 'examples' / 'checksum' / 'finish.c').read_text(encoding='utf-8')
     return '' if finish in quotes('c', 'docs/shutdown.md') else 'docs/shutdown.md and finish.c differ'
@@ -78,9 +87,29 @@ def header_tells_the_version():
     return '' if f"version: '{version}'" in build else f'version.h tells {version}'
 
 
+def papers():
+    """Each paper, and its text without the programs in it."""
+    for paper in [*ROOT.glob('*.md'), *(ROOT / 'docs').glob('*.md')]:
+        text = paper.read_text(encoding='utf-8')
+        yield paper, re.sub(r'^```.*?^```$', '', text, flags=re.MULTILINE | re.DOTALL)
+
+
+def links_of_papers_lead_somewhere():
+    return '\n'.join(f'{paper.name}: {link}' for paper, text in papers()
+                     for link in re.findall(r'\]\(([^):#]+)[^)]*\)', text)
+                     if not (paper.parent / link).exists())
+
+
+def papers_keep_to_100_columns():
+    """Except for tables, which cannot."""
+    return '\n'.join(f'{paper.name}: {line}' for paper, text in papers()
+                     for line in text.splitlines() if len(line) > 100 and '|' not in line)
+
+
 HELLO = sys.argv[1]
 RULES = (code_follows_clang_format, scripts_pass_shellcheck, header_tells_the_version,
-         readme_quotes_hello, readme_shows_what_hello_prints, shutdown_quotes_the_example)
+         readme_quotes_hello, readme_shows_what_hello_prints, guide_begins_with_hello,
+         shutdown_quotes_the_example, links_of_papers_lead_somewhere, papers_keep_to_100_columns)
 
 
 def main():

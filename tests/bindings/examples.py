@@ -13,9 +13,10 @@ PRINTED = {
     'hello.js': HELLO,
     'hello.py': HELLO,
     'hello.vala': HELLO,
-    'reporter.py': 'metric=errors reason="disk full" unit=Count count=1\n'
-                   'metric=latency host=h1 unit=Milliseconds samples=3 min=1.5 median=2.5 max=9.0\n'
-                   'metric=load value=0.25\n',
+    'reporter.py': 'metric="errors" reason="disk full" unit="Count" count=1\n'
+                   'metric="latency" host="h1" unit="Milliseconds" samples=3 min=1.5 median=2.5 '
+                   'max=9.0\n'
+                   'metric="load" value=0.25\n',
 }
 LANGUAGES = {'.js': 'js', '.py': 'python', '.vala': 'vala'}
 
