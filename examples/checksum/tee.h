@@ -2,8 +2,9 @@
 
 /* A reporter that hands all it gets on to others, so that one pass reaches them all.
  *
- * One pass for each of them would not do: a pass takes the ranges out of the timelines, and a gauge
- * with an interval reports each interval once, so those after the first would go without. */
+ * One pass for each of them would not do: a pass takes the ranges out of the timelines, a gauge
+ * with an interval reports each interval once, and a metric that nobody holds is not reported
+ * again. So those after the first would go without. */
 
 #include <vekmetrics/vekmetrics.h>
 
