@@ -13,6 +13,7 @@ struct _Work {
   Figures *figures;
   WorkCallback callback;
   gpointer data;
+  gint64 wall_clock; /* what it is ahead of the monotonic clock, in us */
   guint n_pending;
   guint max_pending;
   int n_pushed;
@@ -61,20 +62,20 @@ static void hash_file(Job *job, GChecksumType type, Figures *figures) {
 }
 
 /* Several files are hashed at the same time, so the timer, which keeps one start time, gets each
- * duration as a whole. It is measured on the monotonic clock, which is never set, and laid on the
- * wall clock of the other figures from the start on. */
-static void time_file(Job *job, int number, GChecksumType type, Figures *figures) {
-  VekMetricTimeline *worker = g_async_queue_pop(figures->idle_workers);
-  gint64 time = g_get_real_time();
+ * duration as a whole. Times are of the monotonic clock, which is never set, and are laid on the
+ * wall clock of the other figures by the same distance for all: no two ranges of a worker overlap.
+ */
+static void time_file(Work *work, Job *job, int number) {
+  VekMetricTimeline *worker = g_async_queue_pop(work->figures->idle_workers);
   gint64 start = g_get_monotonic_time();
-  hash_file(job, type, figures);
-  gint64 duration = g_get_monotonic_time() - start;
+  hash_file(job, work->type, work->figures);
+  gint64 end = g_get_monotonic_time();
 
   if (job->checksum) {
-    vek_metric_timer_set_usec(figures->file_time, duration);
-    vek_metric_timeline_add_range(worker, number, time, time + duration);
+    vek_metric_timer_set_usec(work->figures->file_time, end - start);
+    vek_metric_timeline_add_range(worker, number, work->wall_clock + start, work->wall_clock + end);
   }
-  g_async_queue_push_front(figures->idle_workers, worker);
+  g_async_queue_push_front(work->figures->idle_workers, worker);
 }
 
 static gboolean on_done(gpointer data) {
@@ -96,7 +97,7 @@ static void on_thread(gpointer data, gpointer user_data) {
 
   vek_metric_gauge_add_value(work->figures->waiting, -1.0);
   if (!g_atomic_int_get(&work->stopped))
-    time_file(&task->job, task->number, work->type, work->figures);
+    time_file(work, &task->job, task->number);
   g_idle_add_full(G_PRIORITY_DEFAULT, on_done, task, NULL);
 }
 
@@ -108,6 +109,8 @@ Work *work_new(int jobs, GChecksumType type, Figures *figures, WorkCallback call
   work->figures = figures;
   work->callback = callback;
   work->data = data;
+  work->wall_clock = g_get_real_time();
+  work->wall_clock -= g_get_monotonic_time();
   work->max_pending = (guint)jobs * PENDING_PER_THREAD;
   return work;
 }
