@@ -5,6 +5,8 @@
 #include "registry.hpp"
 #include "reporter.hpp"
 
+#include <utility>
+
 struct _VekMetricGauge {
   VekMetric parent_instance;
 
@@ -44,6 +46,36 @@ static bool changed_since_previous(const VekMetricGauge *self, gint64 start) {
   return self->time > start - self->interval;
 }
 
+// The value that the gauge shows and its time; leaves both as they are while it shows none. The
+// lock is held for writing.
+static bool read(VekMetricGauge *self, gdouble *value, gint64 *stamp) {
+  if (self->time == 0)
+    return false;
+
+  gint64 now = g_get_real_time();
+  if (!has_interval(self)) {
+    *value = self->value;
+    *stamp = now;
+    return true;
+  }
+
+  roll(self, now);
+  gint64 start = self->interval_index * self->interval;
+  if (!changed_since_previous(self, start))
+    return false;
+  *value = self->previous_value;
+  *stamp = start;
+  return true;
+}
+
+// The same for a report, which tells of each boundary once.
+static bool take_report(VekMetricGauge *self, gdouble *value, gint64 *stamp) {
+  vek::WriterLock held(self->lock);
+  if (!read(self, value, stamp))
+    return false;
+  return !has_interval(self) || std::exchange(self->last_reported_start, *stamp) != *stamp;
+}
+
 static void vek_metric_gauge_set_property(GObject *object, guint id, const GValue *value,
                                           GParamSpec *pspec) {
   auto *self = vek::as<VekMetricGauge>(object);
@@ -68,30 +100,6 @@ static void vek_metric_gauge_finalize(GObject *object) {
   g_rw_lock_clear(&vek::as<VekMetricGauge>(object)->lock);
 
   G_OBJECT_CLASS(vek_metric_gauge_parent_class)->finalize(object);
-}
-
-// What a report carries: the value and its time. False if there is nothing to report, as for a
-// boundary that was reported before.
-static bool take_report(VekMetricGauge *self, gdouble *value, gint64 *stamp) {
-  vek::WriterLock held(self->lock);
-  if (self->time == 0)
-    return false;
-
-  gint64 now = g_get_real_time();
-  if (!has_interval(self)) {
-    *value = self->value;
-    *stamp = now;
-    return true;
-  }
-
-  roll(self, now);
-  gint64 start = self->interval_index * self->interval;
-  if (!changed_since_previous(self, start) || start == self->last_reported_start)
-    return false;
-  self->last_reported_start = start;
-  *value = self->previous_value;
-  *stamp = start;
-  return true;
 }
 
 static void vek_metric_gauge_report(VekMetric *metric, GSList *reporters) {
@@ -138,8 +146,8 @@ void vek_metric_gauge_add_value(VekMetricGauge *gauge, gdouble value) {
 
   vek::WriterLock held(gauge->lock);
   gint64 now = g_get_real_time();
-  // Only who finds the new interval here starts its sum from zero. If a report, a read or a set
-  // found it first, the sum carries on, by intention.
+  // Only who finds the new interval here starts its sum from zero; if a report, a read or a set
+  // found it first, the sum carries on.
   if (has_interval(gauge) && roll(gauge, now))
     gauge->value = 0.0;
   gauge->time = now;
@@ -151,19 +159,9 @@ gdouble vek_metric_gauge_get_value(VekMetricGauge *gauge, gint64 *time) {
 
   gdouble value = 0.0;
   gint64 stamp = 0;
-  if (vek::WriterLock held(gauge->lock); gauge->time != 0) {
-    gint64 now = g_get_real_time();
-    if (!has_interval(gauge)) {
-      value = gauge->value;
-      stamp = now;
-    } else {
-      roll(gauge, now);
-      gint64 start = gauge->interval_index * gauge->interval;
-      if (changed_since_previous(gauge, start)) {
-        value = gauge->previous_value;
-        stamp = start;
-      }
-    }
+  {
+    vek::WriterLock held(gauge->lock);
+    read(gauge, &value, &stamp);
   }
   if (time)
     *time = stamp;
