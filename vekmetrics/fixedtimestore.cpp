@@ -59,7 +59,7 @@ static void drop_first(VekMetricFixedTimeStore *self, gsize k) {
   std::copy(self->samples + k, self->samples + self->n_samples, self->samples);
   std::copy(self->timestamps + k, self->timestamps + self->n_samples, self->timestamps);
   self->n_samples -= k;
-  // One slot past the kept run, by intention. The slot that is skipped keeps what it holds.
+  // One slot past the kept run: the slot that is skipped keeps what it holds.
   self->next = (self->n_samples + 1) % self->max_size;
 }
 

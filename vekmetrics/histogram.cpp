@@ -19,7 +19,6 @@ static GParamSpec *properties[N_PROPERTIES];
 
 G_DEFINE_TYPE_WITH_PRIVATE(VekMetricHistogram, vek_metric_histogram, VEK_TYPE_METRIC)
 
-// Timers are histograms, and the header's own test takes the long way for them.
 static bool VEK_IS_METRIC_HISTOGRAM(VekMetricHistogram *histogram) {
   return vek::is_a<vek_metric_histogram_get_type>(histogram);
 }

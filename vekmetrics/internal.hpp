@@ -4,7 +4,6 @@
 
 #include <glib-object.h>
 
-#include <string.h>
 #include <atomic>
 #include <charconv>
 #include <concepts>
@@ -140,8 +139,9 @@ T *as(gpointer instance) {
 }
 
 // Whether an instance is of a type or of one derived from it. GObject tells a derived type only by
-// a call; here the type that passed last passes at once. All else is in a function of its own, or
-// its needs would burden the short way.
+// a call, and a type itself only after it was asked for; here the type that passed last passes at
+// once. Where that counts, a file overloads its header's VEK_IS_... by one that calls this. All
+// else is in a function of its own, or its needs would burden the short way.
 template <GType (*get_type)()>
 [[gnu::visibility("hidden")]] constinit std::atomic<GType> passed_last = 0;
 

@@ -37,7 +37,8 @@ static void tick_if_due(VekMetricMeter *self, gint64 now) {
 
   gdouble instant = self->uncounted / static_cast<gdouble>(elapsed);
   if (self->rate_initialised) {
-    // Above 1 by intention when more than the time constant has passed.
+    // Above 1 when more than the time constant has passed: the rate then goes beyond the instant
+    // one.
     gdouble alpha = static_cast<gdouble>(elapsed) / static_cast<gdouble>(self->time_constant);
     self->rate = self->rate + alpha * (instant - self->rate);
     if (self->rate < 0.0)  // not-a-number stays
@@ -120,7 +121,7 @@ void vek_metric_meter_mark(VekMetricMeter *meter, gdouble value) {
 
   vek::WriterLock held(meter->lock);
   if (meter->last_tick == 0) {
-    // A rate needs a beginning: this mark is that, and is not counted, by intention.
+    // A rate needs a beginning: this mark is that, and is not counted.
     meter->last_tick = g_get_monotonic_time();
     meter->time = g_get_real_time();
     return;

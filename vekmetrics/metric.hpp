@@ -3,7 +3,6 @@
 #include "internal.hpp"
 #include "metric.h"
 
-// Every metric is of a derived type, so the header's own test would always take the long way.
 inline bool VEK_IS_METRIC(VekMetric *metric) {
   return vek::is_a<vek_metric_get_type>(metric);
 }

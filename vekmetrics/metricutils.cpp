@@ -13,8 +13,7 @@ void vek_metrics_rotate_files(const gchar *fname, const gchar *logdir, guint n_f
   if (!g_file_test(path, G_FILE_TEST_EXISTS))
     return;
 
-  // The results are ignored, by intention: a gap makes its rename fail, and rotation never stops
-  // half-way.
+  // The results are ignored: a gap makes its rename fail, and rotation never stops half-way.
   for (guint k = n_files; k >= 1; k--) {
     g_autofree char *from = k > 1 ? g_strdup_printf("%s.%u", path, k - 1) : g_strdup(path);
     g_autofree char *to = g_strdup_printf("%s.%u", path, k);

@@ -5,7 +5,6 @@
 #include "registry.hpp"
 #include "reporter.hpp"
 
-#include <string.h>
 #include <span>
 #include <utility>
 
@@ -25,7 +24,6 @@ static VekMetricRegistry *metric_registry;  // the default; unguarded
 
 G_DEFINE_TYPE(VekMetricRegistry, vek_metric_registry, G_TYPE_OBJECT)
 
-// The header's own test asks for the type each time.
 static bool VEK_IS_METRIC_REGISTRY(VekMetricRegistry *registry) {
   return vek::is_a<vek_metric_registry_get_type>(registry);
 }

@@ -14,7 +14,7 @@ struct _VekMetricSnapshot {
 G_DEFINE_BOXED_TYPE(VekMetricSnapshot, vek_metric_snapshot, vek_metric_snapshot_ref,
                     vek_metric_snapshot_unref)
 
-// Not-a-number compares equal to everything, on purpose: it is the caller's to keep it out.
+// Not-a-number compares equal to everything: it is the caller's to keep it out.
 static int compare_sample(const void *a, const void *b) {
   auto left = *static_cast<const gdouble *>(a);
   auto right = *static_cast<const gdouble *>(b);
@@ -108,7 +108,7 @@ gdouble vek_metric_snapshot_get_quantile(VekMetricSnapshot *snapshot, gdouble q)
   gsize last = snapshot->n_samples - 1;
   gdouble position = static_cast<gdouble>(last) * q;
   auto index = static_cast<guint64>(position);
-  if (index == 0)  // below position 1 nothing is interpolated, by intention
+  if (index == 0)  // below position 1 nothing is interpolated
     return s[0];
   if (index >= last)
     return s[last];

@@ -4,7 +4,6 @@
 
 G_DEFINE_TYPE(VekMetricStore, vek_metric_store, G_TYPE_OBJECT)
 
-// Every store is of a derived type, so the header's own test would always take the long way.
 static bool VEK_IS_METRIC_STORE(VekMetricStore *store) {
   return vek::is_a<vek_metric_store_get_type>(store);
 }

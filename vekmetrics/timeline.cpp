@@ -58,7 +58,7 @@ VekMetricTimeline *vek_metric_registry_timeline_new(VekMetricRegistry *registry,
                                                     const gchar *name) {
   vek_return_val_if_fail(VEK_IS_METRIC_REGISTRY(registry), nullptr);
 
-  // A missing name is not refused here but ends in the registry's assertion, by intention.
+  // A missing name is not refused here: it ends in the registry's assertion.
   auto *metric = vek::create_metric(registry, VEK_TYPE_METRIC_TIMELINE, name, nullptr);
   return vek::warned_cast<VekMetricTimeline>(metric, VEK_TYPE_METRIC_TIMELINE);
 }

@@ -16,7 +16,6 @@ static_assert(vek::ZeroFillable<VekMetricTimer>);
 
 G_DEFINE_TYPE(VekMetricTimer, vek_metric_timer, VEK_TYPE_METRIC_HISTOGRAM)
 
-// The header's own test asks for the type each time.
 static bool VEK_IS_METRIC_TIMER(VekMetricTimer *timer) {
   return vek::is_a<vek_metric_timer_get_type>(timer);
 }
