@@ -233,31 +233,21 @@ int main(int argc, char **argv) {
   Count before = count;
   g_free(g_malloc(1));
   if (count.taken == before.taken) {
-    add_test("/allocations/nothing-is-counted", nothing_is_counted);
+    ADD_TEST("allocations", nothing_is_counted);
     return g_test_run();
   }
 
-  add_test("/allocations/fixed-size-store-add-allocates-nothing",
-           fixed_size_store_add_allocates_nothing);
-  add_test("/allocations/fixed-time-store-add-allocates-nothing",
-           fixed_time_store_add_allocates_nothing);
-  add_test("/allocations/fixed-size-store-takes-8-bytes-a-slot-at-construction",
-           fixed_size_store_takes_8_bytes_a_slot_at_construction);
-  add_test("/allocations/fixed-time-store-takes-16-bytes-a-slot-at-construction",
-           fixed_time_store_takes_16_bytes_a_slot_at_construction);
-  add_test("/allocations/snapshot-takes-one-record-and-one-array",
-           snapshot_takes_one_record_and_one_array);
-  add_test("/allocations/fixed-time-store-rotation-copies-the-samples-before-the-oldest",
-           fixed_time_store_rotation_copies_the_samples_before_the_oldest);
-  add_test("/allocations/fixed-time-store-cut-allocates-nothing",
-           fixed_time_store_cut_allocates_nothing);
-  add_test("/allocations/range-store-add-range-takes-one-record-and-one-list-node",
-           range_store_add_range_takes_one_record_and_one_list_node);
-  add_test("/allocations/range-store-move-data-allocates-and-copies-nothing",
-           range_store_move_data_allocates_and_copies_nothing);
-  add_test("/allocations/range-store-frees-the-ranges-it-still-holds",
-           range_store_frees_the_ranges_it_still_holds);
-  add_test("/allocations/pass-frees-the-ranges-that-it-took", pass_frees_the_ranges_that_it_took);
+  ADD_TEST("allocations", fixed_size_store_add_allocates_nothing);
+  ADD_TEST("allocations", fixed_time_store_add_allocates_nothing);
+  ADD_TEST("allocations", fixed_size_store_takes_8_bytes_a_slot_at_construction);
+  ADD_TEST("allocations", fixed_time_store_takes_16_bytes_a_slot_at_construction);
+  ADD_TEST("allocations", snapshot_takes_one_record_and_one_array);
+  ADD_TEST("allocations", fixed_time_store_rotation_copies_the_samples_before_the_oldest);
+  ADD_TEST("allocations", fixed_time_store_cut_allocates_nothing);
+  ADD_TEST("allocations", range_store_add_range_takes_one_record_and_one_list_node);
+  ADD_TEST("allocations", range_store_move_data_allocates_and_copies_nothing);
+  ADD_TEST("allocations", range_store_frees_the_ranges_it_still_holds);
+  ADD_TEST("allocations", pass_frees_the_ranges_that_it_took);
 
   return g_test_run();
 }

@@ -769,53 +769,32 @@ int main(int argc, char **argv) {
   g_test_init(&argc, &argv, NULL);
   log_capture_init();
 
-  add_test("/carbonreporter/type-is-a-plain-object-that-can-be-derived",
-           type_is_a_plain_object_that_can_be_derived);
-  add_test("/carbonreporter/every-operation-is-set-but-that-for-timelines",
-           every_operation_is_set_but_that_for_timelines);
-  add_test("/carbonreporter/properties-are-construct-only", properties_are_construct_only);
-  add_test("/carbonreporter/properties-read-back-what-was-given",
-           properties_read_back_what_was_given);
-  add_test("/carbonreporter/unknown-property-ids-give-the-standard-warning",
-           unknown_property_ids_give_the_standard_warning);
-  add_test("/carbonreporter/address-that-is-not-numeric-disables-the-reporter",
-           address_that_is_not_numeric_disables_the_reporter);
-  add_test("/carbonreporter/refused-connection-disables-the-reporter",
-           refused_connection_disables_the_reporter);
-  add_test("/carbonreporter/calls-before-the-connection-are-queued-and-the-first-flush-sends-them",
-           calls_before_the_connection_are_queued_and_the_first_flush_sends_them);
-  add_test("/carbonreporter/flush-of-an-empty-queue-does-nothing",
-           flush_of_an_empty_queue_does_nothing);
-  add_test("/carbonreporter/lines-wait-for-a-flush", lines_wait_for_a_flush);
-  add_test("/carbonreporter/flush-while-a-write-is-outstanding-starts-nothing-and-loses-nothing",
-           flush_while_a_write_is_outstanding_starts_nothing_and_loses_nothing);
-  add_test("/carbonreporter/slow-server-makes-the-queue-grow-and-blocks-nobody",
-           slow_server_makes_the_queue_grow_and_blocks_nobody);
-  add_test("/carbonreporter/after-a-write-error-only-the-lines-already-queued-are-tried",
-           after_a_write_error_only_the_lines_already_queued_are_tried);
-  add_test("/carbonreporter/disposal-while-connecting-cancels-through-the-failure-branch",
-           disposal_while_connecting_cancels_through_the_failure_branch);
-  add_test("/carbonreporter/disposal-while-writing-cancels-through-the-failure-branch",
-           disposal_while_writing_cancels_through_the_failure_branch);
-  add_test("/carbonreporter/reporter-dropped-while-connecting-goes-when-the-connection-is-there",
-           reporter_dropped_while_connecting_goes_when_the_connection_is_there);
-  add_test("/carbonreporter/reporter-dropped-in-the-middle-of-a-chain-sends-its-whole-queue",
-           reporter_dropped_in_the_middle_of_a_chain_sends_its_whole_queue);
-  add_test("/carbonreporter/key-joins-prefix-dimensions-unit-and-name",
-           key_joins_prefix_dimensions_unit_and_name);
-  add_test("/carbonreporter/arguments-are-copied", arguments_are_copied);
-  add_test("/carbonreporter/counts-are-signed-integers-at-whole-seconds",
-           counts_are_signed_integers_at_whole_seconds);
-  add_test("/carbonreporter/values-have-six-digits-after-the-point",
-           values_have_six_digits_after_the_point);
-  add_test("/carbonreporter/value-is-stamped-with-whole-seconds",
-           value_is_stamped_with_whole_seconds);
-  add_test("/carbonreporter/snapshot-gives-exactly-four-lines", snapshot_gives_exactly_four_lines);
-  add_test("/carbonreporter/ipv6-servers-are-reached", ipv6_servers_are_reached);
-  add_test("/carbonreporter/completions-come-to-the-context-of-construction-and-of-flush",
-           completions_come_to_the_context_of_construction_and_of_flush);
-  add_test("/carbonreporter/numbers-carry-a-point-in-every-locale",
-           numbers_carry_a_point_in_every_locale);
+  ADD_TEST("carbonreporter", type_is_a_plain_object_that_can_be_derived);
+  ADD_TEST("carbonreporter", every_operation_is_set_but_that_for_timelines);
+  ADD_TEST("carbonreporter", properties_are_construct_only);
+  ADD_TEST("carbonreporter", properties_read_back_what_was_given);
+  ADD_TEST("carbonreporter", unknown_property_ids_give_the_standard_warning);
+  ADD_TEST("carbonreporter", address_that_is_not_numeric_disables_the_reporter);
+  ADD_TEST("carbonreporter", refused_connection_disables_the_reporter);
+  ADD_TEST("carbonreporter", calls_before_the_connection_are_queued_and_the_first_flush_sends_them);
+  ADD_TEST("carbonreporter", flush_of_an_empty_queue_does_nothing);
+  ADD_TEST("carbonreporter", lines_wait_for_a_flush);
+  ADD_TEST("carbonreporter", flush_while_a_write_is_outstanding_starts_nothing_and_loses_nothing);
+  ADD_TEST("carbonreporter", slow_server_makes_the_queue_grow_and_blocks_nobody);
+  ADD_TEST("carbonreporter", after_a_write_error_only_the_lines_already_queued_are_tried);
+  ADD_TEST("carbonreporter", disposal_while_connecting_cancels_through_the_failure_branch);
+  ADD_TEST("carbonreporter", disposal_while_writing_cancels_through_the_failure_branch);
+  ADD_TEST("carbonreporter", reporter_dropped_while_connecting_goes_when_the_connection_is_there);
+  ADD_TEST("carbonreporter", reporter_dropped_in_the_middle_of_a_chain_sends_its_whole_queue);
+  ADD_TEST("carbonreporter", key_joins_prefix_dimensions_unit_and_name);
+  ADD_TEST("carbonreporter", arguments_are_copied);
+  ADD_TEST("carbonreporter", counts_are_signed_integers_at_whole_seconds);
+  ADD_TEST("carbonreporter", values_have_six_digits_after_the_point);
+  ADD_TEST("carbonreporter", value_is_stamped_with_whole_seconds);
+  ADD_TEST("carbonreporter", snapshot_gives_exactly_four_lines);
+  ADD_TEST("carbonreporter", ipv6_servers_are_reached);
+  ADD_TEST("carbonreporter", completions_come_to_the_context_of_construction_and_of_flush);
+  ADD_TEST("carbonreporter", numbers_carry_a_point_in_every_locale);
 
   return g_test_run();
 }

@@ -444,58 +444,37 @@ int main(int argc, char **argv) {
   g_test_init(&argc, &argv, NULL);
   log_capture_init();
 
-  add_test("/consolereporter/the-type-is-a-plain-object-that-reports",
-           the_type_is_a_plain_object_that_reports);
-  add_test("/consolereporter/a-flush-with-nothing-gathered-prints-nothing",
-           a_flush_with_nothing_gathered_prints_nothing);
-  add_test("/consolereporter/gathering-prints-nothing", gathering_prints_nothing);
-  add_test("/consolereporter/a-flush-forgets-what-it-printed", a_flush_forgets_what_it_printed);
-  add_test("/consolereporter/lines-never-flushed-are-not-printed",
-           lines_never_flushed_are_not_printed);
-  add_test("/consolereporter/metrics-with-and-without-dimensions-get-sections",
-           metrics_with_and_without_dimensions_get_sections);
-  add_test("/consolereporter/the-same-dimensions-share-one-header-and-lines-are-sorted-by-name",
-           the_same_dimensions_share_one_header_and_lines_are_sorted_by_name);
-  add_test("/consolereporter/lines-are-ordered-by-bytes", lines_are_ordered_by_bytes);
-  add_test("/consolereporter/lines-of-equal-names-stay-as-they-came",
-           lines_of_equal_names_stay_as_they_came);
-  add_test("/consolereporter/one-pair-comes-before-two-whatever-the-keys",
-           one_pair_comes_before_two_whatever_the_keys);
-  add_test("/consolereporter/sections-of-equal-length-are-ordered-by-the-bytes-of-their-keys",
-           sections_of_equal_length_are_ordered_by_the_bytes_of_their_keys);
-  add_test("/consolereporter/order-is-by-bytes-in-every-locale", order_is_by_bytes_in_every_locale);
-  add_test("/consolereporter/a-disposed-metric-is-shown-without-its-name",
-           a_disposed_metric_is_shown_without_its_name);
-  add_test("/consolereporter/two-pairs-are-joined-in-the-header-and-in-the-key",
-           two_pairs_are_joined_in_the_header_and_in_the_key);
-  add_test("/consolereporter/an-empty-vector-has-a-bare-header-and-comes-first",
-           an_empty_vector_has_a_bare_header_and_comes_first);
-  add_test("/consolereporter/the-dimension-general-shares-the-section-of-its-creator",
-           the_dimension_general_shares_the_section_of_its_creator);
-  add_test("/consolereporter/an-odd-string-is-in-the-key-but-not-in-the-header",
-           an_odd_string_is_in_the_key_but_not_in_the_header);
-  add_test("/consolereporter/empty-strings-share-the-key-of-the-empty-vector",
-           empty_strings_share_the_key_of_the_empty_vector);
-  add_test("/consolereporter/empty-strings-in-pairs-are-printed",
-           empty_strings_in_pairs_are_printed);
-  add_test("/consolereporter/counts-are-printed-in-full", counts_are_printed_in_full);
-  add_test("/consolereporter/values-are-printed-with-six-decimals",
-           values_are_printed_with_six_decimals);
-  add_test("/consolereporter/samples-are-printed-as-one-line-of-statistics",
-           samples_are_printed_as_one_line_of_statistics);
-  add_test("/consolereporter/samples-with-dimensions-go-to-their-section",
-           samples_with_dimensions_go_to_their_section);
-  add_test("/consolereporter/units-and-times-are-not-printed", units_and_times_are_not_printed);
-  add_test("/consolereporter/per-cent-signs-are-printed-as-they-are",
-           per_cent_signs_are_printed_as_they_are);
-  add_test("/consolereporter/the-reporter-copies-what-it-keeps", the_reporter_copies_what_it_keeps);
-  add_test("/consolereporter/timelines-produce-no-output", timelines_produce_no_output);
-  add_test("/consolereporter/a-registry-is-printed-whole", a_registry_is_printed_whole);
-  add_test("/consolereporter/without-a-print-handler-standard-output-is-written",
-           without_a_print_handler_standard_output_is_written);
-  add_test("/consolereporter/finalizing-frees-what-was-not-flushed",
-           finalizing_frees_what_was_not_flushed);
-  add_test("/consolereporter/a-flush-frees-what-it-printed", a_flush_frees_what_it_printed);
+  ADD_TEST("consolereporter", the_type_is_a_plain_object_that_reports);
+  ADD_TEST("consolereporter", a_flush_with_nothing_gathered_prints_nothing);
+  ADD_TEST("consolereporter", gathering_prints_nothing);
+  ADD_TEST("consolereporter", a_flush_forgets_what_it_printed);
+  ADD_TEST("consolereporter", lines_never_flushed_are_not_printed);
+  ADD_TEST("consolereporter", metrics_with_and_without_dimensions_get_sections);
+  ADD_TEST("consolereporter", the_same_dimensions_share_one_header_and_lines_are_sorted_by_name);
+  ADD_TEST("consolereporter", lines_are_ordered_by_bytes);
+  ADD_TEST("consolereporter", lines_of_equal_names_stay_as_they_came);
+  ADD_TEST("consolereporter", one_pair_comes_before_two_whatever_the_keys);
+  ADD_TEST("consolereporter", sections_of_equal_length_are_ordered_by_the_bytes_of_their_keys);
+  ADD_TEST("consolereporter", order_is_by_bytes_in_every_locale);
+  ADD_TEST("consolereporter", a_disposed_metric_is_shown_without_its_name);
+  ADD_TEST("consolereporter", two_pairs_are_joined_in_the_header_and_in_the_key);
+  ADD_TEST("consolereporter", an_empty_vector_has_a_bare_header_and_comes_first);
+  ADD_TEST("consolereporter", the_dimension_general_shares_the_section_of_its_creator);
+  ADD_TEST("consolereporter", an_odd_string_is_in_the_key_but_not_in_the_header);
+  ADD_TEST("consolereporter", empty_strings_share_the_key_of_the_empty_vector);
+  ADD_TEST("consolereporter", empty_strings_in_pairs_are_printed);
+  ADD_TEST("consolereporter", counts_are_printed_in_full);
+  ADD_TEST("consolereporter", values_are_printed_with_six_decimals);
+  ADD_TEST("consolereporter", samples_are_printed_as_one_line_of_statistics);
+  ADD_TEST("consolereporter", samples_with_dimensions_go_to_their_section);
+  ADD_TEST("consolereporter", units_and_times_are_not_printed);
+  ADD_TEST("consolereporter", per_cent_signs_are_printed_as_they_are);
+  ADD_TEST("consolereporter", the_reporter_copies_what_it_keeps);
+  ADD_TEST("consolereporter", timelines_produce_no_output);
+  ADD_TEST("consolereporter", a_registry_is_printed_whole);
+  ADD_TEST("consolereporter", without_a_print_handler_standard_output_is_written);
+  ADD_TEST("consolereporter", finalizing_frees_what_was_not_flushed);
+  ADD_TEST("consolereporter", a_flush_frees_what_it_printed);
 
   return g_test_run();
 }

@@ -333,39 +333,26 @@ int main(int argc, char **argv) {
   g_test_init(&argc, &argv, NULL);
   log_capture_init();
 
-  add_test("/counter/the-type-is-registered-on-first-use-only",
-           the_type_is_registered_on_first_use_only);
-  add_test("/counter/the-type-is-a-metric-without-properties-of-its-own",
-           the_type_is_a_metric_without_properties_of_its_own);
-  add_test("/counter/new-counter-reports-zero-and-its-creation",
-           new_counter_reports_zero_and_its_creation);
-  add_test("/counter/add-changes-the-count-and-the-time", add_changes_the_count_and_the_time);
-  add_test("/counter/adding-a-negative-value-decreases-the-count",
-           adding_a_negative_value_decreases_the_count);
-  add_test("/counter/adding-zero-changes-nothing-but-the-time",
-           adding_zero_changes_nothing_but_the_time);
-  add_test("/counter/inc-adds-one-and-dec-takes-one", inc_adds_one_and_dec_takes_one);
-  add_test("/counter/the-count-wraps-at-64-bits", the_count_wraps_at_64_bits);
-  add_test("/counter/reporting-twice-reports-the-same-count-and-time",
-           reporting_twice_reports_the_same_count_and_time);
-  add_test("/counter/a-report-with-no-reporters-only-reads", a_report_with_no_reporters_only_reads);
-  add_test("/counter/an-add-within-a-report-gives-a-newer-count-with-an-older-time",
-           an_add_within_a_report_gives_a_newer_count_with_an_older_time);
-  add_test("/counter/every-reporter-gets-the-same-figures-in-list-order",
-           every_reporter_gets_the_same_figures_in_list_order);
-  add_test("/counter/the-constructor-sets-the-properties", the_constructor_sets_the_properties);
-  add_test("/counter/the-same-name-and-dimensions-give-the-same-counter",
-           the_same_name_and_dimensions_give_the_same_counter);
-  add_test("/counter/a-gauge-under-the-key-is-returned-after-a-warning",
-           a_gauge_under_the_key_is_returned_after_a_warning);
-  add_test("/counter/null-fails-every-check-and-gives-neutral-values",
-           null_fails_every_check_and_gives_neutral_values);
-  add_test("/counter/a-gauge-fails-every-check-and-is-left-untouched",
-           a_gauge_fails_every_check_and_is_left_untouched);
-  add_test("/counter/the-constructor-checks-the-registry-and-then-the-name",
-           the_constructor_checks_the_registry_and_then_the_name);
-  add_test("/counter/threads-add-up-exactly", threads_add_up_exactly);
-  add_test("/counter/a-counter-frees-its-lock", a_counter_frees_its_lock);
+  ADD_TEST("counter", the_type_is_registered_on_first_use_only);
+  ADD_TEST("counter", the_type_is_a_metric_without_properties_of_its_own);
+  ADD_TEST("counter", new_counter_reports_zero_and_its_creation);
+  ADD_TEST("counter", add_changes_the_count_and_the_time);
+  ADD_TEST("counter", adding_a_negative_value_decreases_the_count);
+  ADD_TEST("counter", adding_zero_changes_nothing_but_the_time);
+  ADD_TEST("counter", inc_adds_one_and_dec_takes_one);
+  ADD_TEST("counter", the_count_wraps_at_64_bits);
+  ADD_TEST("counter", reporting_twice_reports_the_same_count_and_time);
+  ADD_TEST("counter", a_report_with_no_reporters_only_reads);
+  ADD_TEST("counter", an_add_within_a_report_gives_a_newer_count_with_an_older_time);
+  ADD_TEST("counter", every_reporter_gets_the_same_figures_in_list_order);
+  ADD_TEST("counter", the_constructor_sets_the_properties);
+  ADD_TEST("counter", the_same_name_and_dimensions_give_the_same_counter);
+  ADD_TEST("counter", a_gauge_under_the_key_is_returned_after_a_warning);
+  ADD_TEST("counter", null_fails_every_check_and_gives_neutral_values);
+  ADD_TEST("counter", a_gauge_fails_every_check_and_is_left_untouched);
+  ADD_TEST("counter", the_constructor_checks_the_registry_and_then_the_name);
+  ADD_TEST("counter", threads_add_up_exactly);
+  ADD_TEST("counter", a_counter_frees_its_lock);
 
   return g_test_run();
 }

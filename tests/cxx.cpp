@@ -153,21 +153,16 @@ int main(int argc, char **argv) {
   g_test_init(&argc, &argv, nullptr);
   log_capture_init();
 
-  add_test("/cxx/an-owner-takes-over-copies-moves-and-drops-references",
-           an_owner_takes_over_copies_moves_and_drops_references);
-  add_test("/cxx/records-are-owned-by-their-own-counts", records_are_owned_by_their_own_counts);
-  add_test("/cxx/dimensions-come-from-braces", dimensions_come_from_braces);
-  add_test("/cxx/a-snapshot-names-its-statistics", a_snapshot_names_its_statistics);
-  add_test("/cxx/an-empty-snapshot-owner-fails-the-checks",
-           an_empty_snapshot_owner_fails_the_checks);
-  add_test("/cxx/scoped-timers-that-overlap-measure-each-their-own",
-           scoped_timers_that_overlap_measure_each_their_own);
-  add_test("/cxx/a-tally-publishes-at-its-limit-when-asked-and-at-the-end",
-           a_tally_publishes_at_its_limit_when_asked_and_at_the_end);
-  add_test("/cxx/a-tally-publishes-nothing-when-it-holds-nothing",
-           a_tally_publishes_nothing_when_it_holds_nothing);
-  add_test("/cxx/a-tally-passes-large-values-through", a_tally_passes_large_values_through);
-  add_test("/cxx/a-tally-does-not-overflow", a_tally_does_not_overflow);
+  ADD_TEST("cxx", an_owner_takes_over_copies_moves_and_drops_references);
+  ADD_TEST("cxx", records_are_owned_by_their_own_counts);
+  ADD_TEST("cxx", dimensions_come_from_braces);
+  ADD_TEST("cxx", a_snapshot_names_its_statistics);
+  ADD_TEST("cxx", an_empty_snapshot_owner_fails_the_checks);
+  ADD_TEST("cxx", scoped_timers_that_overlap_measure_each_their_own);
+  ADD_TEST("cxx", a_tally_publishes_at_its_limit_when_asked_and_at_the_end);
+  ADD_TEST("cxx", a_tally_publishes_nothing_when_it_holds_nothing);
+  ADD_TEST("cxx", a_tally_passes_large_values_through);
+  ADD_TEST("cxx", a_tally_does_not_overflow);
 
   return g_test_run();
 }

@@ -130,22 +130,16 @@ int main(int argc, char **argv) {
   g_test_init(&argc, &argv, NULL);
   log_capture_init();
 
-  add_test("/dimension/a-dimension-copies-its-strings", a_dimension_copies_its_strings);
-  add_test("/dimension/null-strings-are-stored-as-null", null_strings_are_stored_as_null);
-  add_test("/dimension/each-string-may-be-null-or-empty-by-itself",
-           each_string_may_be_null_or_empty_by_itself);
-  add_test("/dimension/getters-lend-the-same-strings-each-time",
-           getters_lend_the_same_strings_each_time);
-  add_test("/dimension/the-first-of-two-unrefs-leaves-the-strings-readable",
-           the_first_of_two_unrefs_leaves_the_strings_readable);
-  add_test("/dimension/the-second-of-two-unrefs-frees-the-record",
-           the_second_of_two_unrefs_frees_the_record);
-  add_test("/dimension/copying-a-boxed-dimension-takes-a-reference",
-           copying_a_boxed_dimension_takes_a_reference);
-  add_test("/dimension/freeing-a-boxed-dimension-drops-a-reference",
-           freeing_a_boxed_dimension_drops_a_reference);
-  add_test("/dimension/failed-checks-log-and-return-null", failed_checks_log_and_return_null);
-  add_test("/dimension/threads-share-a-dimension", threads_share_a_dimension);
+  ADD_TEST("dimension", a_dimension_copies_its_strings);
+  ADD_TEST("dimension", null_strings_are_stored_as_null);
+  ADD_TEST("dimension", each_string_may_be_null_or_empty_by_itself);
+  ADD_TEST("dimension", getters_lend_the_same_strings_each_time);
+  ADD_TEST("dimension", the_first_of_two_unrefs_leaves_the_strings_readable);
+  ADD_TEST("dimension", the_second_of_two_unrefs_frees_the_record);
+  ADD_TEST("dimension", copying_a_boxed_dimension_takes_a_reference);
+  ADD_TEST("dimension", freeing_a_boxed_dimension_drops_a_reference);
+  ADD_TEST("dimension", failed_checks_log_and_return_null);
+  ADD_TEST("dimension", threads_share_a_dimension);
 
   return g_test_run();
 }

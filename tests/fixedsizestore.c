@@ -198,33 +198,23 @@ int main(int argc, char **argv) {
   g_test_init(&argc, &argv, NULL);
   log_capture_init();
 
-  add_test("/fixed-size-store/type-is-a-store-with-a-window-size",
-           type_is_a_store_with_a_window_size);
-  add_test("/fixed-size-store/window-size-reads-as-given-at-construction",
-           window_size_reads_as_given_at_construction);
-  add_test("/fixed-size-store/window-size-of-0-is-refused", window_size_of_0_is_refused);
-  add_test("/fixed-size-store/window-size-cannot-be-changed-later",
-           window_size_cannot_be_changed_later);
-  add_test("/fixed-size-store/unknown-property-id-is-warned-of", unknown_property_id_is_warned_of);
-  add_test("/fixed-size-store/new-store-is-empty", new_store_is_empty);
-  add_test("/fixed-size-store/ring-keeps-the-newest-samples", ring_keeps_the_newest_samples);
-  add_test("/fixed-size-store/with-window-3-five-samples-leave-3-4-5",
-           with_window_3_five_samples_leave_3_4_5);
-  add_test("/fixed-size-store/window-of-1-holds-the-last-sample",
-           window_of_1_holds_the_last_sample);
-  add_test("/fixed-size-store/default-window-holds-60-samples", default_window_holds_60_samples);
-  add_test("/fixed-size-store/snapshots-without-an-add-between-are-the-same",
-           snapshots_without_an_add_between_are_the_same);
-  add_test("/fixed-size-store/snapshot-is-a-copy-sorted-and-stamped-by-the-wall-clock",
-           snapshot_is_a_copy_sorted_and_stamped_by_the_wall_clock);
-  add_test("/fixed-size-store/samples-that-are-no-finite-number-are-stored-as-given",
-           samples_that_are_no_finite_number_are_stored_as_given);
-  add_test("/fixed-size-store/snapshot-is-made-under-the-lock", snapshot_is_made_under_the_lock);
-  add_test("/fixed-size-store/threads-lose-no-sample-of-a-large-ring",
-           threads_lose_no_sample_of_a_large_ring);
-  add_test("/fixed-size-store/threads-push-out-only-the-oldest", threads_push_out_only_the_oldest);
-  add_test("/fixed-size-store/random-histories-agree-with-a-model",
-           random_histories_agree_with_a_model);
+  ADD_TEST("fixed-size-store", type_is_a_store_with_a_window_size);
+  ADD_TEST("fixed-size-store", window_size_reads_as_given_at_construction);
+  ADD_TEST("fixed-size-store", window_size_of_0_is_refused);
+  ADD_TEST("fixed-size-store", window_size_cannot_be_changed_later);
+  ADD_TEST("fixed-size-store", unknown_property_id_is_warned_of);
+  ADD_TEST("fixed-size-store", new_store_is_empty);
+  ADD_TEST("fixed-size-store", ring_keeps_the_newest_samples);
+  ADD_TEST("fixed-size-store", with_window_3_five_samples_leave_3_4_5);
+  ADD_TEST("fixed-size-store", window_of_1_holds_the_last_sample);
+  ADD_TEST("fixed-size-store", default_window_holds_60_samples);
+  ADD_TEST("fixed-size-store", snapshots_without_an_add_between_are_the_same);
+  ADD_TEST("fixed-size-store", snapshot_is_a_copy_sorted_and_stamped_by_the_wall_clock);
+  ADD_TEST("fixed-size-store", samples_that_are_no_finite_number_are_stored_as_given);
+  ADD_TEST("fixed-size-store", snapshot_is_made_under_the_lock);
+  ADD_TEST("fixed-size-store", threads_lose_no_sample_of_a_large_ring);
+  ADD_TEST("fixed-size-store", threads_push_out_only_the_oldest);
+  ADD_TEST("fixed-size-store", random_histories_agree_with_a_model);
 
   return g_test_run();
 }

@@ -511,61 +511,39 @@ int main(int argc, char **argv) {
   g_test_init(&argc, &argv, NULL);
   log_capture_init();
 
-  add_test("/fixed-time-store/type-is-a-store-with-a-window-and-a-size",
-           type_is_a_store_with_a_window_and_a_size);
-  add_test("/fixed-time-store/properties-read-as-given-at-construction",
-           properties_read_as_given_at_construction);
-  add_test("/fixed-time-store/values-out-of-range-are-refused", values_out_of_range_are_refused);
-  add_test("/fixed-time-store/properties-cannot-be-changed-later",
-           properties_cannot_be_changed_later);
-  add_test("/fixed-time-store/unknown-property-id-is-warned-of", unknown_property_id_is_warned_of);
-  add_test("/fixed-time-store/new-store-is-empty", new_store_is_empty);
-  add_test("/fixed-time-store/each-operation-reads-the-monotonic-clock-once",
-           each_operation_reads_the_monotonic_clock_once);
-  add_test("/fixed-time-store/all-expired-empties-the-store", all_expired_empties_the_store);
-  add_test("/fixed-time-store/all-expired-empties-a-full-ring", all_expired_empties_a_full_ring);
-  add_test("/fixed-time-store/all-younger-than-the-window-stay", all_younger_than_the_window_stay);
-  add_test("/fixed-time-store/with-size-4-six-samples-leave-the-last-four",
-           with_size_4_six_samples_leave_the_last_four);
-  add_test("/fixed-time-store/full-ring-is-cut-in-age-order", full_ring_is_cut_in_age_order);
-  add_test("/fixed-time-store/ages-follow-the-window-that-was-given",
-           ages_follow_the_window_that_was_given);
-  add_test("/fixed-time-store/single-sample-aged-exactly-the-window-is-kept",
-           single_sample_aged_exactly_the_window_is_kept);
-  add_test("/fixed-time-store/of-two-aged-exactly-the-window-only-the-newer-is-kept",
-           of_two_aged_exactly_the_window_only_the_newer_is_kept);
-  add_test("/fixed-time-store/sample-aged-exactly-the-window-goes-when-a-younger-is-held",
-           sample_aged_exactly_the_window_goes_when_a_younger_is_held);
-  add_test("/fixed-time-store/only-the-newest-of-many-aged-exactly-the-window-is-kept",
-           only_the_newest_of_many_aged_exactly_the_window_is_kept);
-  add_test("/fixed-time-store/next-sample-lies-one-past-the-kept-run",
-           next_sample_lies_one_past_the_kept_run);
-  add_test("/fixed-time-store/skipped-slot-may-bring-a-kept-sample-back-twice",
-           skipped_slot_may_bring_a_kept_sample_back_twice);
-  add_test("/fixed-time-store/place-one-past-the-kept-run-wraps-at-the-size",
-           place_one_past_the_kept_run_wraps_at_the_size);
-  add_test("/fixed-time-store/skipped-slot-keeps-its-old-stamp", skipped_slot_keeps_its_old_stamp);
-  add_test("/fixed-time-store/cut-is-searched-by-halves-even-out-of-order",
-           cut_is_searched_by_halves_even_out_of_order);
-  add_test("/fixed-time-store/first-stamp-younger-than-the-cutoff-keeps-even-older-ones-behind",
-           first_stamp_younger_than_the_cutoff_keeps_even_older_ones_behind);
-  add_test(
-      "/fixed-time-store/last-stamp-older-than-the-cutoff-empties-even-with-younger-ones-before",
-      last_stamp_older_than_the_cutoff_empties_even_with_younger_ones_before);
-  add_test("/fixed-time-store/store-without-snapshots-keeps-the-newest-of-any-age",
-           store_without_snapshots_keeps_the_newest_of_any_age);
-  add_test("/fixed-time-store/snapshot-time-is-wall-clock-and-ages-are-monotonic",
-           snapshot_time_is_wall_clock_and_ages_are_monotonic);
-  add_test("/fixed-time-store/add-reads-the-clock-before-the-lock",
-           add_reads_the_clock_before_the_lock);
-  add_test("/fixed-time-store/get-snapshot-reads-the-clock-before-the-lock",
-           get_snapshot_reads_the_clock_before_the_lock);
-  add_test("/fixed-time-store/snapshot-is-made-under-the-lock", snapshot_is_made_under_the_lock);
-  add_test("/fixed-time-store/threads-lose-no-sample-of-a-large-ring",
-           threads_lose_no_sample_of_a_large_ring);
-  add_test("/fixed-time-store/threads-push-out-only-the-oldest", threads_push_out_only_the_oldest);
-  add_test("/fixed-time-store/random-histories-agree-with-a-model",
-           random_histories_agree_with_a_model);
+  ADD_TEST("fixed-time-store", type_is_a_store_with_a_window_and_a_size);
+  ADD_TEST("fixed-time-store", properties_read_as_given_at_construction);
+  ADD_TEST("fixed-time-store", values_out_of_range_are_refused);
+  ADD_TEST("fixed-time-store", properties_cannot_be_changed_later);
+  ADD_TEST("fixed-time-store", unknown_property_id_is_warned_of);
+  ADD_TEST("fixed-time-store", new_store_is_empty);
+  ADD_TEST("fixed-time-store", each_operation_reads_the_monotonic_clock_once);
+  ADD_TEST("fixed-time-store", all_expired_empties_the_store);
+  ADD_TEST("fixed-time-store", all_expired_empties_a_full_ring);
+  ADD_TEST("fixed-time-store", all_younger_than_the_window_stay);
+  ADD_TEST("fixed-time-store", with_size_4_six_samples_leave_the_last_four);
+  ADD_TEST("fixed-time-store", full_ring_is_cut_in_age_order);
+  ADD_TEST("fixed-time-store", ages_follow_the_window_that_was_given);
+  ADD_TEST("fixed-time-store", single_sample_aged_exactly_the_window_is_kept);
+  ADD_TEST("fixed-time-store", of_two_aged_exactly_the_window_only_the_newer_is_kept);
+  ADD_TEST("fixed-time-store", sample_aged_exactly_the_window_goes_when_a_younger_is_held);
+  ADD_TEST("fixed-time-store", only_the_newest_of_many_aged_exactly_the_window_is_kept);
+  ADD_TEST("fixed-time-store", next_sample_lies_one_past_the_kept_run);
+  ADD_TEST("fixed-time-store", skipped_slot_may_bring_a_kept_sample_back_twice);
+  ADD_TEST("fixed-time-store", place_one_past_the_kept_run_wraps_at_the_size);
+  ADD_TEST("fixed-time-store", skipped_slot_keeps_its_old_stamp);
+  ADD_TEST("fixed-time-store", cut_is_searched_by_halves_even_out_of_order);
+  ADD_TEST("fixed-time-store", first_stamp_younger_than_the_cutoff_keeps_even_older_ones_behind);
+  ADD_TEST("fixed-time-store",
+           last_stamp_older_than_the_cutoff_empties_even_with_younger_ones_before);
+  ADD_TEST("fixed-time-store", store_without_snapshots_keeps_the_newest_of_any_age);
+  ADD_TEST("fixed-time-store", snapshot_time_is_wall_clock_and_ages_are_monotonic);
+  ADD_TEST("fixed-time-store", add_reads_the_clock_before_the_lock);
+  ADD_TEST("fixed-time-store", get_snapshot_reads_the_clock_before_the_lock);
+  ADD_TEST("fixed-time-store", snapshot_is_made_under_the_lock);
+  ADD_TEST("fixed-time-store", threads_lose_no_sample_of_a_large_ring);
+  ADD_TEST("fixed-time-store", threads_push_out_only_the_oldest);
+  ADD_TEST("fixed-time-store", random_histories_agree_with_a_model);
 
   return g_test_run();
 }

@@ -544,48 +544,33 @@ int main(int argc, char **argv) {
   g_test_init(&argc, &argv, NULL);
   log_capture_init();
 
-  add_test("/gauge/never-set-gauge-reports-nothing-and-reads-zero-with-stamp-zero",
-           never_set_gauge_reports_nothing_and_reads_zero_with_stamp_zero);
-  add_test("/gauge/without-interval-every-pass-reports-the-current-value-and-time",
-           without_interval_every_pass_reports_the_current_value_and_time);
-  add_test("/gauge/gauge-set-in-one-interval-is-reported-once-in-the-next",
-           gauge_set_in_one_interval_is_reported_once_in_the_next);
-  add_test("/gauge/gauge-first-set-and-reported-in-one-interval-reports-zero-first",
-           gauge_first_set_and_reported_in_one_interval_reports_zero_first);
-  add_test("/gauge/value-that-stood-when-the-interval-began-is-reported",
-           value_that_stood_when_the_interval_began_is_reported);
-  add_test("/gauge/gauge-unchanged-for-two-intervals-reports-nothing",
-           gauge_unchanged_for_two_intervals_reports_nothing);
-  add_test("/gauge/change-a-whole-interval-before-a-boundary-is-too-old-for-it",
-           change_a_whole_interval_before_a_boundary_is_too_old_for_it);
-  add_test("/gauge/added-values-are-reported-as-the-sum-of-the-interval",
-           added_values_are_reported_as_the_sum_of_the_interval);
-  add_test("/gauge/sum-carries-on-when-a-report-rolled-first",
-           sum_carries_on_when_a_report_rolled_first);
-  add_test("/gauge/sum-carries-on-when-a-read-rolled-first",
-           sum_carries_on_when_a_read_rolled_first);
-  add_test("/gauge/sum-carries-on-when-a-set-rolled-first", sum_carries_on_when_a_set_rolled_first);
-  add_test("/gauge/boundaries-are-multiples-of-the-interval-since-the-epoch",
-           boundaries_are_multiples_of_the_interval_since_the_epoch);
-  add_test("/gauge/report-to-nobody-rolls-and-counts-as-the-boundary-reported",
-           report_to_nobody_rolls_and_counts_as_the_boundary_reported);
-  add_test("/gauge/reading-repeats-and-leaves-the-boundary-to-the-report",
-           reading_repeats_and_leaves_the_boundary_to_the_report);
-  add_test("/gauge/time-of-the-value-may-be-ignored", time_of_the_value_may_be_ignored);
-  add_test("/gauge/sets-and-adds-alone-are-changes", sets_and_adds_alone_are_changes);
-  add_test("/gauge/largest-interval-does-not-overflow", largest_interval_does_not_overflow);
-  add_test("/gauge/negative-interval-is-refused-and-leaves-none",
-           negative_interval_is_refused_and_leaves_none);
-  add_test("/gauge/reporter-may-use-the-gauge", reporter_may_use_the_gauge);
-  add_test("/gauge/property-is-the-interval", property_is_the_interval);
-  add_test("/gauge/failed-checks-do-nothing", failed_checks_do_nothing);
-  add_test("/gauge/constructor-checks-registry-and-name", constructor_checks_registry_and_name);
-  add_test("/gauge/existing-gauge-keeps-its-own-interval", existing_gauge_keeps_its_own_interval);
-  add_test("/gauge/metric-of-another-kind-is-returned-with-a-warning",
-           metric_of_another_kind_is_returned_with_a_warning);
-  add_test("/gauge/random-histories-agree-with-a-model", random_histories_agree_with_a_model);
-  add_test("/gauge/threads-set-and-read-one-at-a-time", threads_set_and_read_one_at_a_time);
-  add_test("/gauge/threads-lose-no-addition", threads_lose_no_addition);
+  ADD_TEST("gauge", never_set_gauge_reports_nothing_and_reads_zero_with_stamp_zero);
+  ADD_TEST("gauge", without_interval_every_pass_reports_the_current_value_and_time);
+  ADD_TEST("gauge", gauge_set_in_one_interval_is_reported_once_in_the_next);
+  ADD_TEST("gauge", gauge_first_set_and_reported_in_one_interval_reports_zero_first);
+  ADD_TEST("gauge", value_that_stood_when_the_interval_began_is_reported);
+  ADD_TEST("gauge", gauge_unchanged_for_two_intervals_reports_nothing);
+  ADD_TEST("gauge", change_a_whole_interval_before_a_boundary_is_too_old_for_it);
+  ADD_TEST("gauge", added_values_are_reported_as_the_sum_of_the_interval);
+  ADD_TEST("gauge", sum_carries_on_when_a_report_rolled_first);
+  ADD_TEST("gauge", sum_carries_on_when_a_read_rolled_first);
+  ADD_TEST("gauge", sum_carries_on_when_a_set_rolled_first);
+  ADD_TEST("gauge", boundaries_are_multiples_of_the_interval_since_the_epoch);
+  ADD_TEST("gauge", report_to_nobody_rolls_and_counts_as_the_boundary_reported);
+  ADD_TEST("gauge", reading_repeats_and_leaves_the_boundary_to_the_report);
+  ADD_TEST("gauge", time_of_the_value_may_be_ignored);
+  ADD_TEST("gauge", sets_and_adds_alone_are_changes);
+  ADD_TEST("gauge", largest_interval_does_not_overflow);
+  ADD_TEST("gauge", negative_interval_is_refused_and_leaves_none);
+  ADD_TEST("gauge", reporter_may_use_the_gauge);
+  ADD_TEST("gauge", property_is_the_interval);
+  ADD_TEST("gauge", failed_checks_do_nothing);
+  ADD_TEST("gauge", constructor_checks_registry_and_name);
+  ADD_TEST("gauge", existing_gauge_keeps_its_own_interval);
+  ADD_TEST("gauge", metric_of_another_kind_is_returned_with_a_warning);
+  ADD_TEST("gauge", random_histories_agree_with_a_model);
+  ADD_TEST("gauge", threads_set_and_read_one_at_a_time);
+  ADD_TEST("gauge", threads_lose_no_addition);
 
   return g_test_run();
 }

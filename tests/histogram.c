@@ -299,31 +299,23 @@ int main(int argc, char **argv) {
   g_test_init(&argc, &argv, NULL);
   log_capture_init();
 
-  add_test("/histogram/histogram-without-a-store-reports-its-last-60-samples",
-           histogram_without_a_store_reports_its_last_60_samples);
-  add_test("/histogram/default-store-is-of-fixed-size", default_store_is_of_fixed_size);
-  add_test("/histogram/given-store-is-used-and-held", given_store_is_used_and_held);
-  add_test("/histogram/store-receives-exactly-the-values", store_receives_exactly_the_values);
-  add_test("/histogram/snapshot-is-the-one-of-the-store", snapshot_is_the_one_of_the_store);
-  add_test("/histogram/report-gives-one-snapshot-to-all-reporters-and-lets-it-go",
-           report_gives_one_snapshot_to_all_reporters_and_lets_it_go);
-  add_test("/histogram/report-without-samples-passes-an-empty-snapshot",
-           report_without_samples_passes_an_empty_snapshot);
-  add_test("/histogram/report-to-nobody-takes-and-releases-one-snapshot",
-           report_to_nobody_takes_and_releases_one_snapshot);
-  add_test("/histogram/disposing-twice-releases-the-store-once",
-           disposing_twice_releases_the_store_once);
-  add_test("/histogram/disposed-histogram-falls-to-the-checks-of-the-store",
-           disposed_histogram_falls_to_the_checks_of_the_store);
-  add_test("/histogram/store-given-for-an-existing-key-is-released",
-           store_given_for_an_existing_key_is_released);
-  add_test("/histogram/property-is-the-store", property_is_the_store);
-  add_test("/histogram/failed-checks-do-nothing", failed_checks_do_nothing);
-  add_test("/histogram/constructor-checks-registry-and-name", constructor_checks_registry_and_name);
-  add_test("/histogram/metric-of-another-kind-is-returned-with-a-warning",
-           metric_of_another_kind_is_returned_with_a_warning);
-  add_test("/histogram/timer-is-a-histogram", timer_is_a_histogram);
-  add_test("/histogram/threads-lose-and-double-no-sample", threads_lose_and_double_no_sample);
+  ADD_TEST("histogram", histogram_without_a_store_reports_its_last_60_samples);
+  ADD_TEST("histogram", default_store_is_of_fixed_size);
+  ADD_TEST("histogram", given_store_is_used_and_held);
+  ADD_TEST("histogram", store_receives_exactly_the_values);
+  ADD_TEST("histogram", snapshot_is_the_one_of_the_store);
+  ADD_TEST("histogram", report_gives_one_snapshot_to_all_reporters_and_lets_it_go);
+  ADD_TEST("histogram", report_without_samples_passes_an_empty_snapshot);
+  ADD_TEST("histogram", report_to_nobody_takes_and_releases_one_snapshot);
+  ADD_TEST("histogram", disposing_twice_releases_the_store_once);
+  ADD_TEST("histogram", disposed_histogram_falls_to_the_checks_of_the_store);
+  ADD_TEST("histogram", store_given_for_an_existing_key_is_released);
+  ADD_TEST("histogram", property_is_the_store);
+  ADD_TEST("histogram", failed_checks_do_nothing);
+  ADD_TEST("histogram", constructor_checks_registry_and_name);
+  ADD_TEST("histogram", metric_of_another_kind_is_returned_with_a_warning);
+  ADD_TEST("histogram", timer_is_a_histogram);
+  ADD_TEST("histogram", threads_lose_and_double_no_sample);
 
   return g_test_run();
 }

@@ -1427,86 +1427,52 @@ int main(int argc, char **argv) {
   ADD_ROWS(value_rows, values_by_the_table);
   ADD_ROWS(string_rows, strings_by_the_table);
   ADD_ROWS(abort_rows, aborts_by_the_table);
-  add_test("/jsonlogreporter/all-members-of-a-counter-come-in-order",
-           all_members_of_a_counter_come_in_order);
-  add_test("/jsonlogreporter/twenty-six-units-are-known", twenty_six_units_are_known);
-  add_test("/jsonlogreporter/snapshot-without-samples-adds-nothing",
-           snapshot_without_samples_adds_nothing);
-  add_test("/jsonlogreporter/snapshot-with-samples-adds-four-objects",
-           snapshot_with_samples_adds_four_objects);
-  add_test("/jsonlogreporter/data-points-of-a-snapshot-have-its-time",
-           data_points_of_a_snapshot_have_its_time);
-  add_test("/jsonlogreporter/unknown-unit-of-a-snapshot-is-left-out",
-           unknown_unit_of_a_snapshot_is_left_out);
-  add_test("/jsonlogreporter/statistics-are-not-clamped-but-percentiles-are",
-           statistics_are_not_clamped_but_percentiles_are);
-  add_test("/jsonlogreporter/infinite-statistics-are-null", infinite_statistics_are_null);
-  add_test("/jsonlogreporter/eleven-dimensions-of-a-snapshot-are-lost-by-each-data-point",
-           eleven_dimensions_of_a_snapshot_are_lost_by_each_data_point);
-  add_test("/jsonlogreporter/data-points-keep-the-order-of-their-collection",
-           data_points_keep_the_order_of_their_collection);
-  add_test("/jsonlogreporter/each-data-point-has-its-own-timestamp",
-           each_data_point_has_its_own_timestamp);
-  add_test("/jsonlogreporter/registry-pass-reaches-the-file", registry_pass_reaches_the_file);
-  add_test("/jsonlogreporter/line-begins-with-the-time-of-the-flush",
-           line_begins_with_the_time_of_the_flush);
-  add_test("/jsonlogreporter/flush-with-nothing-collected-writes-nothing",
-           flush_with_nothing_collected_writes_nothing);
-  add_test("/jsonlogreporter/existing-lines-are-kept", existing_lines_are_kept);
-  add_test("/jsonlogreporter/folder-is-made-with-its-parents", folder_is_made_with_its_parents);
-  add_test("/jsonlogreporter/without-a-name-nothing-is-made", without_a_name_nothing_is_made);
-  add_test("/jsonlogreporter/max-reports-and-rotate-shift-the-files",
-           max_reports_and_rotate_shift_the_files);
-  add_test("/jsonlogreporter/folder-that-has-gone-is-made-again-at-a-rotation",
-           folder_that_has_gone_is_made_again_at_a_rotation);
-  add_test("/jsonlogreporter/without-max-reports-the-file-is-never-rotated",
-           without_max_reports_the_file_is_never_rotated);
-  add_test("/jsonlogreporter/without-rotate-the-full-file-is-deleted",
-           without_rotate_the_full_file_is_deleted);
-  add_test("/jsonlogreporter/lines-that-wait-go-to-the-file-of-their-turn",
-           lines_that_wait_go_to_the_file_of_their_turn);
-  add_test("/jsonlogreporter/one-write-and-flush-runs-at-a-time",
-           one_write_and_flush_runs_at_a_time);
-  add_test("/jsonlogreporter/rotation-runs-between-the-flush-and-the-next-write",
-           rotation_runs_between_the_flush_and_the_next_write);
-  add_test("/jsonlogreporter/next-flush-starts-a-new-chain", next_flush_starts_a_new_chain);
-  add_test("/jsonlogreporter/dropped-reporter-cancels-what-it-started",
-           dropped_reporter_cancels_what_it_started);
-  add_test("/jsonlogreporter/dropped-reporter-still-writes-its-lines",
-           dropped_reporter_still_writes_its_lines);
-  add_test("/jsonlogreporter/folder-that-cannot-be-made-is-logged",
-           folder_that_cannot_be_made_is_logged);
-  add_test("/jsonlogreporter/file-that-cannot-be-opened-is-logged",
-           file_that_cannot_be_opened_is_logged);
-  add_test("/jsonlogreporter/failed-write-is-logged-and-counts-as-a-report",
-           failed_write_is_logged_and_counts_as_a_report);
-  add_test("/jsonlogreporter/failed-write-is-flushed-all-the-same",
-           failed_write_is_flushed_all_the_same);
-  add_test("/jsonlogreporter/full-disk-cuts-the-line-and-later-ones-go-on",
-           full_disk_cuts_the_line_and_later_ones_go_on);
-  add_test("/jsonlogreporter/failed-flush-is-logged-and-the-chain-goes-on",
-           failed_flush_is_logged_and_the_chain_goes_on);
-  add_test("/jsonlogreporter/failed-close-is-logged-and-rotation-goes-on",
-           failed_close_is_logged_and_rotation_goes_on);
-  add_test("/jsonlogreporter/cancelled-write-ends-all-writing", cancelled_write_ends_all_writing);
-  add_test("/jsonlogreporter/cancelled-flush-ends-all-writing", cancelled_flush_ends_all_writing);
-  add_test("/jsonlogreporter/code-of-a-cancelled-write-in-another-domain-counts-as-one",
-           code_of_a_cancelled_write_in_another_domain_counts_as_one);
-  add_test("/jsonlogreporter/code-of-a-cancelled-flush-in-another-domain-counts-as-one",
-           code_of_a_cancelled_flush_in_another_domain_counts_as_one);
-  add_test("/jsonlogreporter/file-that-cannot-be-opened-again-ends-all-writing",
-           file_that_cannot_be_opened_again_ends_all_writing);
-  add_test("/jsonlogreporter/folder-that-cannot-be-made-again-ends-all-writing",
-           folder_that_cannot_be_made_again_ends_all_writing);
-  add_test("/jsonlogreporter/flush-within-a-rotation-leaves-one-write-running",
-           flush_within_a_rotation_leaves_one_write_running);
-  add_test("/jsonlogreporter/flush-within-a-rotation-that-loses-the-file-ends-all-writing",
-           flush_within_a_rotation_that_loses_the_file_ends_all_writing);
-  add_test("/jsonlogreporter/type-is-a-plain-object-and-a-reporter",
-           type_is_a_plain_object_and_a_reporter);
-  add_test("/jsonlogreporter/properties-are-construct-only", properties_are_construct_only);
-  add_test("/jsonlogreporter/properties-read-back", properties_read_back);
-  add_test("/jsonlogreporter/unknown-property-warns", unknown_property_warns);
+  ADD_TEST("jsonlogreporter", all_members_of_a_counter_come_in_order);
+  ADD_TEST("jsonlogreporter", twenty_six_units_are_known);
+  ADD_TEST("jsonlogreporter", snapshot_without_samples_adds_nothing);
+  ADD_TEST("jsonlogreporter", snapshot_with_samples_adds_four_objects);
+  ADD_TEST("jsonlogreporter", data_points_of_a_snapshot_have_its_time);
+  ADD_TEST("jsonlogreporter", unknown_unit_of_a_snapshot_is_left_out);
+  ADD_TEST("jsonlogreporter", statistics_are_not_clamped_but_percentiles_are);
+  ADD_TEST("jsonlogreporter", infinite_statistics_are_null);
+  ADD_TEST("jsonlogreporter", eleven_dimensions_of_a_snapshot_are_lost_by_each_data_point);
+  ADD_TEST("jsonlogreporter", data_points_keep_the_order_of_their_collection);
+  ADD_TEST("jsonlogreporter", each_data_point_has_its_own_timestamp);
+  ADD_TEST("jsonlogreporter", registry_pass_reaches_the_file);
+  ADD_TEST("jsonlogreporter", line_begins_with_the_time_of_the_flush);
+  ADD_TEST("jsonlogreporter", flush_with_nothing_collected_writes_nothing);
+  ADD_TEST("jsonlogreporter", existing_lines_are_kept);
+  ADD_TEST("jsonlogreporter", folder_is_made_with_its_parents);
+  ADD_TEST("jsonlogreporter", without_a_name_nothing_is_made);
+  ADD_TEST("jsonlogreporter", max_reports_and_rotate_shift_the_files);
+  ADD_TEST("jsonlogreporter", folder_that_has_gone_is_made_again_at_a_rotation);
+  ADD_TEST("jsonlogreporter", without_max_reports_the_file_is_never_rotated);
+  ADD_TEST("jsonlogreporter", without_rotate_the_full_file_is_deleted);
+  ADD_TEST("jsonlogreporter", lines_that_wait_go_to_the_file_of_their_turn);
+  ADD_TEST("jsonlogreporter", one_write_and_flush_runs_at_a_time);
+  ADD_TEST("jsonlogreporter", rotation_runs_between_the_flush_and_the_next_write);
+  ADD_TEST("jsonlogreporter", next_flush_starts_a_new_chain);
+  ADD_TEST("jsonlogreporter", dropped_reporter_cancels_what_it_started);
+  ADD_TEST("jsonlogreporter", dropped_reporter_still_writes_its_lines);
+  ADD_TEST("jsonlogreporter", folder_that_cannot_be_made_is_logged);
+  ADD_TEST("jsonlogreporter", file_that_cannot_be_opened_is_logged);
+  ADD_TEST("jsonlogreporter", failed_write_is_logged_and_counts_as_a_report);
+  ADD_TEST("jsonlogreporter", failed_write_is_flushed_all_the_same);
+  ADD_TEST("jsonlogreporter", full_disk_cuts_the_line_and_later_ones_go_on);
+  ADD_TEST("jsonlogreporter", failed_flush_is_logged_and_the_chain_goes_on);
+  ADD_TEST("jsonlogreporter", failed_close_is_logged_and_rotation_goes_on);
+  ADD_TEST("jsonlogreporter", cancelled_write_ends_all_writing);
+  ADD_TEST("jsonlogreporter", cancelled_flush_ends_all_writing);
+  ADD_TEST("jsonlogreporter", code_of_a_cancelled_write_in_another_domain_counts_as_one);
+  ADD_TEST("jsonlogreporter", code_of_a_cancelled_flush_in_another_domain_counts_as_one);
+  ADD_TEST("jsonlogreporter", file_that_cannot_be_opened_again_ends_all_writing);
+  ADD_TEST("jsonlogreporter", folder_that_cannot_be_made_again_ends_all_writing);
+  ADD_TEST("jsonlogreporter", flush_within_a_rotation_leaves_one_write_running);
+  ADD_TEST("jsonlogreporter", flush_within_a_rotation_that_loses_the_file_ends_all_writing);
+  ADD_TEST("jsonlogreporter", type_is_a_plain_object_and_a_reporter);
+  ADD_TEST("jsonlogreporter", properties_are_construct_only);
+  ADD_TEST("jsonlogreporter", properties_read_back);
+  ADD_TEST("jsonlogreporter", unknown_property_warns);
 
   return g_test_run();
 }

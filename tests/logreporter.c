@@ -326,28 +326,20 @@ int main(int argc, char **argv) {
       .folder_without_a_name = "Cannot create metric dir \"\": 22.\n",        /* EINVAL */
   };
   add_csv_tests(&kind);
-  add_test("/logreporter/all-but-timelines-are-handled", all_but_timelines_are_handled);
-  add_test("/logreporter/timeline-batches-produce-no-output", timeline_batches_produce_no_output);
-  add_test("/logreporter/counter-with-dimensions-writes-them-with-the-last-semicolon",
-           counter_with_dimensions_writes_them_with_the_last_semicolon);
-  add_test("/logreporter/dimensions-end-each-in-their-separator",
-           dimensions_end_each_in_their_separator);
-  add_test("/logreporter/value-and-snapshot-carry-dimensions-too",
-           value_and_snapshot_carry_dimensions_too);
-  add_test("/logreporter/names-are-written-as-they-stand", names_are_written_as_they_stand);
-  add_test("/logreporter/long-names-are-written-whole", long_names_are_written_whole);
-  add_test("/logreporter/unit-is-left-out", unit_is_left_out);
-  add_test("/logreporter/counts-and-times-are-signed-integers",
-           counts_and_times_are_signed_integers);
-  add_test("/logreporter/value-has-17-digits-and-six-empty-columns-after-it",
-           value_has_17_digits_and_six_empty_columns_after_it);
-  add_test("/logreporter/snapshot-fills-seven-columns", snapshot_fills_seven_columns);
-  add_test("/logreporter/snapshot-is-stamped-with-the-time-when-it-was-made",
-           snapshot_is_stamped_with_the_time_when_it_was_made);
-  add_test("/logreporter/doubles-read-back-to-the-same-double",
-           doubles_read_back_to_the_same_double);
-  add_test("/logreporter/numbers-carry-a-point-in-every-locale",
-           numbers_carry_a_point_in_every_locale);
+  ADD_TEST("logreporter", all_but_timelines_are_handled);
+  ADD_TEST("logreporter", timeline_batches_produce_no_output);
+  ADD_TEST("logreporter", counter_with_dimensions_writes_them_with_the_last_semicolon);
+  ADD_TEST("logreporter", dimensions_end_each_in_their_separator);
+  ADD_TEST("logreporter", value_and_snapshot_carry_dimensions_too);
+  ADD_TEST("logreporter", names_are_written_as_they_stand);
+  ADD_TEST("logreporter", long_names_are_written_whole);
+  ADD_TEST("logreporter", unit_is_left_out);
+  ADD_TEST("logreporter", counts_and_times_are_signed_integers);
+  ADD_TEST("logreporter", value_has_17_digits_and_six_empty_columns_after_it);
+  ADD_TEST("logreporter", snapshot_fills_seven_columns);
+  ADD_TEST("logreporter", snapshot_is_stamped_with_the_time_when_it_was_made);
+  ADD_TEST("logreporter", doubles_read_back_to_the_same_double);
+  ADD_TEST("logreporter", numbers_carry_a_point_in_every_locale);
 
   return g_test_run();
 }

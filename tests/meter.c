@@ -609,42 +609,29 @@ int main(int argc, char **argv) {
   g_test_init(&argc, &argv, NULL);
   log_capture_init();
 
-  add_test("/meter/first-mark-only-starts-the-clock", first_mark_only_starts_the_clock);
-  add_test("/meter/rate-read-before-any-mark-starts-the-clock",
-           rate_read_before_any_mark_starts_the_clock);
-  add_test("/meter/rate-read-within-the-first-period-of-the-clock-starts-nothing",
-           rate_read_within_the_first_period_of_the_clock_starts_nothing);
-  add_test("/meter/marks-within-a-sampling-period-change-the-total-but-not-the-rate",
-           marks_within_a_sampling_period_change_the_total_but_not_the_rate);
-  add_test("/meter/tick-needs-more-than-the-sampling-period",
-           tick_needs_more_than_the_sampling_period);
-  add_test("/meter/first-tick-sets-the-rate-to-the-instant-rate",
-           first_tick_sets_the_rate_to_the_instant_rate);
-  add_test("/meter/weight-is-linear-and-not-limited", weight_is_linear_and_not_limited);
-  add_test("/meter/clamp-at-zero-leaves-not-a-number-alone",
-           clamp_at_zero_leaves_not_a_number_alone);
-  add_test("/meter/refused-marks-change-nothing-and-do-not-tick",
-           refused_marks_change_nothing_and_do_not_tick);
-  add_test("/meter/mark-of-zero-is-counted-and-may-tick", mark_of_zero_is_counted_and_may_tick);
-  add_test("/meter/report-carries-the-stamp-of-the-tick-before",
-           report_carries_the_stamp_of_the_tick_before);
-  add_test("/meter/report-of-a-meter-never-marked-carries-its-creation",
-           report_of_a_meter_never_marked_carries_its_creation);
-  add_test("/meter/rate-read-under-contention-neither-ticks-nor-reads-a-clock",
-           rate_read_under_contention_neither_ticks_nor_reads_a_clock);
-  add_test("/meter/reporter-may-use-the-meter", reporter_may_use_the_meter);
-  add_test("/meter/properties-are-time-constant-and-sampling-period",
-           properties_are_time_constant_and_sampling_period);
-  add_test("/meter/properties-out-of-range-are-refused", properties_out_of_range_are_refused);
-  add_test("/meter/given-time-constant-and-sampling-period-are-used",
-           given_time_constant_and_sampling_period_are_used);
-  add_test("/meter/failed-checks-do-nothing", failed_checks_do_nothing);
-  add_test("/meter/constructor-checks-registry-and-name", constructor_checks_registry_and_name);
-  add_test("/meter/meter-of-the-same-name-is-the-same", meter_of_the_same_name_is_the_same);
-  add_test("/meter/metric-of-another-kind-is-returned-with-a-warning",
-           metric_of_another_kind_is_returned_with_a_warning);
-  add_test("/meter/random-histories-agree-with-a-model", random_histories_agree_with_a_model);
-  add_test("/meter/threads-lose-no-mark", threads_lose_no_mark);
+  ADD_TEST("meter", first_mark_only_starts_the_clock);
+  ADD_TEST("meter", rate_read_before_any_mark_starts_the_clock);
+  ADD_TEST("meter", rate_read_within_the_first_period_of_the_clock_starts_nothing);
+  ADD_TEST("meter", marks_within_a_sampling_period_change_the_total_but_not_the_rate);
+  ADD_TEST("meter", tick_needs_more_than_the_sampling_period);
+  ADD_TEST("meter", first_tick_sets_the_rate_to_the_instant_rate);
+  ADD_TEST("meter", weight_is_linear_and_not_limited);
+  ADD_TEST("meter", clamp_at_zero_leaves_not_a_number_alone);
+  ADD_TEST("meter", refused_marks_change_nothing_and_do_not_tick);
+  ADD_TEST("meter", mark_of_zero_is_counted_and_may_tick);
+  ADD_TEST("meter", report_carries_the_stamp_of_the_tick_before);
+  ADD_TEST("meter", report_of_a_meter_never_marked_carries_its_creation);
+  ADD_TEST("meter", rate_read_under_contention_neither_ticks_nor_reads_a_clock);
+  ADD_TEST("meter", reporter_may_use_the_meter);
+  ADD_TEST("meter", properties_are_time_constant_and_sampling_period);
+  ADD_TEST("meter", properties_out_of_range_are_refused);
+  ADD_TEST("meter", given_time_constant_and_sampling_period_are_used);
+  ADD_TEST("meter", failed_checks_do_nothing);
+  ADD_TEST("meter", constructor_checks_registry_and_name);
+  ADD_TEST("meter", meter_of_the_same_name_is_the_same);
+  ADD_TEST("meter", metric_of_another_kind_is_returned_with_a_warning);
+  ADD_TEST("meter", random_histories_agree_with_a_model);
+  ADD_TEST("meter", threads_lose_no_mark);
 
   return g_test_run();
 }

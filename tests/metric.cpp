@@ -323,37 +323,29 @@ int main(int argc, char **argv) {
   g_test_init(&argc, &argv, nullptr);
   log_capture_init();
 
-  add_test("/metric/the-type-is-an-abstract-object", the_type_is_an_abstract_object);
-  add_test("/metric/instantiating-the-base-type-fails", instantiating_the_base_type_fails);
-  add_test("/metric/the-base-type-has-no-report-of-its-own",
-           the_base_type_has_no_report_of_its_own);
-  add_test("/metric/properties-are-as-documented", properties_are_as_documented);
-  add_test("/metric/a-bare-metric-has-the-defaults", a_bare_metric_has_the_defaults);
-  add_test("/metric/a-metric-keeps-copies", a_metric_keeps_copies);
-  add_test("/metric/reading-properties-gives-copies", reading_properties_gives_copies);
-  add_test("/metric/getters-lend-what-the-metric-owns", getters_lend_what_the_metric_owns);
-  add_test("/metric/without-dimensions-there-is-no-vector", without_dimensions_there_is_no_vector);
-  add_test("/metric/an-empty-vector-stays-an-empty-vector", an_empty_vector_stays_an_empty_vector);
-  add_test("/metric/the-identity-cannot-be-written-afterwards",
-           the_identity_cannot_be_written_afterwards);
-  add_test("/metric/active-can-be-written-at-any-time", active_can_be_written_at_any_time);
-  add_test("/metric/marking-inactive-clears-the-flag-and-the-property",
-           marking_inactive_clears_the_flag_and_the_property);
-  add_test("/metric/marking-inactive-notifies-nobody", marking_inactive_notifies_nobody);
-  add_test("/metric/an-unknown-property-id-warns-and-changes-nothing",
-           an_unknown_property_id_warns_and_changes_nothing);
-  add_test("/metric/reporting-to-no-reporters-asks-nobody", reporting_to_no_reporters_asks_nobody);
-  add_test("/metric/reporting-calls-the-kind-once-with-the-same-arguments",
-           reporting_calls_the_kind_once_with_the_same_arguments);
-  add_test("/metric/reporting-does-not-ask-whether-the-metric-is-active",
-           reporting_does_not_ask_whether_the_metric_is_active);
-  add_test("/metric/null-fails-every-check-and-gives-neutral-values",
-           null_fails_every_check_and_gives_neutral_values);
-  add_test("/metric/another-object-fails-every-check-and-gives-neutral-values",
-           another_object_fails_every_check_and_gives_neutral_values);
-  add_test("/metric/a-disposed-metric-has-no-identity", a_disposed_metric_has_no_identity);
-  add_test("/metric/dispose-reaches-the-parent", dispose_reaches_the_parent);
-  add_test("/metric/a-metric-frees-its-strings", a_metric_frees_its_strings);
+  ADD_TEST("metric", the_type_is_an_abstract_object);
+  ADD_TEST("metric", instantiating_the_base_type_fails);
+  ADD_TEST("metric", the_base_type_has_no_report_of_its_own);
+  ADD_TEST("metric", properties_are_as_documented);
+  ADD_TEST("metric", a_bare_metric_has_the_defaults);
+  ADD_TEST("metric", a_metric_keeps_copies);
+  ADD_TEST("metric", reading_properties_gives_copies);
+  ADD_TEST("metric", getters_lend_what_the_metric_owns);
+  ADD_TEST("metric", without_dimensions_there_is_no_vector);
+  ADD_TEST("metric", an_empty_vector_stays_an_empty_vector);
+  ADD_TEST("metric", the_identity_cannot_be_written_afterwards);
+  ADD_TEST("metric", active_can_be_written_at_any_time);
+  ADD_TEST("metric", marking_inactive_clears_the_flag_and_the_property);
+  ADD_TEST("metric", marking_inactive_notifies_nobody);
+  ADD_TEST("metric", an_unknown_property_id_warns_and_changes_nothing);
+  ADD_TEST("metric", reporting_to_no_reporters_asks_nobody);
+  ADD_TEST("metric", reporting_calls_the_kind_once_with_the_same_arguments);
+  ADD_TEST("metric", reporting_does_not_ask_whether_the_metric_is_active);
+  ADD_TEST("metric", null_fails_every_check_and_gives_neutral_values);
+  ADD_TEST("metric", another_object_fails_every_check_and_gives_neutral_values);
+  ADD_TEST("metric", a_disposed_metric_has_no_identity);
+  ADD_TEST("metric", dispose_reaches_the_parent);
+  ADD_TEST("metric", a_metric_frees_its_strings);
 
   return g_test_run();
 }

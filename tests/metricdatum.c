@@ -327,33 +327,26 @@ int main(int argc, char **argv) {
   g_test_init(&argc, &argv, NULL);
   log_capture_init();
 
-  add_test("/metricdatum/new-datum-has-nothing-but-a-name", new_datum_has_nothing_but_a_name);
-  add_test("/metricdatum/name-may-be-null", name_may_be_null);
-  add_test("/metricdatum/ref-and-unref-count-holders", ref_and_unref_count_holders);
-  add_test("/metricdatum/holders-are-counted-across-threads", holders_are_counted_across_threads);
-  add_test("/metricdatum/boxed-copies-are-references", boxed_copies_are_references);
-  add_test("/metricdatum/refused-numbers-of-dimensions-leave-none",
-           refused_numbers_of_dimensions_leave_none);
-  add_test("/metricdatum/numbers-of-dimensions-from-1-to-10-are-accepted",
-           numbers_of_dimensions_from_1_to_10_are_accepted);
-  add_test("/metricdatum/last-unref-drops-one-reference-to-each-dimension",
-           last_unref_drops_one_reference_to_each_dimension);
-  add_test("/metricdatum/timestamp-reads-back", timestamp_reads_back);
-  add_test("/metricdatum/unit-is-copied", unit_is_copied);
-  add_test("/metricdatum/unit-may-be-null", unit_may_be_null);
-  add_test("/metricdatum/second-unit-does-not-release-the-first",
-           second_unit_does_not_release_the_first);
-  add_test("/metricdatum/second-dimensions-do-not-release-the-first",
-           second_dimensions_do_not_release_the_first);
-  add_test("/metricdatum/values-are-clamped", values_are_clamped);
-  add_test("/metricdatum/negative-zero-keeps-its-sign", negative_zero_keeps_its_sign);
-  add_test("/metricdatum/not-a-number-passes-through", not_a_number_passes_through);
-  add_test("/metricdatum/value-may-be-overwritten", value_may_be_overwritten);
-  add_test("/metricdatum/statistics-are-never-clamped", statistics_are_never_clamped);
-  add_test("/metricdatum/failed-checks-name-their-own-function",
-           failed_checks_name_their_own_function);
-  add_test("/metricdatum/missing-dimensions-are-checked-before-their-number",
-           missing_dimensions_are_checked_before_their_number);
+  ADD_TEST("metricdatum", new_datum_has_nothing_but_a_name);
+  ADD_TEST("metricdatum", name_may_be_null);
+  ADD_TEST("metricdatum", ref_and_unref_count_holders);
+  ADD_TEST("metricdatum", holders_are_counted_across_threads);
+  ADD_TEST("metricdatum", boxed_copies_are_references);
+  ADD_TEST("metricdatum", refused_numbers_of_dimensions_leave_none);
+  ADD_TEST("metricdatum", numbers_of_dimensions_from_1_to_10_are_accepted);
+  ADD_TEST("metricdatum", last_unref_drops_one_reference_to_each_dimension);
+  ADD_TEST("metricdatum", timestamp_reads_back);
+  ADD_TEST("metricdatum", unit_is_copied);
+  ADD_TEST("metricdatum", unit_may_be_null);
+  ADD_TEST("metricdatum", second_unit_does_not_release_the_first);
+  ADD_TEST("metricdatum", second_dimensions_do_not_release_the_first);
+  ADD_TEST("metricdatum", values_are_clamped);
+  ADD_TEST("metricdatum", negative_zero_keeps_its_sign);
+  ADD_TEST("metricdatum", not_a_number_passes_through);
+  ADD_TEST("metricdatum", value_may_be_overwritten);
+  ADD_TEST("metricdatum", statistics_are_never_clamped);
+  ADD_TEST("metricdatum", failed_checks_name_their_own_function);
+  ADD_TEST("metricdatum", missing_dimensions_are_checked_before_their_number);
 
   return g_test_run();
 }

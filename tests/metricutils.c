@@ -130,15 +130,12 @@ int main(int argc, char **argv) {
     g_autofree char *path = g_strconcat("/metricutils/", row->path, NULL);
     g_test_add_data_func(path, row, rotates_by_the_table);
   }
-  add_test("/metricutils/failed-rename-stops-nothing-and-is-silent",
-           failed_rename_stops_nothing_and_is_silent);
-  add_test("/metricutils/file-is-removed-when-it-could-not-be-renamed",
-           file_is_removed_when_it_could_not_be_renamed);
-  add_test("/metricutils/failed-removal-is-silent", failed_removal_is_silent);
-  add_test("/metricutils/folders-are-renamed-like-files", folders_are_renamed_like_files);
-  add_test("/metricutils/missing-folder-is-silent", missing_folder_is_silent);
-  add_test("/metricutils/failed-checks-come-in-the-arguments-order",
-           failed_checks_come_in_the_arguments_order);
+  ADD_TEST("metricutils", failed_rename_stops_nothing_and_is_silent);
+  ADD_TEST("metricutils", file_is_removed_when_it_could_not_be_renamed);
+  ADD_TEST("metricutils", failed_removal_is_silent);
+  ADD_TEST("metricutils", folders_are_renamed_like_files);
+  ADD_TEST("metricutils", missing_folder_is_silent);
+  ADD_TEST("metricutils", failed_checks_come_in_the_arguments_order);
 
   return g_test_run();
 }

@@ -198,20 +198,16 @@ int main(int argc, char **argv) {
   g_test_init(&argc, &argv, NULL);
   log_capture_init();
 
-  add_test("/range-store/type-is-a-store-without-properties", type_is_a_store_without_properties);
-  add_test("/range-store/range-record-holds-id-start-and-end-in-order",
-           range_record_holds_id_start_and_end_in_order);
-  add_test("/range-store/new-store-moves-out-nothing", new_store_moves_out_nothing);
-  add_test("/range-store/second-move-without-a-range-between-moves-out-nothing",
-           second_move_without_a_range_between_moves_out_nothing);
-  add_test("/range-store/ranges-come-out-newest-first", ranges_come_out_newest_first);
-  add_test("/range-store/store-collects-anew-after-a-move", store_collects_anew_after_a_move);
-  add_test("/range-store/bounds-of-any-order-and-sign-are-stored-unchanged",
-           bounds_of_any_order_and_sign_are_stored_unchanged);
-  add_test("/range-store/moved-ranges-belong-to-the-caller", moved_ranges_belong_to_the_caller);
-  add_test("/range-store/each-range-of-several-threads-is-in-exactly-one-batch",
-           each_range_of_several_threads_is_in_exactly_one_batch);
-  add_test("/range-store/random-histories-agree-with-a-model", random_histories_agree_with_a_model);
+  ADD_TEST("range-store", type_is_a_store_without_properties);
+  ADD_TEST("range-store", range_record_holds_id_start_and_end_in_order);
+  ADD_TEST("range-store", new_store_moves_out_nothing);
+  ADD_TEST("range-store", second_move_without_a_range_between_moves_out_nothing);
+  ADD_TEST("range-store", ranges_come_out_newest_first);
+  ADD_TEST("range-store", store_collects_anew_after_a_move);
+  ADD_TEST("range-store", bounds_of_any_order_and_sign_are_stored_unchanged);
+  ADD_TEST("range-store", moved_ranges_belong_to_the_caller);
+  ADD_TEST("range-store", each_range_of_several_threads_is_in_exactly_one_batch);
+  ADD_TEST("range-store", random_histories_agree_with_a_model);
 
   return g_test_run();
 }

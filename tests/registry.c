@@ -712,64 +712,40 @@ int main(int argc, char **argv) {
   log_capture_init();
   fake_clock_set(1000, 1000);
 
-  add_test("/registry/type-is-a-plain-object", type_is_a_plain_object);
-  add_test("/registry/same-name-and-dimensions-give-the-same-object",
-           same_name_and_dimensions_give_the_same_object);
-  add_test("/registry/key-is-the-dimensions-then-the-name", key_is_the_dimensions_then_the_name);
-  add_test("/registry/keys-of-any-length-are-told-apart", keys_of_any_length_are_told_apart);
-  add_test("/registry/metrics-whose-strings-join-to-the-same-text-are-one",
-           metrics_whose_strings_join_to_the_same_text_are_one);
-  add_test("/registry/metric-of-another-kind-is-returned-after-a-warning",
-           metric_of_another_kind_is_returned_after_a_warning);
-  add_test("/registry/metric-without-a-name-aborts", metric_without_a_name_aborts);
-  add_test("/registry/unknown-key-gives-null-and-logs-nothing",
-           unknown_key_gives_null_and_logs_nothing);
-  add_test("/registry/found-metric-comes-with-a-reference-of-its-own",
-           found_metric_comes_with_a_reference_of_its_own);
-  add_test("/registry/registries-are-apart", registries_are_apart);
-  add_test("/registry/first-reporter-installs-exactly-one-timer",
-           first_reporter_installs_exactly_one_timer);
-  add_test("/registry/timer-goes-to-the-default-context-even-under-another",
-           timer_goes_to_the_default_context_even_under_another);
-  add_test("/registry/timer-repeats", timer_repeats);
-  add_test("/registry/timer-holds-no-reference-and-goes-with-the-registry",
-           timer_holds_no_reference_and_goes_with_the_registry);
-  add_test("/registry/without-a-reporter-nothing-is-reported-or-removed",
-           without_a_reporter_nothing_is_reported_or_removed);
-  add_test("/registry/pass-with-an-empty-list-only-removes", pass_with_an_empty_list_only_removes);
-  add_test("/registry/pass-reports-each-metric-once-however-many",
-           pass_reports_each_metric_once_however_many);
-  add_test("/registry/reporter-registered-as-a-pass-begins-waits-for-the-next",
-           reporter_registered_as_a_pass_begins_waits_for_the_next);
-  add_test("/registry/reporter-registered-last-is-called-first",
-           reporter_registered_last_is_called_first);
-  add_test("/registry/reporter-registered-twice-is-called-twice",
-           reporter_registered_twice_is_called_twice);
-  add_test("/registry/dropped-metric-is-reported-a-last-time-and-removed",
-           dropped_metric_is_reported_a_last_time_and_removed);
-  add_test("/registry/one-off-pass-marks-but-leaves-removal-to-the-timer",
-           one_off_pass_marks_but_leaves_removal_to_the_timer);
-  add_test("/registry/inactive-metric-is-never-made-active-again",
-           inactive_metric_is_never_made_active_again);
-  add_test("/registry/metric-is-marked-after-its-report-and-before-the-flush",
-           metric_is_marked_after_its_report_and_before_the_flush);
-  add_test("/registry/metric-taken-up-during-its-report-stays-active",
-           metric_taken_up_during_its_report_stays_active);
-  add_test("/registry/one-off-pass-without-metrics-flushes-once",
-           one_off_pass_without_metrics_flushes_once);
-  add_test("/registry/one-off-pass-holds-its-reporter", one_off_pass_holds_its_reporter);
-  add_test("/registry/dispose-lets-go-of-metrics-and-reporters",
-           dispose_lets_go_of_metrics_and_reporters);
-  add_test("/registry/failed-checks-change-nothing", failed_checks_change_nothing);
-  add_test("/registry/default-registry-is-made-once-and-borrowed",
-           default_registry_is_made_once_and_borrowed);
-  add_test("/registry/setting-the-default-again-changes-no-reference-count",
-           setting_the_default_again_changes_no_reference_count);
-  add_test("/registry/default-of-null-drops-the-old-and-a-fresh-one-follows",
-           default_of_null_drops_the_old_and_a_fresh_one_follows);
-  add_test("/registry/new-default-is-in-place-before-the-old-one-goes",
-           new_default_is_in_place_before_the_old_one_goes);
-  add_test("/registry/threads-lose-nothing", threads_lose_nothing);
+  ADD_TEST("registry", type_is_a_plain_object);
+  ADD_TEST("registry", same_name_and_dimensions_give_the_same_object);
+  ADD_TEST("registry", key_is_the_dimensions_then_the_name);
+  ADD_TEST("registry", keys_of_any_length_are_told_apart);
+  ADD_TEST("registry", metrics_whose_strings_join_to_the_same_text_are_one);
+  ADD_TEST("registry", metric_of_another_kind_is_returned_after_a_warning);
+  ADD_TEST("registry", metric_without_a_name_aborts);
+  ADD_TEST("registry", unknown_key_gives_null_and_logs_nothing);
+  ADD_TEST("registry", found_metric_comes_with_a_reference_of_its_own);
+  ADD_TEST("registry", registries_are_apart);
+  ADD_TEST("registry", first_reporter_installs_exactly_one_timer);
+  ADD_TEST("registry", timer_goes_to_the_default_context_even_under_another);
+  ADD_TEST("registry", timer_repeats);
+  ADD_TEST("registry", timer_holds_no_reference_and_goes_with_the_registry);
+  ADD_TEST("registry", without_a_reporter_nothing_is_reported_or_removed);
+  ADD_TEST("registry", pass_with_an_empty_list_only_removes);
+  ADD_TEST("registry", pass_reports_each_metric_once_however_many);
+  ADD_TEST("registry", reporter_registered_as_a_pass_begins_waits_for_the_next);
+  ADD_TEST("registry", reporter_registered_last_is_called_first);
+  ADD_TEST("registry", reporter_registered_twice_is_called_twice);
+  ADD_TEST("registry", dropped_metric_is_reported_a_last_time_and_removed);
+  ADD_TEST("registry", one_off_pass_marks_but_leaves_removal_to_the_timer);
+  ADD_TEST("registry", inactive_metric_is_never_made_active_again);
+  ADD_TEST("registry", metric_is_marked_after_its_report_and_before_the_flush);
+  ADD_TEST("registry", metric_taken_up_during_its_report_stays_active);
+  ADD_TEST("registry", one_off_pass_without_metrics_flushes_once);
+  ADD_TEST("registry", one_off_pass_holds_its_reporter);
+  ADD_TEST("registry", dispose_lets_go_of_metrics_and_reporters);
+  ADD_TEST("registry", failed_checks_change_nothing);
+  ADD_TEST("registry", default_registry_is_made_once_and_borrowed);
+  ADD_TEST("registry", setting_the_default_again_changes_no_reference_count);
+  ADD_TEST("registry", default_of_null_drops_the_old_and_a_fresh_one_follows);
+  ADD_TEST("registry", new_default_is_in_place_before_the_old_one_goes);
+  ADD_TEST("registry", threads_lose_nothing);
 
   return g_test_run();
 }

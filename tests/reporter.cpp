@@ -292,22 +292,17 @@ int main(int argc, char **argv) {
   g_test_init(&argc, &argv, nullptr);
   log_capture_init();
 
-  add_test("/reporter/the-type-is-an-interface-for-objects", the_type_is_an_interface_for_objects);
-  add_test("/reporter/the-interface-has-no-properties-and-no-signals",
-           the_interface_has_no_properties_and_no_signals);
-  add_test("/reporter/the-default-interface-sets-no-slot", the_default_interface_sets_no_slot);
-  add_test("/reporter/counts-are-passed-unchanged", counts_are_passed_unchanged);
-  add_test("/reporter/values-are-passed-unchanged", values_are_passed_unchanged);
-  add_test("/reporter/timeline-samples-are-passed-unchanged",
-           timeline_samples_are_passed_unchanged);
-  add_test("/reporter/snapshots-are-passed-unchanged", snapshots_are_passed_unchanged);
-  add_test("/reporter/a-flush-is-passed", a_flush_is_passed);
-  add_test("/reporter/figures-without-a-slot-are-passed-over-silently",
-           figures_without_a_slot_are_passed_over_silently);
-  add_test("/reporter/a-reporter-of-timelines-is-not-told-of-a-counter",
-           a_reporter_of_timelines_is_not_told_of_a_counter);
-  add_test("/reporter/a-reporter-that-only-flushes-is-valid",
-           a_reporter_that_only_flushes_is_valid);
+  ADD_TEST("reporter", the_type_is_an_interface_for_objects);
+  ADD_TEST("reporter", the_interface_has_no_properties_and_no_signals);
+  ADD_TEST("reporter", the_default_interface_sets_no_slot);
+  ADD_TEST("reporter", counts_are_passed_unchanged);
+  ADD_TEST("reporter", values_are_passed_unchanged);
+  ADD_TEST("reporter", timeline_samples_are_passed_unchanged);
+  ADD_TEST("reporter", snapshots_are_passed_unchanged);
+  ADD_TEST("reporter", a_flush_is_passed);
+  ADD_TEST("reporter", figures_without_a_slot_are_passed_over_silently);
+  ADD_TEST("reporter", a_reporter_of_timelines_is_not_told_of_a_counter);
+  ADD_TEST("reporter", a_reporter_that_only_flushes_is_valid);
 
   return g_test_run();
 }

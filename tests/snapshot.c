@@ -364,41 +364,27 @@ int main(int argc, char **argv) {
   g_test_init(&argc, &argv, NULL);
   log_capture_init();
 
-  add_test("/snapshot/no-array-and-no-samples-give-zeros", no_array_and_no_samples_give_zeros);
-  add_test("/snapshot/an-array-without-samples-gives-zeros", an_array_without_samples_gives_zeros);
-  add_test("/snapshot/samples-without-an-array-are-counted-and-give-zeros",
-           samples_without_an_array_are_counted_and_give_zeros);
-  add_test("/snapshot/one-sample-is-every-statistic", one_sample_is_every_statistic);
-  add_test("/snapshot/several-samples-give-their-statistics",
-           several_samples_give_their_statistics);
-  add_test("/snapshot/the-smallest-samples-are-added-first", the_smallest_samples_are_added_first);
-  add_test("/snapshot/a-quantile-is-interpolated-from-position-one-on",
-           a_quantile_is_interpolated_from_position_one_on);
-  add_test("/snapshot/quantile-zero-is-the-minimum-and-one-the-maximum",
-           quantile_zero_is_the_minimum_and_one_the_maximum);
-  add_test("/snapshot/of-two-samples-every-quantile-below-one-is-the-smaller",
-           of_two_samples_every_quantile_below_one_is_the_smaller);
-  add_test("/snapshot/a-quantile-out-of-range-is-a-failed-check",
-           a_quantile_out_of_range_is_a_failed_check);
-  add_test("/snapshot/the-callers-array-is-left-in-its-order",
-           the_callers_array_is_left_in_its_order);
-  add_test("/snapshot/the-snapshots-samples-are-ascending-copies",
-           the_snapshots_samples_are_ascending_copies);
-  add_test("/snapshot/time-is-the-wall-clock-at-creation", time_is_the_wall_clock_at_creation);
-  add_test("/snapshot/failed-checks-log-and-return-neutral-values",
-           failed_checks_log_and_return_neutral_values);
-  add_test("/snapshot/the-snapshot-is-checked-before-the-quantile",
-           the_snapshot_is_checked_before_the_quantile);
-  add_test("/snapshot/copying-a-boxed-snapshot-takes-a-reference",
-           copying_a_boxed_snapshot_takes_a_reference);
-  add_test("/snapshot/the-first-of-two-unrefs-leaves-the-samples-readable",
-           the_first_of_two_unrefs_leaves_the_samples_readable);
-  add_test("/snapshot/the-last-unref-frees-the-array", the_last_unref_frees_the_array);
-  add_test("/snapshot/threads-share-a-snapshot", threads_share_a_snapshot);
-  add_test("/snapshot/not-a-number-stands-where-sorting-leaves-it",
-           not_a_number_stands_where_sorting_leaves_it);
-  add_test("/snapshot/any-samples-agree-with-a-simple-model",
-           any_samples_agree_with_a_simple_model);
+  ADD_TEST("snapshot", no_array_and_no_samples_give_zeros);
+  ADD_TEST("snapshot", an_array_without_samples_gives_zeros);
+  ADD_TEST("snapshot", samples_without_an_array_are_counted_and_give_zeros);
+  ADD_TEST("snapshot", one_sample_is_every_statistic);
+  ADD_TEST("snapshot", several_samples_give_their_statistics);
+  ADD_TEST("snapshot", the_smallest_samples_are_added_first);
+  ADD_TEST("snapshot", a_quantile_is_interpolated_from_position_one_on);
+  ADD_TEST("snapshot", quantile_zero_is_the_minimum_and_one_the_maximum);
+  ADD_TEST("snapshot", of_two_samples_every_quantile_below_one_is_the_smaller);
+  ADD_TEST("snapshot", a_quantile_out_of_range_is_a_failed_check);
+  ADD_TEST("snapshot", the_callers_array_is_left_in_its_order);
+  ADD_TEST("snapshot", the_snapshots_samples_are_ascending_copies);
+  ADD_TEST("snapshot", time_is_the_wall_clock_at_creation);
+  ADD_TEST("snapshot", failed_checks_log_and_return_neutral_values);
+  ADD_TEST("snapshot", the_snapshot_is_checked_before_the_quantile);
+  ADD_TEST("snapshot", copying_a_boxed_snapshot_takes_a_reference);
+  ADD_TEST("snapshot", the_first_of_two_unrefs_leaves_the_samples_readable);
+  ADD_TEST("snapshot", the_last_unref_frees_the_array);
+  ADD_TEST("snapshot", threads_share_a_snapshot);
+  ADD_TEST("snapshot", not_a_number_stands_where_sorting_leaves_it);
+  ADD_TEST("snapshot", any_samples_agree_with_a_simple_model);
 
   return g_test_run();
 }

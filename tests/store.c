@@ -243,21 +243,15 @@ int main(int argc, char **argv) {
   g_test_init(&argc, &argv, NULL);
   log_capture_init();
 
-  add_test("/store/type-is-a-plain-object-without-properties",
-           type_is_a_plain_object_without_properties);
-  add_test("/store/class-holds-three-operations-in-order", class_holds_three_operations_in_order);
-  add_test("/store/each-store-sets-the-operations-it-supports",
-           each_store_sets_the_operations_it_supports);
-  add_test("/store/missing-store-fails-the-check", missing_store_fails_the_check);
-  add_test("/store/object-of-an-unrelated-type-fails-the-check",
-           object_of_an_unrelated_type_fails_the_check);
-  add_test("/store/operation-left-empty-is-called-unchecked",
-           operation_left_empty_is_called_unchecked);
-  add_test("/store/subclass-of-two-operations-receives-exactly-the-value",
-           subclass_of_two_operations_receives_exactly_the_value);
-  add_test("/store/most-derived-operation-is-called", most_derived_operation_is_called);
-  add_test("/store/add-range-passes-id-start-and-end-bit-for-bit",
-           add_range_passes_id_start_and_end_bit_for_bit);
+  ADD_TEST("store", type_is_a_plain_object_without_properties);
+  ADD_TEST("store", class_holds_three_operations_in_order);
+  ADD_TEST("store", each_store_sets_the_operations_it_supports);
+  ADD_TEST("store", missing_store_fails_the_check);
+  ADD_TEST("store", object_of_an_unrelated_type_fails_the_check);
+  ADD_TEST("store", operation_left_empty_is_called_unchecked);
+  ADD_TEST("store", subclass_of_two_operations_receives_exactly_the_value);
+  ADD_TEST("store", most_derived_operation_is_called);
+  ADD_TEST("store", add_range_passes_id_start_and_end_bit_for_bit);
 
   return g_test_run();
 }

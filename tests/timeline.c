@@ -183,27 +183,19 @@ int main(int argc, char **argv) {
   g_test_init(&argc, &argv, NULL);
   log_capture_init();
 
-  add_test("/timeline/ranges-reach-every-reporter-once-in-one-batch-newest-first",
-           ranges_reach_every_reporter_once_in_one_batch_newest_first);
-  add_test("/timeline/empty-batch-is-passed-on", empty_batch_is_passed_on);
-  add_test("/timeline/report-to-nobody-drops-the-batch", report_to_nobody_drops_the_batch);
-  add_test("/timeline/ranges-are-neither-compared-nor-changed",
-           ranges_are_neither_compared_nor_changed);
-  add_test("/timeline/moved-ranges-belong-to-the-caller", moved_ranges_belong_to_the_caller);
-  add_test("/timeline/timeline-has-no-properties-of-its-own",
-           timeline_has_no_properties_of_its_own);
-  add_test("/timeline/timeline-of-the-same-name-is-the-same",
-           timeline_of_the_same_name_is_the_same);
-  add_test("/timeline/moving-the-data-of-nothing-fails-the-check",
-           moving_the_data_of_nothing_fails_the_check);
-  add_test("/timeline/disposed-timeline-falls-to-the-checks-of-its-store",
-           disposed_timeline_falls_to_the_checks_of_its_store);
-  add_test("/timeline/constructor-checks-the-registry", constructor_checks_the_registry);
-  add_test("/timeline/timeline-without-a-name-aborts-in-the-registry",
-           timeline_without_a_name_aborts_in_the_registry);
-  add_test("/timeline/metric-of-another-kind-is-returned-with-a-warning",
-           metric_of_another_kind_is_returned_with_a_warning);
-  add_test("/timeline/threads-lose-and-double-no-range", threads_lose_and_double_no_range);
+  ADD_TEST("timeline", ranges_reach_every_reporter_once_in_one_batch_newest_first);
+  ADD_TEST("timeline", empty_batch_is_passed_on);
+  ADD_TEST("timeline", report_to_nobody_drops_the_batch);
+  ADD_TEST("timeline", ranges_are_neither_compared_nor_changed);
+  ADD_TEST("timeline", moved_ranges_belong_to_the_caller);
+  ADD_TEST("timeline", timeline_has_no_properties_of_its_own);
+  ADD_TEST("timeline", timeline_of_the_same_name_is_the_same);
+  ADD_TEST("timeline", moving_the_data_of_nothing_fails_the_check);
+  ADD_TEST("timeline", disposed_timeline_falls_to_the_checks_of_its_store);
+  ADD_TEST("timeline", constructor_checks_the_registry);
+  ADD_TEST("timeline", timeline_without_a_name_aborts_in_the_registry);
+  ADD_TEST("timeline", metric_of_another_kind_is_returned_with_a_warning);
+  ADD_TEST("timeline", threads_lose_and_double_no_range);
 
   return g_test_run();
 }

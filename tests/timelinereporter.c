@@ -188,19 +188,14 @@ int main(int argc, char **argv) {
       .folder_without_a_name = "Cannot create log dir \"\".\n",
   };
   add_csv_tests(&kind);
-  add_test("/timelinereporter/only-timelines-and-flush-are-handled",
-           only_timelines_and_flush_are_handled);
-  add_test("/timelinereporter/empty-batch-writes-nothing", empty_batch_writes_nothing);
-  add_test("/timelinereporter/passes-write-the-ranges-since-the-last-one-newest-first",
-           passes_write_the_ranges_since_the_last_one_newest_first);
-  add_test("/timelinereporter/negative-and-very-large-bounds-are-written-in-full-decimal",
-           negative_and_very_large_bounds_are_written_in_full_decimal);
-  add_test("/timelinereporter/names-are-written-as-they-stand", names_are_written_as_they_stand);
-  add_test("/timelinereporter/batch-is-only-read", batch_is_only_read);
-  add_test("/timelinereporter/reports-of-other-kinds-produce-no-output",
-           reports_of_other_kinds_produce_no_output);
-  add_test("/timelinereporter/csv-log-of-the-same-name-is-the-same-file",
-           csv_log_of_the_same_name_is_the_same_file);
+  ADD_TEST("timelinereporter", only_timelines_and_flush_are_handled);
+  ADD_TEST("timelinereporter", empty_batch_writes_nothing);
+  ADD_TEST("timelinereporter", passes_write_the_ranges_since_the_last_one_newest_first);
+  ADD_TEST("timelinereporter", negative_and_very_large_bounds_are_written_in_full_decimal);
+  ADD_TEST("timelinereporter", names_are_written_as_they_stand);
+  ADD_TEST("timelinereporter", batch_is_only_read);
+  ADD_TEST("timelinereporter", reports_of_other_kinds_produce_no_output);
+  ADD_TEST("timelinereporter", csv_log_of_the_same_name_is_the_same_file);
 
   return g_test_run();
 }

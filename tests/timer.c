@@ -239,29 +239,21 @@ int main(int argc, char **argv) {
   g_test_init(&argc, &argv, NULL);
   log_capture_init();
 
-  add_test("/timer/durations-are-recorded-in-the-unit", durations_are_recorded_in_the_unit);
-  add_test("/timer/stop-records-the-time-since-the-start", stop_records_the_time_since_the_start);
-  add_test("/timer/second-stop-measures-again-from-the-same-start",
-           second_stop_measures_again_from_the_same_start);
-  add_test("/timer/stop-without-a-start-measures-from-monotonic-time-zero",
-           stop_without_a_start_measures_from_monotonic_time_zero);
-  add_test("/timer/start-replaces-an-earlier-one", start_replaces_an_earlier_one);
-  add_test("/timer/unknown-unit-warns-and-divides-by-zero", unknown_unit_warns_and_divides_by_zero);
-  add_test("/timer/zero-duration-of-an-unknown-unit-is-not-a-number",
-           zero_duration_of_an_unknown_unit_is_not_a_number);
-  add_test("/timer/unknown-unit-warns-at-each-construction",
-           unknown_unit_warns_at_each_construction);
-  add_test("/timer/timer-made-without-a-unit-warns-and-divides-by-zero",
-           timer_made_without_a_unit_warns_and_divides_by_zero);
-  add_test("/timer/timer-reports-as-a-histogram-of-60-samples",
-           timer_reports_as_a_histogram_of_60_samples);
-  add_test("/timer/given-store-is-used", given_store_is_used);
-  add_test("/timer/failed-checks-do-nothing", failed_checks_do_nothing);
-  add_test("/timer/constructor-checks-registry-name-and-unit-in-this-order",
-           constructor_checks_registry_name_and_unit_in_this_order);
-  add_test("/timer/histogram-asked-for-as-a-timer-is-returned-with-a-warning",
-           histogram_asked_for_as_a_timer_is_returned_with_a_warning);
-  add_test("/timer/threads-lose-and-double-no-duration", threads_lose_and_double_no_duration);
+  ADD_TEST("timer", durations_are_recorded_in_the_unit);
+  ADD_TEST("timer", stop_records_the_time_since_the_start);
+  ADD_TEST("timer", second_stop_measures_again_from_the_same_start);
+  ADD_TEST("timer", stop_without_a_start_measures_from_monotonic_time_zero);
+  ADD_TEST("timer", start_replaces_an_earlier_one);
+  ADD_TEST("timer", unknown_unit_warns_and_divides_by_zero);
+  ADD_TEST("timer", zero_duration_of_an_unknown_unit_is_not_a_number);
+  ADD_TEST("timer", unknown_unit_warns_at_each_construction);
+  ADD_TEST("timer", timer_made_without_a_unit_warns_and_divides_by_zero);
+  ADD_TEST("timer", timer_reports_as_a_histogram_of_60_samples);
+  ADD_TEST("timer", given_store_is_used);
+  ADD_TEST("timer", failed_checks_do_nothing);
+  ADD_TEST("timer", constructor_checks_registry_name_and_unit_in_this_order);
+  ADD_TEST("timer", histogram_asked_for_as_a_timer_is_returned_with_a_warning);
+  ADD_TEST("timer", threads_lose_and_double_no_duration);
 
   return g_test_run();
 }

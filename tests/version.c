@@ -37,8 +37,8 @@ int main(int argc, char **argv) {
   g_test_init(&argc, &argv, NULL);
   log_capture_init();
 
-  add_test("/version/the-check-compares-number-by-number", the_check_compares_number_by_number);
-  add_test("/version/the-preprocessor-can-check", the_preprocessor_can_check);
+  ADD_TEST("version", the_check_compares_number_by_number);
+  ADD_TEST("version", the_preprocessor_can_check);
 
   return g_test_run();
 }

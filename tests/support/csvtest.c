@@ -288,37 +288,28 @@ static void lines_of_several_threads_stay_whole(void) {
   folder_remove(folder);
 }
 
+static void add(const char *name, void (*test)(void)) {
+  g_autofree char *path = g_strdup_printf("/%s/%s", kind->stem, name);
+  add_test(path, test);
+}
+#define ADD(test) add(#test, test)
+
 void add_csv_tests(const CsvKind *kind_to_test) {
-  static const struct {
-    const char *name;
-    void (*test)(void);
-  } tests[] = {
-      {"type-is-a-plain-object-that-reports", type_is_a_plain_object_that_reports},
-      {"properties-are-construct-only-strings", properties_are_construct_only_strings},
-      {"properties-are-copies-that-read-back", properties_are_copies_that_read_back},
-      {"unknown-property-ids-give-the-standard-warning",
-       unknown_property_ids_give_the_standard_warning},
-      {"without-a-name-nothing-is-made-and-nothing-said",
-       without_a_name_nothing_is_made_and_nothing_said},
-      {"directory-that-cannot-be-made-gives-one-message-and-no-file",
-       directory_that_cannot_be_made_gives_one_message_and_no_file},
-      {"directory-without-a-name-cannot-be-made", directory_without_a_name_cannot_be_made},
-      {"file-that-cannot-be-opened-gives-one-message",
-       file_that_cannot_be_opened_gives_one_message},
-      {"full-disk-is-not-noticed", full_disk_is_not_noticed},
-      {"missing-directories-are-made-for-everybody-to-read",
-       missing_directories_are_made_for_everybody_to_read},
-      {"file-is-named-by-basename-and-dirname", file_is_named_by_basename_and_dirname},
-      {"existing-file-is-appended-to-never-truncated",
-       existing_file_is_appended_to_never_truncated},
-      {"lines-are-visible-only-after-a-flush", lines_are_visible_only_after_a_flush},
-      {"lines-are-visible-when-the-buffer-fills", lines_are_visible_when_the_buffer_fills},
-      {"released-reporter-closes-its-file", released_reporter_closes_its_file},
-      {"lines-of-several-threads-stay-whole", lines_of_several_threads_stay_whole},
-  };
   kind = kind_to_test;
-  for (guint i = 0; i < G_N_ELEMENTS(tests); i++) {
-    g_autofree char *path = g_strdup_printf("/%s/%s", kind->stem, tests[i].name);
-    add_test(path, tests[i].test);
-  }
+  ADD(type_is_a_plain_object_that_reports);
+  ADD(properties_are_construct_only_strings);
+  ADD(properties_are_copies_that_read_back);
+  ADD(unknown_property_ids_give_the_standard_warning);
+  ADD(without_a_name_nothing_is_made_and_nothing_said);
+  ADD(directory_that_cannot_be_made_gives_one_message_and_no_file);
+  ADD(directory_without_a_name_cannot_be_made);
+  ADD(file_that_cannot_be_opened_gives_one_message);
+  ADD(full_disk_is_not_noticed);
+  ADD(missing_directories_are_made_for_everybody_to_read);
+  ADD(file_is_named_by_basename_and_dirname);
+  ADD(existing_file_is_appended_to_never_truncated);
+  ADD(lines_are_visible_only_after_a_flush);
+  ADD(lines_are_visible_when_the_buffer_fills);
+  ADD(released_reporter_closes_its_file);
+  ADD(lines_of_several_threads_stay_whole);
 }

@@ -79,9 +79,10 @@ static void run_test(gconstpointer data) {
 }
 
 void add_test(const char *path, void (*test)(void)) {
+  g_autofree char *name = g_strdelimit(g_strdup(path), "_", '-');
   /* ISO C lets no function pointer pass as a data pointer. */
   tests = g_slist_prepend(tests, g_memdup2(&test, sizeof test));
-  g_test_add_data_func(path, tests->data, run_test);
+  g_test_add_data_func(name, tests->data, run_test);
 }
 
 void assert_logged(const char *domain, GLogLevelFlags level, const char *message) {
