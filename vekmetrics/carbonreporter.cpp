@@ -236,12 +236,12 @@ static void vek_metric_carbon_reporter_dispose(GObject *object) {
 
 static void vek_metric_carbon_reporter_constructed(GObject *object) {
   auto *self = vek::as<VekMetricCarbonReporter>(object);
+  g_autoptr(GSocketClient) client = g_socket_client_new();
   g_autoptr(GSocketAddress) address =
       self->server_address
           ? g_inet_socket_address_new_from_string(self->server_address, self->server_port)
           : nullptr;
   if (address) {
-    g_autoptr(GSocketClient) client = g_socket_client_new();
     g_socket_client_connect_async(client, G_SOCKET_CONNECTABLE(address), self->cancellable,
                                   on_socket_client_connect, g_object_ref(self));
   } else {
