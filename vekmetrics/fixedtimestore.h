@@ -15,7 +15,8 @@ G_BEGIN_DECLS
  * Ages are measured on the monotonic clock, and samples that have become too old are discarded
  * only when a snapshot is taken. One whose age is exactly the window stays only if it is the
  * newest. After a snapshot that discarded some, the next sample goes one slot past those that were
- * kept: the slot between holds what it held before, and comes back once samples follow it.
+ * kept. The slot between still holds an old sample, and that counts again: the newest sample shows
+ * only once another is added.
  *
  * Memory is taken once, 16 bytes a sample. Ranges are not supported.
  */

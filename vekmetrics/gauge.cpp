@@ -40,8 +40,9 @@ static bool roll(VekMetricGauge *self, gint64 now) {
   return true;
 }
 
-// Whether the gauge changed in the interval before the one that begins at start, or later. The
-// difference cannot overflow, as a sum of time and interval could.
+// Whether the gauge changed within the interval before the one that begins at start, its very
+// beginning excepted, or later. The difference cannot overflow, as a sum of time and interval
+// could.
 static bool changed_since_previous(const VekMetricGauge *self, gint64 start) {
   return self->time > start - self->interval;
 }

@@ -63,7 +63,7 @@ void vek_metric_gauge_add_value(VekMetricGauge *gauge, gdouble value);
  *
  * Gets the value that a report would carry now.
  *
- * Returns: the value; 0.0 if the gauge was never changed, or with an interval not since the
+ * Returns: the value; 0.0 if the gauge was never changed, or with an interval not after the
  *   beginning of the one before; 0.0 after a failed check
  */
 VEK_EXPORT

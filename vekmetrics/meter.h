@@ -27,13 +27,15 @@ G_DECLARE_FINAL_TYPE(VekMetricMeter, vek_metric_meter, VEK, METRIC_METER, VekMet
 /**
  * VekMetricMeter:time-constant:
  *
- * Over how many microseconds the moving average forgets; at least 1,000,000.
+ * Over how many microseconds the moving average forgets; at least 1,000,000. A registry's meters
+ * have 60,000,000, which is the default.
  */
 
 /**
  * VekMetricMeter:sampling-period:
  *
- * How many microseconds pass at least between two updates of the rate.
+ * How many microseconds pass at least between two updates of the rate; at least 1. A registry's
+ * meters have 1,000,000, which is the default.
  */
 
 /**

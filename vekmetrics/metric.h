@@ -30,7 +30,7 @@ G_DECLARE_DERIVABLE_TYPE(VekMetric, vek_metric, VEK, METRIC, GObject)
 /**
  * VekMetric:dimensions:
  *
- * Alternating names and values; %NULL for none.
+ * Alternating names and values; %NULL for none, and once the metric is disposed.
  */
 
 /**
@@ -42,7 +42,8 @@ G_DECLARE_DERIVABLE_TYPE(VekMetric, vek_metric, VEK, METRIC, GObject)
 /**
  * VekMetric:unit:
  *
- * The unit: free text such as "Count" or "Seconds"; %NULL for none.
+ * The unit: free text such as "Count" or "Seconds"; %NULL for none, and once the metric is
+ * disposed.
  */
 
 /**
@@ -84,8 +85,8 @@ const gchar *vek_metric_get_name(VekMetric *metric);
  *
  * Gets the metric's unit: free text such as "Count" or "Seconds".
  *
- * Returns: (transfer none) (nullable): the unit, owned by the metric; %NULL if it has none, and
- *   after a failed check
+ * Returns: (transfer none) (nullable): the unit, owned by the metric; %NULL if it has none, after a
+ *   failed check, and once the metric is disposed
  */
 VEK_EXPORT
 const gchar *vek_metric_get_unit(VekMetric *metric);
@@ -98,7 +99,8 @@ const gchar *vek_metric_get_unit(VekMetric *metric);
  * value 2, and so on. An empty vector is not the same as none.
  *
  * Returns: (transfer none) (nullable) (array zero-terminated=1): the metric's own vector, neither
- *   to be changed nor freed; %NULL if it has none, and after a failed check
+ *   to be changed nor freed; %NULL if it has none, after a failed check, and once the metric is
+ *   disposed
  */
 VEK_EXPORT
 gchar **vek_metric_get_dimensions(VekMetric *metric);

@@ -67,7 +67,8 @@ const gchar *vek_metric_datum_get_metric_name(VekMetricDatum *datum);
 /**
  * vek_metric_datum_get_dimensions:
  * @datum: a datum
- * @n_dimensions: (out): where to store how many there are; left alone after a failed check
+ * @n_dimensions: (out): where to store how many there are, not %NULL; left alone after a failed
+ *   check
  *
  * Gets the dimensions.
  *
@@ -182,7 +183,8 @@ gboolean vek_metric_datum_get_value_set(VekMetricDatum *datum);
  * @minimum: (out): where to store the smallest
  * @maximum: (out): where to store the largest
  *
- * Gets the statistics; all zero if they were not set. All are left alone after a failed check.
+ * Gets the statistics; all zero if they were not set. All are left alone after a failed check, and
+ * none may be %NULL.
  */
 VEK_EXPORT
 void vek_metric_datum_get_statistic_values(VekMetricDatum *datum, guint64 *sample_count,

@@ -45,7 +45,7 @@ VekMetricRegistry *vek_metric_registry_get_default(void);
 
 /**
  * vek_metric_registry_set_default:
- * @registry: (nullable): the new default, or %NULL for none
+ * @registry: (nullable): the new default, or %NULL for none; it is not checked to be a registry
  *
  * Replaces the default registry; the library takes a reference to the new one and drops that to
  * the old one.

@@ -87,8 +87,7 @@ struct _VekMetricReporterInterface {
    * @name: the metric's name
    * @dimensions: (nullable) (array zero-terminated=1): alternating names and values
    * @unit: (nullable): the metric's unit
-   * @snapshot: the samples and their statistics; %NULL if the metric's store is the application's
-   *   own and gave none
+   * @snapshot: the samples and their statistics
    *
    * Takes the samples of a histogram or a timer.
    */

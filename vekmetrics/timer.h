@@ -45,7 +45,7 @@ void vek_metric_timer_stop(VekMetricTimer *timer);
 /**
  * vek_metric_timer_set_usec:
  * @timer: a timer
- * @usec: a duration in microseconds
+ * @usec: a duration in microseconds; a negative one is added as it is
  *
  * Adds a duration as one sample.
  *

@@ -40,7 +40,8 @@ struct Counting<VekMetricDatum> {
 };
 
 // Owns one reference, or nothing. Made of what a C function returns as the caller's own, it takes
-// that reference over; a copy takes one more. It passes for the pointer in every C call.
+// that reference over; a copy takes one more. It passes for the pointer in every C call. What a
+// function only lends, such as the default registry, stays a plain pointer.
 template <typename T>
 class Owner {
 public:
