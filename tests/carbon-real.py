@@ -12,7 +12,9 @@ import subprocess
 import sys
 import tempfile
 import time
+import unittest
 
+from support import tap
 from support.row import Row
 from support.servers import DEADLINE, Cache, excerpt, free_port, server, wait_for
 
@@ -161,34 +163,21 @@ def ask_relay_for_ports(relay, keys):
     return ports
 
 
-TESTS = (
-    (cache_holds_every_figure_of_every_kind, ('carbon-cache',)),
-    (relay_gives_every_point_of_three_programs_to_the_cache_of_its_hash,
-     ('carbon-cache', 'carbon-c-relay')),
-)
-
-
-def main():
-    print(f'1..{len(TESTS)}')
-    failed = False
-    for number, (test, programs) in enumerate(TESTS, 1):
-        name = f'{number} /carbon-real/{test.__name__.replace("_", "-")}'
+def make_test(test, *programs):
+    def run_test():
         missing = [program for program in programs if not shutil.which(program)]
         if missing or not whisper:
-            print(f'ok {name} # SKIP not installed: {", ".join(missing) or "python3-whisper"}')
-            continue
+            raise unittest.SkipTest(f'not installed: {", ".join(missing) or "python3-whisper"}')
         with tempfile.TemporaryDirectory(prefix='vek-carbon-') as folder:
-            try:
-                test(pathlib.Path(folder))
-                print(f'ok {name}')
-            except (AssertionError, OSError, subprocess.SubprocessError) as error:
-                print(f'not ok {name}')
-                for line in str(error).splitlines():
-                    print(f'# {line}')
-                failed = True
-    return 1 if failed else 0
+            test(pathlib.Path(folder))
+    run_test.__name__ = test.__name__
+    return run_test
 
 
 if __name__ == '__main__':
     CLIENT, CHECKSUM = sys.argv[1:]
-    sys.exit(main())
+    tap.run('carbon-real', (
+        make_test(cache_holds_every_figure_of_every_kind, 'carbon-cache'),
+        make_test(relay_gives_every_point_of_three_programs_to_the_cache_of_its_hash,
+                  'carbon-cache', 'carbon-c-relay'),
+    ))

@@ -6,6 +6,9 @@ import shutil
 import subprocess
 import sys
 import tempfile
+import unittest
+
+from support import tap
 
 EXPECTED = r'''# HELP http_requests_total http.requests, in Count
 # TYPE http_requests_total counter
@@ -38,26 +41,30 @@ response_samples{host="h1"} 4
 '''
 
 
-def main(program):
-    print('1..3')
+def write(folder):
+    path = pathlib.Path(folder, 'example.prom')
+    subprocess.run([PROGRAM, path], check=True)
+    return path.read_text(encoding='utf-8')
+
+
+def file_is_as_it_should_be_and_alone():
     with tempfile.TemporaryDirectory() as folder:
-        path = pathlib.Path(folder, 'example.prom')
-        subprocess.run([program, path], check=True)
-        text = path.read_text()
-        print('ok 1 - the file is as it should be' if text == EXPECTED else
-              f'not ok 1 - the file is\n{text}')
-        left = [entry.name for entry in path.parent.iterdir()]
-        print('ok 2 - nothing else is left in the folder' if left == ['example.prom'] else
-              f'not ok 2 - the folder holds {left}')
-        if not shutil.which('promtool'):
-            print('ok 3 - promtool finds no fault # SKIP there is no promtool')
-            return
-        check = subprocess.run(['promtool', 'check', 'metrics'], input=text, text=True,
-                               capture_output=True)
-        output = (check.stdout + check.stderr).replace('\n', '; ')
-        print('ok 3 - promtool finds no fault' if check.returncode == 0 and not output else
-              f'not ok 3 - promtool says: {output}')
+        text = write(folder)
+        left = [entry.name for entry in pathlib.Path(folder).iterdir()]
+    assert text == EXPECTED, text
+    assert left == ['example.prom'], left
+
+
+def promtool_finds_no_fault():
+    if not shutil.which('promtool'):
+        raise unittest.SkipTest('there is no promtool')
+    with tempfile.TemporaryDirectory() as folder:
+        text = write(folder)
+    check = subprocess.run(['promtool', 'check', 'metrics'], input=text, text=True, check=False,
+                           capture_output=True)
+    assert (check.returncode, check.stdout, check.stderr) == (0, '', ''), check
 
 
 if __name__ == '__main__':
-    main(sys.argv[1])
+    PROGRAM = sys.argv[1]
+    tap.run('textfile', (file_is_as_it_should_be_and_alone, promtool_finds_no_fault))

@@ -1,7 +1,11 @@
-"""Runs functions as tests and prints TAP. A test fails by an exception: its traceback is shown."""
+"""Runs functions as tests and prints TAP.
+
+A test fails by an exception, whose traceback is shown, and is skipped by unittest's SkipTest.
+"""
 
 import sys
 import traceback
+import unittest
 
 
 def run(group, tests):
@@ -12,6 +16,8 @@ def run(group, tests):
         name = f'/{group}/' + test.__name__.replace('_', '-')
         try:
             test()
+        except unittest.SkipTest as reason:
+            print(f'ok {number} {name} # SKIP {reason}')
         except Exception:  # pylint: disable=broad-except
             failed = True
             print(f'not ok {number} {name}')

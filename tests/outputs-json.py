@@ -1,6 +1,6 @@
 """Tests of who reads the JSON log, and of how docs/outputs.md tells it:
 
-    json-readers.py CLIENT EVERY-KIND
+    outputs-json.py CLIENT EVERY-KIND
 
 CLIENT and EVERY-KIND are the programs that json-client.c and every-kind.c become.
 """

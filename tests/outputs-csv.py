@@ -1,4 +1,4 @@
-"""Tests of docs/outputs.md, and of the CSV that it tells how to read: csv-readers.py EVERY-KIND
+"""Tests of docs/outputs.md, and of the CSV that it tells how to read: outputs-csv.py EVERY-KIND
 
 EVERY-KIND is the program that every-kind.c becomes. Each section of the page that is named below
 begins with an excerpt, in a block marked as text, that must be what the program wrote.
