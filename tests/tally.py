@@ -1,4 +1,4 @@
-"""Tests of scripts/tally."""
+"""Tests of scripts/tally, and of how scripts/steps adds up."""
 
 import json
 import pathlib
@@ -6,7 +6,8 @@ import subprocess
 import tempfile
 import unittest
 
-TALLY = pathlib.Path(__file__).resolve().parent.parent / 'scripts' / 'tally'
+SCRIPTS = pathlib.Path(__file__).resolve().parent.parent / 'scripts'
+TALLY = SCRIPTS / 'tally'
 
 # What a program printed, how Meson judged it, and what the tally says.
 ROWS = (
@@ -51,6 +52,36 @@ class Tally(unittest.TestCase):
     def test_only_passing_is_a_success(self):
         self.assertEqual(self.tally(('', 'OK')), ('1 passed, 0 failed\n', 0))
         self.assertEqual(self.tally(), ('0 passed, 0 failed\n', 1))
+
+
+class Count(unittest.TestCase):
+    def count(self, *commands):
+        lines = [f'. {SCRIPTS}/steps', *(f"count sh -c '{command}'" for command in commands),
+                 'finish']
+        run = subprocess.run(['bash', '-c', '\n'.join(lines)], stdout=subprocess.PIPE, text=True,
+                             check=False)
+        return run.stdout.splitlines()[-1], run.returncode
+
+    def test_sums_are_added(self):
+        self.assertEqual(self.count('echo 2 passed, 0 failed', 'echo 3 passed, 0 failed'),
+                         ('5 passed, 0 failed', 0))
+
+    def test_bad_end_is_a_failure_whatever_was_counted(self):
+        self.assertEqual(self.count('echo 2 passed, 0 failed; exit 3'), ('2 passed, 1 failed', 1))
+        self.assertEqual(self.count('echo 2 passed, 2 failed; exit 3'), ('2 passed, 2 failed', 1))
+
+    def test_command_without_a_sum_passes_by_its_status(self):
+        good = 'echo 1 passed, 0 failed'
+        self.assertEqual(self.count(good, 'echo said'), ('1 passed, 0 failed', 0))
+        self.assertEqual(self.count(good, 'echo said; exit 3'), ('1 passed, 1 failed', 1))
+
+    def test_only_a_last_line_is_a_sum(self):
+        good = 'echo 2 passed, 0 failed'
+        self.assertEqual(self.count(good, 'echo 7 passed, 0 failed; echo said'),
+                         ('2 passed, 0 failed', 0))
+
+    def test_no_test_at_all_is_a_failure(self):
+        self.assertEqual(self.count('true'), ('0 passed, 0 failed', 1))
 
 
 if __name__ == '__main__':
