@@ -1,6 +1,7 @@
 // The operations of hot paths, against the GLib calls that each cannot do without ("floor") and
 // against prometheus-cpp.
 
+#include "fixtures.hpp"
 #include "runner.hpp"
 
 #include <prometheus/family.h>
@@ -13,10 +14,6 @@
 #include <random>
 
 namespace {
-
-VekMetricRegistry *registry_new() {
-  return VEK_METRIC_REGISTRY(g_object_new(VEK_TYPE_METRIC_REGISTRY, nullptr));
-}
 
 // Metrics live as long as the program: threads share them.
 
