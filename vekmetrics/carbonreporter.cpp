@@ -114,11 +114,7 @@ static char *process_keyname(VekMetricCarbonReporter *self, const char *name, ch
     g_string_append_c(key, '.');
   }
   if (dimensions) {  // an empty vector adds its "." all the same
-    for (char **string = dimensions; *string; string++) {
-      if (string != dimensions)
-        g_string_append_c(key, '.');
-      g_string_append(key, *string);
-    }
+    vek::append_joined(key, dimensions);
     g_string_append_c(key, '.');
   }
   if (unit) {  // and so does an empty unit

@@ -44,14 +44,10 @@ static void free_section(gpointer data) {
 
 static void put_section_key(GString *key, char **dimensions) {
   g_string_truncate(key, 0);
-  if (!dimensions)
+  if (dimensions)
+    vek::append_joined(key, dimensions);
+  else
     g_string_append(key, "general");
-  for (char **string = dimensions; string && *string; string++) {
-    if (string != dimensions)
-      g_string_append_c(key, '.');
-    for (const char *c = *string; *c; c++)
-      g_string_append_c(key, *c);  // unlike a whole string, this is inline
-  }
 }
 
 static Section *get_section(VekMetricConsoleReporter *self, char **dimensions) {

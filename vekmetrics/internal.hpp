@@ -117,6 +117,17 @@ private:
   GSList *list;
 };
 
+// A string vector joined by ".", as g_strjoinv() does it, at the end of a text. Byte by byte: that
+// is inline, and the strings are short.
+inline void append_joined(GString *text, char **strings) {
+  for (char **string = strings; *string; string++) {
+    if (string != strings)
+      g_string_append_c(text, '.');
+    for (const char *c = *string; *c; c++)
+      g_string_append_c(text, *c);
+  }
+}
+
 // An integer as text, as "%lli" or "%lu" gives it, without the long way through a format.
 struct Decimal {
   char text[24];
