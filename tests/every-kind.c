@@ -48,7 +48,8 @@ int main(int argc, char **argv) {
   g_autoptr(VekMetricGauge) load = vek_metric_registry_gauge_new(registry, "load", NULL, 0, host);
   g_autoptr(VekMetricGauge) hit_ratio =
       vek_metric_registry_gauge_new(registry, "hit_ratio", NULL, 0, NULL);
-  g_autoptr(VekMetricMeter) sent = vek_metric_registry_meter_new(registry, "sent", "Bytes", NULL);
+  g_autoptr(VekMetricMeter) sent =
+      vek_metric_registry_meter_new(registry, "sent", "Bytes/Second", NULL);
   g_autoptr(VekMetricHistogram) size =
       vek_metric_registry_histogram_new(registry, "size", "Bytes", NULL, NULL);
   g_autoptr(VekMetricTimer) latency =
