@@ -21,6 +21,14 @@ static int compare_sample(const void *a, const void *b) {
   return left < right ? -1 : left > right ? 1 : 0;
 }
 
+// The smallest samples first, so that they are not lost against a large sum.
+static gdouble add_up(const VekMetricSnapshot *self) {
+  gdouble sum = 0.0;
+  for (gsize i = 0; self->samples && i < self->n_samples; i++)
+    sum += self->samples[i];
+  return sum;
+}
+
 VekMetricSnapshot *vek_metric_snapshot_new(const gdouble *samples, gsize n_samples) {
   auto *snapshot = g_slice_new0(VekMetricSnapshot);
   snapshot->ref_count = 1;
@@ -61,14 +69,6 @@ gsize vek_metric_snapshot_get_n_samples(VekMetricSnapshot *snapshot) {
   vek_return_val_if_fail(snapshot != NULL, 0);
 
   return snapshot->n_samples;
-}
-
-// The smallest samples first, so that they are not lost against a large sum.
-static gdouble add_up(const VekMetricSnapshot *self) {
-  gdouble sum = 0.0;
-  for (gsize i = 0; self->samples && i < self->n_samples; i++)
-    sum += self->samples[i];
-  return sum;
 }
 
 gdouble vek_metric_snapshot_get_sum(VekMetricSnapshot *snapshot) {

@@ -148,7 +148,7 @@ void options_parse(Options *options, int argc, char **argv) {
   options->wait = parse_seconds("--wait", wait);
 
   if (!options->folders)
-    options->folders = g_strsplit(DEFAULT_FOLDER, "\n", 1);
+    options->folders = g_strdupv((char *[]){DEFAULT_FOLDER, NULL});
 }
 
 void options_clear(Options *options) {
