@@ -1,10 +1,26 @@
 /* Tests of VekMetricGauge. Where there are intervals, they last 100 µs. */
 
+#define _GNU_SOURCE /* RTLD_NEXT */
+
 #include "support/fakeclock.h"
 #include "support/logcapture.h"
 #include "support/modeltest.h"
 #include "support/recordingreporter.h"
 #include "support/scene.h"
+
+#include <dlfcn.h>
+
+/* How often this thread has taken a lock for writing. */
+static __thread guint n_writings;
+
+/* In place of GLib's, which it calls. */
+void g_rw_lock_writer_lock(GRWLock *lock) {
+  n_writings++;
+
+  __typeof__(&g_rw_lock_writer_lock) next = NULL;
+  *(void **)&next = dlsym(RTLD_NEXT, __func__);
+  next(lock);
+}
 
 static VekMetricGauge *gauge_new(Scene *scene, gint64 interval) {
   return vek_metric_registry_gauge_new(scene->registry, "load", NULL, interval, NULL);
@@ -276,6 +292,20 @@ static void negative_interval_is_refused_and_leaves_none(void) {
   assert_report_at(1060, scene,
                    "a value load - - 1060 3\n"
                    "a flush\n");
+}
+
+static void reports_and_reads_take_the_lock_for_writing(void) {
+  g_autoptr(Scene) scene = scene_new();
+  g_autoptr(VekMetricGauge) gauge = gauge_new(scene, 100);
+
+  set_at(1050, gauge, 7);
+  n_writings = 0;
+  assert_report_at(1060, scene,
+                   "a value load - - 1000 0\n"
+                   "a flush\n");
+  g_assert_cmpuint(n_writings, ==, 1);
+  assert_value_at(1060, gauge, 0, 1000);
+  g_assert_cmpuint(n_writings, ==, 2);
 }
 
 static void change_from_reporter(VekMetricReporter *reporter, gpointer gauge) {
@@ -558,6 +588,7 @@ int main(int argc, char **argv) {
   ADD_TEST("gauge", boundaries_are_multiples_of_the_interval_since_the_epoch);
   ADD_TEST("gauge", report_to_nobody_rolls_and_counts_as_the_boundary_reported);
   ADD_TEST("gauge", reading_repeats_and_leaves_the_boundary_to_the_report);
+  ADD_TEST("gauge", reports_and_reads_take_the_lock_for_writing);
   ADD_TEST("gauge", time_of_the_value_may_be_ignored);
   ADD_TEST("gauge", sets_and_adds_alone_are_changes);
   ADD_TEST("gauge", largest_interval_does_not_overflow);

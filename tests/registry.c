@@ -331,6 +331,20 @@ static void reporter_registered_as_a_pass_begins_waits_for_the_next(void) {
   assert_recorded(record, "b flush\na flush\n");
 }
 
+static gboolean look_up_read;
+
+static void note_reading(void) {
+  look_up_read = TRUE;
+}
+
+static void look_up_takes_the_lock_for_reading(void) {
+  g_autoptr(VekMetricRegistry) registry = registry_new();
+  look_up_read = FALSE;
+  before_reading = note_reading;
+  g_assert_null(vek_metric_registry_get_metric(registry, "a", NULL));
+  g_assert_true(look_up_read);
+}
+
 static void reporter_registered_last_is_called_first(void) {
   g_autoptr(VekMetricRegistry) registry = registry_new();
   g_autoptr(GString) record = g_string_new(NULL);
@@ -730,6 +744,7 @@ int main(int argc, char **argv) {
   ADD_TEST("registry", pass_with_an_empty_list_only_removes);
   ADD_TEST("registry", pass_reports_each_metric_once_however_many);
   ADD_TEST("registry", reporter_registered_as_a_pass_begins_waits_for_the_next);
+  ADD_TEST("registry", look_up_takes_the_lock_for_reading);
   ADD_TEST("registry", reporter_registered_last_is_called_first);
   ADD_TEST("registry", reporter_registered_twice_is_called_twice);
   ADD_TEST("registry", dropped_metric_is_reported_a_last_time_and_removed);
