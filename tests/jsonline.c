@@ -22,6 +22,12 @@ static void process_samples(VekMetricReporter *reporter, const char *name, char 
                                                               snapshot);
 }
 
+/* Has the one line of a test written, and drops the reporter. */
+static void write_line(VekMetricReporter *reporter) {
+  flush_reporter(reporter);
+  drop_reporter(reporter);
+}
+
 /* Compares the one file, in which the expectation writes ' for ". */
 static void assert_log(const char *json) {
   g_autofree char *line = *json ? g_strdup_printf("log.json: 2023-11-14 22:13:20,004211 %s\n", json)
@@ -95,8 +101,7 @@ static void log_count(const CountRow *row) {
       vek_metric_json_log_reporter_new("log", test_folder, row->instance_id, 0, 0);
   g_auto(GStrv) dimensions = row->dimensions ? g_strsplit(row->dimensions, ",", -1) : NULL;
   process_count(reporter, "m", dimensions, row->unit, 0, row->count);
-  flush_reporter(reporter);
-  drop_reporter(reporter);
+  write_line(reporter);
 
   g_autofree char *json = g_strdup_printf("[{'MetricName':'m','Timestamp':null,%s}]", row->rest);
   assert_log(json);
@@ -135,8 +140,7 @@ static void all_members_of_a_counter_come_in_order(void) {
   begin_test();
   VekMetricReporter *reporter = vek_metric_json_log_reporter_new("log", test_folder, "a1", 0, 0);
   process_count(reporter, "frames", NULL, "Count", NOW, 42);
-  flush_reporter(reporter);
-  drop_reporter(reporter);
+  write_line(reporter);
   assert_log(
       "[{'MetricName':'frames','Timestamp':'2023-11-14T22:13:20Z','Unit':'Count',"
       "'Value':42.0,'Dimensions':[{'Name':'instance','Value':'a1'}]}]");
@@ -160,8 +164,7 @@ static void twenty_six_units_are_known(void) {
     g_string_append_printf(json, "%c{'MetricName':'m','Timestamp':null,'Unit':'%s','Value':0.0}",
                            i == 0 ? '[' : ',', units[i]);
   }
-  flush_reporter(reporter);
-  drop_reporter(reporter);
+  write_line(reporter);
 
   g_string_append_c(json, ']');
   assert_log(json->str);
@@ -195,8 +198,7 @@ static void timestamps_by_the_table(gconstpointer data) {
   begin_test();
   VekMetricReporter *reporter = log_reporter_new(0, 0);
   process_count(reporter, "m", NULL, NULL, row->timestamp, 0);
-  flush_reporter(reporter);
-  drop_reporter(reporter);
+  write_line(reporter);
 
   g_autofree char *json =
       g_strdup_printf("[{'MetricName':'m','Timestamp':%s,'Value':0.0}]", row->text);
@@ -234,8 +236,7 @@ static void values_by_the_table(gconstpointer data) {
   begin_test();
   VekMetricReporter *reporter = log_reporter_new(0, 0);
   process_value(reporter, "load", (char *[]){"cpu", "0", NULL}, "Percent", NOW, row->value);
-  flush_reporter(reporter);
-  drop_reporter(reporter);
+  write_line(reporter);
 
   g_autofree char *json = g_strdup_printf(
       "[{'MetricName':'load','Timestamp':'2023-11-14T22:13:20Z','Unit':'Percent','Value':%s,"
@@ -276,8 +277,7 @@ static void log_string(const StringRow *row, gdouble value, const char *value_te
       vek_metric_json_log_reporter_new("log", test_folder, row->text, 0, 0);
   char *dimensions[] = {(char *)row->text, (char *)row->text, NULL};
   process_value(reporter, row->text, dimensions, NULL, 0, value);
-  flush_reporter(reporter);
-  drop_reporter(reporter);
+  write_line(reporter);
 
   g_autofree char *line = g_strdup_printf(
       "log.json: 2023-11-14 22:13:20,004211 [{\"MetricName\":\"%s\",\"Timestamp\":null,"
@@ -298,8 +298,7 @@ static void snapshot_without_samples_adds_nothing(void) {
   begin_test();
   VekMetricReporter *reporter = log_reporter_new(0, 0);
   process_samples(reporter, "latency", NULL, "Seconds", NULL, 0);
-  flush_reporter(reporter);
-  drop_reporter(reporter);
+  write_line(reporter);
   assert_log("");
   end_test();
 }
@@ -309,8 +308,7 @@ static void snapshot_with_samples_adds_four_objects(void) {
   VekMetricReporter *reporter = vek_metric_json_log_reporter_new("log", test_folder, "a1", 0, 0);
   const gdouble samples[] = {5, 1, 4, 2, 3};
   process_samples(reporter, "latency", (char *[]){"host", "h1", NULL}, "Seconds", samples, 5);
-  flush_reporter(reporter);
-  drop_reporter(reporter);
+  write_line(reporter);
   assert_log(
       "[{'MetricName':'latency','Timestamp':'2023-11-14T22:13:20Z','Unit':'Seconds',"
       "'StatisticValues':{'SampleCount':5,'Sum':15.0,'Minimum':1.0,'Maximum':5.0},"
@@ -335,8 +333,7 @@ static void data_points_of_a_snapshot_have_its_time(void) {
   fake_clock_advance(60 * G_USEC_PER_SEC);
   VEK_METRIC_REPORTER_GET_IFACE(reporter)->process_aggregated(reporter, "m", NULL, NULL, snapshot);
   fake_clock_set(NOW, 1); /* the line is written at the time that assert_log() expects */
-  flush_reporter(reporter);
-  drop_reporter(reporter);
+  write_line(reporter);
   assert_log(
       "[{'MetricName':'m','Timestamp':'2023-11-14T22:13:20Z',"
       "'StatisticValues':{'SampleCount':1,'Sum':2.0,'Minimum':2.0,'Maximum':2.0}},"
@@ -351,8 +348,7 @@ static void unknown_unit_of_a_snapshot_is_left_out(void) {
   VekMetricReporter *reporter = log_reporter_new(0, 0);
   const gdouble samples[] = {2};
   process_samples(reporter, "m", NULL, "Bananas", samples, 1);
-  flush_reporter(reporter);
-  drop_reporter(reporter);
+  write_line(reporter);
   assert_log(
       "[{'MetricName':'m','Timestamp':'2023-11-14T22:13:20Z',"
       "'StatisticValues':{'SampleCount':1,'Sum':2.0,'Minimum':2.0,'Maximum':2.0}},"
@@ -367,8 +363,7 @@ static void statistics_are_not_clamped_but_percentiles_are(void) {
   VekMetricReporter *reporter = log_reporter_new(0, 0);
   const gdouble samples[] = {-1e300, 1e22};
   process_samples(reporter, "m", NULL, NULL, samples, 2);
-  flush_reporter(reporter);
-  drop_reporter(reporter);
+  write_line(reporter);
   assert_log(
       "[{'MetricName':'m','Timestamp':'2023-11-14T22:13:20Z','StatisticValues':{"
       "'SampleCount':2,'Sum':-1.0000000000000001e+300,"
@@ -387,8 +382,7 @@ static void infinite_statistics_are_null(void) {
   VekMetricReporter *reporter = log_reporter_new(0, 0);
   const gdouble samples[] = {-INFINITY, INFINITY};
   process_samples(reporter, "m", NULL, NULL, samples, 2);
-  flush_reporter(reporter);
-  drop_reporter(reporter);
+  write_line(reporter);
   assert_log(
       "[{'MetricName':'m','Timestamp':'2023-11-14T22:13:20Z','StatisticValues':{"
       "'SampleCount':2,'Sum':null,'Minimum':null,'Maximum':null}},"
@@ -410,8 +404,7 @@ static void eleven_dimensions_of_a_snapshot_are_lost_by_each_data_point(void) {
   for (int i = 0; i < 4; i++)
     assert_failed_check("vek_metric_datum_set_dimensions",
                         "n_dimensions > 0 && n_dimensions <= 10");
-  flush_reporter(reporter);
-  drop_reporter(reporter);
+  write_line(reporter);
   assert_log(
       "[{'MetricName':'m','Timestamp':'2023-11-14T22:13:20Z',"
       "'StatisticValues':{'SampleCount':1,'Sum':2.0,'Minimum':2.0,'Maximum':2.0}},"
@@ -427,8 +420,7 @@ static void data_points_keep_the_order_of_their_collection(void) {
   process_value(reporter, "z", NULL, NULL, 0, 0.5);
   process_count(reporter, "a", NULL, NULL, 0, 1);
   process_value(reporter, "z", NULL, NULL, 0, 2);
-  flush_reporter(reporter);
-  drop_reporter(reporter);
+  write_line(reporter);
   assert_log(
       "[{'MetricName':'z','Timestamp':null,'Value':0.5},"
       "{'MetricName':'a','Timestamp':null,'Value':1.0},"
@@ -442,8 +434,7 @@ static void each_data_point_has_its_own_timestamp(void) {
   static const gint64 seconds[] = {1, 2, 1, 0, 1, 999999999999, 1};
   for (gsize i = 0; i < G_N_ELEMENTS(seconds); i++)
     process_count(reporter, "m", NULL, NULL, seconds[i] * G_USEC_PER_SEC, 0);
-  flush_reporter(reporter);
-  drop_reporter(reporter);
+  write_line(reporter);
   assert_log(
       "[{'MetricName':'m','Timestamp':'1970-01-01T00:00:01Z','Value':0.0},"
       "{'MetricName':'m','Timestamp':'1970-01-01T00:00:02Z','Value':0.0},"
