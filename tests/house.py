@@ -13,7 +13,7 @@ import unittest
 from support import tap
 
 ROOT = pathlib.Path(__file__).resolve().parent.parent
-CODE_FOLDERS = ('benchmarks', 'examples', 'tests', 'vekmetrics')
+CODE_FOLDERS = ('benchmarks', 'common', 'companions', 'examples', 'tests', 'vekmetrics')
 CODE_SUFFIXES = ('.c', '.cpp', '.h', '.hpp')
 FORMAT_VERSION = '14'  # others break lines differently
 

@@ -1,6 +1,6 @@
 #include "carbonreporter.h"
 
-#include "internal.hpp"
+#include "common/internal.hpp"
 
 #include <float.h>
 #include <gio/gio.h>

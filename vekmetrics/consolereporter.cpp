@@ -1,6 +1,6 @@
 #include "consolereporter.h"
 
-#include "internal.hpp"
+#include "common/internal.hpp"
 
 #include <string.h>
 

@@ -1,6 +1,6 @@
 #include "csvfile.hpp"
 
-#include "internal.hpp"
+#include "common/internal.hpp"
 
 enum : guint { PROP_DIRNAME = 1, PROP_BASENAME };
 

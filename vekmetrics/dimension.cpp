@@ -1,6 +1,6 @@
 #include "dimension.h"
 
-#include "internal.hpp"
+#include "common/internal.hpp"
 
 struct _VekMetricDimension {
   int ref_count;  // changed only atomically

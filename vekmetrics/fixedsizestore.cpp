@@ -1,6 +1,6 @@
 #include "fixedsizestore.h"
 
-#include "internal.hpp"
+#include "common/internal.hpp"
 
 struct _VekMetricFixedSizeStore {
   VekMetricStore parent_instance;

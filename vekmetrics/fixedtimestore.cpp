@@ -1,6 +1,6 @@
 #include "fixedtimestore.h"
 
-#include "internal.hpp"
+#include "common/internal.hpp"
 
 #include <algorithm>
 

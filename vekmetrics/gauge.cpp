@@ -1,6 +1,6 @@
 #include "gauge.h"
 
-#include "internal.hpp"
+#include "common/internal.hpp"
 #include "metric.hpp"
 #include "registry.hpp"
 #include "reporter.hpp"

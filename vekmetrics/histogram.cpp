@@ -1,8 +1,8 @@
 #include "histogram.h"
 
+#include "common/internal.hpp"
 #include "fixedsizestore.h"
 #include "histogram.hpp"
-#include "internal.hpp"
 #include "metric.hpp"
 #include "registry.hpp"
 #include "reporter.hpp"

@@ -1,7 +1,7 @@
 #include "jsonlogreporter.h"
 
+#include "common/internal.hpp"
 #include "dimension.h"
-#include "internal.hpp"
 #include "jsonline.hpp"
 #include "metricdatum.h"
 #include "metricutils.h"

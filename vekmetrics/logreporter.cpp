@@ -1,7 +1,7 @@
 #include "logreporter.h"
 
+#include "common/internal.hpp"
 #include "csvfile.hpp"
-#include "internal.hpp"
 
 #include <errno.h>
 

@@ -1,6 +1,6 @@
 #include "meter.h"
 
-#include "internal.hpp"
+#include "common/internal.hpp"
 #include "metric.hpp"
 #include "registry.hpp"
 #include "reporter.hpp"

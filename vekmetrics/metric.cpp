@@ -1,6 +1,6 @@
 #include "metric.h"
 
-#include "internal.hpp"
+#include "common/internal.hpp"
 #include "metric.hpp"
 
 enum : guint { PROP_NAME = 1, PROP_UNIT, PROP_DIMENSIONS, PROP_ACTIVE, N_PROPERTIES };

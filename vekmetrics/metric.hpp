@@ -1,6 +1,6 @@
 #pragma once
 
-#include "internal.hpp"
+#include "common/internal.hpp"
 #include "metric.h"
 
 inline bool VEK_IS_METRIC(VekMetric *metric) {

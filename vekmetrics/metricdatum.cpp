@@ -1,6 +1,6 @@
 #include "metricdatum.h"
 
-#include "internal.hpp"
+#include "common/internal.hpp"
 
 static constexpr gdouble kMaxValue = 2.348543e108;
 

@@ -1,6 +1,6 @@
 #include "metricutils.h"
 
-#include "internal.hpp"
+#include "common/internal.hpp"
 
 #include <glib/gstdio.h>
 #include <stdio.h>

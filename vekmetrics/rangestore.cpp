@@ -1,6 +1,6 @@
 #include "rangestore.h"
 
-#include "internal.hpp"
+#include "common/internal.hpp"
 
 struct _VekMetricRangeStore {
   VekMetricStore parent_instance;

@@ -1,6 +1,6 @@
 #include "reporter.h"
 
-#include "internal.hpp"
+#include "common/internal.hpp"
 #include "reporter.hpp"
 
 G_DEFINE_INTERFACE(VekMetricReporter, vek_metric_reporter, G_TYPE_OBJECT)

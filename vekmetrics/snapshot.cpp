@@ -1,6 +1,6 @@
 #include "snapshot.h"
 
-#include "internal.hpp"
+#include "common/internal.hpp"
 
 #include <stdlib.h>
 

@@ -1,6 +1,6 @@
 #include "store.h"
 
-#include "internal.hpp"
+#include "common/internal.hpp"
 
 G_DEFINE_TYPE(VekMetricStore, vek_metric_store, G_TYPE_OBJECT)
 

@@ -1,6 +1,6 @@
 #include "timeline.h"
 
-#include "internal.hpp"
+#include "common/internal.hpp"
 #include "metric.hpp"
 #include "registry.hpp"
 #include "reporter.hpp"

@@ -1,7 +1,7 @@
 #include "timelinereporter.h"
 
+#include "common/internal.hpp"
 #include "csvfile.hpp"
-#include "internal.hpp"
 #include "rangestore.h"
 
 struct _VekMetricTimelineReporter {

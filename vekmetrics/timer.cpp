@@ -1,7 +1,7 @@
 #include "timer.h"
 
+#include "common/internal.hpp"
 #include "histogram.hpp"
-#include "internal.hpp"
 #include "registry.hpp"
 
 #include <string_view>

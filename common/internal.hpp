@@ -1,6 +1,8 @@
 #pragma once
 
-// What the sources share: failed checks, logging, property flags, guards, casts, list views.
+// What the sources of the library and of its companions share: failed checks, logging, property
+// flags, guards, casts, list views. Each library is compiled with its log domain (G_LOG_DOMAIN) and
+// the folder that its messages name (VEK_SOURCE_FOLDER).
 
 #include <glib-object.h>
 
@@ -32,7 +34,7 @@
 // Structured messages, with the source path, the line and the function's plain name.
 #define vek_log(level, ...)                                                                      \
   do {                                                                                           \
-    static constexpr vek::SourcePath source(__FILE__);                                           \
+    static constexpr vek::SourcePath source(VEK_SOURCE_FOLDER, __FILE__);                        \
     g_log_structured_standard(G_LOG_DOMAIN, level, source.text, G_STRINGIFY(__LINE__), __func__, \
                               __VA_ARGS__);                                                      \
   } while (false)
@@ -44,24 +46,25 @@
 #define vek_assert(condition)                                                              \
   do {                                                                                     \
     if (!(condition)) [[unlikely]] {                                                       \
-      static constexpr vek::SourcePath source(__FILE__);                                   \
+      static constexpr vek::SourcePath source(VEK_SOURCE_FOLDER, __FILE__);                \
       g_assertion_message_expr(G_LOG_DOMAIN, source.text, __LINE__, __func__, #condition); \
     }                                                                                      \
   } while (false)
 
 namespace vek {
 
-// The source path as logs carry it: "../vekmetrics/" and the file's stem, from whichever folder
-// the compiler was called.
-template <std::size_t N>
+// The source path as logs carry it: the library's folder, as in "../vekmetrics/", and the file's
+// stem, from whichever folder the compiler was called.
+template <std::size_t folder_size, std::size_t file_size>
 struct SourcePath {
-  char text[sizeof "../vekmetrics/" + N] = "../vekmetrics/";
+  char text[folder_size + file_size] = {};
 
-  constexpr explicit SourcePath(const char (&file)[N]) {
+  constexpr SourcePath(const char (&folder)[folder_size], const char (&file)[file_size]) {
+    std::string_view(folder).copy(text, folder_size - 1);
     std::string_view stem(file);
     stem = stem.substr(stem.find_last_of('/') + 1);
     stem = stem.substr(0, stem.find('.'));
-    stem.copy(text + sizeof "../vekmetrics/" - 1, stem.size());
+    stem.copy(text + folder_size - 1, stem.size());
   }
 };
 

@@ -1,0 +1,5 @@
+#pragma once
+
+/* All of vekmetrics-service: the one header that applications include. */
+
+#include <vekmetrics-service/drain.h>

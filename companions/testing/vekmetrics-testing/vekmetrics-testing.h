@@ -1,0 +1,5 @@
+#pragma once
+
+/* All of vekmetrics-testing: the one header that test programs include. */
+
+#include <vekmetrics-testing/defaultregistry.h>
