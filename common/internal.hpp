@@ -7,8 +7,6 @@
 #include <glib-object.h>
 
 #include <atomic>
-#include <charconv>
-#include <concepts>
 #include <cstddef>
 #include <string_view>
 #include <type_traits>
@@ -130,15 +128,6 @@ inline void append_joined(GString *text, char **strings) {
       g_string_append_c(text, *c);
   }
 }
-
-// An integer as text, as "%lli" or "%lu" gives it, without the long way through a format.
-struct Decimal {
-  char text[24];
-
-  explicit Decimal(std::integral auto value) {
-    *std::to_chars(text, text + sizeof text, value).ptr = '\0';
-  }
-};
 
 // Signed addition that wraps; plain overflow is undefined.
 constexpr gint64 wrapping_add(gint64 a, gint64 b) {

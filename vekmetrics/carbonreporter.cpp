@@ -1,8 +1,8 @@
 #include "carbonreporter.h"
 
 #include "common/internal.hpp"
+#include "common/numbers.hpp"
 
-#include <float.h>
 #include <gio/gio.h>
 #include <string.h>
 
@@ -26,13 +26,6 @@ namespace {
 struct Write {
   VekMetricCarbonReporter *reporter;  // a reference
   char *line;
-};
-
-// A double as "%f" gives it, with a point in every locale.
-struct FixedPoint {
-  char text[DBL_MAX_10_EXP + sizeof "-0.000000"];
-
-  explicit FixedPoint(gdouble value) { g_ascii_formatd(text, sizeof text, "%f", value); }
 };
 
 }  // namespace
@@ -155,7 +148,7 @@ static void vek_metric_carbon_reporter_process_value(VekMetricReporter *reporter
     return;
 
   g_autofree char *key = process_keyname(self, name, dimensions, unit);
-  queue_line(self, key, "", FixedPoint(value).text, to_seconds(timestamp));
+  queue_line(self, key, "", vek::FixedPoint(value).text, to_seconds(timestamp));
 }
 
 static void vek_metric_carbon_reporter_process_aggregated(VekMetricReporter *reporter,
@@ -172,10 +165,10 @@ static void vek_metric_carbon_reporter_process_aggregated(VekMetricReporter *rep
   gsize n_samples = vek_metric_snapshot_get_n_samples(snapshot);
   gdouble min = vek_metric_snapshot_get_min(snapshot);
   gdouble max = vek_metric_snapshot_get_max(snapshot);
-  queue_line(self, key, ".average", FixedPoint(average).text, seconds);
+  queue_line(self, key, ".average", vek::FixedPoint(average).text, seconds);
   queue_line(self, key, ".n_samples", vek::Decimal(n_samples).text, seconds);
-  queue_line(self, key, ".min", FixedPoint(min).text, seconds);
-  queue_line(self, key, ".max", FixedPoint(max).text, seconds);
+  queue_line(self, key, ".min", vek::FixedPoint(min).text, seconds);
+  queue_line(self, key, ".max", vek::FixedPoint(max).text, seconds);
 }
 
 static void vek_metric_carbon_reporter_flush(VekMetricReporter *reporter) {

@@ -1,6 +1,7 @@
 #include "consolereporter.h"
 
 #include "common/internal.hpp"
+#include "common/numbers.hpp"
 
 #include <string.h>
 

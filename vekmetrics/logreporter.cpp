@@ -1,6 +1,7 @@
 #include "logreporter.h"
 
 #include "common/internal.hpp"
+#include "common/numbers.hpp"
 #include "csvfile.hpp"
 
 #include <errno.h>
@@ -11,17 +12,6 @@ struct _VekMetricLogReporter {
   vek::CsvFile log;
 };
 static_assert(vek::ZeroFillable<VekMetricLogReporter>);
-
-namespace {
-
-// A double as text that reads back to the same double, with a point in every locale.
-struct RoundTrip {
-  char text[G_ASCII_DTOSTR_BUF_SIZE];
-
-  explicit RoundTrip(gdouble value) { g_ascii_dtostr(text, sizeof text, value); }
-};
-
-}  // namespace
 
 static void vek_metric_log_reporter_reporter_init(VekMetricReporterInterface *iface);
 
@@ -63,20 +53,20 @@ static void vek_metric_log_reporter_process_count(VekMetricReporter *reporter, c
 static void vek_metric_log_reporter_process_value(VekMetricReporter *reporter, const gchar *name,
                                                   gchar **dimensions, const gchar *,
                                                   gint64 timestamp, gdouble value) {
-  log_entry(reporter, timestamp, name, dimensions, RoundTrip(value).text);
+  log_entry(reporter, timestamp, name, dimensions, vek::RoundTrip(value).text);
 }
 
 static void vek_metric_log_reporter_process_aggregated(VekMetricReporter *reporter,
                                                        const gchar *name, gchar **dimensions,
                                                        const gchar *, VekMetricSnapshot *snapshot) {
   log_entry(reporter, vek_metric_snapshot_get_time(snapshot), name, dimensions,
-            RoundTrip(vek_metric_snapshot_get_average(snapshot)).text,
+            vek::RoundTrip(vek_metric_snapshot_get_average(snapshot)).text,
             vek::Decimal(vek_metric_snapshot_get_n_samples(snapshot)).text,
-            RoundTrip(vek_metric_snapshot_get_min(snapshot)).text,
-            RoundTrip(vek_metric_snapshot_get_max(snapshot)).text,
-            RoundTrip(vek_metric_snapshot_get_quantile(snapshot, 0.1)).text,
-            RoundTrip(vek_metric_snapshot_get_quantile(snapshot, 0.5)).text,
-            RoundTrip(vek_metric_snapshot_get_quantile(snapshot, 0.9)).text);
+            vek::RoundTrip(vek_metric_snapshot_get_min(snapshot)).text,
+            vek::RoundTrip(vek_metric_snapshot_get_max(snapshot)).text,
+            vek::RoundTrip(vek_metric_snapshot_get_quantile(snapshot, 0.1)).text,
+            vek::RoundTrip(vek_metric_snapshot_get_quantile(snapshot, 0.5)).text,
+            vek::RoundTrip(vek_metric_snapshot_get_quantile(snapshot, 0.9)).text);
 }
 
 static void vek_metric_log_reporter_flush(VekMetricReporter *reporter) {
