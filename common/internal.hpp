@@ -3,6 +3,8 @@
 // What the sources of the library and of its companions share: failed checks, logging, property
 // flags, guards, casts, list views. Each library is compiled with its log domain (G_LOG_DOMAIN) and
 // the folder that its messages name (VEK_SOURCE_FOLDER).
+//
+// Private C++ is in the namespace vekin. Applications that include the C++ header see vek alone.
 
 #include <glib-object.h>
 
@@ -32,7 +34,7 @@
 // Structured messages, with the source path, the line and the function's plain name.
 #define vek_log(level, ...)                                                                      \
   do {                                                                                           \
-    static constexpr vek::SourcePath source(VEK_SOURCE_FOLDER, __FILE__);                        \
+    static constexpr vekin::SourcePath source(VEK_SOURCE_FOLDER, __FILE__);                      \
     g_log_structured_standard(G_LOG_DOMAIN, level, source.text, G_STRINGIFY(__LINE__), __func__, \
                               __VA_ARGS__);                                                      \
   } while (false)
@@ -44,12 +46,12 @@
 #define vek_assert(condition)                                                              \
   do {                                                                                     \
     if (!(condition)) [[unlikely]] {                                                       \
-      static constexpr vek::SourcePath source(VEK_SOURCE_FOLDER, __FILE__);                \
+      static constexpr vekin::SourcePath source(VEK_SOURCE_FOLDER, __FILE__);              \
       g_assertion_message_expr(G_LOG_DOMAIN, source.text, __LINE__, __func__, #condition); \
     }                                                                                      \
   } while (false)
 
-namespace vek {
+namespace vekin {
 
 // The source path as logs carry it: the library's folder, as in "../vekmetrics/", and the file's
 // stem, from whichever folder the compiler was called.
@@ -174,4 +176,4 @@ T *warned_cast(gpointer instance, GType type) {
   return as<T>(instance);
 }
 
-}  // namespace vek
+}  // namespace vekin

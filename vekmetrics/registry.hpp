@@ -2,7 +2,7 @@
 
 #include "registry.h"
 
-namespace vek {
+namespace vekin {
 
 // Makes a metric of the type and gives it to the registry, or finds the one that is already there
 // under its key, whatever its kind. The first variable argument is the name, the rest are pairs of
@@ -10,4 +10,4 @@ namespace vek {
 // caller.
 VekMetric *create_metric(VekMetricRegistry *registry, GType type, ...) G_GNUC_NULL_TERMINATED;
 
-}  // namespace vek
+}  // namespace vekin

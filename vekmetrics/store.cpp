@@ -5,7 +5,7 @@
 G_DEFINE_TYPE(VekMetricStore, vek_metric_store, G_TYPE_OBJECT)
 
 static bool VEK_IS_METRIC_STORE(VekMetricStore *store) {
-  return vek::is_a<vek_metric_store_get_type>(store);
+  return vekin::is_a<vek_metric_store_get_type>(store);
 }
 
 static void vek_metric_store_class_init(VekMetricStoreClass *) {}
