@@ -238,6 +238,9 @@ static void vek_metric_carbon_reporter_constructed(GObject *object) {
                 self->server_address, self->server_port);
     self->disabled = TRUE;
   }
+  // A connection under way holds what it needs of them.
+  g_clear_object(&address);
+  g_clear_object(&client);
 
   G_OBJECT_CLASS(vek_metric_carbon_reporter_parent_class)->constructed(object);
 }

@@ -23,7 +23,9 @@ static void vek_metric_timeline_dispose(GObject *object) {
 static void vek_metric_timeline_constructed(GObject *object) {
   G_OBJECT_CLASS(vek_metric_timeline_parent_class)->constructed(object);
 
-  vekin::as<VekMetricTimeline>(object)->store = vek_metric_range_store_new();
+  auto *self = vekin::as<VekMetricTimeline>(object);
+  if (!self->store)
+    self->store = vek_metric_range_store_new();
 }
 
 static void vek_metric_timeline_report(VekMetric *metric, GSList *reporters) {
