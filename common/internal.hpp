@@ -74,6 +74,13 @@ inline constexpr auto kConstruct =
 inline constexpr auto kConstructOnly =
     static_cast<GParamFlags>(G_PARAM_READWRITE | G_PARAM_CONSTRUCT_ONLY | G_PARAM_STATIC_STRINGS);
 
+// The description of a property by one of the g_param_spec_...() functions, with its name for nick
+// and blurb: property<g_param_spec_uint>("rotate", 0, G_MAXUINT, 0, kConstructOnly).
+template <auto make_spec, typename... Rest>
+GParamSpec *property(const char *name, Rest... rest) {
+  return make_spec(name, name, name, rest...);
+}
+
 // Instances are zero-filled and no constructor runs, so their members must not need one.
 template <typename T>
 concept ZeroFillable =
@@ -120,6 +127,12 @@ private:
   GSList *list;
 };
 
+// Lets go of a T; GLib's containers call it for their elements.
+template <typename T, void (*release)(T *)>
+void release_element(gpointer element) {
+  release(static_cast<T *>(element));
+}
+
 // A string vector joined by ".", as g_strjoinv() does it, at the end of a text. Byte by byte: that
 // is inline, and the strings are short.
 inline void append_joined(GString *text, char **strings) {
@@ -145,8 +158,7 @@ T *as(gpointer instance) {
 
 // Whether an instance is of a type or of one derived from it. GObject tells a derived type only by
 // a call, and a type itself only after it was asked for; here the type that passed last passes at
-// once. Where that counts, a file overloads its header's VEK_IS_... by one that calls this. All
-// else is in a function of its own, or its needs would burden the short way.
+// once. All else is in a function of its own, or its needs would burden the short way.
 template <GType (*get_type)()>
 [[gnu::visibility("hidden")]] constinit std::atomic<GType> passed_last = 0;
 
@@ -166,6 +178,14 @@ bool is_a(gpointer instance) {
       return true;
   return is_a_slowly<get_type>(instance);
 }
+
+// Makes a header's type test quicker: for a pointer of its type, C++ prefers this overload. Each
+// type whose functions check their instance has one, in its source or, if others check it too, in
+// its private header. VEK_QUICK_TYPE_TEST(METRIC_TIMER, VekMetricTimer, vek_metric_timer)
+#define VEK_QUICK_TYPE_TEST(NAME, Type, type)      \
+  inline bool VEK_IS_##NAME(Type *instance) {      \
+    return vekin::is_a<type##_get_type>(instance); \
+  }
 
 // A cast that warns of an unrelated type in every build and returns the pointer all the same;
 // GObject's cast macros check nothing in optimised builds from GLib 2.75 on.

@@ -253,11 +253,11 @@ static void vek_metric_carbon_reporter_class_init(VekMetricCarbonReporterClass *
   object_class->constructed = vek_metric_carbon_reporter_constructed;
 
   properties[PROP_PREFIX] =
-      g_param_spec_string("prefix", "prefix", "prefix", nullptr, vekin::kConstructOnly);
-  properties[PROP_SERVER_ADDRESS] = g_param_spec_string(
-      "server-address", "server-address", "server-address", nullptr, vekin::kConstructOnly);
-  properties[PROP_SERVER_PORT] = g_param_spec_uint("server-port", "server-port", "server-port", 0,
-                                                   65535, 2003, vekin::kConstructOnly);
+      vekin::property<g_param_spec_string>("prefix", nullptr, vekin::kConstructOnly);
+  properties[PROP_SERVER_ADDRESS] =
+      vekin::property<g_param_spec_string>("server-address", nullptr, vekin::kConstructOnly);
+  properties[PROP_SERVER_PORT] =
+      vekin::property<g_param_spec_uint>("server-port", 0, 65535, 2003, vekin::kConstructOnly);
   g_object_class_install_properties(object_class, N_PROPERTIES, properties);
 }
 

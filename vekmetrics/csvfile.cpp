@@ -9,10 +9,10 @@ static_assert(vekin::ZeroFillable<vekin::CsvFile>);
 void vekin::CsvFile::install_properties(GObjectClass *object_class) {
   g_object_class_install_property(
       object_class, PROP_DIRNAME,
-      g_param_spec_string("dirname", "dirname", "dirname", nullptr, vekin::kConstructOnly));
+      vekin::property<g_param_spec_string>("dirname", nullptr, vekin::kConstructOnly));
   g_object_class_install_property(
       object_class, PROP_BASENAME,
-      g_param_spec_string("basename", "basename", "basename", nullptr, vekin::kConstructOnly));
+      vekin::property<g_param_spec_string>("basename", nullptr, vekin::kConstructOnly));
 }
 
 void vekin::CsvFile::set_property(GObject *object, guint id, const GValue *value,

@@ -77,17 +77,10 @@ G_DEFINE_TYPE_WITH_CODE(VekMetricJsonLogReporter, vek_metric_json_log_reporter, 
 
 // Collecting data points.
 
-static void unref_dimension(gpointer dimension) {
-  vek_metric_dimension_unref(static_cast<VekMetricDimension *>(dimension));
-}
-
-static void unref_datum(gpointer datum) {
-  vek_metric_datum_unref(static_cast<VekMetricDatum *>(datum));
-}
-
 // The instance, then the metric's pairs; a name without a value is not one.
 static GPtrArray *make_dimensions(VekMetricJsonLogReporter *self, char **dimensions) {
-  auto *list = g_ptr_array_new_with_free_func(unref_dimension);
+  auto *list = g_ptr_array_new_with_free_func(
+      vekin::release_element<VekMetricDimension, vek_metric_dimension_unref>);
   if (self->instance_id)
     g_ptr_array_add(list, vek_metric_dimension_new("instance", self->instance_id));
   for (char **pair = dimensions; pair && pair[0] && pair[1]; pair += 2)
@@ -111,7 +104,8 @@ static VekMetricDatum *add_datum(VekMetricJsonLogReporter *self, const char *nam
     vek_metric_datum_set_unit(datum, unit);
 
   if (!self->data)
-    self->data = g_ptr_array_new_with_free_func(unref_datum);
+    self->data = g_ptr_array_new_with_free_func(
+        vekin::release_element<VekMetricDatum, vek_metric_datum_unref>);
   g_ptr_array_add(self->data, datum);
   return datum;
 }
@@ -347,15 +341,15 @@ static void vek_metric_json_log_reporter_class_init(VekMetricJsonLogReporterClas
   object_class->constructed = vek_metric_json_log_reporter_constructed;
 
   properties[PROP_DIRNAME] =
-      g_param_spec_string("dirname", "dirname", "dirname", nullptr, vekin::kConstructOnly);
+      vekin::property<g_param_spec_string>("dirname", nullptr, vekin::kConstructOnly);
   properties[PROP_BASENAME] =
-      g_param_spec_string("basename", "basename", "basename", nullptr, vekin::kConstructOnly);
+      vekin::property<g_param_spec_string>("basename", nullptr, vekin::kConstructOnly);
   properties[PROP_INSTANCE_ID] = g_param_spec_string("instance-id", "instance id", "instance id",
                                                      nullptr, vekin::kConstructOnly);
-  properties[PROP_MAX_REPORTS] = g_param_spec_uint("max-reports", "max-reports", "max-reports", 0,
-                                                   G_MAXUINT, 0, vekin::kConstructOnly);
+  properties[PROP_MAX_REPORTS] =
+      vekin::property<g_param_spec_uint>("max-reports", 0, G_MAXUINT, 0, vekin::kConstructOnly);
   properties[PROP_ROTATE] =
-      g_param_spec_uint("rotate", "rotate", "rotate", 0, G_MAXUINT, 0, vekin::kConstructOnly);
+      vekin::property<g_param_spec_uint>("rotate", 0, G_MAXUINT, 0, vekin::kConstructOnly);
   g_object_class_install_properties(object_class, N_PROPERTIES, properties);
 }
 

@@ -55,13 +55,13 @@ static void vek_metric_class_init(VekMetricClass *klass) {
   object_class->dispose = vek_metric_dispose;
 
   properties[PROP_NAME] =
-      g_param_spec_string("name", "name", "name", nullptr, vekin::kConstructOnly);
+      vekin::property<g_param_spec_string>("name", nullptr, vekin::kConstructOnly);
   properties[PROP_UNIT] =
-      g_param_spec_string("unit", "unit", "unit", nullptr, vekin::kConstructOnly);
-  properties[PROP_DIMENSIONS] = g_param_spec_boxed("dimensions", "dimensions", "dimensions",
-                                                   G_TYPE_STRV, vekin::kConstructOnly);
+      vekin::property<g_param_spec_string>("unit", nullptr, vekin::kConstructOnly);
+  properties[PROP_DIMENSIONS] =
+      vekin::property<g_param_spec_boxed>("dimensions", G_TYPE_STRV, vekin::kConstructOnly);
   properties[PROP_ACTIVE] =
-      g_param_spec_boolean("active", "active", "active", TRUE, vekin::kConstruct);
+      vekin::property<g_param_spec_boolean>("active", TRUE, vekin::kConstruct);
   g_object_class_install_properties(object_class, N_PROPERTIES, properties);
 }
 
