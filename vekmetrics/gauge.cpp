@@ -24,6 +24,7 @@ enum : guint { PROP_INTERVAL = 1, N_PROPERTIES };
 static GParamSpec *properties[N_PROPERTIES];
 
 G_DEFINE_TYPE(VekMetricGauge, vek_metric_gauge, VEK_TYPE_METRIC)
+VEK_QUICK_TYPE_TEST(METRIC_GAUGE, VekMetricGauge, vek_metric_gauge)
 
 static bool has_interval(const VekMetricGauge *self) {
   return self->interval >= 1;
@@ -104,14 +105,15 @@ static void vek_metric_gauge_finalize(GObject *object) {
 }
 
 static void vek_metric_gauge_report(VekMetric *metric, GSList *reporters) {
-  auto [name, unit, dimensions, ahead, active] = *vek_metric_get_private(metric);
+  auto *priv = vek_metric_get_private(metric);
 
   gdouble value;
   gint64 stamp;
   if (!take_report(vekin::as<VekMetricGauge>(metric), &value, &stamp))
     return;
   for (auto *reporter : vekin::Each<VekMetricReporter>(reporters))
-    vek_metric_reporter_process_value(reporter, name, dimensions, unit, stamp, value);
+    vek_metric_reporter_process_value(reporter, priv->name, priv->dimensions, priv->unit, stamp,
+                                      value);
 }
 
 static void vek_metric_gauge_class_init(VekMetricGaugeClass *klass) {
@@ -121,14 +123,13 @@ static void vek_metric_gauge_class_init(VekMetricGaugeClass *klass) {
   object_class->finalize = vek_metric_gauge_finalize;
   VEK_METRIC_CLASS(klass)->report = vek_metric_gauge_report;
 
-  properties[PROP_INTERVAL] = g_param_spec_int64("interval", "interval", "interval", 0, G_MAXINT64,
-                                                 0, vekin::kConstructOnly);
+  properties[PROP_INTERVAL] =
+      vekin::property<g_param_spec_int64>("interval", 0, G_MAXINT64, 0, vekin::kConstructOnly);
   g_object_class_install_properties(object_class, N_PROPERTIES, properties);
 }
 
 static void vek_metric_gauge_init(VekMetricGauge *self) {
-  g_rw_lock_init(&self->lock);
-  vek_metric_get_private(vekin::as<VekMetric>(self))->ahead = self->lock.p;
+  vek_metric_init_lock(vekin::as<VekMetric>(self), &self->lock);
 }
 
 void vek_metric_gauge_set_value(VekMetricGauge *gauge, gdouble value) {
@@ -182,8 +183,6 @@ VekMetricGauge *vek_metric_registry_gauge_new(VekMetricRegistry *registry, const
   vek_return_val_if_fail(VEK_IS_METRIC_REGISTRY(registry), nullptr);
   vek_return_val_if_fail(name != NULL, nullptr);
 
-  auto *metric =
-      vekin::create_metric(registry, VEK_TYPE_METRIC_GAUGE, name, "unit", unit, "interval",
-                           interval, dimensions ? "dimensions" : nullptr, dimensions, nullptr);
-  return vekin::warned_cast<VekMetricGauge>(metric, VEK_TYPE_METRIC_GAUGE);
+  return vekin::create_kind<VekMetricGauge>(registry, VEK_TYPE_METRIC_GAUGE, name, unit, dimensions,
+                                            "interval", interval);
 }

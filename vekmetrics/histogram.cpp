@@ -18,10 +18,7 @@ enum : guint { PROP_STORE = 1, N_PROPERTIES };
 static GParamSpec *properties[N_PROPERTIES];
 
 G_DEFINE_TYPE_WITH_PRIVATE(VekMetricHistogram, vek_metric_histogram, VEK_TYPE_METRIC)
-
-static bool VEK_IS_METRIC_HISTOGRAM(VekMetricHistogram *histogram) {
-  return vekin::is_a<vek_metric_histogram_get_type>(histogram);
-}
+VEK_QUICK_TYPE_TEST(METRIC_HISTOGRAM, VekMetricHistogram, vek_metric_histogram)
 
 static VekMetricHistogramPrivate *get_private(VekMetricHistogram *self) {
   return static_cast<VekMetricHistogramPrivate *>(vek_metric_histogram_get_instance_private(self));
@@ -62,11 +59,12 @@ static void vek_metric_histogram_constructed(GObject *object) {
 }
 
 static void vek_metric_histogram_report(VekMetric *metric, GSList *reporters) {
-  auto [name, unit, dimensions, ahead, active] = *vek_metric_get_private(metric);
+  auto *priv = vek_metric_get_private(metric);
 
   auto *snapshot = vek_metric_histogram_get_snapshot(vekin::as<VekMetricHistogram>(metric));
   for (auto *reporter : vekin::Each<VekMetricReporter>(reporters))
-    vek_metric_reporter_process_aggregated(reporter, name, dimensions, unit, snapshot);
+    vek_metric_reporter_process_aggregated(reporter, priv->name, priv->dimensions, priv->unit,
+                                           snapshot);
   vek_metric_snapshot_unref(snapshot);  // checks it: a store that gave none is heard of once more
 }
 
@@ -79,7 +77,7 @@ static void vek_metric_histogram_class_init(VekMetricHistogramClass *klass) {
   VEK_METRIC_CLASS(klass)->report = vek_metric_histogram_report;
 
   properties[PROP_STORE] =
-      g_param_spec_object("store", "store", "store", VEK_TYPE_METRIC_STORE, vekin::kConstructOnly);
+      vekin::property<g_param_spec_object>("store", VEK_TYPE_METRIC_STORE, vekin::kConstructOnly);
   g_object_class_install_properties(object_class, N_PROPERTIES, properties);
 }
 
@@ -110,8 +108,6 @@ VekMetricHistogram *vek_metric_registry_histogram_new(VekMetricRegistry *registr
   vek_return_val_if_fail(VEK_IS_METRIC_REGISTRY(registry), nullptr);
   vek_return_val_if_fail(name != NULL, nullptr);
 
-  auto *metric =
-      vekin::create_metric(registry, VEK_TYPE_METRIC_HISTOGRAM, name, "unit", unit, "store", store,
-                           dimensions ? "dimensions" : nullptr, dimensions, nullptr);
-  return vekin::warned_cast<VekMetricHistogram>(metric, VEK_TYPE_METRIC_HISTOGRAM);
+  return vekin::create_kind<VekMetricHistogram>(registry, VEK_TYPE_METRIC_HISTOGRAM, name, unit,
+                                                dimensions, "store", store);
 }

@@ -24,6 +24,7 @@ enum : guint { PROP_TIME_CONSTANT = 1, PROP_SAMPLING_PERIOD, N_PROPERTIES };
 static GParamSpec *properties[N_PROPERTIES];
 
 G_DEFINE_TYPE(VekMetricMeter, vek_metric_meter, VEK_TYPE_METRIC)
+VEK_QUICK_TYPE_TEST(METRIC_METER, VekMetricMeter, vek_metric_meter)
 
 static constexpr gdouble per_second(gdouble rate) {
   return rate * G_USEC_PER_SEC;
@@ -82,14 +83,15 @@ static void vek_metric_meter_finalize(GObject *object) {
 
 static void vek_metric_meter_report(VekMetric *metric, GSList *reporters) {
   auto *self = vekin::as<VekMetricMeter>(metric);
-  auto [name, unit, dimensions, ahead, active] = *vek_metric_get_private(metric);
+  auto *priv = vek_metric_get_private(metric);
 
   // The time first: this report carries the stamp of the tick before the one that reading the rate
   // may make.
   gint64 time = vek_metric_meter_get_time(self);
   gdouble rate = vek_metric_meter_get_rate(self);
   for (auto *reporter : vekin::Each<VekMetricReporter>(reporters))
-    vek_metric_reporter_process_value(reporter, name, dimensions, unit, time, rate);
+    vek_metric_reporter_process_value(reporter, priv->name, priv->dimensions, priv->unit, time,
+                                      rate);
 }
 
 static void vek_metric_meter_class_init(VekMetricMeterClass *klass) {
@@ -99,18 +101,15 @@ static void vek_metric_meter_class_init(VekMetricMeterClass *klass) {
   object_class->finalize = vek_metric_meter_finalize;
   VEK_METRIC_CLASS(klass)->report = vek_metric_meter_report;
 
-  properties[PROP_TIME_CONSTANT] =
-      g_param_spec_int64("time-constant", "time-constant", "time-constant", G_USEC_PER_SEC,
-                         G_MAXINT64, 60 * G_USEC_PER_SEC, vekin::kConstructOnly);
-  properties[PROP_SAMPLING_PERIOD] =
-      g_param_spec_int64("sampling-period", "sampling-period", "sampling-period", 1, G_MAXINT64,
-                         G_USEC_PER_SEC, vekin::kConstructOnly);
+  properties[PROP_TIME_CONSTANT] = vekin::property<g_param_spec_int64>(
+      "time-constant", G_USEC_PER_SEC, G_MAXINT64, 60 * G_USEC_PER_SEC, vekin::kConstructOnly);
+  properties[PROP_SAMPLING_PERIOD] = vekin::property<g_param_spec_int64>(
+      "sampling-period", 1, G_MAXINT64, G_USEC_PER_SEC, vekin::kConstructOnly);
   g_object_class_install_properties(object_class, N_PROPERTIES, properties);
 }
 
 static void vek_metric_meter_init(VekMetricMeter *self) {
-  g_rw_lock_init(&self->lock);
-  vek_metric_get_private(vekin::as<VekMetric>(self))->ahead = self->lock.p;
+  vek_metric_init_lock(vekin::as<VekMetric>(self), &self->lock);
   vekin::WriterLock held(self->lock);
   self->time = g_get_real_time();
 }
@@ -164,7 +163,6 @@ VekMetricMeter *vek_metric_registry_meter_new(VekMetricRegistry *registry, const
   vek_return_val_if_fail(VEK_IS_METRIC_REGISTRY(registry), nullptr);
   vek_return_val_if_fail(name != NULL, nullptr);
 
-  auto *metric = vekin::create_metric(registry, VEK_TYPE_METRIC_METER, name, "unit", unit,
-                                      dimensions ? "dimensions" : nullptr, dimensions, nullptr);
-  return vekin::warned_cast<VekMetricMeter>(metric, VEK_TYPE_METRIC_METER);
+  return vekin::create_kind<VekMetricMeter>(registry, VEK_TYPE_METRIC_METER, name, unit,
+                                            dimensions);
 }

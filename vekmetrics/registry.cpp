@@ -2,11 +2,10 @@
 
 #include "common/internal.hpp"
 #include "metric.hpp"
+#include "pass.hpp"
 #include "registry.hpp"
-#include "reporter.hpp"
 
 #include <span>
-#include <utility>
 
 static constexpr guint kReportInterval = 60;  // seconds
 
@@ -23,10 +22,6 @@ static_assert(vekin::ZeroFillable<VekMetricRegistry>);
 static VekMetricRegistry *metric_registry;  // the default; unguarded
 
 G_DEFINE_TYPE(VekMetricRegistry, vek_metric_registry, G_TYPE_OBJECT)
-
-static bool VEK_IS_METRIC_REGISTRY(VekMetricRegistry *registry) {
-  return vekin::is_a<vek_metric_registry_get_type>(registry);
-}
 
 // Puts a string and a "." at the beginning of the room and takes them off it, if they fit. Byte by
 // byte: strings of keys are so short that calls to measure and to copy them would take longer.
@@ -87,83 +82,11 @@ private:
 
 }  // namespace
 
-static void report_metric(VekMetric *metric, GSList *reporters) {
-  vek_return_if_fail(VEK_IS_METRIC(metric));
-
-  gboolean &active = vek_metric_get_private(metric)->active;
-  if (!active)
-    return;
-  vek_metric_report(metric, reporters);
-
-  // Only the table holds it: this was its last report.
-  if (vekin::as<GObject>(metric)->ref_count == 1)
-    active = FALSE;
-}
-
 static gboolean remove_metric(gpointer, gpointer value, gpointer) {
   auto *metric = vekin::as<VekMetric>(value);
   vek_return_val_if_fail(VEK_IS_METRIC(metric), FALSE);
 
   return !vek_metric_get_private(metric)->active;
-}
-
-template <gsize size>
-static void fetch_ahead(gconstpointer memory) {
-  static constexpr gsize kCacheLine = 64;
-  auto *start = static_cast<const char *>(memory);
-  for (gsize at = 0; at < size; at += kCacheLine)
-    __builtin_prefetch(start + at);
-  __builtin_prefetch(start + size - 1);
-}
-
-namespace {
-
-// Metrics that wait for their report. They lie scattered over the heap, and a pass over many would
-// wait for memory at each: so what the reports of a batch will read is fetched for all of it first.
-class Batch {
-public:
-  explicit Batch(GSList *reporters) : reporters(reporters) {}
-
-  void add(VekMetric *metric) {
-    fetch_ahead<kMetricSize>(vek_metric_get_private(metric));
-    metrics[n_metrics++] = metric;
-    if (n_metrics == std::size(metrics))
-      report();
-  }
-
-  // Not inline: add() then has no registers to save.
-  [[gnu::noinline]] void report() {
-    std::span waiting(metrics, std::exchange(n_metrics, 0));
-    for (auto *metric : waiting)
-      if (auto *ahead = VEK_IS_METRIC(metric) ? vek_metric_get_private(metric)->ahead : nullptr)
-        fetch_ahead<kLockSize>(ahead);
-    for (auto *metric : waiting)
-      report_metric(metric, reporters);
-  }
-
-private:
-  // Private data, then the instance, then the fields of its kind: of a counter all of them.
-  static constexpr gsize kMetricSize = 112;
-  static constexpr gsize kLockSize = 56;
-
-  GSList *reporters;
-  VekMetric *metrics[128];
-  gsize n_metrics = 0;
-};
-
-}  // namespace
-
-static void add_to_batch(gpointer, gpointer metric, gpointer batch) {
-  vekin::as<Batch>(batch)->add(vekin::as<VekMetric>(metric));
-}
-
-static void run_pass(VekMetricRegistry *self, GSList *reporters) {
-  Batch batch(reporters);
-  g_hash_table_foreach(self->metrics, add_to_batch, &batch);
-  batch.report();
-
-  for (auto *reporter : vekin::Each<VekMetricReporter>(reporters))
-    vek_metric_reporter_flush(reporter);
 }
 
 static gboolean report_metrics_callback(gpointer data) {
@@ -172,7 +95,7 @@ static gboolean report_metrics_callback(gpointer data) {
   // The pass works on the list as it is now: a reporter registered later waits for the next.
   auto *reporters = static_cast<GSList *>(g_atomic_pointer_get(&self->reporters));
   if (vekin::ReaderLock held(self->lock); reporters)
-    run_pass(self, reporters);
+    vekin::run_pass(self->metrics, reporters);
 
   vekin::WriterLock held(self->lock);
   g_hash_table_foreach_remove(self->metrics, remove_metric, nullptr);
@@ -272,7 +195,7 @@ void vek_metric_registry_report(VekMetricRegistry *registry, VekMetricReporter *
   auto *reporters = g_slist_prepend(nullptr, g_object_ref(reporter));
   {
     vekin::ReaderLock held(registry->lock);
-    run_pass(registry, reporters);
+    vekin::run_pass(registry->metrics, reporters);
   }
   g_slist_free_full(reporters, g_object_unref);
 }

@@ -15,10 +15,7 @@ struct _VekMetricTimer {
 static_assert(vekin::ZeroFillable<VekMetricTimer>);
 
 G_DEFINE_TYPE(VekMetricTimer, vek_metric_timer, VEK_TYPE_METRIC_HISTOGRAM)
-
-static bool VEK_IS_METRIC_TIMER(VekMetricTimer *timer) {
-  return vekin::is_a<vek_metric_timer_get_type>(timer);
-}
+VEK_QUICK_TYPE_TEST(METRIC_TIMER, VekMetricTimer, vek_metric_timer)
 
 static constexpr struct {
   std::string_view unit;
@@ -88,8 +85,6 @@ VekMetricTimer *vek_metric_registry_timer_new(VekMetricRegistry *registry, const
   vek_return_val_if_fail(name != NULL, nullptr);
   vek_return_val_if_fail(unit != NULL, nullptr);
 
-  auto *metric =
-      vekin::create_metric(registry, VEK_TYPE_METRIC_TIMER, name, "unit", unit, "store", store,
-                           dimensions ? "dimensions" : nullptr, dimensions, nullptr);
-  return vekin::warned_cast<VekMetricTimer>(metric, VEK_TYPE_METRIC_TIMER);
+  return vekin::create_kind<VekMetricTimer>(registry, VEK_TYPE_METRIC_TIMER, name, unit, dimensions,
+                                            "store", store);
 }
