@@ -133,7 +133,7 @@ static char *serialise(GPtrArray *data) {
   return g_steal_pointer(&json);
 }
 
-char *vek::make_json_line(GPtrArray *data) {
+char *vekin::make_json_line(GPtrArray *data) {
   g_autofree char *json = serialise(data);
   g_autoptr(GDateTime) epoch = g_date_time_new_from_unix_utc(0);
   g_autoptr(GDateTime) now = g_date_time_add(epoch, g_get_real_time());

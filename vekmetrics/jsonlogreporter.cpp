@@ -27,7 +27,7 @@ struct _VekMetricJsonLogReporter {
   char *current_buffer;               // the line that is being written
   GCancellable *cancellable;
 };
-static_assert(vek::ZeroFillable<VekMetricJsonLogReporter>);
+static_assert(vekin::ZeroFillable<VekMetricJsonLogReporter>);
 
 enum : guint {
   PROP_DIRNAME = 1,
@@ -77,17 +77,10 @@ G_DEFINE_TYPE_WITH_CODE(VekMetricJsonLogReporter, vek_metric_json_log_reporter, 
 
 // Collecting data points.
 
-static void unref_dimension(gpointer dimension) {
-  vek_metric_dimension_unref(static_cast<VekMetricDimension *>(dimension));
-}
-
-static void unref_datum(gpointer datum) {
-  vek_metric_datum_unref(static_cast<VekMetricDatum *>(datum));
-}
-
 // The instance, then the metric's pairs; a name without a value is not one.
 static GPtrArray *make_dimensions(VekMetricJsonLogReporter *self, char **dimensions) {
-  auto *list = g_ptr_array_new_with_free_func(unref_dimension);
+  auto *list = g_ptr_array_new_with_free_func(
+      vekin::release_element<VekMetricDimension, vek_metric_dimension_unref>);
   if (self->instance_id)
     g_ptr_array_add(list, vek_metric_dimension_new("instance", self->instance_id));
   for (char **pair = dimensions; pair && pair[0] && pair[1]; pair += 2)
@@ -111,7 +104,8 @@ static VekMetricDatum *add_datum(VekMetricJsonLogReporter *self, const char *nam
     vek_metric_datum_set_unit(datum, unit);
 
   if (!self->data)
-    self->data = g_ptr_array_new_with_free_func(unref_datum);
+    self->data = g_ptr_array_new_with_free_func(
+        vekin::release_element<VekMetricDatum, vek_metric_datum_unref>);
   g_ptr_array_add(self->data, datum);
   return datum;
 }
@@ -135,7 +129,7 @@ static void vek_metric_json_log_reporter_process_count(VekMetricReporter *report
                                                        const gchar *name, gchar **dimensions,
                                                        const gchar *unit, gint64 timestamp,
                                                        gint64 count) {
-  add_value(vek::as<VekMetricJsonLogReporter>(reporter), name, dimensions, unit, timestamp,
+  add_value(vekin::as<VekMetricJsonLogReporter>(reporter), name, dimensions, unit, timestamp,
             static_cast<gdouble>(count));
 }
 
@@ -143,14 +137,15 @@ static void vek_metric_json_log_reporter_process_value(VekMetricReporter *report
                                                        const gchar *name, gchar **dimensions,
                                                        const gchar *unit, gint64 timestamp,
                                                        gdouble value) {
-  add_value(vek::as<VekMetricJsonLogReporter>(reporter), name, dimensions, unit, timestamp, value);
+  add_value(vekin::as<VekMetricJsonLogReporter>(reporter), name, dimensions, unit, timestamp,
+            value);
 }
 
 static void vek_metric_json_log_reporter_process_aggregated(VekMetricReporter *reporter,
                                                             const gchar *name, gchar **dimensions,
                                                             const gchar *unit,
                                                             VekMetricSnapshot *snapshot) {
-  auto *self = vek::as<VekMetricJsonLogReporter>(reporter);
+  auto *self = vekin::as<VekMetricJsonLogReporter>(reporter);
   gsize n_samples = vek_metric_snapshot_get_n_samples(snapshot);
   if (n_samples == 0)
     return;
@@ -210,7 +205,7 @@ static void write_next_buffer(VekMetricJsonLogReporter *self);
 static void on_stream_flushed(GObject *source, GAsyncResult *result, gpointer user_data) {
   vek_assert(VEK_IS_METRIC_JSON_LOG_REPORTER(user_data));
   vek_assert(G_IS_OUTPUT_STREAM(source));
-  g_autoptr(VekMetricJsonLogReporter) self = vek::as<VekMetricJsonLogReporter>(user_data);
+  g_autoptr(VekMetricJsonLogReporter) self = vekin::as<VekMetricJsonLogReporter>(user_data);
   vek_assert(self->io_operation_in_progress);
 
   self->io_operation_in_progress = FALSE;
@@ -233,7 +228,7 @@ static void on_stream_flushed(GObject *source, GAsyncResult *result, gpointer us
 
 static void on_log_written(GObject *source, GAsyncResult *result, gpointer user_data) {
   vek_assert(VEK_IS_METRIC_JSON_LOG_REPORTER(user_data));
-  g_autoptr(VekMetricJsonLogReporter) self = vek::as<VekMetricJsonLogReporter>(user_data);
+  g_autoptr(VekMetricJsonLogReporter) self = vekin::as<VekMetricJsonLogReporter>(user_data);
   g_clear_pointer(&self->current_buffer, g_free);
   vek_assert(G_IS_OUTPUT_STREAM(source));
 
@@ -269,12 +264,12 @@ static void write_next_buffer(VekMetricJsonLogReporter *self) {
 }
 
 static void vek_metric_json_log_reporter_flush(VekMetricReporter *reporter) {
-  auto *self = vek::as<VekMetricJsonLogReporter>(reporter);
+  auto *self = vekin::as<VekMetricJsonLogReporter>(reporter);
   g_autoptr(GPtrArray) data = g_steal_pointer(&self->data);
   if (!self->output_stream || !data)
     return;
 
-  g_queue_push_tail(&self->pending_buffers, vek::make_json_line(data));
+  g_queue_push_tail(&self->pending_buffers, vekin::make_json_line(data));
   if (!self->io_operation_in_progress)
     write_next_buffer(self);
 }
@@ -288,7 +283,7 @@ static void vek_metric_json_log_reporter_reporter_init(VekMetricReporterInterfac
 
 static void vek_metric_json_log_reporter_set_property(GObject *object, guint id,
                                                       const GValue *value, GParamSpec *pspec) {
-  auto *self = vek::as<VekMetricJsonLogReporter>(object);
+  auto *self = vekin::as<VekMetricJsonLogReporter>(object);
 
   switch (id) {
   case PROP_DIRNAME: self->dirname = g_value_dup_string(value); break;
@@ -302,7 +297,7 @@ static void vek_metric_json_log_reporter_set_property(GObject *object, guint id,
 
 static void vek_metric_json_log_reporter_get_property(GObject *object, guint id, GValue *value,
                                                       GParamSpec *pspec) {
-  auto *self = vek::as<VekMetricJsonLogReporter>(object);
+  auto *self = vekin::as<VekMetricJsonLogReporter>(object);
 
   switch (id) {
   case PROP_DIRNAME: g_value_set_string(value, self->dirname); break;
@@ -315,7 +310,7 @@ static void vek_metric_json_log_reporter_get_property(GObject *object, guint id,
 }
 
 static void vek_metric_json_log_reporter_finalize(GObject *object) {
-  auto *self = vek::as<VekMetricJsonLogReporter>(object);
+  auto *self = vekin::as<VekMetricJsonLogReporter>(object);
   g_cancellable_cancel(self->cancellable);
   g_object_unref(self->cancellable);
   g_free(self->basename);
@@ -332,7 +327,7 @@ static void vek_metric_json_log_reporter_finalize(GObject *object) {
 static void vek_metric_json_log_reporter_constructed(GObject *object) {
   G_OBJECT_CLASS(vek_metric_json_log_reporter_parent_class)->constructed(object);
 
-  auto *self = vek::as<VekMetricJsonLogReporter>(object);
+  auto *self = vekin::as<VekMetricJsonLogReporter>(object);
   if (self->dirname && self->basename)
     open_log_file(self);
   g_queue_init(&self->pending_buffers);
@@ -346,15 +341,15 @@ static void vek_metric_json_log_reporter_class_init(VekMetricJsonLogReporterClas
   object_class->constructed = vek_metric_json_log_reporter_constructed;
 
   properties[PROP_DIRNAME] =
-      g_param_spec_string("dirname", "dirname", "dirname", nullptr, vek::kConstructOnly);
+      vekin::property<g_param_spec_string>("dirname", nullptr, vekin::kConstructOnly);
   properties[PROP_BASENAME] =
-      g_param_spec_string("basename", "basename", "basename", nullptr, vek::kConstructOnly);
+      vekin::property<g_param_spec_string>("basename", nullptr, vekin::kConstructOnly);
   properties[PROP_INSTANCE_ID] = g_param_spec_string("instance-id", "instance id", "instance id",
-                                                     nullptr, vek::kConstructOnly);
-  properties[PROP_MAX_REPORTS] = g_param_spec_uint("max-reports", "max-reports", "max-reports", 0,
-                                                   G_MAXUINT, 0, vek::kConstructOnly);
+                                                     nullptr, vekin::kConstructOnly);
+  properties[PROP_MAX_REPORTS] =
+      vekin::property<g_param_spec_uint>("max-reports", 0, G_MAXUINT, 0, vekin::kConstructOnly);
   properties[PROP_ROTATE] =
-      g_param_spec_uint("rotate", "rotate", "rotate", 0, G_MAXUINT, 0, vek::kConstructOnly);
+      vekin::property<g_param_spec_uint>("rotate", 0, G_MAXUINT, 0, vekin::kConstructOnly);
   g_object_class_install_properties(object_class, N_PROPERTIES, properties);
 }
 

@@ -33,6 +33,18 @@ void g_output_stream_write_all_async(GOutputStream *stream, const void *buffer, 
   next(stream, buffer, count, io_priority, cancellable, callback, user_data);
 }
 
+/* The last client that was made; NULL once it has gone. */
+static GSocketClient *last_client;
+
+/* In place of GIO's. */
+GSocketClient *g_socket_client_new(void) {
+  if (last_client)
+    g_object_remove_weak_pointer(G_OBJECT(last_client), (gpointer *)&last_client);
+  last_client = g_object_new(G_TYPE_SOCKET_CLIENT, NULL);
+  g_object_add_weak_pointer(G_OBJECT(last_client), (gpointer *)&last_client);
+  return last_client;
+}
+
 static gboolean on_guard(gpointer condition) {
   g_error("waited in vain for %s", (const char *)condition);
   return G_SOURCE_REMOVE;
@@ -324,6 +336,24 @@ static void address_that_is_not_numeric_disables_the_reporter(void) {
     run_until_idle();
     assert_nothing_logged();
   }
+}
+
+static guint n_constructed_without_client;
+
+static void on_reporter_constructed(GObject *object) {
+  if (VEK_IS_METRIC_CARBON_REPORTER(object) && !last_client)
+    n_constructed_without_client++;
+}
+
+static void client_goes_before_the_parents_construction(void) {
+  g_autoptr(GTypeClass) klass = g_type_class_ref(G_TYPE_OBJECT);
+  GObjectClass *parent_class = G_OBJECT_CLASS(klass);
+  __typeof__(parent_class->constructed) constructed = parent_class->constructed;
+  parent_class->constructed = on_reporter_constructed;
+  g_autoptr(VekMetricReporter) reporter = vek_metric_carbon_reporter_new(NULL, "localhost", 2003);
+  parent_class->constructed = constructed;
+  assert_not_parsable("localhost:2003");
+  g_assert_cmpuint(n_constructed_without_client, ==, 1);
 }
 
 static void refused_connection_disables_the_reporter(void) {
@@ -775,6 +805,7 @@ int main(int argc, char **argv) {
   ADD_TEST("carbonreporter", properties_read_back_what_was_given);
   ADD_TEST("carbonreporter", unknown_property_ids_give_the_standard_warning);
   ADD_TEST("carbonreporter", address_that_is_not_numeric_disables_the_reporter);
+  ADD_TEST("carbonreporter", client_goes_before_the_parents_construction);
   ADD_TEST("carbonreporter", refused_connection_disables_the_reporter);
   ADD_TEST("carbonreporter", calls_before_the_connection_are_queued_and_the_first_flush_sends_them);
   ADD_TEST("carbonreporter", flush_of_an_empty_queue_does_nothing);

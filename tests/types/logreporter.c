@@ -245,6 +245,47 @@ static void snapshot_is_stamped_with_the_time_when_it_was_made(void) {
   assert_file(log, "1700000000000000,latency,,0,0,0,0,0,0,0\n");
 }
 
+/* A store that gives no snapshot. */
+G_DECLARE_FINAL_TYPE(BareStore, bare_store, BARE, STORE, VekMetricStore)
+
+struct _BareStore {
+  VekMetricStore parent_instance;
+};
+
+G_DEFINE_TYPE(BareStore, bare_store, VEK_TYPE_METRIC_STORE)
+
+static VekMetricSnapshot *bare_store_get_snapshot(VekMetricStore *store) {
+  (void)store;
+  return NULL;
+}
+
+static void bare_store_class_init(BareStoreClass *klass) {
+  VEK_METRIC_STORE_CLASS(klass)->get_snapshot = bare_store_get_snapshot;
+}
+
+static void bare_store_init(BareStore *self) {
+  (void)self;
+}
+
+/* Each read of a missing snapshot is a failed check of its own. */
+static void snapshot_is_read_in_the_order_of_the_columns(void) {
+  g_autoptr(Log) log = log_new();
+  g_autoptr(VekMetricRegistry) registry = g_object_new(VEK_TYPE_METRIC_REGISTRY, NULL);
+  g_autoptr(VekMetricStore) store = g_object_new(bare_store_get_type(), NULL);
+  g_autoptr(VekMetricHistogram) histogram =
+      vek_metric_registry_histogram_new(registry, "latency", NULL, store, NULL);
+  vek_metric_registry_report(registry, log->reporter);
+  assert_failed_check("vek_metric_snapshot_get_time", "snapshot != NULL");
+  assert_failed_check("vek_metric_snapshot_get_average", "snapshot != NULL");
+  assert_failed_check("vek_metric_snapshot_get_n_samples", "snapshot != NULL");
+  assert_failed_check("vek_metric_snapshot_get_min", "snapshot != NULL");
+  assert_failed_check("vek_metric_snapshot_get_max", "snapshot != NULL");
+  for (int i = 0; i < 3; i++)
+    assert_failed_check("vek_metric_snapshot_get_quantile", "snapshot != NULL");
+  assert_failed_check("vek_metric_snapshot_unref", "snapshot != NULL"); /* by the histogram */
+  assert_file(log, "0,latency,,0,0,0,0,0,0,0\n");
+}
+
 static guint64 get_bits(gdouble value) {
   guint64 bits = 0;
   memcpy(&bits, &value, sizeof bits);
@@ -338,6 +379,7 @@ int main(int argc, char **argv) {
   ADD_TEST("logreporter", value_has_17_digits_and_six_empty_columns_after_it);
   ADD_TEST("logreporter", snapshot_fills_seven_columns);
   ADD_TEST("logreporter", snapshot_is_stamped_with_the_time_when_it_was_made);
+  ADD_TEST("logreporter", snapshot_is_read_in_the_order_of_the_columns);
   ADD_TEST("logreporter", doubles_read_back_to_the_same_double);
   ADD_TEST("logreporter", numbers_carry_a_point_in_every_locale);
 

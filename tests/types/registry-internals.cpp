@@ -78,7 +78,7 @@ static void test_probe_class_init(TestProbeClass *klass) {
 static void test_probe_init(TestProbe *) {}
 
 static VekMetric *probe_new(const char *name) {
-  return vek::create_metric(registry, TEST_TYPE_PROBE, name, nullptr);
+  return vekin::create_metric(registry, TEST_TYPE_PROBE, name, nullptr);
 }
 
 static void on_reporter_called(VekMetricReporter *, gpointer) {

@@ -102,6 +102,17 @@ static void timeline_of_the_same_name_is_the_same(void) {
   g_assert_null(vek_metric_get_unit(VEK_METRIC(timeline)));
 }
 
+static void construction_keeps_a_store_that_is_there(void) {
+  g_autoptr(Scene) scene = scene_new();
+  g_autoptr(VekMetricTimeline) timeline = timeline_new(scene);
+  vek_metric_timeline_add_range(timeline, 1, 100, 250);
+  G_OBJECT_GET_CLASS(timeline)->constructed(G_OBJECT(timeline));
+  scene_report(scene);
+  assert_recorded(scene->record,
+                  "a timeline render [1:100-250]\n"
+                  "a flush\n");
+}
+
 static void moving_the_data_of_nothing_fails_the_check(void) {
   g_assert_null(vek_metric_timeline_move_data(NULL));
   assert_failed_check("vek_metric_timeline_move_data", "timeline");
@@ -190,6 +201,7 @@ int main(int argc, char **argv) {
   ADD_TEST("timeline", moved_ranges_belong_to_the_caller);
   ADD_TEST("timeline", timeline_has_no_properties_of_its_own);
   ADD_TEST("timeline", timeline_of_the_same_name_is_the_same);
+  ADD_TEST("timeline", construction_keeps_a_store_that_is_there);
   ADD_TEST("timeline", moving_the_data_of_nothing_fails_the_check);
   ADD_TEST("timeline", disposed_timeline_falls_to_the_checks_of_its_store);
   ADD_TEST("timeline", constructor_checks_the_registry);
