@@ -3,3 +3,4 @@
 /* All of vekmetrics-service: the one header that applications include. */
 
 #include <vekmetrics-service/drain.h>
+#include <vekmetrics-service/prometheusreporter.h>
