@@ -1,15 +1,12 @@
 #include "jsonlogreporter.h"
 
 #include "common/internal.hpp"
-#include "dimension.h"
+#include "jsondata.hpp"
 #include "jsonline.hpp"
-#include "metricdatum.h"
 #include "metricutils.h"
 
 #include <gio/gio.h>
 #include <string.h>
-#include <algorithm>
-#include <string_view>
 
 struct _VekMetricJsonLogReporter {
   GObject parent_instance;
@@ -39,128 +36,11 @@ enum : guint {
 };
 static GParamSpec *properties[N_PROPERTIES];
 
-static constexpr std::string_view known_units[] = {
-    "Seconds",
-    "Microseconds",
-    "Milliseconds",
-    "Bytes",
-    "Kilobytes",
-    "Megabytes",
-    "Gigabytes",
-    "Terabytes",
-    "Bits",
-    "Kilobits",
-    "Megabits",
-    "Gigabits",
-    "Terabits",
-    "Percent",
-    "Count",
-    "Bytes/Second",
-    "Kilobytes/Second",
-    "Megabytes/Second",
-    "Gigabytes/Second",
-    "Terabytes/Second",
-    "Bits/Second",
-    "Kilobits/Second",
-    "Megabits/Second",
-    "Gigabits/Second",
-    "Terabits/Second",
-    "Count/Second",
-};
-static_assert(std::size(known_units) == 26);
-
 static void vek_metric_json_log_reporter_reporter_init(VekMetricReporterInterface *iface);
 
 G_DEFINE_TYPE_WITH_CODE(VekMetricJsonLogReporter, vek_metric_json_log_reporter, G_TYPE_OBJECT,
                         G_IMPLEMENT_INTERFACE(VEK_TYPE_METRIC_REPORTER,
                                               vek_metric_json_log_reporter_reporter_init))
-
-// Collecting data points.
-
-// The instance, then the metric's pairs; a name without a value is not one.
-static GPtrArray *make_dimensions(VekMetricJsonLogReporter *self, char **dimensions) {
-  auto *list = g_ptr_array_new_with_free_func(
-      vekin::release_element<VekMetricDimension, vek_metric_dimension_unref>);
-  if (self->instance_id)
-    g_ptr_array_add(list, vek_metric_dimension_new("instance", self->instance_id));
-  for (char **pair = dimensions; pair && pair[0] && pair[1]; pair += 2)
-    g_ptr_array_add(list, vek_metric_dimension_new(pair[0], pair[1]));
-  return list;
-}
-
-static bool is_known_unit(std::string_view unit) {
-  return std::find(std::begin(known_units), std::end(known_units), unit) != std::end(known_units);
-}
-
-// Collects a data point that has all but its figures, and returns it, borrowed.
-static VekMetricDatum *add_datum(VekMetricJsonLogReporter *self, const char *name,
-                                 GPtrArray *dimensions, const char *unit, gint64 timestamp) {
-  auto *datum = vek_metric_datum_new(name);
-  if (dimensions->len > 0)
-    vek_metric_datum_set_dimensions(
-        datum, reinterpret_cast<VekMetricDimension **>(dimensions->pdata), dimensions->len);
-  vek_metric_datum_set_timestamp(datum, timestamp);
-  if (unit && is_known_unit(unit))
-    vek_metric_datum_set_unit(datum, unit);
-
-  if (!self->data)
-    self->data = g_ptr_array_new_with_free_func(
-        vekin::release_element<VekMetricDatum, vek_metric_datum_unref>);
-  g_ptr_array_add(self->data, datum);
-  return datum;
-}
-
-static void add_value(VekMetricJsonLogReporter *self, const char *name, char **dimensions,
-                      const char *unit, gint64 timestamp, gdouble value) {
-  g_autoptr(GPtrArray) list = make_dimensions(self, dimensions);
-  vek_metric_datum_set_value(add_datum(self, name, list, unit, timestamp), value);
-}
-
-static void add_percentile(VekMetricJsonLogReporter *self, const char *name, const char *suffix,
-                           GPtrArray *dimensions, const char *unit, VekMetricSnapshot *snapshot,
-                           gdouble quantile) {
-  g_autofree char *full_name = g_strdup_printf("%s_%s", name, suffix);
-  auto *datum =
-      add_datum(self, full_name, dimensions, unit, vek_metric_snapshot_get_time(snapshot));
-  vek_metric_datum_set_value(datum, vek_metric_snapshot_get_quantile(snapshot, quantile));
-}
-
-static void vek_metric_json_log_reporter_process_count(VekMetricReporter *reporter,
-                                                       const gchar *name, gchar **dimensions,
-                                                       const gchar *unit, gint64 timestamp,
-                                                       gint64 count) {
-  add_value(vekin::as<VekMetricJsonLogReporter>(reporter), name, dimensions, unit, timestamp,
-            static_cast<gdouble>(count));
-}
-
-static void vek_metric_json_log_reporter_process_value(VekMetricReporter *reporter,
-                                                       const gchar *name, gchar **dimensions,
-                                                       const gchar *unit, gint64 timestamp,
-                                                       gdouble value) {
-  add_value(vekin::as<VekMetricJsonLogReporter>(reporter), name, dimensions, unit, timestamp,
-            value);
-}
-
-static void vek_metric_json_log_reporter_process_aggregated(VekMetricReporter *reporter,
-                                                            const gchar *name, gchar **dimensions,
-                                                            const gchar *unit,
-                                                            VekMetricSnapshot *snapshot) {
-  auto *self = vekin::as<VekMetricJsonLogReporter>(reporter);
-  gsize n_samples = vek_metric_snapshot_get_n_samples(snapshot);
-  if (n_samples == 0)
-    return;
-
-  g_autoptr(GPtrArray) list = make_dimensions(self, dimensions);
-  auto *datum = add_datum(self, name, list, unit, vek_metric_snapshot_get_time(snapshot));
-  vek_metric_datum_set_statistic_values(datum, n_samples, vek_metric_snapshot_get_sum(snapshot),
-                                        vek_metric_snapshot_get_min(snapshot),
-                                        vek_metric_snapshot_get_max(snapshot));
-  add_percentile(self, name, "p50", list, unit, snapshot, 0.5);
-  add_percentile(self, name, "p90", list, unit, snapshot, 0.9);
-  add_percentile(self, name, "p99", list, unit, snapshot, 0.99);
-}
-
-// Writing lines of them.
 
 static char *get_log_file(const char *basename, const char *dirname) {
   vek_assert(basename != NULL);
@@ -261,6 +141,31 @@ static void write_next_buffer(VekMetricJsonLogReporter *self) {
   g_output_stream_write_all_async(self->output_stream, self->current_buffer,
                                   strlen(self->current_buffer), G_PRIORITY_DEFAULT,
                                   self->cancellable, on_log_written, g_object_ref(self));
+}
+
+static void vek_metric_json_log_reporter_process_count(VekMetricReporter *reporter,
+                                                       const gchar *name, gchar **dimensions,
+                                                       const gchar *unit, gint64 timestamp,
+                                                       gint64 count) {
+  auto *self = vekin::as<VekMetricJsonLogReporter>(reporter);
+  vekin::add_value(&self->data, self->instance_id, name, dimensions, unit, timestamp,
+                   static_cast<gdouble>(count));
+}
+
+static void vek_metric_json_log_reporter_process_value(VekMetricReporter *reporter,
+                                                       const gchar *name, gchar **dimensions,
+                                                       const gchar *unit, gint64 timestamp,
+                                                       gdouble value) {
+  auto *self = vekin::as<VekMetricJsonLogReporter>(reporter);
+  vekin::add_value(&self->data, self->instance_id, name, dimensions, unit, timestamp, value);
+}
+
+static void vek_metric_json_log_reporter_process_aggregated(VekMetricReporter *reporter,
+                                                            const gchar *name, gchar **dimensions,
+                                                            const gchar *unit,
+                                                            VekMetricSnapshot *snapshot) {
+  auto *self = vekin::as<VekMetricJsonLogReporter>(reporter);
+  vekin::add_snapshot(&self->data, self->instance_id, name, dimensions, unit, snapshot);
 }
 
 static void vek_metric_json_log_reporter_flush(VekMetricReporter *reporter) {
