@@ -1,8 +1,6 @@
 /* Tests of the C++ interface. */
 
-#include "support/fakeclock.h"
-#include "support/logcapture.h"
-#include "support/recordingreporter.h"
+#include "support/fixture.h"
 
 #include <vekmetrics/vekmetrics.hpp>
 
@@ -40,7 +38,7 @@ static void assert_joined(gchar **strings, const char *expected) {
   g_assert_cmpstr(joined, ==, expected);
 }
 
-static void an_owner_takes_over_copies_moves_and_drops_references() {
+TEST(an_owner_takes_over_copies_moves_and_drops_references) {
   auto registry = vek::Registry::create();
   vek::Counter counter = registry.counter("c");
   g_assert_cmpuint(references(counter), ==, 2); /* the table's and ours */
@@ -60,7 +58,7 @@ static void an_owner_takes_over_copies_moves_and_drops_references() {
   g_assert_cmpuint(references(counter), ==, 2);
 }
 
-static void an_owner_is_shared_and_moved_as_what_it_derives_from() {
+TEST(an_owner_is_shared_and_moved_as_what_it_derives_from) {
   auto registry = vek::Registry::create();
   vek::Timer timer = registry.timer("t", "Seconds");
   const vek::Metric &same = timer;
@@ -76,7 +74,7 @@ static void an_owner_is_shared_and_moved_as_what_it_derives_from() {
   g_assert_cmpfloat(histogram.snapshot().max(), ==, 2.0);
 }
 
-static void an_owner_compares_as_the_pointer_that_it_is() {
+TEST(an_owner_compares_as_the_pointer_that_it_is) {
   auto registry = vek::Registry::create();
   vek::Counter a = registry.counter("a"), b = registry.counter("b"), none;
   VekMetricCounter *pointer = a;
@@ -84,7 +82,7 @@ static void an_owner_compares_as_the_pointer_that_it_is() {
   g_assert_true(a && a != nullptr && !none && none == nullptr);
 }
 
-static void an_empty_owner_fails_the_checks() {
+TEST(an_empty_owner_fails_the_checks) {
   vek::Counter().inc();
   assert_failed_check("vek_metric_counter_inc", "VEK_IS_METRIC_COUNTER(counter)");
   g_assert_cmpfloat(vek::Snapshot().sum(), ==, 0.0);
@@ -95,19 +93,19 @@ static void an_empty_owner_fails_the_checks() {
   assert_failed_check("vek_metric_registry_counter_new", "VEK_IS_METRIC_REGISTRY(registry)");
 }
 
-static void dimensions_come_from_braces() {
+TEST(dimensions_come_from_braces) {
   auto registry = vek::Registry::create();
   vek::Counter counter = registry.counter("reads", "Count", {{"host", "h1"}, {"disk", "sda"}});
   assert_joined(counter.dimensions(), "host,h1,disk,sda");
 }
 
-static void no_pairs_are_no_dimensions() {
+TEST(no_pairs_are_no_dimensions) {
   auto registry = vek::Registry::create();
   g_assert_null(registry.counter("reads", "Count", {}).dimensions());
   g_assert_null(static_cast<gchar **>(vek::Dimensions(std::map<std::string, std::string>())));
 }
 
-static void dimensions_own_strings_computed_at_run_time() {
+TEST(dimensions_own_strings_computed_at_run_time) {
   auto number = std::make_unique<std::string>("a number that is too long to be kept in place: 7");
   std::map<std::string, std::string> pairs{{"worker", *number}, {"empty", ""}};
   vek::Dimensions braces{{"worker", *number + "!"}, {std::string("host"), "h1"}};
@@ -118,7 +116,7 @@ static void dimensions_own_strings_computed_at_run_time() {
   assert_joined(container, "empty,,worker,a number that is too long to be kept in place: 7");
 }
 
-static void dimensions_are_copied_and_moved() {
+TEST(dimensions_are_copied_and_moved) {
   vek::Dimensions copy, none;
   {
     vek::Dimensions original{{"host", "h1"}};
@@ -133,7 +131,7 @@ static void dimensions_are_copied_and_moved() {
   g_assert_null(static_cast<gchar **>(copy));
 }
 
-static void a_counter_counts() {
+TEST(a_counter_counts) {
   fake_clock_set(7000, 1);
   auto registry = vek::Registry::create();
   vek::Counter counter = registry.counter("requests", "Count", {{"host", "h1"}});
@@ -150,7 +148,7 @@ static void a_counter_counts() {
   g_assert_false(counter.is_active());
 }
 
-static void a_gauge_is_set_and_added_to() {
+TEST(a_gauge_is_set_and_added_to) {
   fake_clock_set(7000, 1);
   auto registry = vek::Registry::create();
   vek::Gauge gauge = registry.gauge("load", "Percent");
@@ -164,7 +162,7 @@ static void a_gauge_is_set_and_added_to() {
   g_assert_cmpint(gauge.last_change_time(), ==, 7000);
 }
 
-static void a_gauge_has_its_interval_and_dimensions() {
+TEST(a_gauge_has_its_interval_and_dimensions) {
   auto registry = vek::Registry::create();
   vek::Gauge gauge = registry.gauge("load", nullptr, 60 * G_USEC_PER_SEC, {{"host", "h1"}});
   gint64 interval;
@@ -173,7 +171,7 @@ static void a_gauge_has_its_interval_and_dimensions() {
   assert_joined(gauge.dimensions(), "host,h1");
 }
 
-static void a_meter_is_marked() {
+TEST(a_meter_is_marked) {
   fake_clock_set(7000, 1);
   auto registry = vek::Registry::create();
   vek::Meter meter = registry.meter("sent", "Bytes/Second", {{"host", "h1"}});
@@ -186,7 +184,7 @@ static void a_meter_is_marked() {
   assert_joined(meter.dimensions(), "host,h1");
 }
 
-static void a_histogram_takes_its_store() {
+TEST(a_histogram_takes_its_store) {
   auto registry = vek::Registry::create();
   auto store = vek::FixedSizeStore::create(2);
   vek::Histogram histogram = registry.histogram("sizes", "Bytes", store, {{"host", "h1"}});
@@ -198,7 +196,7 @@ static void a_histogram_takes_its_store() {
   assert_joined(histogram.dimensions(), "host,h1");
 }
 
-static void a_store_of_a_recent_time_forgets() {
+TEST(a_store_of_a_recent_time_forgets) {
   fake_clock_set(1, 1000);
   auto store = vek::FixedTimeStore::create(G_USEC_PER_SEC, 10);
   store.add(1);
@@ -209,7 +207,7 @@ static void a_store_of_a_recent_time_forgets() {
   g_assert_cmpfloat(snapshot.max(), ==, 2.0);
 }
 
-static void a_timer_measures() {
+TEST(a_timer_measures) {
   fake_clock_set(1, 1000);
   auto registry = vek::Registry::create();
   auto store = vek::FixedSizeStore::create(2);
@@ -224,7 +222,7 @@ static void a_timer_measures() {
   assert_joined(timer.dimensions(), "host,h1");
 }
 
-static void a_timer_stops_its_own_start() {
+TEST(a_timer_stops_its_own_start) {
   fake_clock_set(1, 1000);
   auto registry = vek::Registry::create();
   vek::Timer timer = registry.timer("latency", "Microseconds");
@@ -234,7 +232,7 @@ static void a_timer_stops_its_own_start() {
   g_assert_cmpfloat(timer.snapshot().sum(), ==, 5.0);
 }
 
-static void ranges_are_walked_the_newest_first() {
+TEST(ranges_are_walked_the_newest_first) {
   auto registry = vek::Registry::create();
   vek::Timeline timeline = registry.timeline("render");
   timeline.add_range(1, 100, 250);
@@ -255,7 +253,7 @@ static void ranges_are_walked_the_newest_first() {
   g_assert_false(store.move_data().begin() != store.move_data().end());
 }
 
-static void a_snapshot_names_its_statistics() {
+TEST(a_snapshot_names_its_statistics) {
   fake_clock_set(7000, 1);
   const gdouble samples[] = {5, 1, 4, 2, 3};
   vek::Snapshot snapshot = vek::Snapshot::create(samples, G_N_ELEMENTS(samples));
@@ -268,7 +266,7 @@ static void a_snapshot_names_its_statistics() {
   g_assert_cmpfloat(snapshot.quantile(0.5), ==, 3.0);
 }
 
-static void a_datum_is_filled_and_read() {
+TEST(a_datum_is_filled_and_read) {
   auto dimension = vek::Dimension::create("host", "h1");
   g_assert_cmpstr(dimension.name(), ==, "host");
   auto datum = vek::Datum::create("requests");
@@ -298,7 +296,7 @@ static void a_datum_is_filled_and_read() {
   g_assert_true(sum == 10 && min == 1 && max == 5);
 }
 
-static void a_metric_is_found_as_the_kind_that_it_is() {
+TEST(a_metric_is_found_as_the_kind_that_it_is) {
   auto registry = vek::Registry::create();
   vek::Timer timer = registry.timer("latency", "Seconds", nullptr, {{"host", "h1"}});
   vek::Metric metric = registry.get_metric("latency", {{"host", "h1"}});
@@ -314,7 +312,7 @@ static void a_metric_is_found_as_the_kind_that_it_is() {
   g_assert_true(!registry.get_metric("c").as<vek::Histogram>());
 }
 
-static void the_default_registry_is_shared() {
+TEST(the_default_registry_is_shared) {
   auto registry = vek::Registry::create();
   registry.set_default();
   g_assert_true(vek::Registry::get_default() == registry);
@@ -323,7 +321,7 @@ static void the_default_registry_is_shared() {
   g_assert_cmpuint(references(registry), ==, 1);
 }
 
-static void a_registry_reports() {
+TEST(a_registry_reports) {
   fake_clock_set(7000, 1);
   g_autoptr(GString) record = g_string_new(nullptr);
   vek::Reporter reporter(recording_reporter_new("a", record));
@@ -337,7 +335,7 @@ static void a_registry_reports() {
   g_assert_cmpuint(references(console), ==, 2);
 }
 
-static void reporters_are_made_of_their_types() {
+TEST(reporters_are_made_of_their_types) {
   g_assert_true(VEK_IS_METRIC_CONSOLE_REPORTER(vek::ConsoleReporter::create()));
   g_assert_true(VEK_IS_METRIC_LOG_REPORTER(vek::LogReporter::create(nullptr, nullptr)));
   g_assert_true(VEK_IS_METRIC_TIMELINE_REPORTER(vek::TimelineReporter::create(nullptr, nullptr)));
@@ -361,7 +359,7 @@ static void reporters_are_made_of_their_types() {
   g_assert_cmpuint(rotate, ==, 4);
 }
 
-static void scoped_timers_that_overlap_measure_each_their_own() {
+TEST(scoped_timers_that_overlap_measure_each_their_own) {
   auto registry = vek::Registry::create();
   vek::Timer timer = registry.timer("t", "Microseconds");
   fake_clock_set(1, 1000);
@@ -380,7 +378,7 @@ static void scoped_timers_that_overlap_measure_each_their_own() {
   g_assert_cmpfloat(snapshot.max(), ==, 35.0);
 }
 
-static void a_tally_publishes_at_its_limit_when_asked_and_at_the_end() {
+TEST(a_tally_publishes_at_its_limit_when_asked_and_at_the_end) {
   auto registry = vek::Registry::create();
   vek::Counter counter = registry.counter("c");
   {
@@ -401,7 +399,7 @@ static void a_tally_publishes_at_its_limit_when_asked_and_at_the_end() {
   g_assert_cmpint(counter.count(), ==, 3);
 }
 
-static void a_tally_publishes_nothing_when_it_holds_nothing() {
+TEST(a_tally_publishes_nothing_when_it_holds_nothing) {
   auto registry = vek::Registry::create();
   fake_clock_set(1000, 1);
   vek::Counter counter = registry.counter("c");
@@ -414,7 +412,7 @@ static void a_tally_publishes_nothing_when_it_holds_nothing() {
   g_assert_cmpint(counter.time(), ==, 1000);
 }
 
-static void a_tally_passes_large_values_through() {
+TEST(a_tally_passes_large_values_through) {
   auto registry = vek::Registry::create();
   vek::Counter counter = registry.counter("c");
   vek::Tally tally(counter, 10);
@@ -427,47 +425,11 @@ static void a_tally_passes_large_values_through() {
   g_assert_cmpint(counter.count(), ==, 95);
 }
 
-static void a_tally_does_not_overflow() {
+TEST(a_tally_does_not_overflow) {
   auto registry = vek::Registry::create();
   vek::Counter counter = registry.counter("c");
   vek::Tally tally(counter, G_MAXINT64);
   tally.add(G_MAXINT64 - 1);
   tally.add(G_MAXINT64);
   g_assert_cmpint(counter.count(), ==, -3); /* wrapped by the counter */
-}
-
-int main(int argc, char **argv) {
-  g_test_init(&argc, &argv, nullptr);
-  log_capture_init();
-
-  ADD_TEST("cxx", an_owner_takes_over_copies_moves_and_drops_references);
-  ADD_TEST("cxx", an_owner_is_shared_and_moved_as_what_it_derives_from);
-  ADD_TEST("cxx", an_owner_compares_as_the_pointer_that_it_is);
-  ADD_TEST("cxx", an_empty_owner_fails_the_checks);
-  ADD_TEST("cxx", dimensions_come_from_braces);
-  ADD_TEST("cxx", no_pairs_are_no_dimensions);
-  ADD_TEST("cxx", dimensions_own_strings_computed_at_run_time);
-  ADD_TEST("cxx", dimensions_are_copied_and_moved);
-  ADD_TEST("cxx", a_counter_counts);
-  ADD_TEST("cxx", a_gauge_is_set_and_added_to);
-  ADD_TEST("cxx", a_gauge_has_its_interval_and_dimensions);
-  ADD_TEST("cxx", a_meter_is_marked);
-  ADD_TEST("cxx", a_histogram_takes_its_store);
-  ADD_TEST("cxx", a_store_of_a_recent_time_forgets);
-  ADD_TEST("cxx", a_timer_measures);
-  ADD_TEST("cxx", a_timer_stops_its_own_start);
-  ADD_TEST("cxx", ranges_are_walked_the_newest_first);
-  ADD_TEST("cxx", a_snapshot_names_its_statistics);
-  ADD_TEST("cxx", a_datum_is_filled_and_read);
-  ADD_TEST("cxx", a_metric_is_found_as_the_kind_that_it_is);
-  ADD_TEST("cxx", the_default_registry_is_shared);
-  ADD_TEST("cxx", a_registry_reports);
-  ADD_TEST("cxx", reporters_are_made_of_their_types);
-  ADD_TEST("cxx", scoped_timers_that_overlap_measure_each_their_own);
-  ADD_TEST("cxx", a_tally_publishes_at_its_limit_when_asked_and_at_the_end);
-  ADD_TEST("cxx", a_tally_publishes_nothing_when_it_holds_nothing);
-  ADD_TEST("cxx", a_tally_passes_large_values_through);
-  ADD_TEST("cxx", a_tally_does_not_overflow);
-
-  return g_test_run();
 }
