@@ -95,7 +95,7 @@ TEST(timeline_of_the_same_name_is_the_same) {
 }
 
 TEST(construction_keeps_a_store_that_is_there) {
-    g_autoptr(VekMetricTimeline) timeline = timeline_new();
+  g_autoptr(VekMetricTimeline) timeline = timeline_new();
   vek_metric_timeline_add_range(timeline, 1, 100, 250);
   G_OBJECT_GET_CLASS(timeline)->constructed(G_OBJECT(timeline));
   fixture_report();

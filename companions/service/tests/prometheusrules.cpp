@@ -4,11 +4,11 @@
 #include <math.h>
 #include <vekmetrics-service/prometheusrules.hpp>
 
-#include "support/logcapture.h"
+#include "support/fixture.h"
 
-using namespace vek::prometheus;
+using namespace vekin::prometheus;
 
-static void names_are_made_of_what_the_formats_allow() {
+TEST(names_are_made_of_what_the_formats_allow) {
   static const struct {
     const char *what, *prefix, *name, *expected;
   } rows[] = {
@@ -33,7 +33,7 @@ static void names_are_made_of_what_the_formats_allow() {
   }
 }
 
-static void labels_are_made_of_what_the_formats_allow() {
+TEST(labels_are_made_of_what_the_formats_allow) {
   static const struct {
     const char *what;
     const char *dimensions[9];
@@ -74,7 +74,7 @@ static void labels_are_made_of_what_the_formats_allow() {
   g_assert_cmpstr(labels, ==, "");
 }
 
-static void quotes_are_escaped_on_demand() {
+TEST(quotes_are_escaped_on_demand) {
   g_autoptr(GString) text = g_string_new(nullptr);
   append_escaped(text, "a\"b\\c\nd", Quotes::kept);
   g_assert_cmpstr(text->str, ==, "a\"b\\\\c\\nd");
@@ -83,7 +83,7 @@ static void quotes_are_escaped_on_demand() {
   g_assert_cmpstr(text->str, ==, "a\\\"b\\\\c\\nd\xef\xbf\xbd");
 }
 
-static void numbers_read_back() {
+TEST(numbers_read_back) {
   static const struct {
     gdouble value;
     const char *expected;
@@ -108,15 +108,4 @@ static void numbers_read_back() {
     append_number(text, row.value);
     g_assert_cmpstr(text->str, ==, row.expected);
   }
-}
-
-int main(int argc, char **argv) {
-  setlocale(LC_ALL, "");
-  g_test_init(&argc, &argv, nullptr);
-  log_capture_init();
-  ADD_TEST("prometheusrules", names_are_made_of_what_the_formats_allow);
-  ADD_TEST("prometheusrules", labels_are_made_of_what_the_formats_allow);
-  ADD_TEST("prometheusrules", quotes_are_escaped_on_demand);
-  ADD_TEST("prometheusrules", numbers_read_back);
-  return g_test_run();
 }

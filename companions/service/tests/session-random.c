@@ -6,6 +6,8 @@
 
 #include <vekmetrics-service/vekmetrics-service.h>
 
+#include "support/fixture.h"
+
 #include <stdlib.h>
 
 #define N_THREADS 3
@@ -227,17 +229,10 @@ static void run_program(void) {
   g_object_unref(program.registry);
 }
 
-static void test_nothing_is_lost_and_nothing_doubled(void) {
+TEST(nothing_is_lost_and_nothing_doubled) {
   const char *wanted = g_getenv("RANDOM_PROGRAMS");
   guint n_programs = wanted ? (guint)atoi(wanted) : 10000;
   for (guint i = 0; i < n_programs; i++)
     run_program();
   g_test_message("%u programs", n_programs);
-}
-
-int main(int argc, char **argv) {
-  g_test_init(&argc, &argv, NULL);
-  g_test_add_func("/session-random/nothing-is-lost-and-nothing-doubled",
-                  test_nothing_is_lost_and_nothing_doubled);
-  return g_test_run();
 }

@@ -11,11 +11,11 @@ static bool holds_itself(gpointer reporter) {
 
 static bool is_busy(gpointer reporter) {
   if (VEK_SERVICE_IS_DRAIN(reporter))
-    return vek_service_drain_is_busy(vek::as<VekServiceDrain>(reporter));
-  return holds_itself(reporter) && g_atomic_int_get(&vek::as<GObject>(reporter)->ref_count) > 1;
+    return vek_service_drain_is_busy(vekin::as<VekServiceDrain>(reporter));
+  return holds_itself(reporter) && g_atomic_int_get(&vekin::as<GObject>(reporter)->ref_count) > 1;
 }
 
-static void end(vek::Drainage *self, bool drained) {
+static void end(vekin::Drainage *self, bool drained) {
   g_clear_handle_id(&self->timeout, g_source_remove);
   g_source_destroy(&self->source);
   g_ptr_array_set_size(self->reporters, 0);
@@ -24,7 +24,7 @@ static void end(vek::Drainage *self, bool drained) {
 
 // Asked before each turn of the main loop.
 static gboolean prepare(GSource *source, gint *timeout) {
-  auto *self = reinterpret_cast<vek::Drainage *>(source);
+  auto *self = reinterpret_cast<vekin::Drainage *>(source);
 
   *timeout = -1;
   for (guint i = 0; i < self->reporters->len; i++)
@@ -36,11 +36,11 @@ static gboolean prepare(GSource *source, gint *timeout) {
 // A reporter that has become idle is flushed once more: what was under way may have been the
 // connection that its output waits for.
 static gboolean dispatch(GSource *source, GSourceFunc, gpointer) {
-  auto *self = reinterpret_cast<vek::Drainage *>(source);
+  auto *self = reinterpret_cast<vekin::Drainage *>(source);
 
   self->flushing = true;
   for (guint i = self->reporters->len; i-- > 0;) {
-    auto *reporter = vek::as<VekMetricReporter>(self->reporters->pdata[i]);
+    auto *reporter = vekin::as<VekMetricReporter>(self->reporters->pdata[i]);
     if (is_busy(reporter))
       continue;
     VEK_METRIC_REPORTER_GET_IFACE(reporter)->flush(reporter);
@@ -57,7 +57,7 @@ static gboolean dispatch(GSource *source, GSourceFunc, gpointer) {
 }
 
 static gboolean on_late(gpointer data) {
-  auto *self = static_cast<vek::Drainage *>(data);
+  auto *self = static_cast<vekin::Drainage *>(data);
 
   for (guint i = 0; i < self->reporters->len; i++) {
     auto *reporter = self->reporters->pdata[i];
@@ -70,7 +70,7 @@ static gboolean on_late(gpointer data) {
 }
 
 static void finalize(GSource *source) {
-  g_ptr_array_unref(reinterpret_cast<vek::Drainage *>(source)->reporters);
+  g_ptr_array_unref(reinterpret_cast<vekin::Drainage *>(source)->reporters);
 }
 
 static GSourceFuncs functions = {
@@ -82,7 +82,7 @@ static GSourceFuncs functions = {
     .closure_marshal = nullptr,
 };
 
-vek::Drainage *vek::drainage_start(GPtrArray *reporters, guint timeout_ms,
+vekin::Drainage *vekin::drainage_start(GPtrArray *reporters, guint timeout_ms,
                                    void (*on_end)(bool drained, gpointer data), gpointer data) {
   auto *self = reinterpret_cast<Drainage *>(g_source_new(&functions, sizeof(Drainage)));
   self->reporters = reporters;
@@ -102,7 +102,7 @@ vek::Drainage *vek::drainage_start(GPtrArray *reporters, guint timeout_ms,
   return self;
 }
 
-void vek::drainage_stop(Drainage *drainage) {
+void vekin::drainage_stop(Drainage *drainage) {
   if (!g_source_is_destroyed(&drainage->source))
     end(drainage, false);
 }

@@ -2,7 +2,7 @@
 
 #include <vekmetrics/vekmetrics.h>
 
-namespace vek {
+namespace vekin {
 
 // A wait, on the default main context, until reporters that have been flushed have nothing under
 // way any more.
@@ -24,4 +24,4 @@ Drainage *drainage_start(GPtrArray *reporters, guint timeout_ms,
 // Ends the wait, if it has not ended.
 void drainage_stop(Drainage *drainage);
 
-}  // namespace vek
+}  // namespace vekin

@@ -4,7 +4,7 @@
 
 #include <vekmetrics/vekmetrics.h>
 
-static vek::KindHooks kind_hooks;
+static vekin::KindHooks kind_hooks;
 
 namespace {
 
@@ -22,7 +22,7 @@ struct Kind {
 
   static void on_constructed(GObject *object) {
     constructed(object);
-    kind_hooks.made(vek::as<VekMetric>(object));
+    kind_hooks.made(vekin::as<VekMetric>(object));
   }
 
   static void read() {
@@ -53,7 +53,7 @@ void hook_all() {
 
 }  // namespace
 
-void vek::hook_kinds(const KindHooks &hooks) {
+void vekin::hook_kinds(const KindHooks &hooks) {
   static gsize hooked;
   if (!g_once_init_enter(&hooked))
     return;

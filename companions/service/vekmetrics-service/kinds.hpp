@@ -2,7 +2,7 @@
 
 #include <vekmetrics/metric.h>
 
-namespace vek {
+namespace vekin {
 
 // What is called for every metric of every registry.
 struct KindHooks {
@@ -17,4 +17,4 @@ struct KindHooks {
 // nothing then.
 void hook_kinds(const KindHooks &hooks);
 
-}  // namespace vek
+}  // namespace vekin

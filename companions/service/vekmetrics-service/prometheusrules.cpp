@@ -6,7 +6,7 @@
 #include <math.h>
 #include <string.h>
 
-namespace vek::prometheus {
+namespace vekin::prometheus {
 
 namespace {
 
@@ -116,4 +116,4 @@ void append_number(GString *text, gdouble value) {
     g_string_append(text, RoundTrip(value).text);
 }
 
-}  // namespace vek::prometheus
+}  // namespace vekin::prometheus

@@ -5,7 +5,7 @@
 
 #include <glib.h>
 
-namespace vek::prometheus {
+namespace vekin::prometheus {
 
 enum class Quotes { kept, escaped };
 
@@ -23,4 +23,4 @@ void append_escaped(GString *text, const char *string, Quotes quotes);
 // Appends a number that reads back to the same double.
 void append_number(GString *text, gdouble value);
 
-}  // namespace vek::prometheus
+}  // namespace vekin::prometheus

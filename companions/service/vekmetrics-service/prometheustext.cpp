@@ -6,7 +6,7 @@
 
 #include <iterator>
 
-namespace vek::prometheus {
+namespace vekin::prometheus {
 
 namespace {
 
@@ -147,4 +147,4 @@ void append_families(GString *text, GPtrArray *families, VekServicePrometheusFor
   g_string_append(text, dialect.end);
 }
 
-}  // namespace vek::prometheus
+}  // namespace vekin::prometheus

@@ -5,8 +5,8 @@
 #include "prometheusfamilies.hpp"
 #include "prometheusreporter.h"
 
-namespace vek::prometheus {
+namespace vekin::prometheus {
 
 void append_families(GString *text, GPtrArray *families, VekServicePrometheusFormat format);
 
-}  // namespace vek::prometheus
+}  // namespace vekin::prometheus

@@ -10,14 +10,14 @@ struct _VekServiceRelay {
   // Of the thread that runs passes.
   GPtrArray *pass;  // the reporters of the pass that is under way; NULL if none is
   bool is_own;      // the pass is the session's, not the registry's
-  vek::Retirement retirement;
+  vekin::Retirement retirement;
 
   GMutex lock;           // guards the fields below
   GPtrArray *reporters;  // of VekMetricReporter; never changed, but replaced; NULL while inert
   GWeakRef session;
   void (*on_pass_end)(GObject *session);
 };
-static_assert(vek::ZeroFillable<VekServiceRelay>);
+static_assert(vekin::ZeroFillable<VekServiceRelay>);
 
 static GMutex claim_lock;  // guards which relay is whose
 
@@ -39,7 +39,7 @@ static GPtrArray *copy_reporters(GPtrArray *reporters) {
 // Tells whether a pass is under way, which begins here if the relay is not inert.
 static bool be_in_pass(VekServiceRelay *self) {
   if (!self->pass) {
-    vek::MutexLock held(self->lock);
+    vekin::MutexLock held(self->lock);
     if (self->reporters)
       self->pass = g_ptr_array_ref(self->reporters);
   }
@@ -47,7 +47,7 @@ static bool be_in_pass(VekServiceRelay *self) {
 }
 
 static void end_pass(VekServiceRelay *self) {
-  vek::retirement_end_pass(self->retirement);
+  vekin::retirement_end_pass(self->retirement);
   g_clear_pointer(&self->pass, g_ptr_array_unref);
 
   g_autoptr(GObject) session = static_cast<GObject *>(g_weak_ref_get(&self->session));
@@ -59,11 +59,11 @@ static void end_pass(VekServiceRelay *self) {
 template <typename Operation, typename... Arguments>
 static void hand_on(VekMetricReporter *relay, Operation VekMetricReporterInterface::*operation,
                     Arguments... arguments) {
-  auto *self = vek::as<VekServiceRelay>(relay);
+  auto *self = vekin::as<VekServiceRelay>(relay);
   if (!be_in_pass(self))
     return;
   for (guint i = 0; i < self->pass->len; i++) {
-    auto *reporter = vek::as<VekMetricReporter>(self->pass->pdata[i]);
+    auto *reporter = vekin::as<VekMetricReporter>(self->pass->pdata[i]);
     if (auto function = VEK_METRIC_REPORTER_GET_IFACE(reporter)->*operation)
       function(reporter, arguments...);
   }
@@ -97,7 +97,7 @@ static void vek_service_relay_process_aggregated(VekMetricReporter *reporter, co
 
 static void vek_service_relay_flush(VekMetricReporter *reporter) {
   hand_on(reporter, &VekMetricReporterInterface::flush);
-  if (auto *self = vek::as<VekServiceRelay>(reporter); self->pass)
+  if (auto *self = vekin::as<VekServiceRelay>(reporter); self->pass)
     end_pass(self);
 }
 
@@ -111,25 +111,25 @@ static void vek_service_relay_reporter_init(VekMetricReporterInterface *iface) {
 
 // Of every metric, in whichever pass: the list tells whether a session takes part.
 static void on_metric_reports(VekMetric *metric, GSList *reporters) {
-  vek::retirement_note_met(metric);
-  for (auto *reporter : vek::Each<GObject>(reporters)) {
+  vekin::retirement_note_met(metric);
+  for (auto *reporter : vekin::Each<GObject>(reporters)) {
     if (G_OBJECT_TYPE(reporter) != VEK_SERVICE_TYPE_RELAY)
       continue;
-    if (auto *self = vek::as<VekServiceRelay>(reporter); be_in_pass(self))
-      vek::retirement_join(self->retirement, metric, !self->is_own);
+    if (auto *self = vekin::as<VekServiceRelay>(reporter); be_in_pass(self))
+      vekin::retirement_join(self->retirement, metric, !self->is_own);
   }
 }
 
 static void vek_service_relay_dispose(GObject *object) {
-  auto *self = vek::as<VekServiceRelay>(object);
+  auto *self = vekin::as<VekServiceRelay>(object);
   g_clear_pointer(&self->reporters, g_ptr_array_unref);
 
   G_OBJECT_CLASS(vek_service_relay_parent_class)->dispose(object);
 }
 
 static void vek_service_relay_finalize(GObject *object) {
-  auto *self = vek::as<VekServiceRelay>(object);
-  vek::retirement_clear(self->retirement);
+  auto *self = vekin::as<VekServiceRelay>(object);
+  vekin::retirement_clear(self->retirement);
   g_weak_ref_clear(&self->session);
   g_mutex_clear(&self->lock);
 
@@ -141,45 +141,45 @@ static void vek_service_relay_class_init(VekServiceRelayClass *klass) {
   object_class->dispose = vek_service_relay_dispose;
   object_class->finalize = vek_service_relay_finalize;
 
-  vek::hook_kinds({.made = vek::retirement_note_made, .reports = on_metric_reports});
+  vekin::hook_kinds({.made = vekin::retirement_note_made, .reports = on_metric_reports});
 }
 
 static void vek_service_relay_init(VekServiceRelay *self) {
-  vek::retirement_init(self->retirement);
+  vekin::retirement_init(self->retirement);
   g_weak_ref_init(&self->session, nullptr);
   g_mutex_init(&self->lock);
 }
 
 static VekServiceRelay *find_relay(VekMetricRegistry *registry) {
-  return vek::as<VekServiceRelay>(g_object_get_qdata(G_OBJECT(registry), relay_quark()));
+  return vekin::as<VekServiceRelay>(g_object_get_qdata(G_OBJECT(registry), relay_quark()));
 }
 
 static bool is_inert(VekServiceRelay *self) {
-  vek::MutexLock held(self->lock);
+  vekin::MutexLock held(self->lock);
   return !self->reporters;
 }
 
 VekServiceRelay *vek_service_relay_claim(VekMetricRegistry *registry, GObject *session,
                                          void (*on_pass_end)(GObject *session)) {
-  vek::MutexLock claiming(claim_lock);
+  vekin::MutexLock claiming(claim_lock);
   auto *self = find_relay(registry);
   if (self && !is_inert(self))
     return nullptr;
   if (!self) {
-    self = vek::as<VekServiceRelay>(g_object_new(VEK_SERVICE_TYPE_RELAY, nullptr));
+    self = vekin::as<VekServiceRelay>(g_object_new(VEK_SERVICE_TYPE_RELAY, nullptr));
     g_object_set_qdata_full(G_OBJECT(registry), relay_quark(), self, g_object_unref);
-    vek_metric_registry_register_reporter(registry, vek::as<VekMetricReporter>(self));
+    vek_metric_registry_register_reporter(registry, vekin::as<VekMetricReporter>(self));
   }
 
-  vek::MutexLock held(self->lock);
+  vekin::MutexLock held(self->lock);
   self->reporters = g_ptr_array_new_with_free_func(g_object_unref);
   self->on_pass_end = on_pass_end;
   g_weak_ref_set(&self->session, session);
-  return vek::as<VekServiceRelay>(g_object_ref(self));
+  return vekin::as<VekServiceRelay>(g_object_ref(self));
 }
 
 GPtrArray *vek_service_relay_disclaim(VekServiceRelay *relay) {
-  vek::MutexLock held(relay->lock);
+  vekin::MutexLock held(relay->lock);
   g_weak_ref_set(&relay->session, nullptr);
   return g_steal_pointer(&relay->reporters);
 }
@@ -188,7 +188,7 @@ bool vek_service_relay_add(VekServiceRelay *relay, VekMetricReporter *reporter) 
   g_autoptr(VekMetricReporter) owned = reporter;
   g_autoptr(GPtrArray) before = nullptr;
 
-  vek::MutexLock held(relay->lock);
+  vekin::MutexLock held(relay->lock);
   if (!relay->reporters)
     return false;
   if (g_ptr_array_find(relay->reporters, reporter, nullptr))
@@ -202,7 +202,7 @@ bool vek_service_relay_add(VekServiceRelay *relay, VekMetricReporter *reporter) 
 bool vek_service_relay_remove(VekServiceRelay *relay, VekMetricReporter *reporter) {
   g_autoptr(GPtrArray) before = nullptr;
 
-  vek::MutexLock held(relay->lock);
+  vekin::MutexLock held(relay->lock);
   if (!relay->reporters || !g_ptr_array_find(relay->reporters, reporter, nullptr))
     return false;
   before = relay->reporters;
@@ -213,7 +213,7 @@ bool vek_service_relay_remove(VekServiceRelay *relay, VekMetricReporter *reporte
 
 void vek_service_relay_report(VekServiceRelay *relay, VekMetricRegistry *registry) {
   relay->is_own = true;
-  vek_metric_registry_report(registry, vek::as<VekMetricReporter>(relay));
+  vek_metric_registry_report(registry, vekin::as<VekMetricReporter>(relay));
   relay->is_own = false;
 }
 

@@ -3,7 +3,7 @@
 #include "common/internal.hpp"
 
 static GMutex lock;            // guards the two below, and what their elements call retired
-static GSList *retirements;    // of vek::Retirement
+static GSList *retirements;    // of vekin::Retirement
 static GHashTable *asked_for;  // from key to how many metrics are constructed and not yet met
 
 static GQuark asked_for_quark;  // of a metric that is constructed and not yet met: its key
@@ -12,7 +12,7 @@ static GQuark asked_for_quark;  // of a metric that is constructed and not yet m
 static char *make_key(VekMetric *metric) {
   GString *key = g_string_sized_new(128);
   if (char **dimensions = vek_metric_get_dimensions(metric)) {
-    vek::append_joined(key, dimensions);
+    vekin::append_joined(key, dimensions);
     g_string_append_c(key, '.');
   }
   g_string_append(key, vek_metric_get_name(metric));
@@ -29,7 +29,7 @@ static void free_weak_ref(gpointer data) {
   g_free(weak_ref);
 }
 
-void vek::retirement_init(Retirement &retirement) {
+void vekin::retirement_init(Retirement &retirement) {
   retirement = {
       .joined = g_ptr_array_new_with_free_func(g_object_unref),
       .leaving = g_ptr_array_new(),
@@ -43,7 +43,7 @@ void vek::retirement_init(Retirement &retirement) {
   g_atomic_pointer_set(&retirements, g_slist_prepend(retirements, &retirement));
 }
 
-void vek::retirement_clear(Retirement &retirement) {
+void vekin::retirement_clear(Retirement &retirement) {
   {
     MutexLock held(lock);
     g_atomic_pointer_set(&retirements, g_slist_remove(retirements, &retirement));
@@ -60,14 +60,14 @@ static guint get_n_asked_for(const char *key) {
 static void forget_key(gpointer data) {
   g_autofree auto *key = static_cast<char *>(data);
 
-  vek::MutexLock held(lock);
+  vekin::MutexLock held(lock);
   if (guint n = get_n_asked_for(key); n > 1)
     g_hash_table_insert(asked_for, g_strdup(key), GUINT_TO_POINTER(n - 1));
   else
     g_hash_table_remove(asked_for, key);
 }
 
-void vek::retirement_note_made(VekMetric *metric) {
+void vekin::retirement_note_made(VekMetric *metric) {
   if (!g_atomic_pointer_get(&retirements) || !vek_metric_get_name(metric))
     return;
 
@@ -86,18 +86,18 @@ void vek::retirement_note_made(VekMetric *metric) {
     revive(found);
 }
 
-void vek::retirement_note_met(VekMetric *metric) {
+void vekin::retirement_note_met(VekMetric *metric) {
   g_object_set_qdata(as<GObject>(metric), asked_for_quark, nullptr);
 }
 
-void vek::retirement_join(Retirement &retirement, VekMetric *metric, bool may_retire) {
+void vekin::retirement_join(Retirement &retirement, VekMetric *metric, bool may_retire) {
   if (may_retire && g_atomic_int_get(&as<GObject>(metric)->ref_count) == 1)
     g_ptr_array_add(retirement.leaving, metric);
   else
     g_ptr_array_add(retirement.joined, g_object_ref(metric));
 }
 
-void vek::retirement_end_pass(Retirement &retirement) {
+void vekin::retirement_end_pass(Retirement &retirement) {
   g_autoptr(GPtrArray) wanted = g_ptr_array_new();
   {
     MutexLock held(lock);

@@ -2,7 +2,7 @@
 
 #include <vekmetrics/metric.h>
 
-namespace vek {
+namespace vekin {
 
 // Sees to it that a pass retires no metric that somebody still counts on.
 //
@@ -41,4 +41,4 @@ void retirement_note_met(VekMetric *metric);
 void retirement_join(Retirement &retirement, VekMetric *metric, bool may_retire);
 void retirement_end_pass(Retirement &retirement);
 
-}  // namespace vek
+}  // namespace vekin

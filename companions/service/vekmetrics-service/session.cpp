@@ -20,12 +20,12 @@ struct _VekServiceSession {
   guint timer;       // for the next pass; 0 while none is needed
 
   // Of the thread that runs the default main context.
-  vek::Drainage *drainage;  // NULL before the session is finished
+  vekin::Drainage *drainage;  // NULL before the session is finished
   bool ended;               // the wait is over
   gboolean drained;         // what it came to
   GSList *tasks;            // of GTask: who waits asynchronously
 };
-static_assert(vek::ZeroFillable<VekServiceSession>);
+static_assert(vekin::ZeroFillable<VekServiceSession>);
 
 enum : guint { PROP_PERIOD = 1, PROP_REGISTRY, N_PROPERTIES };
 static GParamSpec *properties[N_PROPERTIES];
@@ -51,7 +51,7 @@ public:
 }  // namespace
 
 static bool session_is_over(VekServiceSession *session) {
-  vek::MutexLock held(session->lock);
+  vekin::MutexLock held(session->lock);
   return !session->registry;
 }
 
@@ -95,8 +95,8 @@ static void set_timer(VekServiceSession *self) {
 }
 
 static void on_pass_end(GObject *object) {
-  auto *self = vek::as<VekServiceSession>(object);
-  vek::MutexLock held(self->lock);
+  auto *self = vekin::as<VekServiceSession>(object);
+  vekin::MutexLock held(self->lock);
   self->last_pass = g_get_monotonic_time();
   set_timer(self);
 }
@@ -105,7 +105,7 @@ static void on_pass_end(GObject *object) {
 static GPtrArray *end_session(VekServiceSession *self) {
   g_autoptr(VekMetricRegistry) registry = nullptr;
   {
-    vek::MutexLock held(self->lock);
+    vekin::MutexLock held(self->lock);
     registry = g_steal_pointer(&self->registry);
     set_timer(self);
   }
@@ -113,11 +113,11 @@ static GPtrArray *end_session(VekServiceSession *self) {
 }
 
 static void on_drained(bool drained, gpointer data) {
-  auto *self = vek::as<VekServiceSession>(data);
+  auto *self = vekin::as<VekServiceSession>(data);
   self->ended = true;
   self->drained = drained;
   g_autoslist(GTask) tasks = g_steal_pointer(&self->tasks);
-  for (auto *task : vek::Each<GTask>(tasks))
+  for (auto *task : vekin::Each<GTask>(tasks))
     g_task_return_boolean(task, drained);
 }
 
@@ -125,11 +125,11 @@ static void start_to_finish(VekServiceSession *self, guint timeout_ms) {
   if (self->drainage || self->ended)
     return;
   run_pass(self);
-  self->drainage = vek::drainage_start(end_session(self), timeout_ms, on_drained, self);
+  self->drainage = vekin::drainage_start(end_session(self), timeout_ms, on_drained, self);
 }
 
 static gboolean on_cancelled(GCancellable *, gpointer data) {
-  vek::drainage_stop(static_cast<VekServiceSession *>(data)->drainage);
+  vekin::drainage_stop(static_cast<VekServiceSession *>(data)->drainage);
   return G_SOURCE_REMOVE;
 }
 
@@ -141,9 +141,9 @@ static void destroy_source(gpointer data) {
 
 static void vek_service_session_set_property(GObject *object, guint id, const GValue *value,
                                              GParamSpec *pspec) {
-  auto *self = vek::as<VekServiceSession>(object);
+  auto *self = vekin::as<VekServiceSession>(object);
 
-  vek::MutexLock held(self->lock);
+  vekin::MutexLock held(self->lock);
   switch (id) {
   case PROP_PERIOD:
     self->period = g_value_get_uint(value);
@@ -158,9 +158,9 @@ static void vek_service_session_set_property(GObject *object, guint id, const GV
 
 static void vek_service_session_get_property(GObject *object, guint id, GValue *value,
                                              GParamSpec *pspec) {
-  auto *self = vek::as<VekServiceSession>(object);
+  auto *self = vekin::as<VekServiceSession>(object);
 
-  vek::MutexLock held(self->lock);
+  vekin::MutexLock held(self->lock);
   switch (id) {
   case PROP_PERIOD: g_value_set_uint(value, self->period); break;
   case PROP_REGISTRY: g_value_set_object(value, self->registry); break;
@@ -169,7 +169,7 @@ static void vek_service_session_get_property(GObject *object, guint id, GValue *
 }
 
 static void vek_service_session_dispose(GObject *object) {
-  auto *self = vek::as<VekServiceSession>(object);
+  auto *self = vekin::as<VekServiceSession>(object);
   if (g_autoptr(GPtrArray) reporters = end_session(self); reporters)
     self->ended = true;
   g_clear_object(&self->relay);
@@ -178,7 +178,7 @@ static void vek_service_session_dispose(GObject *object) {
 }
 
 static void vek_service_session_finalize(GObject *object) {
-  auto *self = vek::as<VekServiceSession>(object);
+  auto *self = vekin::as<VekServiceSession>(object);
   if (self->drainage)
     g_source_unref(&self->drainage->source);
   g_mutex_clear(&self->lock);
@@ -189,9 +189,9 @@ static void vek_service_session_finalize(GObject *object) {
 static void vek_service_session_constructed(GObject *object) {
   G_OBJECT_CLASS(vek_service_session_parent_class)->constructed(object);
 
-  auto *self = vek::as<VekServiceSession>(object);
+  auto *self = vekin::as<VekServiceSession>(object);
   if (!self->registry)
-    self->registry = vek::as<VekMetricRegistry>(g_object_ref(vek_metric_registry_get_default()));
+    self->registry = vekin::as<VekMetricRegistry>(g_object_ref(vek_metric_registry_get_default()));
   self->last_pass = g_get_monotonic_time();
   self->relay = vek_service_relay_claim(self->registry, object, on_pass_end);
   if (self->relay)
@@ -210,9 +210,9 @@ static void vek_service_session_class_init(VekServiceSessionClass *klass) {
   object_class->constructed = vek_service_session_constructed;
 
   properties[PROP_PERIOD] = g_param_spec_uint("period", "period", "period", 1, kRegistryPeriod,
-                                              kRegistryPeriod, vek::kConstruct);
+                                              kRegistryPeriod, vekin::kConstruct);
   properties[PROP_REGISTRY] = g_param_spec_object("registry", "registry", "registry",
-                                                  VEK_TYPE_METRIC_REGISTRY, vek::kConstructOnly);
+                                                  VEK_TYPE_METRIC_REGISTRY, vekin::kConstructOnly);
   g_object_class_install_properties(object_class, N_PROPERTIES, properties);
 }
 
@@ -317,7 +317,7 @@ static gboolean on_signal(gpointer data) {
 
   g_main_loop_quit(run->loop);
   if (run->session->drainage)
-    vek::drainage_stop(run->session->drainage);
+    vekin::drainage_stop(run->session->drainage);
   return G_SOURCE_CONTINUE;
 }
 
