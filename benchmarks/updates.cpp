@@ -233,6 +233,63 @@ void scope_timed_c_calls(benchmark::State &state) {
   }
 }
 
+// Every kind once, by the methods of the C++ interface and by the C calls. References to metrics
+// are held by both sides.
+
+struct Kinds {
+  vek::Registry registry = vek::Registry::create();
+  vek::Counter counter = registry.counter("c", "Count");
+  vek::Gauge gauge = registry.gauge("g", "Count");
+  vek::Meter meter = registry.meter("m", "Count");
+  vek::Histogram histogram = registry.histogram("h", "Count");
+  vek::Timer timer = registry.timer("t", "Milliseconds");
+};
+
+void update_by_methods(benchmark::State &state) {
+  Kinds kinds;
+  for (auto _ : state) {
+    kinds.counter.inc();
+    kinds.gauge.set(0.5);
+    kinds.meter.mark(1.0);
+    kinds.histogram.set(0.5);
+    kinds.timer.set_usec(1);
+    benchmark::DoNotOptimize(kinds.counter.count());
+  }
+}
+
+void update_by_c_calls(benchmark::State &state) {
+  Kinds kinds;
+  VekMetricCounter *counter = kinds.counter;
+  VekMetricGauge *gauge = kinds.gauge;
+  VekMetricMeter *meter = kinds.meter;
+  VekMetricHistogram *histogram = kinds.histogram;
+  VekMetricTimer *timer = kinds.timer;
+  for (auto _ : state) {
+    vek_metric_counter_inc(counter);
+    vek_metric_gauge_set_value(gauge, 0.5);
+    vek_metric_meter_mark(meter, 1.0);
+    vek_metric_histogram_set(histogram, 0.5);
+    vek_metric_timer_set_usec(timer, 1);
+    benchmark::DoNotOptimize(vek_metric_counter_get_count(counter));
+  }
+}
+
+void snapshot_by_methods(benchmark::State &state) {
+  Kinds kinds;
+  for (auto _ : state)
+    benchmark::DoNotOptimize(kinds.timer.snapshot().quantile(0.5));
+}
+
+void snapshot_by_c_calls(benchmark::State &state) {
+  Kinds kinds;
+  auto *histogram = static_cast<VekMetricHistogram *>(kinds.timer);
+  for (auto _ : state) {
+    VekMetricSnapshot *snapshot = vek_metric_histogram_get_snapshot(histogram);
+    benchmark::DoNotOptimize(vek_metric_snapshot_get_quantile(snapshot, 0.5));
+    vek_metric_snapshot_unref(snapshot);
+  }
+}
+
 void counter_inc_prometheus(benchmark::State &state) {
   static prometheus::Counter peer;
   for (auto _ : state)
@@ -449,6 +506,28 @@ void get_again_library(benchmark::State &state) {
   g_object_unref(first);
 }
 
+// Dimensions with a value that is computed at run time.
+
+void get_again_by_methods(benchmark::State &state) {
+  auto registry = vek::Registry::create();
+  std::string host = "h1";
+  vek::Counter first = registry.counter("requests", "Count", {{"host", host}});
+  for (auto _ : state)
+    registry.counter("requests", "Count", {{"host", host}});
+}
+
+void get_again_by_c_calls(benchmark::State &state) {
+  auto *registry = registry_new();
+  std::string host = "h1";
+  auto *first = vek_metric_registry_counter_new(registry, "requests", "Count", as_strv(one_pair));
+  for (auto _ : state) {
+    const char *dimensions[] = {"host", host.c_str(), nullptr};
+    g_object_unref(
+        vek_metric_registry_counter_new(registry, "requests", "Count", as_strv(dimensions)));
+  }
+  g_object_unref(first);
+}
+
 void get_again_floor(benchmark::State &state) {
   FloorRegistry registry;
   auto *first = floor_create(registry, "requests", "Count", as_strv(one_pair));
@@ -467,6 +546,12 @@ const std::vector<Case> cases = {
     {"increment by a tally/prometheus", counter_inc_prometheus},
     {"scoped timer/library", scope_timed_library},
     {"scoped timer/C calls", scope_timed_c_calls},
+    {"update by methods/library", update_by_methods},
+    {"update by methods/C calls", update_by_c_calls},
+    {"snapshot by methods/library", snapshot_by_methods},
+    {"snapshot by methods/C calls", snapshot_by_c_calls},
+    {"metric got by methods/library", get_again_by_methods},
+    {"metric got by methods/C calls", get_again_by_c_calls},
     {"counter add of two threads/library", counter_add_library, 2},
     {"counter add of two threads/floor", counter_add_floor, 2},
     {"gauge set/library", gauge_set_library},

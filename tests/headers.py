@@ -1,8 +1,8 @@
 #!/usr/bin/env python3
 """Compiles the public headers as applications do: headers.py SYMBOLS HEADER...
 
-Each header must compile by itself, in every language that applications use, without a warning and
-without anything private beside it. Every type of SYMBOLS must have its macros and a g_autoptr, and
+Each header must compile by itself, in every language that it is for, without a warning and without
+anything private beside it. Every type of SYMBOLS must have its macros and a g_autoptr, and
 the range, which is a plain record, a g_autoptr and a g_autoslist.
 CC and CXX name the compilers.
 """
@@ -53,30 +53,34 @@ class Headers(unittest.TestCase):
         for header in headers:
             (public / header.name).symlink_to(header.resolve())
             # The declaration is for headers of macros alone: a C file must not be empty.
-            (cls.folder / f'{header.stem}.c').write_text(
+            source = header.name.replace('.h', '.c')  # .c or .cpp
+            (cls.folder / source).write_text(
                 f'#include <vekmetrics/{header.name}>\nextern int declaration;\n')
 
         get_types = re.findall(r'^vek_\w+_get_type$', symbols.read_text(), re.MULTILINE)
         uses = [USE_RANGE, *map(use_type, get_types)]
         (cls.folder / 'types.c').write_text('#include <vekmetrics/vekmetrics.h>\n' + ''.join(uses))
 
-    def compile(self, compiler, *options):
+    def compile(self, compiler, sources, *options):
         flags = subprocess.run(['pkg-config', '--cflags', 'gio-2.0'], check=True,
                                capture_output=True, text=True).stdout
         result = subprocess.run(
             [*shlex.split(os.environ[compiler]), *options, '-fsyntax-only', '-Wall', '-Wextra',
              '-Wpedantic', '-Werror', f'-I{self.folder}', *shlex.split(flags),
-             *sorted(self.folder.glob('*.c'))], stderr=subprocess.PIPE, text=True)
+             *sorted(self.folder.glob(sources))], stderr=subprocess.PIPE, text=True)
         self.assertEqual(result.returncode, 0, result.stderr)
 
     def test_compile_as_c99(self):
-        self.compile('CC', '-std=c99')
+        self.compile('CC', '*.c', '-std=c99')
 
     def test_compile_as_c11(self):
-        self.compile('CC', '-std=c11')
+        self.compile('CC', '*.c', '-std=c11')
 
     def test_compile_as_cxx17(self):
-        self.compile('CXX', '-std=c++17', '-x', 'c++')
+        self.compile('CXX', '*.c*', '-std=c++17', '-x', 'c++')
+
+    def test_compile_as_cxx20_without_exceptions_and_type_information(self):
+        self.compile('CXX', 'vekmetrics.cpp', '-std=c++20', '-fno-exceptions', '-fno-rtti')
 
 
 if __name__ == '__main__':
