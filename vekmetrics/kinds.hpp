@@ -126,7 +126,7 @@ public:
   using Derived::Derived;
   static GType type() { return VEK_TYPE_METRIC_TIMELINE; }
 
-  // Unchecked: there must be a timeline.
+  // Unchecked: there must be a timeline, and no metric of another kind that had its key.
   void add_range(gint id, gint64 start, gint64 end) const {
     vek_metric_timeline_add_range(*this, id, start, end);
   }

@@ -18,9 +18,10 @@ G_BEGIN_DECLS
  * joined by ".": `host.h1.requests`. Nothing is escaped, and kind and unit are not part of the key.
  * A constructor such as [method@MetricRegistry.counter_new] returns the metric that already has the
  * key, unchanged. That metric may be of another kind: GObject then logs a warning of an invalid
- * cast, and the operations of the requested kind fail their checks on it. It may also be inactive,
- * and no pass ever reports it again. This happens when the application drops its last reference,
- * calls [method@MetricRegistry.report], and asks for the key before a periodic pass has removed the
+ * cast, and the operations of the requested kind fail their checks on it, except those of a
+ * timeline, which do not check the kind. It may also be inactive, and no pass ever reports it
+ * again. This happens when the application drops its last reference, calls
+ * [method@MetricRegistry.report], and asks for the key before a periodic pass has removed the
  * metric. Keep a reference to each metric for as long as you need it.
  *
  * Once the first reporter is registered, a pass runs every 60 seconds on the default main context.

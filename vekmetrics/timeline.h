@@ -24,7 +24,7 @@ G_DECLARE_FINAL_TYPE(VekMetricTimeline, vek_metric_timeline, VEK, METRIC_TIMELIN
 
 /**
  * vek_metric_timeline_add_range:
- * @timeline: a timeline; not checked
+ * @timeline: a timeline; not checked, and a metric of another kind may end the process
  * @id: an integer that identifies the range, such as the number of a worker
  * @start: its first bound, in any unit
  * @end: its second bound
@@ -36,7 +36,7 @@ void vek_metric_timeline_add_range(VekMetricTimeline *timeline, gint id, gint64 
 
 /**
  * vek_metric_timeline_move_data:
- * @timeline: a timeline
+ * @timeline: a timeline; only checked not to be %NULL
  *
  * Moves all ranges out of the timeline. No pass reports them.
  *
@@ -53,7 +53,8 @@ GSList *vek_metric_timeline_move_data(VekMetricTimeline *timeline);
  * @name: the timeline's name; %NULL aborts the process
  *
  * Creates a timeline without dimensions, or returns the metric that already has its key, which may
- * be inactive or of another kind: see [class@MetricRegistry].
+ * be inactive or of another kind: see [class@MetricRegistry]. The operations of a timeline do not
+ * check the kind: where the name may be taken, test the result with `VEK_IS_METRIC_TIMELINE()`.
  *
  * Returns: (transfer full) (nullable): the timeline; %NULL after a failed check
  */
