@@ -1,6 +1,6 @@
 #pragma once
 
-// Part of <vekmetrics/vekmetrics.hpp>: references that their owner drops, and dimensions.
+// Part of <vekmetrics/vekmetrics.hpp>: owners of references, and dimensions.
 
 #include <vekmetrics/vekmetrics.h>
 
@@ -39,9 +39,9 @@ struct Counting<VekMetricDatum> {
   static void unref(VekMetricDatum *datum) { vek_metric_datum_unref(datum); }
 };
 
-// Owns one reference, or nothing. Constructed from a pointer, it takes over the reference that a C
-// function returned; a copy takes another. It converts to the pointer in every C call. A pointer
-// that a function only lends must not be passed to the constructor.
+// Owns one reference, or nothing. The constructor takes over the reference that a C function
+// returned, so it must not be given a borrowed pointer. A copy takes another reference. An owner
+// converts to its pointer, so it can be passed to every C function.
 template <typename T>
 class Owner {
 public:
@@ -89,7 +89,7 @@ public:
   operator T *() const { return static_cast<T *>(this->operator gpointer()); }
 };
 
-// Makes an owner of a pointer that has another type in C, such as that of a base.
+// Makes an owner from a pointer whose C type is that of a base.
 template <typename Kind>
 Kind adopt(gpointer owned) {
   return Kind(static_cast<typename Kind::Type *>(owned));
@@ -113,7 +113,7 @@ public:
     return *this;
   }
 
-  // The vector for a C call, which copies the strings. It lives as long as this object.
+  // The vector for a C call. It is borrowed, and C calls copy its strings.
   operator gchar **() const { return strings.get(); }
 
 private:
@@ -121,7 +121,7 @@ private:
     void operator()(gchar **strings) const { g_free(strings); }
   };
 
-  // The vector and behind it the text of all strings, in one block.
+  // Allocates one block: the vector, followed by the text of all strings.
   template <typename Pairs>
   static gchar **join(const Pairs &pairs) {
     gsize n_strings = 0, n_chars = 0;

@@ -9,8 +9,8 @@
 
 namespace vek {
 
-// Records the time from here to the end of the scope. It keeps its own start: any number of them
-// may share a timer, on any threads. The timer is borrowed and must outlive it.
+// Records the time from its construction to the end of the scope. Each has its own start time, so
+// any number of them may share a timer, on any threads. The timer is borrowed and must outlive it.
 class ScopedTimer {
 public:
   explicit ScopedTimer(VekMetricTimer *timer) : timer(timer), start(g_get_monotonic_time()) {}
@@ -23,12 +23,12 @@ private:
   gint64 start;
 };
 
-// Counts for a hot loop in a plain integer, and adds to its counter once for many: when the limit
-// is reached, when asked, and at the end of the scope. It belongs to one thread; what it holds back
-// no report shows yet. The counter is borrowed and must outlive it.
+// Counts for a hot loop in a plain integer, and adds the sum to its counter when the limit is
+// reached, on publish(), and at the end of the scope. Reports do not show what was not added yet.
+// A tally belongs to one thread. The counter is borrowed and must outlive it.
 class Tally {
 public:
-  // The limit: what is not held back any more, in either direction; from 1 to G_MAXINT64 / 2.
+  // The limit applies to sums in either direction; from 1 to G_MAXINT64 / 2.
   explicit Tally(VekMetricCounter *counter, gint64 limit = 1024)
       : counter(counter), limit(std::clamp<gint64>(limit, 1, G_MAXINT64 / 2)) {}
   ~Tally() { publish(); }
@@ -44,14 +44,14 @@ public:
   void inc() { hold(1); }
   void dec() { hold(-1); }
 
-  // Adds what is held back to the counter; nothing when that is 0.
+  // Adds the sum to the counter, unless it is 0.
   void publish() {
     if (count != 0)
       vek_metric_counter_add(counter, std::exchange(count, 0));
   }
 
 private:
-  // Below the limit, so that the sum cannot overflow.
+  // The value is below the limit, so the sum cannot overflow.
   void hold(gint64 value) {
     count += value;
     if (count >= limit || count <= -limit)
