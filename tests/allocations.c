@@ -137,7 +137,7 @@ static void fixed_time_store_takes_16_bytes_a_slot_at_construction(void) {
   }                                                                      \
   G_STMT_END
 
-enum { RECORD = 32, SAMPLE = 8 }; /* bytes */
+enum { RECORD = 8 + 3 * sizeof(gpointer), SAMPLE = 8 }; /* bytes */
 
 static void snapshot_takes_one_record_and_one_array(void) {
   g_autoptr(VekMetricStore) fixed_size = vek_metric_fixed_size_store_new(4);
