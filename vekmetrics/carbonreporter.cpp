@@ -48,7 +48,8 @@ static void on_metric_sent_callback(GObject *source, GAsyncResult *result, gpoin
   g_autoptr(GError) error = nullptr;
   gsize bytes_written = 0;
   if (g_output_stream_write_all_finish(G_OUTPUT_STREAM(source), result, &bytes_written, &error)) {
-    vek_debug("Carbon reporter write operation succeeded (bytes_written: %lu)", bytes_written);
+    vek_debug("Carbon reporter write operation succeeded (bytes_written: %" G_GSIZE_FORMAT ")",
+              bytes_written);
   } else {
     vek_warning("Carbon reporter write operation failed with error: %s", error->message);
     vek_warning("Carbon reporter will be disabled");

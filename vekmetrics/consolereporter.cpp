@@ -143,9 +143,9 @@ static void vek_metric_console_reporter_process_aggregated(VekMetricReporter *re
   gdouble p10 = vek_metric_snapshot_get_quantile(snapshot, 0.1);
   gdouble p50 = vek_metric_snapshot_get_quantile(snapshot, 0.5);
   gdouble p90 = vek_metric_snapshot_get_quantile(snapshot, 0.9);
-  g_autofree char *text =
-      g_strdup_printf("avg: %f, n samples: %lu, max: %f, min: %f, p10: %f, p50: %f, p90: %f",
-                      average, n_samples, max, min, p10, p50, p90);
+  g_autofree char *text = g_strdup_printf("avg: %f, n samples: %" G_GSIZE_FORMAT
+                                          ", max: %f, min: %f, p10: %f, p50: %f, p90: %f",
+                                          average, n_samples, max, min, p10, p50, p90);
   add_line(reporter, name, dimensions, text);
 }
 

@@ -1,15 +1,17 @@
 #!/usr/bin/env python3
-"""Compiles the public headers as applications do: headers.py SYMBOLS HEADER...
+"""Compiles a library's public headers as applications do:
 
-Each header must compile by itself, in every language that it is for, without a warning and without
-anything private beside it. Every type of SYMBOLS must have its macros and a g_autoptr, and
-the range, which is a plain record, a g_autoptr and a g_autoslist.
+    headers.py NAME PREFIX SYMBOLS HEADER...
+
+Each header must compile by itself, in every language that applications use, without a warning and
+without anything private beside it. HEADER... are those of the library NAME and of the libraries
+that it needs. Every type of SYMBOLS, which is Debian's list, must have its macros and a g_autoptr,
+and the range, which is a plain record, a g_autoptr and a g_autoslist.
 CC and CXX name the compilers.
 """
 
 import os
 import pathlib
-import re
 import shlex
 import subprocess
 import sys
@@ -17,11 +19,10 @@ import tempfile
 import unittest
 
 from support import tap
+from support.symbols import read_symbols
 
-symbols, *headers = map(pathlib.Path, sys.argv[1:])
-
-# These are no objects and so have no casts.
-BOXED = {'VekMetricDatum', 'VekMetricDimension', 'VekMetricSnapshot'}
+library, prefix, symbols, *headers = sys.argv[1:]
+headers = list(map(pathlib.Path, headers))
 
 USE_RANGE = '''void use_range(void);
 void use_range(void) {
@@ -33,14 +34,15 @@ g_autoslist(VekMetricRange) none = NULL;
 '''
 
 
-def use_type(get_type):
-    words = get_type.removeprefix('vek_').removesuffix('_get_type').split('_')
-    camel = 'Vek' + ''.join(map(str.capitalize, words))
-    upper = '_'.join(words).upper()
+def use_type(get_type, declarations):
+    words = get_type.removesuffix('_get_type')
+    camel = ''.join(map(str.capitalize, words.split('_')))
+    namespace, upper = prefix.upper(), words.removeprefix(f'{prefix}_').upper()
     lines = [f'g_autoptr({camel}) nothing = NULL;', '(void)nothing;',
-             f'g_type_ensure(VEK_TYPE_{upper});']
-    if camel not in BOXED:
-        lines.append(f'if (VEK_IS_{upper}(nothing)) g_object_ref(VEK_{upper}(nothing));')
+             f'g_type_ensure({namespace}_TYPE_{upper});']
+    if f'_TYPE({camel},' in declarations or f'_INTERFACE({camel},' in declarations:
+        lines.append(f'if ({namespace}_IS_{upper}(nothing)) '
+                     f'g_object_ref({namespace}_{upper}(nothing));')
     return 'void use_%s(void);\nvoid use_%s(void) {\n%s\n}\n' % (camel, camel, '\n'.join(lines))
 
 
@@ -50,18 +52,25 @@ class Headers(unittest.TestCase):
         folder = tempfile.TemporaryDirectory()
         cls.addClassCleanup(folder.cleanup)
         cls.folder = pathlib.Path(folder.name)
-        public = cls.folder / 'vekmetrics'
-        public.mkdir()
         for header in headers:
+            public = cls.folder / header.parent.name
+            public.mkdir(exist_ok=True)
             (public / header.name).symlink_to(header.resolve())
+        own = [header for header in headers if header.parent.name == library]
+        for header in own:
             # The declaration is for headers of macros alone: a C file must not be empty.
             source = header.name.replace('.h', '.c')  # .c or .cpp
             (cls.folder / source).write_text(
-                f'#include <vekmetrics/{header.name}>\nextern int declaration;\n')
+                f'#include <{library}/{header.name}>\nextern int declaration;\n')
 
-        get_types = re.findall(r'^vek_\w+_get_type$', symbols.read_text(), re.MULTILINE)
-        uses = [USE_RANGE, *map(use_type, get_types)]
-        (cls.folder / 'types.c').write_text('#include <vekmetrics/vekmetrics.h>\n' + ''.join(uses))
+        declarations = ''.join(header.read_text() for header in own)
+        _, functions = read_symbols(symbols)
+        uses = [use_type(function, declarations) for function in functions
+                if function.endswith('_get_type')]
+        if library == 'vekmetrics':
+            uses.append(USE_RANGE)
+        (cls.folder / 'types.c').write_text(
+            f'#include <{library}/{library}.h>\nextern int declaration;\n' + ''.join(uses))
 
     def compile(self, compiler, sources, *options):
         flags = subprocess.run(['pkg-config', '--cflags', 'gio-2.0'], check=True,
@@ -82,7 +91,7 @@ class Headers(unittest.TestCase):
         self.compile('CXX', '*.c*', '-std=c++17', '-x', 'c++')
 
     def test_compile_as_cxx20_without_exceptions_and_type_information(self):
-        self.compile('CXX', 'vekmetrics.cpp', '-std=c++20', '-fno-exceptions', '-fno-rtti')
+        self.compile('CXX', f'{library}.c*', '-std=c++20', '-fno-exceptions', '-fno-rtti', '-x', 'c++')
 
 
 if __name__ == '__main__':

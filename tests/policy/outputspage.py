@@ -27,6 +27,11 @@ def run_python(code):
     return printed.getvalue()
 
 
+def forget_empty_fractions(text):
+    """Newer versions of jq print 256.0 as it is in the file; older ones print 256."""
+    return re.sub(r'\b(\d+)\.0\b', r'\1', text)
+
+
 def check_commands(case, blocks, folder, least):
     """Runs the commands, of which there are at least this many, for the test case."""
     case.assertGreaterEqual(len(blocks), 2 * least)
@@ -36,4 +41,4 @@ def check_commands(case, blocks, folder, least):
             program = {'python': sys.executable, 'sh': 'sh'}[language]
             run = subprocess.run([program, '-c', command], cwd=folder, text=True,
                                  stdout=subprocess.PIPE, check=True)
-            case.assertEqual(run.stdout, shown)
+            case.assertEqual(*map(forget_empty_fractions, (run.stdout, shown)))

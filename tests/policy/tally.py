@@ -1,4 +1,4 @@
-"""Tests of scripts/tally, and of how scripts/steps adds up."""
+"""Tests of scripts/tally and scripts/steps."""
 
 import json
 import pathlib
@@ -56,13 +56,44 @@ class Tally(unittest.TestCase):
         self.assertEqual(self.tally(), ('0 passed, 0 failed\n', 1))
 
 
+def run_check(*lines):
+    """Runs a check of these lines; returns the lines that it prints, and its exit status."""
+    run = subprocess.run(['bash', '-c', '\n'.join([f'. {SCRIPTS}/steps', *lines, 'finish'])],
+                         stdout=subprocess.PIPE, text=True, check=False)
+    return run.stdout.splitlines(), run.returncode
+
+
+class Step(unittest.TestCase):
+    FAILING = 'fail() { echo said; (exit 7); true; }'
+
+    def test_function_stops_at_its_first_failing_command_in_every_condition(self):
+        for line in ('step name fail', 'if step name fail; then echo went on; fi',
+                     'if false; then :; elif step name fail; then echo went on; fi',
+                     'while step name fail; do echo went on; break; done',
+                     'step name fail && echo went on', 'true && step name fail || true',
+                     'check() { step name fail && echo went on; }; check || true',
+                     '{ ! step name fail; } || echo went on'):
+            with self.subTest(line):
+                self.assertEqual(run_check(self.FAILING, line),
+                                 (['not ok name', 'said', '0 passed, 1 failed'], 1))
+
+    def test_condition_has_the_status_of_the_step(self):
+        self.assertEqual(run_check('if step name true; then echo went on; fi')[0],
+                         ['ok name', 'went on', '1 passed, 0 failed'])
+        self.assertEqual(run_check(self.FAILING, 'step name fail || echo "status $?"')[0],
+                         ['not ok name', 'said', 'status 7', '0 passed, 1 failed'])
+
+    def test_passing_step_is_silent_and_changes_nothing_of_the_check(self):
+        self.assertEqual(run_check('talk() { echo said; value=2; cd /; }', 'value=1 before=$PWD',
+                                   'step name talk',
+                                   'echo "$value"; [ "$PWD" = "$before" ] || echo moved'),
+                         (['ok name', '1', '1 passed, 0 failed'], 0))
+
+
 class Count(unittest.TestCase):
     def count(self, *commands):
-        lines = [f'. {SCRIPTS}/steps', *(f"count sh -c '{command}'" for command in commands),
-                 'finish']
-        run = subprocess.run(['bash', '-c', '\n'.join(lines)], stdout=subprocess.PIPE, text=True,
-                             check=False)
-        return run.stdout.splitlines()[-1], run.returncode
+        lines, status = run_check(*(f"count sh -c '{command}'" for command in commands))
+        return lines[-1], status
 
     def test_sums_are_added(self):
         self.assertEqual(self.count('echo 2 passed, 0 failed', 'echo 3 passed, 0 failed'),

@@ -1,7 +1,8 @@
 #pragma once
 
 /* Catches every log message of a test program, structured or not, with its fields; only debug
- * messages of other domains than the library's are passed over.
+ * messages of other domains than the library's are passed over. GObject's criticals are taken for
+ * warnings.
  *
  * A test takes the messages out in the order in which they came; one that leaves a message behind
  * fails. */

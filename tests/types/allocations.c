@@ -135,7 +135,7 @@ COUNTED_TEST(fixed_time_store_takes_16_bytes_a_slot_at_construction) {
   }                                                                      \
   G_STMT_END
 
-enum { RECORD = 32, SAMPLE = 8 }; /* bytes */
+enum { RECORD = 8 + 3 * sizeof(gpointer), SAMPLE = 8 }; /* bytes */
 
 COUNTED_TEST(snapshot_takes_one_record_and_one_array) {
   g_autoptr(VekMetricStore) fixed_size = vek_metric_fixed_size_store_new(4);
