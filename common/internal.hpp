@@ -75,10 +75,10 @@ inline constexpr auto kConstructOnly =
     static_cast<GParamFlags>(G_PARAM_READWRITE | G_PARAM_CONSTRUCT_ONLY | G_PARAM_STATIC_STRINGS);
 
 // The description of a property by one of the g_param_spec_...() functions, with its name for nick
-// and blurb: property<g_param_spec_uint>("rotate", 0, G_MAXUINT, 0, kConstructOnly).
-template <auto make_spec, typename... Rest>
+// and blurb: property<g_param_spec_uint>("rotate", 0, G_MAXUINT, 0).
+template <auto make_spec, GParamFlags flags = kConstructOnly, typename... Rest>
 GParamSpec *property(const char *name, Rest... rest) {
-  return make_spec(name, name, name, rest...);
+  return make_spec(name, name, name, rest..., flags);
 }
 
 // Instances are zero-filled and no constructor runs, so their members must not need one.

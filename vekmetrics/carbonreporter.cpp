@@ -253,12 +253,9 @@ static void vek_metric_carbon_reporter_class_init(VekMetricCarbonReporterClass *
   object_class->dispose = vek_metric_carbon_reporter_dispose;
   object_class->constructed = vek_metric_carbon_reporter_constructed;
 
-  properties[PROP_PREFIX] =
-      vekin::property<g_param_spec_string>("prefix", nullptr, vekin::kConstructOnly);
-  properties[PROP_SERVER_ADDRESS] =
-      vekin::property<g_param_spec_string>("server-address", nullptr, vekin::kConstructOnly);
-  properties[PROP_SERVER_PORT] =
-      vekin::property<g_param_spec_uint>("server-port", 0, 65535, 2003, vekin::kConstructOnly);
+  properties[PROP_PREFIX] = vekin::property<g_param_spec_string>("prefix", nullptr);
+  properties[PROP_SERVER_ADDRESS] = vekin::property<g_param_spec_string>("server-address", nullptr);
+  properties[PROP_SERVER_PORT] = vekin::property<g_param_spec_uint>("server-port", 0, 65535, 2003);
   g_object_class_install_properties(object_class, N_PROPERTIES, properties);
 }
 

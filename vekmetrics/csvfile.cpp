@@ -7,12 +7,10 @@ enum : guint { PROP_DIRNAME = 1, PROP_BASENAME };
 static_assert(vekin::ZeroFillable<vekin::CsvFile>);
 
 void vekin::CsvFile::install_properties(GObjectClass *object_class) {
-  g_object_class_install_property(
-      object_class, PROP_DIRNAME,
-      vekin::property<g_param_spec_string>("dirname", nullptr, vekin::kConstructOnly));
-  g_object_class_install_property(
-      object_class, PROP_BASENAME,
-      vekin::property<g_param_spec_string>("basename", nullptr, vekin::kConstructOnly));
+  g_object_class_install_property(object_class, PROP_DIRNAME,
+                                  vekin::property<g_param_spec_string>("dirname", nullptr));
+  g_object_class_install_property(object_class, PROP_BASENAME,
+                                  vekin::property<g_param_spec_string>("basename", nullptr));
 }
 
 void vekin::CsvFile::set_property(GObject *object, guint id, const GValue *value,

@@ -80,7 +80,7 @@ static void vek_metric_fixed_size_store_class_init(VekMetricFixedSizeStoreClass 
   store_class->get_snapshot = vek_metric_fixed_size_store_get_snapshot;
 
   properties[PROP_WINDOW_SIZE] =
-      vekin::property<g_param_spec_uint>("window-size", 1, G_MAXUINT, 60, vekin::kConstructOnly);
+      vekin::property<g_param_spec_uint>("window-size", 1, G_MAXUINT, 60);
   g_object_class_install_properties(object_class, N_PROPERTIES, properties);
 }
 

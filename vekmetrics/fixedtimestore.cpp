@@ -149,9 +149,8 @@ static void vek_metric_fixed_time_store_class_init(VekMetricFixedTimeStoreClass 
   store_class->get_snapshot = vek_metric_fixed_time_store_get_snapshot;
 
   properties[PROP_TIME_WINDOW] = vekin::property<g_param_spec_int64>(
-      "time-window", G_USEC_PER_SEC, G_MAXINT64, 60 * G_USEC_PER_SEC, vekin::kConstructOnly);
-  properties[PROP_MAX_SIZE] =
-      vekin::property<g_param_spec_uint>("max-size", 1, G_MAXUINT, 2048, vekin::kConstructOnly);
+      "time-window", G_USEC_PER_SEC, G_MAXINT64, 60 * G_USEC_PER_SEC);
+  properties[PROP_MAX_SIZE] = vekin::property<g_param_spec_uint>("max-size", 1, G_MAXUINT, 2048);
   g_object_class_install_properties(object_class, N_PROPERTIES, properties);
 }
 

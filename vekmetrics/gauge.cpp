@@ -123,8 +123,7 @@ static void vek_metric_gauge_class_init(VekMetricGaugeClass *klass) {
   object_class->finalize = vek_metric_gauge_finalize;
   VEK_METRIC_CLASS(klass)->report = vek_metric_gauge_report;
 
-  properties[PROP_INTERVAL] =
-      vekin::property<g_param_spec_int64>("interval", 0, G_MAXINT64, 0, vekin::kConstructOnly);
+  properties[PROP_INTERVAL] = vekin::property<g_param_spec_int64>("interval", 0, G_MAXINT64, 0);
   g_object_class_install_properties(object_class, N_PROPERTIES, properties);
 }
 

@@ -76,8 +76,7 @@ static void vek_metric_histogram_class_init(VekMetricHistogramClass *klass) {
   object_class->constructed = vek_metric_histogram_constructed;
   VEK_METRIC_CLASS(klass)->report = vek_metric_histogram_report;
 
-  properties[PROP_STORE] =
-      vekin::property<g_param_spec_object>("store", VEK_TYPE_METRIC_STORE, vekin::kConstructOnly);
+  properties[PROP_STORE] = vekin::property<g_param_spec_object>("store", VEK_TYPE_METRIC_STORE);
   g_object_class_install_properties(object_class, N_PROPERTIES, properties);
 }
 

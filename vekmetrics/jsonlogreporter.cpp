@@ -245,16 +245,12 @@ static void vek_metric_json_log_reporter_class_init(VekMetricJsonLogReporterClas
   object_class->finalize = vek_metric_json_log_reporter_finalize;
   object_class->constructed = vek_metric_json_log_reporter_constructed;
 
-  properties[PROP_DIRNAME] =
-      vekin::property<g_param_spec_string>("dirname", nullptr, vekin::kConstructOnly);
-  properties[PROP_BASENAME] =
-      vekin::property<g_param_spec_string>("basename", nullptr, vekin::kConstructOnly);
+  properties[PROP_DIRNAME] = vekin::property<g_param_spec_string>("dirname", nullptr);
+  properties[PROP_BASENAME] = vekin::property<g_param_spec_string>("basename", nullptr);
   properties[PROP_INSTANCE_ID] = g_param_spec_string("instance-id", "instance id", "instance id",
                                                      nullptr, vekin::kConstructOnly);
-  properties[PROP_MAX_REPORTS] =
-      vekin::property<g_param_spec_uint>("max-reports", 0, G_MAXUINT, 0, vekin::kConstructOnly);
-  properties[PROP_ROTATE] =
-      vekin::property<g_param_spec_uint>("rotate", 0, G_MAXUINT, 0, vekin::kConstructOnly);
+  properties[PROP_MAX_REPORTS] = vekin::property<g_param_spec_uint>("max-reports", 0, G_MAXUINT, 0);
+  properties[PROP_ROTATE] = vekin::property<g_param_spec_uint>("rotate", 0, G_MAXUINT, 0);
   g_object_class_install_properties(object_class, N_PROPERTIES, properties);
 }
 

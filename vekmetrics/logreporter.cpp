@@ -36,12 +36,7 @@ namespace {
 // The columns behind the dimensions. A lone figure leaves the others empty.
 struct Figures {
   const char *figure;
-  const char *n_samples = "";
-  const char *min = "";
-  const char *max = "";
-  const char *p10 = "";
-  const char *p50 = "";
-  const char *p90 = "";
+  const char *n_samples = "", *min = "", *max = "", *p10 = "", *p50 = "", *p90 = "";
 };
 
 }  // namespace

@@ -102,9 +102,9 @@ static void vek_metric_meter_class_init(VekMetricMeterClass *klass) {
   VEK_METRIC_CLASS(klass)->report = vek_metric_meter_report;
 
   properties[PROP_TIME_CONSTANT] = vekin::property<g_param_spec_int64>(
-      "time-constant", G_USEC_PER_SEC, G_MAXINT64, 60 * G_USEC_PER_SEC, vekin::kConstructOnly);
-  properties[PROP_SAMPLING_PERIOD] = vekin::property<g_param_spec_int64>(
-      "sampling-period", 1, G_MAXINT64, G_USEC_PER_SEC, vekin::kConstructOnly);
+      "time-constant", G_USEC_PER_SEC, G_MAXINT64, 60 * G_USEC_PER_SEC);
+  properties[PROP_SAMPLING_PERIOD] =
+      vekin::property<g_param_spec_int64>("sampling-period", 1, G_MAXINT64, G_USEC_PER_SEC);
   g_object_class_install_properties(object_class, N_PROPERTIES, properties);
 }
 

@@ -54,14 +54,11 @@ static void vek_metric_class_init(VekMetricClass *klass) {
   object_class->get_property = vek_metric_get_property;
   object_class->dispose = vek_metric_dispose;
 
-  properties[PROP_NAME] =
-      vekin::property<g_param_spec_string>("name", nullptr, vekin::kConstructOnly);
-  properties[PROP_UNIT] =
-      vekin::property<g_param_spec_string>("unit", nullptr, vekin::kConstructOnly);
-  properties[PROP_DIMENSIONS] =
-      vekin::property<g_param_spec_boxed>("dimensions", G_TYPE_STRV, vekin::kConstructOnly);
+  properties[PROP_NAME] = vekin::property<g_param_spec_string>("name", nullptr);
+  properties[PROP_UNIT] = vekin::property<g_param_spec_string>("unit", nullptr);
+  properties[PROP_DIMENSIONS] = vekin::property<g_param_spec_boxed>("dimensions", G_TYPE_STRV);
   properties[PROP_ACTIVE] =
-      vekin::property<g_param_spec_boolean>("active", TRUE, vekin::kConstruct);
+      vekin::property<g_param_spec_boolean, vekin::kConstruct>("active", TRUE);
   g_object_class_install_properties(object_class, N_PROPERTIES, properties);
 }
 

@@ -35,10 +35,8 @@ struct Head {
   gint64 figures[2];
 };
 
-}  // namespace
-
 template <typename T>
-static void fetch_ahead(gconstpointer memory) {
+void fetch_ahead(gconstpointer memory) {
   static constexpr gsize kCacheLine = 64;
   auto *start = static_cast<const char *>(memory);
   for (gsize at = 0; at < sizeof(T); at += kCacheLine)
@@ -47,11 +45,9 @@ static void fetch_ahead(gconstpointer memory) {
 }
 
 // What GLib locks lies apart from the GRWLock.
-static void fetch_lock_ahead(const GRWLock *lock) {
+void fetch_lock_ahead(const GRWLock *lock) {
   fetch_ahead<pthread_rwlock_t>(lock->p);
 }
-
-namespace {
 
 class Batch {
 public:
