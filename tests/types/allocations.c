@@ -9,7 +9,6 @@
 
 #include <vekmetrics/vekmetrics.h>
 
-
 /* What the thread has done so far. */
 typedef struct {
   guint taken;      /* blocks */

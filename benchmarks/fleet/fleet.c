@@ -6,7 +6,7 @@
  * passes are stamped a minute apart, the first SECONDS after the epoch. Prints a line when all
  * lines are queued, and when all are sent, how many seconds of processor time the sending took. */
 
-#include "../tests/support/fakeclock.h"
+#include "../../tests/support/fakeclock.h"
 
 #include <stdio.h>
 #include <stdlib.h>
