@@ -9,6 +9,7 @@
 #include "logcapture.h"
 #include "periodicpass.h"
 #include "recordingreporter.h"
+#include "tsan-tasks.h"
 
 /* The timer that was set last, for the session's are not called by a public name. */
 static guint timer_seconds;
