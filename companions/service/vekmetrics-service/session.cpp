@@ -329,6 +329,7 @@ gboolean vek_service_session_run(VekServiceSession *session, GMainLoop *loop, gu
   vek_return_val_if_fail(main_context.is_owned, FALSE);
   vek_return_val_if_fail(!session_is_in_pass(session), FALSE);
 
+  g_autoptr(VekServiceSession) alive = VEK_SERVICE_SESSION(g_object_ref(session));
   Run run = {.session = session, .loop = loop};
   guint sources[] = {g_unix_signal_add(SIGINT, on_signal, &run),
                      g_unix_signal_add(SIGTERM, on_signal, &run)};
