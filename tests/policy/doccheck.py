@@ -16,7 +16,8 @@ import tempfile
 from support import tap
 
 COMPILED = '{compiled}'
-BUILD_C = '-Wall -Wextra -Werror {source} -o {compiled} $(pkg-config --cflags --libs vekmetrics)'
+SERVICE = re.compile(r'\bvekmetrics-service\b|\bVekService\b')
+BUILD_C = '-Wall -Wextra -Werror {source} -o {compiled} $(pkg-config --cflags --libs {package})'
 
 # How to run a program, as a line of shell.
 LANGUAGES = {
@@ -24,7 +25,7 @@ LANGUAGES = {
     'cpp': f'c++ -std=c++17 {BUILD_C} && {COMPILED}',
     'js': 'gjs {source}',
     'python': shlex.quote(sys.executable) + ' {source}',
-    'vala': 'valac --quiet --fatal-warnings -X -w $VALAFLAGS --pkg vekmetrics -o {compiled} '
+    'vala': 'valac --quiet --fatal-warnings -X -w $VALAFLAGS --pkg {package} -o {compiled} '
             f'{{source}} && {COMPILED}',
 }
 
@@ -34,7 +35,9 @@ def run(language, source):
     with tempfile.TemporaryDirectory() as folder:
         copy = pathlib.Path(folder, f'program.{language}')
         copy.write_text(source, encoding='utf-8')
-        command = LANGUAGES[language].format(source=copy, compiled=copy.with_suffix(''))
+        package = 'vekmetrics-service' if SERVICE.search(source) else 'vekmetrics'
+        command = LANGUAGES[language].format(source=copy, compiled=copy.with_suffix(''),
+                                             package=package)
         ended = subprocess.run(command, shell=True, check=False, cwd=folder, text=True,
                                env=dict(os.environ, LC_ALL='C.UTF-8'), stdin=subprocess.DEVNULL,
                                stdout=subprocess.PIPE, stderr=subprocess.PIPE)

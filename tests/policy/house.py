@@ -70,9 +70,11 @@ def guide_begins_with_hello():
 
 
 def shutdown_quotes_the_examples():
-    examples = [(ROOT / 'examples' / name).read_text(encoding='utf-8')
-                for name in ('service.c', 'checksum/finish.c')]
-    return '' if quotes('c', 'docs/shutdown.md') == examples else 'docs/shutdown.md differs'
+    examples = {'c': 'c', 'python': 'py'}
+    return '\n'.join(f'docs/shutdown.md and examples/service.{suffix} differ'
+                     for language, suffix in examples.items()
+                     if quotes(language, 'docs/shutdown.md') !=
+                     [(ROOT / 'examples' / f'service.{suffix}').read_text(encoding='utf-8')])
 
 
 def readme_shows_what_hello_prints():

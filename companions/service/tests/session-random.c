@@ -173,6 +173,24 @@ static gpointer work(gpointer data) {
   return NULL;
 }
 
+typedef struct {
+  VekServiceSession *session;
+  guint n_visits;
+} Visitor;
+
+/* Reporters come and go on other threads, too. */
+static gpointer visit(gpointer data) {
+  Visitor *visitor = data;
+  g_autoptr(LedgerReporter) ledger = ledger_reporter_new();
+  VekMetricReporter *reporter = VEK_METRIC_REPORTER(ledger);
+  while (visitor->n_visits-- > 0) {
+    vek_service_session_add_reporter(visitor->session, g_object_ref(reporter));
+    g_thread_yield();
+    g_assert_true(vek_service_session_remove_reporter(visitor->session, reporter));
+  }
+  return NULL;
+}
+
 static void run_periodic_pass(VekMetricRegistry *registry) {
   GSource *timer = g_main_context_find_source_by_user_data(NULL, registry);
   g_source_set_ready_time(timer, 0);
@@ -193,6 +211,9 @@ static void run_program(void) {
     workers[i] = (Worker){.program = &program, .seed = (guint32)g_test_rand_int(), .thread = i};
     threads[i] = g_thread_new("work", work, &workers[i]);
   }
+
+  Visitor visitor = {.session = session, .n_visits = (guint)g_test_rand_int_range(0, 10)};
+  GThread *visitor_thread = g_thread_new("visit", visit, &visitor);
 
   gboolean late_is_there = FALSE;
   for (int n_steps = g_test_rand_int_range(0, 12); n_steps > 0; n_steps--) {
@@ -215,6 +236,7 @@ static void run_program(void) {
     }
   }
 
+  g_thread_join(visitor_thread);
   gint64 before = __atomic_load_n(&program.counted, __ATOMIC_SEQ_CST);
   g_assert_true(vek_service_session_finish(session, 1000));
   g_atomic_int_set(&program.stopped, TRUE);

@@ -1,6 +1,7 @@
 #include "retirement.hpp"
 
 #include "common/internal.hpp"
+#include "weakref.hpp"
 
 static GMutex lock;            // guards the two below, and what their elements call retired
 static GSList *retirements;    // of vekin::Retirement
@@ -23,17 +24,11 @@ static void revive(VekMetric *metric) {
   g_object_set(metric, "active", TRUE, nullptr);
 }
 
-static void free_weak_ref(gpointer data) {
-  auto *weak_ref = static_cast<GWeakRef *>(data);
-  g_weak_ref_clear(weak_ref);
-  g_free(weak_ref);
-}
-
 void vekin::retirement_init(Retirement &retirement) {
   retirement = {
       .joined = g_ptr_array_new_with_free_func(g_object_unref),
       .leaving = g_ptr_array_new(),
-      .retired = g_hash_table_new_full(g_str_hash, g_str_equal, g_free, free_weak_ref),
+      .retired = g_hash_table_new_full(g_str_hash, g_str_equal, g_free, weak_ref_free),
   };
 
   MutexLock held(lock);
@@ -78,7 +73,7 @@ void vekin::retirement_note_made(VekMetric *metric) {
     g_hash_table_insert(asked_for, g_strdup(key), GUINT_TO_POINTER(get_n_asked_for(key) + 1));
     for (auto *retirement : Each<Retirement>(retirements))
       if (auto *weak_ref = g_hash_table_lookup(retirement->retired, key))
-        if (auto *found = g_weak_ref_get(static_cast<GWeakRef *>(weak_ref)))
+        if (auto *found = weak_ref_get(weak_ref))
           retired = g_slist_prepend(retired, found);
   }
   g_object_set_qdata_full(as<GObject>(metric), asked_for_quark, key, forget_key);
@@ -108,9 +103,7 @@ void vekin::retirement_end_pass(Retirement &retirement) {
       if (get_n_asked_for(key) > 0) {
         g_ptr_array_add(wanted, metric);
       } else {
-        auto *weak_ref = g_new(GWeakRef, 1);
-        g_weak_ref_init(weak_ref, metric);
-        g_hash_table_insert(retirement.retired, g_steal_pointer(&key), weak_ref);
+        g_hash_table_insert(retirement.retired, g_steal_pointer(&key), weak_ref_new(metric));
       }
     }
   }

@@ -3,6 +3,7 @@
 #include "common/internal.hpp"
 #include "drainage.hpp"
 #include "relay.hpp"
+#include "weakref.hpp"
 
 #include <glib-unix.h>
 
@@ -67,17 +68,10 @@ static void run_pass(VekServiceSession *self) {
 
 // Another thread may let the session go meanwhile, so that the timer knows it weakly.
 static gboolean on_period(gpointer data) {
-  g_autoptr(VekServiceSession) self =
-      static_cast<VekServiceSession *>(g_weak_ref_get(static_cast<GWeakRef *>(data)));
+  g_autoptr(VekServiceSession) self = vekin::as<VekServiceSession>(vekin::weak_ref_get(data));
   if (self && !session_is_over(self) && !session_is_in_pass(self))
     run_pass(self);
   return G_SOURCE_CONTINUE;
-}
-
-static void free_weak_ref(gpointer data) {
-  auto *weak_ref = static_cast<GWeakRef *>(data);
-  g_weak_ref_clear(weak_ref);
-  g_free(weak_ref);
 }
 
 // Sets the timer anew, so that it fires the period after the last pass. The lock is held.
@@ -87,11 +81,9 @@ static void set_timer(VekServiceSession *self) {
     return;
 
   gint64 left = self->period * G_USEC_PER_SEC - (g_get_monotonic_time() - self->last_pass);
-  auto *weak_ref = g_new(GWeakRef, 1);
-  g_weak_ref_init(weak_ref, self);
-  self->timer = g_timeout_add_seconds_full(G_PRIORITY_DEFAULT,
-                                           static_cast<guint>(MAX(left, 0) / G_USEC_PER_SEC),
-                                           on_period, weak_ref, free_weak_ref);
+  auto seconds = static_cast<guint>(MAX(left, 0) / G_USEC_PER_SEC);
+  self->timer = g_timeout_add_seconds_full(G_PRIORITY_DEFAULT, seconds, on_period,
+                                           vekin::weak_ref_new(self), vekin::weak_ref_free);
 }
 
 static void on_pass_end(GObject *object) {
@@ -329,6 +321,7 @@ gboolean vek_service_session_run(VekServiceSession *session, GMainLoop *loop, gu
   vek_return_val_if_fail(main_context.is_owned, FALSE);
   vek_return_val_if_fail(!session_is_in_pass(session), FALSE);
 
+  g_autoptr(VekServiceSession) alive = VEK_SERVICE_SESSION(g_object_ref(session));
   Run run = {.session = session, .loop = loop};
   guint sources[] = {g_unix_signal_add(SIGINT, on_signal, &run),
                      g_unix_signal_add(SIGTERM, on_signal, &run)};
