@@ -4,12 +4,10 @@
 #include <string.h>
 #include <unistd.h>
 
-#include "fakeclock.h"
-#include "folder.h"
-#include "logcapture.h"
-#include "periodicpass.h"
-#include "recordingreporter.h"
-#include "tsan-tasks.h"
+#include "support/fixture.h"
+#include "support/folder.h"
+#include "support/periodicpass.h"
+#include "support/tsan-tasks.h"
 
 /* The timer that was set last, for the session's are not called by a public name. */
 static guint timer_seconds;
@@ -102,111 +100,90 @@ static SlowReporter *slow_reporter_new(guint n_operations) {
 
 /* What most tests need: a session with one recording reporter. */
 
-typedef struct {
-  VekMetricRegistry *registry;
-  VekServiceSession *session;
-  GString *record;
-  VekMetricReporter *reporter; /* labelled "a"; borrowed */
-} Fixture;
-
-static Fixture *fixture_new(void) {
-  fake_clock_set(1000, 1);
-  Fixture *fixture = g_new(Fixture, 1);
-  fixture->registry = g_object_new(VEK_TYPE_METRIC_REGISTRY, NULL);
-  fixture->session = vek_service_session_new(fixture->registry);
-  fixture->record = g_string_new(NULL);
-  fixture->reporter = recording_reporter_new("a", fixture->record);
-  vek_service_session_add_reporter(fixture->session, fixture->reporter);
-  return fixture;
+static VekServiceSession *session_new(void) {
+  VekServiceSession *session = vek_service_session_new(fixture.registry);
+  vek_service_session_add_reporter(session, g_object_ref(fixture.reporter));
+  return session;
 }
 
-static void fixture_free(Fixture *fixture) {
-  g_clear_object(&fixture->session);
-  g_object_unref(fixture->registry);
-  g_string_free(fixture->record, TRUE);
-  g_free(fixture);
-}
-G_DEFINE_AUTOPTR_CLEANUP_FUNC(Fixture, fixture_free)
-
-static void add_b(Fixture *fixture) {
-  vek_service_session_add_reporter(fixture->session, recording_reporter_new("b", fixture->record));
+static void add_b(VekServiceSession *session) {
+  vek_service_session_add_reporter(session, recording_reporter_new("b", fixture.record));
 }
 
-static void count(Fixture *fixture, const char *name) {
+static void count(const char *name) {
   g_autoptr(VekMetricCounter) counter =
-      vek_metric_registry_counter_new(fixture->registry, name, NULL, NULL);
+      vek_metric_registry_counter_new(fixture.registry, name, NULL, NULL);
   vek_metric_counter_inc(counter);
 }
 
-static gboolean is_registered(Fixture *fixture, const char *name) {
-  g_autoptr(VekMetric) metric = vek_metric_registry_get_metric(fixture->registry, name, NULL);
+static gboolean is_registered(const char *name) {
+  g_autoptr(VekMetric) metric = vek_metric_registry_get_metric(fixture.registry, name, NULL);
   return metric && vek_metric_is_active(metric);
 }
 
-static void every_reporter_sees_the_same_pass(void) {
-  g_autoptr(Fixture) fixture = fixture_new();
-  add_b(fixture);
+TEST(every_reporter_sees_the_same_pass) {
+  g_autoptr(VekServiceSession) session = session_new();
+  add_b(session);
   g_autoptr(VekMetricTimeline) timeline =
-      vek_metric_registry_timeline_new(fixture->registry, "render");
+      vek_metric_registry_timeline_new(fixture.registry, "render");
   vek_metric_timeline_add_range(timeline, 1, 2, 3);
 
-  vek_service_session_report(fixture->session);
-  assert_recorded(fixture->record,
+  vek_service_session_report(session);
+  assert_recorded(fixture.record,
                   "a timeline render [1:2-3]\nb timeline render [1:2-3]\na flush\nb flush\n");
-  run_periodic_pass(fixture->registry);
-  assert_recorded(fixture->record,
-                  "a timeline render []\nb timeline render []\na flush\nb flush\n");
+  run_periodic_pass(fixture.registry);
+  assert_recorded(fixture.record, "a timeline render []\nb timeline render []\na flush\nb flush\n");
 }
 
-static void every_operation_is_handed_on(void) {
-  g_autoptr(Fixture) fixture = fixture_new();
+TEST(every_operation_is_handed_on) {
+  g_autoptr(VekServiceSession) session = session_new();
   char *dimensions[] = {(char *)"host", (char *)"h1", NULL};
   g_autoptr(VekMetricCounter) counter =
-      vek_metric_registry_counter_new(fixture->registry, "c", "Count", dimensions);
-  vek_service_session_report(fixture->session);
-  assert_recorded(fixture->record, "a count c host,h1 Count 1000 0\na flush\n");
+      vek_metric_registry_counter_new(fixture.registry, "c", "Count", dimensions);
+  vek_service_session_report(session);
+  assert_recorded(fixture.record, "a count c host,h1 Count 1000 0\na flush\n");
   vek_metric_mark_inactive(VEK_METRIC(counter));
 
   g_autoptr(VekMetricGauge) gauge =
-      vek_metric_registry_gauge_new(fixture->registry, "g", NULL, 0, NULL);
+      vek_metric_registry_gauge_new(fixture.registry, "g", NULL, 0, NULL);
   vek_metric_gauge_set_value(gauge, 0.25);
-  vek_service_session_report(fixture->session);
-  assert_recorded(fixture->record, "a value g - - 1000 0.25\na flush\n");
+  vek_service_session_report(session);
+  assert_recorded(fixture.record, "a value g - - 1000 0.25\na flush\n");
   vek_metric_mark_inactive(VEK_METRIC(gauge));
 
   g_autoptr(VekMetricHistogram) histogram =
-      vek_metric_registry_histogram_new(fixture->registry, "h", NULL, NULL, NULL);
+      vek_metric_registry_histogram_new(fixture.registry, "h", NULL, NULL, NULL);
   vek_metric_histogram_set(histogram, 4.0);
-  vek_service_session_report(fixture->session);
-  assert_recorded(fixture->record, "a aggregated h - - 1000 n=1 sum=4 min=4 max=4\na flush\n");
+  vek_service_session_report(session);
+  assert_recorded(fixture.record, "a aggregated h - - 1000 n=1 sum=4 min=4 max=4\na flush\n");
 }
 
-static void reporter_without_operations_is_passed_over(void) {
-  g_autoptr(Fixture) fixture = fixture_new();
+TEST(reporter_without_operations_is_passed_over) {
+  g_autoptr(VekServiceSession) session = session_new();
   g_autoptr(SlowReporter) slow = slow_reporter_new(0);
-  vek_service_session_add_reporter(fixture->session, VEK_METRIC_REPORTER(g_object_ref(slow)));
-  count(fixture, "requests");
-  vek_service_session_report(fixture->session);
-  assert_recorded(fixture->record, "a count requests - - 1000 1\na flush\n");
+  vek_service_session_add_reporter(session, VEK_METRIC_REPORTER(g_object_ref(slow)));
+  count("requests");
+  vek_service_session_report(session);
+  assert_recorded(fixture.record, "a count requests - - 1000 1\na flush\n");
   g_assert_cmpuint(slow->n_flushes, ==, 1);
 }
 
-static void adding_a_reporter_twice_changes_nothing(void) {
-  g_autoptr(Fixture) fixture = fixture_new();
-  vek_service_session_add_reporter(fixture->session, g_object_ref(fixture->reporter));
-  g_assert_cmpuint(G_OBJECT(fixture->reporter)->ref_count, ==, 1);
-  vek_service_session_report(fixture->session);
-  assert_recorded(fixture->record, "a flush\n");
+TEST(adding_a_reporter_twice_changes_nothing) {
+  g_autoptr(VekServiceSession) session = session_new();
+  vek_service_session_add_reporter(session, g_object_ref(fixture.reporter));
+  g_assert_cmpuint(G_OBJECT(fixture.reporter)->ref_count, ==, 1);
+  vek_service_session_report(session);
+  assert_recorded(fixture.record, "a flush\n");
 }
 
-static void removing_tells_whether_it_was_there(void) {
-  g_autoptr(Fixture) fixture = fixture_new();
-  g_autoptr(VekMetricReporter) reporter = g_object_ref(fixture->reporter);
-  g_assert_true(vek_service_session_remove_reporter(fixture->session, reporter));
-  g_assert_false(vek_service_session_remove_reporter(fixture->session, reporter));
+TEST(removing_tells_whether_it_was_there) {
+  g_autoptr(VekServiceSession) session = session_new();
+  g_autoptr(VekMetricReporter) reporter = g_object_ref(fixture.reporter);
+  g_assert_true(vek_service_session_remove_reporter(session, reporter));
+  g_assert_false(vek_service_session_remove_reporter(session, reporter));
   g_assert_cmpuint(G_OBJECT(reporter)->ref_count, ==, 1);
-  vek_service_session_report(fixture->session);
-  assert_recorded(fixture->record, "");
+  vek_service_session_report(session);
+  assert_recorded(fixture.record, "");
 }
 
 static void on_add_b(VekMetricReporter *reporter, gpointer data) {
@@ -214,36 +191,36 @@ static void on_add_b(VekMetricReporter *reporter, gpointer data) {
   add_b(data);
 }
 
-static void reporter_added_in_a_pass_sees_the_next(void) {
-  g_autoptr(Fixture) fixture = fixture_new();
-  recording_reporter_set_callback(RECORDING_REPORTER(fixture->reporter), on_add_b, fixture);
-  count(fixture, "requests");
-  vek_service_session_report(fixture->session);
-  assert_recorded(fixture->record, "a count requests - - 1000 1\na flush\n");
-  vek_service_session_report(fixture->session);
-  assert_recorded(fixture->record,
+TEST(reporter_added_in_a_pass_sees_the_next) {
+  g_autoptr(VekServiceSession) session = session_new();
+  recording_reporter_set_callback(RECORDING_REPORTER(fixture.reporter), on_add_b, session);
+  count("requests");
+  vek_service_session_report(session);
+  assert_recorded(fixture.record, "a count requests - - 1000 1\na flush\n");
+  vek_service_session_report(session);
+  assert_recorded(fixture.record,
                   "a count requests - - 1000 1\nb count requests - - 1000 1\na flush\nb flush\n");
 }
 
 static void on_remove(VekMetricReporter *reporter, gpointer data) {
   recording_reporter_set_callback(RECORDING_REPORTER(reporter), NULL, NULL);
-  Fixture *fixture = data;
-  g_assert_true(vek_service_session_remove_reporter(fixture->session, reporter));
+  VekServiceSession *session = data;
+  g_assert_true(vek_service_session_remove_reporter(session, reporter));
 }
 
-static void reporter_removed_in_a_pass_sees_its_end(void) {
-  g_autoptr(Fixture) fixture = fixture_new();
-  recording_reporter_set_callback(RECORDING_REPORTER(fixture->reporter), on_remove, fixture);
-  count(fixture, "requests");
-  vek_service_session_report(fixture->session);
-  assert_recorded(fixture->record, "a count requests - - 1000 1\na flush\n");
-  vek_service_session_report(fixture->session);
-  assert_recorded(fixture->record, "");
+TEST(reporter_removed_in_a_pass_sees_its_end) {
+  g_autoptr(VekServiceSession) session = session_new();
+  recording_reporter_set_callback(RECORDING_REPORTER(fixture.reporter), on_remove, session);
+  count("requests");
+  vek_service_session_report(session);
+  assert_recorded(fixture.record, "a count requests - - 1000 1\na flush\n");
+  vek_service_session_report(session);
+  assert_recorded(fixture.record, "");
 }
 
-static void passes_of_its_own_retire_no_kind(void) {
-  g_autoptr(Fixture) fixture = fixture_new();
-  VekMetricRegistry *registry = fixture->registry;
+TEST(passes_of_its_own_retire_no_kind) {
+  g_autoptr(VekServiceSession) session = session_new();
+  VekMetricRegistry *registry = fixture.registry;
   char *dimensions[] = {(char *)"host", (char *)"h1", NULL};
   g_object_unref(vek_metric_registry_counter_new(registry, "counter", NULL, NULL));
   g_object_unref(
@@ -259,36 +236,36 @@ static void passes_of_its_own_retire_no_kind(void) {
       "counter",  "gauge that was never set", "gauge of intervals", "meter", "histogram", "timer",
       "timeline", "host.h1.of a host",
   };
-  vek_service_session_report(fixture->session);
+  vek_service_session_report(session);
   for (guint i = 0; i < G_N_ELEMENTS(keys); i++)
-    g_assert_true(is_registered(fixture, keys[i]));
+    g_assert_true(is_registered(keys[i]));
   run_periodic_pass(registry);
   for (guint i = 0; i < G_N_ELEMENTS(keys); i++)
-    g_assert_false(is_registered(fixture, keys[i]));
+    g_assert_false(is_registered(keys[i]));
 }
 
-static void metric_made_again_after_an_own_pass_counts_on(void) {
-  g_autoptr(Fixture) fixture = fixture_new();
-  count(fixture, "requests");
-  vek_service_session_report(fixture->session);
-  count(fixture, "requests");
-  g_string_truncate(fixture->record, 0);
-  run_periodic_pass(fixture->registry);
-  assert_recorded(fixture->record, "a count requests - - 1000 2\na flush\n");
-  count(fixture, "requests");
-  run_periodic_pass(fixture->registry);
-  assert_recorded(fixture->record, "a count requests - - 1000 1\na flush\n");
+TEST(metric_made_again_after_an_own_pass_counts_on) {
+  g_autoptr(VekServiceSession) session = session_new();
+  count("requests");
+  vek_service_session_report(session);
+  count("requests");
+  g_string_truncate(fixture.record, 0);
+  run_periodic_pass(fixture.registry);
+  assert_recorded(fixture.record, "a count requests - - 1000 2\na flush\n");
+  count("requests");
+  run_periodic_pass(fixture.registry);
+  assert_recorded(fixture.record, "a count requests - - 1000 1\na flush\n");
 }
 
-static void retired_metric_is_gone_when_the_pass_is(void) {
-  g_autoptr(Fixture) fixture = fixture_new();
+TEST(retired_metric_is_gone_when_the_pass_is) {
+  g_autoptr(VekServiceSession) session = session_new();
   VekMetricCounter *counter =
-      vek_metric_registry_counter_new(fixture->registry, "requests", NULL, NULL);
+      vek_metric_registry_counter_new(fixture.registry, "requests", NULL, NULL);
   g_object_add_weak_pointer(G_OBJECT(counter), (gpointer *)&counter);
   g_object_unref(counter);
-  vek_service_session_report(fixture->session);
+  vek_service_session_report(session);
   g_assert_nonnull(counter);
-  run_periodic_pass(fixture->registry);
+  run_periodic_pass(fixture.registry);
   g_assert_null(counter);
 }
 
@@ -299,18 +276,18 @@ static void on_count_and_let_go(VekMetricReporter *reporter, gpointer data) {
   g_object_unref(counter);
 }
 
-static void what_is_counted_after_the_report_is_reported_next(void) {
-  g_autoptr(Fixture) fixture = fixture_new();
+TEST(what_is_counted_after_the_report_is_reported_next) {
+  g_autoptr(VekServiceSession) session = session_new();
   VekMetricCounter *counter =
-      vek_metric_registry_counter_new(fixture->registry, "requests", NULL, NULL);
-  recording_reporter_set_callback(RECORDING_REPORTER(fixture->reporter), on_count_and_let_go,
+      vek_metric_registry_counter_new(fixture.registry, "requests", NULL, NULL);
+  recording_reporter_set_callback(RECORDING_REPORTER(fixture.reporter), on_count_and_let_go,
                                   counter);
-  run_periodic_pass(fixture->registry);
-  assert_recorded(fixture->record, "a count requests - - 1000 0\na flush\n");
-  run_periodic_pass(fixture->registry);
-  assert_recorded(fixture->record, "a count requests - - 1000 1\na flush\n");
-  run_periodic_pass(fixture->registry);
-  assert_recorded(fixture->record, "a flush\n");
+  run_periodic_pass(fixture.registry);
+  assert_recorded(fixture.record, "a count requests - - 1000 0\na flush\n");
+  run_periodic_pass(fixture.registry);
+  assert_recorded(fixture.record, "a count requests - - 1000 1\na flush\n");
+  run_periodic_pass(fixture.registry);
+  assert_recorded(fixture.record, "a flush\n");
 }
 
 /* What a constructor does first; then it waits for the end of the pass. */
@@ -319,22 +296,22 @@ static void on_ask(VekMetricReporter *reporter, gpointer data) {
   *(VekMetric **)data = g_object_new(VEK_TYPE_METRIC_COUNTER, "name", "requests", NULL);
 }
 
-static void metric_that_is_asked_for_in_a_pass_is_not_retired(void) {
-  g_autoptr(Fixture) fixture = fixture_new();
+TEST(metric_that_is_asked_for_in_a_pass_is_not_retired) {
+  g_autoptr(VekServiceSession) session = session_new();
   g_autoptr(VekMetric) asking = NULL;
-  count(fixture, "requests");
-  recording_reporter_set_callback(RECORDING_REPORTER(fixture->reporter), on_ask, &asking);
-  run_periodic_pass(fixture->registry);
-  assert_recorded(fixture->record, "a count requests - - 1000 1\na flush\n");
-  g_assert_true(is_registered(fixture, "requests"));
+  count("requests");
+  recording_reporter_set_callback(RECORDING_REPORTER(fixture.reporter), on_ask, &asking);
+  run_periodic_pass(fixture.registry);
+  assert_recorded(fixture.record, "a count requests - - 1000 1\na flush\n");
+  g_assert_true(is_registered("requests"));
 
   g_clear_object(&asking);
-  run_periodic_pass(fixture->registry);
-  assert_recorded(fixture->record, "a count requests - - 1000 1\na flush\n");
-  g_assert_false(is_registered(fixture, "requests"));
+  run_periodic_pass(fixture.registry);
+  assert_recorded(fixture.record, "a count requests - - 1000 1\na flush\n");
+  g_assert_false(is_registered("requests"));
 }
 
-static void metric_that_is_asked_for_once_it_is_retired_comes_back(void) {
+TEST(metric_that_is_asked_for_once_it_is_retired_comes_back) {
   /* Registered first, it is flushed last. */
   g_autoptr(VekMetricRegistry) registry = g_object_new(VEK_TYPE_METRIC_REGISTRY, NULL);
   g_autoptr(GString) record = g_string_new(NULL);
@@ -353,53 +330,53 @@ static void metric_that_is_asked_for_once_it_is_retired_comes_back(void) {
   g_assert_true(vek_metric_is_active(found));
 }
 
-static void metric_that_the_program_retires_stays_retired(void) {
-  g_autoptr(Fixture) fixture = fixture_new();
+TEST(metric_that_the_program_retires_stays_retired) {
+  g_autoptr(VekServiceSession) session = session_new();
   g_autoptr(VekMetricCounter) counter =
-      vek_metric_registry_counter_new(fixture->registry, "requests", NULL, NULL);
+      vek_metric_registry_counter_new(fixture.registry, "requests", NULL, NULL);
   vek_metric_mark_inactive(VEK_METRIC(counter));
-  vek_service_session_report(fixture->session);
-  assert_recorded(fixture->record, "a flush\n");
-  count(fixture, "requests");
+  vek_service_session_report(session);
+  assert_recorded(fixture.record, "a flush\n");
+  count("requests");
   g_assert_false(vek_metric_is_active(VEK_METRIC(counter)));
 }
 
-static void set_period(Fixture *fixture, guint period) {
+static void set_period(VekServiceSession *session, guint period) {
   timer_id = 0;
-  g_object_set(fixture->session, "period", period, NULL);
+  g_object_set(session, "period", period, NULL);
 }
 
-static void period_sets_passes_between_those_of_the_registry(void) {
-  g_autoptr(Fixture) fixture = fixture_new();
+TEST(period_sets_passes_between_those_of_the_registry) {
+  g_autoptr(VekServiceSession) session = session_new();
   guint period = 0;
-  g_object_get(fixture->session, "period", &period, NULL);
+  g_object_get(session, "period", &period, NULL);
   g_assert_cmpuint(period, ==, 60);
 
-  set_period(fixture, 10);
+  set_period(session, 10);
   g_assert_cmpuint(timer_seconds, ==, 10);
   fake_clock_advance(10 * G_USEC_PER_SEC);
   fire_timer();
-  assert_recorded(fixture->record, "a flush\n");
+  assert_recorded(fixture.record, "a flush\n");
   g_assert_cmpuint(timer_seconds, ==, 10);
 
   /* A pass of the registry starts it anew. */
   fake_clock_advance(7 * G_USEC_PER_SEC);
   guint before = timer_id;
-  run_periodic_pass(fixture->registry);
+  run_periodic_pass(fixture.registry);
   g_assert_cmpuint(timer_id, !=, before);
   g_assert_cmpuint(timer_seconds, ==, 10);
   g_assert_null(g_main_context_find_source_by_id(NULL, before));
 }
 
-static void new_period_counts_from_the_last_pass(void) {
-  g_autoptr(Fixture) fixture = fixture_new();
+TEST(new_period_counts_from_the_last_pass) {
+  g_autoptr(VekServiceSession) session = session_new();
   fake_clock_advance(7 * G_USEC_PER_SEC);
-  set_period(fixture, 10);
+  set_period(session, 10);
   g_assert_cmpuint(timer_seconds, ==, 3);
-  set_period(fixture, 5);
+  set_period(session, 5);
   g_assert_cmpuint(timer_seconds, ==, 0);
   guint before = timer_id;
-  set_period(fixture, 60);
+  set_period(session, 60);
   g_assert_cmpuint(timer_id, ==, 0);
   g_assert_null(g_main_context_find_source_by_id(NULL, before));
 }
@@ -409,83 +386,83 @@ static void on_notify(GObject *session, GParamSpec *pspec, gpointer data) {
   ++*(guint *)data;
 }
 
-static void period_is_notified(void) {
-  g_autoptr(Fixture) fixture = fixture_new();
+TEST(period_is_notified) {
+  g_autoptr(VekServiceSession) session = session_new();
   guint n_notified = 0;
-  g_signal_connect(fixture->session, "notify::period", G_CALLBACK(on_notify), &n_notified);
-  g_object_set(fixture->session, "period", 30, NULL);
+  g_signal_connect(session, "notify::period", G_CALLBACK(on_notify), &n_notified);
+  g_object_set(session, "period", 30, NULL);
   g_assert_cmpuint(n_notified, ==, 1);
 }
 
-static void period_below_a_second_or_beyond_a_minute_is_refused(void) {
-  g_autoptr(Fixture) fixture = fixture_new();
+TEST(period_below_a_second_or_beyond_a_minute_is_refused) {
+  g_autoptr(VekServiceSession) session = session_new();
   static const guint refused[] = {0, 61};
   for (guint i = 0; i < G_N_ELEMENTS(refused); i++) {
     guint period = 0;
-    set_period(fixture, refused[i]);
+    set_period(session, refused[i]);
     assert_logged_like("GLib-GObject", G_LOG_LEVEL_WARNING, "value * is invalid or out of range *");
-    g_object_get(fixture->session, "period", &period, NULL);
+    g_object_get(session, "period", &period, NULL);
     g_assert_cmpuint(period, ==, 60);
     g_assert_cmpuint(timer_id, ==, 0);
   }
 }
 
-static void last_pass_reaches_all_and_the_session_is_over(void) {
-  g_autoptr(Fixture) fixture = fixture_new();
-  set_period(fixture, 10);
-  count(fixture, "requests");
-  g_autoptr(VekMetricReporter) reporter = g_object_ref(fixture->reporter);
-  g_assert_true(vek_service_session_finish(fixture->session, 1000));
-  assert_recorded(fixture->record, "a count requests - - 1000 1\na flush\n");
+TEST(last_pass_reaches_all_and_the_session_is_over) {
+  g_autoptr(VekServiceSession) session = session_new();
+  set_period(session, 10);
+  count("requests");
+  g_autoptr(VekMetricReporter) reporter = g_object_ref(fixture.reporter);
+  g_assert_true(vek_service_session_finish(session, 1000));
+  assert_recorded(fixture.record, "a count requests - - 1000 1\na flush\n");
   g_assert_cmpuint(G_OBJECT(reporter)->ref_count, ==, 1);
   g_assert_null(g_main_context_find_source_by_id(NULL, timer_id));
 
   /* The registry lives on, without the session. */
-  count(fixture, "requests");
-  run_periodic_pass(fixture->registry);
-  assert_recorded(fixture->record, "");
+  count("requests");
+  run_periodic_pass(fixture.registry);
+  assert_recorded(fixture.record, "");
 
-  vek_service_session_add_reporter(fixture->session, g_object_ref(reporter));
+  vek_service_session_add_reporter(session, g_object_ref(reporter));
   assert_refused("vek_service_session_add_reporter", "!session_is_over");
   g_assert_cmpuint(G_OBJECT(reporter)->ref_count, ==, 1);
-  vek_service_session_report(fixture->session);
+  vek_service_session_report(session);
   assert_refused("vek_service_session_report", "!session_is_over(session)");
-  g_assert_false(vek_service_session_remove_reporter(fixture->session, reporter));
-  g_assert_true(vek_service_session_finish(fixture->session, 1000));
-  assert_recorded(fixture->record, "");
+  g_assert_false(vek_service_session_remove_reporter(session, reporter));
+  g_assert_true(vek_service_session_finish(session, 1000));
+  assert_recorded(fixture.record, "");
 }
 
-static void registry_can_have_another_session_after_the_first(void) {
-  g_autoptr(Fixture) fixture = fixture_new();
-  vek_service_session_finish(fixture->session, 1000);
-  g_string_truncate(fixture->record, 0);
-  g_object_unref(fixture->session);
-  fixture->session = vek_service_session_new(fixture->registry);
-  add_b(fixture);
-  run_periodic_pass(fixture->registry);
-  assert_recorded(fixture->record, "b flush\n");
+TEST(registry_can_have_another_session_after_the_first) {
+  g_autoptr(VekServiceSession) session = session_new();
+  vek_service_session_finish(session, 1000);
+  g_string_truncate(fixture.record, 0);
+  g_object_unref(session);
+  session = vek_service_session_new(fixture.registry);
+  add_b(session);
+  run_periodic_pass(fixture.registry);
+  assert_recorded(fixture.record, "b flush\n");
 }
 
-static void finish_waits_for_what_is_under_way(void) {
-  g_autoptr(Fixture) fixture = fixture_new();
+TEST(finish_waits_for_what_is_under_way) {
+  g_autoptr(VekServiceSession) session = session_new();
   g_autoptr(SlowReporter) slow = slow_reporter_new(3);
-  vek_service_session_add_reporter(fixture->session, VEK_METRIC_REPORTER(g_object_ref(slow)));
-  g_assert_true(vek_service_session_finish(fixture->session, 60000));
+  vek_service_session_add_reporter(session, VEK_METRIC_REPORTER(g_object_ref(slow)));
+  g_assert_true(vek_service_session_finish(session, 60000));
   g_assert_false(slow->busy);
   /* In the last pass, and whenever it had become idle. */
   g_assert_cmpuint(slow->n_flushes, ==, 4);
-  assert_recorded(fixture->record, "a flush\n");
+  assert_recorded(fixture.record, "a flush\n");
 }
 
-static void finish_names_who_is_late(void) {
-  g_autoptr(Fixture) fixture = fixture_new();
+TEST(finish_names_who_is_late) {
+  g_autoptr(VekServiceSession) session = session_new();
   g_autoptr(SlowReporter) slow = slow_reporter_new(G_MAXUINT);
-  vek_service_session_add_reporter(fixture->session, VEK_METRIC_REPORTER(g_object_ref(slow)));
-  g_assert_false(vek_service_session_finish(fixture->session, 1));
+  vek_service_session_add_reporter(session, VEK_METRIC_REPORTER(g_object_ref(slow)));
+  g_assert_false(vek_service_session_finish(session, 1));
   assert_logged("VEK:service", G_LOG_LEVEL_WARNING, "SlowReporter was not done in time");
   g_assert_cmpuint(slow->n_flushes, ==, 1);
   g_assert_cmpuint(G_OBJECT(slow)->ref_count, ==, 1);
-  g_assert_false(vek_service_session_finish(fixture->session, 60000));
+  g_assert_false(vek_service_session_finish(session, 60000));
 }
 
 static void on_finished(GObject *session, GAsyncResult *result, gpointer data) {
@@ -496,38 +473,37 @@ static void on_finished(GObject *session, GAsyncResult *result, gpointer data) {
                          error ? error->message : "-");
 }
 
-static void finish_async_leaves_the_loop_to_the_program(void) {
-  g_autoptr(Fixture) fixture = fixture_new();
+TEST(finish_async_leaves_the_loop_to_the_program) {
+  g_autoptr(VekServiceSession) session = session_new();
   g_autoptr(SlowReporter) slow = slow_reporter_new(2);
-  vek_service_session_add_reporter(fixture->session, VEK_METRIC_REPORTER(g_object_ref(slow)));
-  vek_service_session_finish_async(fixture->session, 60000, NULL, on_finished, fixture->record);
-  assert_recorded(fixture->record, "a flush\n");
+  vek_service_session_add_reporter(session, VEK_METRIC_REPORTER(g_object_ref(slow)));
+  vek_service_session_finish_async(session, 60000, NULL, on_finished, fixture.record);
+  assert_recorded(fixture.record, "a flush\n");
   /* Who comes second waits, too. */
-  vek_service_session_finish_async(fixture->session, 0, NULL, on_finished, fixture->record);
+  vek_service_session_finish_async(session, 0, NULL, on_finished, fixture.record);
   g_assert_true(slow->busy);
-  while (fixture->record->len < strlen("drained -\ndrained -\n"))
+  while (fixture.record->len < strlen("drained -\ndrained -\n"))
     g_main_context_iteration(NULL, TRUE);
-  assert_recorded(fixture->record, "drained -\ndrained -\n");
+  assert_recorded(fixture.record, "drained -\ndrained -\n");
 
-  vek_service_session_finish_async(fixture->session, 0, NULL, on_finished, fixture->record);
-  while (fixture->record->len == 0)
+  vek_service_session_finish_async(session, 0, NULL, on_finished, fixture.record);
+  while (fixture.record->len == 0)
     g_main_context_iteration(NULL, TRUE);
-  assert_recorded(fixture->record, "drained -\n");
+  assert_recorded(fixture.record, "drained -\n");
 }
 
-static void cancelling_ends_the_wait(void) {
-  g_autoptr(Fixture) fixture = fixture_new();
+TEST(cancelling_ends_the_wait) {
+  g_autoptr(VekServiceSession) session = session_new();
   g_autoptr(SlowReporter) slow = slow_reporter_new(G_MAXUINT);
-  vek_service_session_add_reporter(fixture->session, VEK_METRIC_REPORTER(g_object_ref(slow)));
+  vek_service_session_add_reporter(session, VEK_METRIC_REPORTER(g_object_ref(slow)));
   g_autoptr(GCancellable) cancellable = g_cancellable_new();
   g_cancellable_cancel(cancellable);
-  vek_service_session_finish_async(fixture->session, 60000, cancellable, on_finished,
-                                   fixture->record);
-  assert_recorded(fixture->record, "a flush\n");
-  while (fixture->record->len == 0)
+  vek_service_session_finish_async(session, 60000, cancellable, on_finished, fixture.record);
+  assert_recorded(fixture.record, "a flush\n");
+  while (fixture.record->len == 0)
     g_main_context_iteration(NULL, TRUE);
-  assert_recorded(fixture->record, "not drained Operation was cancelled\n");
-  g_assert_false(vek_service_session_finish(fixture->session, 60000));
+  assert_recorded(fixture.record, "not drained Operation was cancelled\n");
+  g_assert_false(vek_service_session_finish(session, 60000));
 }
 
 static void on_call_back(VekMetricReporter *reporter, gpointer data) {
@@ -541,18 +517,18 @@ static void on_call_back(VekMetricReporter *reporter, gpointer data) {
   assert_refused("vek_service_session_finish_async", "!session_is_in_pass(session)");
 }
 
-static void nothing_is_reported_or_finished_within_a_pass(void) {
-  g_autoptr(Fixture) fixture = fixture_new();
-  RecordingReporter *reporter = RECORDING_REPORTER(fixture->reporter);
-  recording_reporter_set_callback(reporter, on_call_back, fixture->session);
-  vek_service_session_report(fixture->session);
-  assert_recorded(fixture->record, "a flush\n");
+TEST(nothing_is_reported_or_finished_within_a_pass) {
+  g_autoptr(VekServiceSession) session = session_new();
+  RecordingReporter *reporter = RECORDING_REPORTER(fixture.reporter);
+  recording_reporter_set_callback(reporter, on_call_back, session);
+  vek_service_session_report(session);
+  assert_recorded(fixture.record, "a flush\n");
 
   g_autoptr(VekMetricCounter) counter =
-      vek_metric_registry_counter_new(fixture->registry, "requests", NULL, NULL);
-  recording_reporter_set_callback(reporter, on_call_back, fixture->session);
-  run_periodic_pass(fixture->registry);
-  assert_recorded(fixture->record, "a count requests - - 1000 0\na flush\n");
+      vek_metric_registry_counter_new(fixture.registry, "requests", NULL, NULL);
+  recording_reporter_set_callback(reporter, on_call_back, session);
+  run_periodic_pass(fixture.registry);
+  assert_recorded(fixture.record, "a count requests - - 1000 0\na flush\n");
 }
 
 static gpointer report_elsewhere(gpointer session) {
@@ -563,39 +539,39 @@ static gpointer report_elsewhere(gpointer session) {
   return NULL;
 }
 
-static void nothing_is_reported_or_finished_on_another_thread(void) {
-  g_autoptr(Fixture) fixture = fixture_new();
+TEST(nothing_is_reported_or_finished_on_another_thread) {
+  g_autoptr(VekServiceSession) session = session_new();
   g_assert_true(g_main_context_acquire(NULL));
-  g_thread_join(g_thread_new("elsewhere", report_elsewhere, fixture->session));
+  g_thread_join(g_thread_new("elsewhere", report_elsewhere, session));
   g_main_context_release(NULL);
-  assert_recorded(fixture->record, "");
+  assert_recorded(fixture.record, "");
 }
 
-static void registry_has_one_session(void) {
-  g_autoptr(Fixture) fixture = fixture_new();
-  g_assert_null(vek_service_session_new(fixture->registry));
+TEST(registry_has_one_session) {
+  g_autoptr(VekServiceSession) session = session_new();
+  g_assert_null(vek_service_session_new(fixture.registry));
   assert_refused("vek_service_session_new", "!registry_has_session");
-  vek_service_session_report(fixture->session);
-  assert_recorded(fixture->record, "a flush\n");
+  vek_service_session_report(session);
+  assert_recorded(fixture.record, "a flush\n");
 }
 
-static void failed_checks_name_their_own_function(void) {
-  g_autoptr(Fixture) fixture = fixture_new();
-  gpointer wrong = fixture->registry;
-  g_assert_null(vek_service_session_new((VekMetricRegistry *)fixture->session));
+TEST(failed_checks_name_their_own_function) {
+  g_autoptr(VekServiceSession) session = session_new();
+  gpointer wrong = fixture.registry;
+  g_assert_null(vek_service_session_new((VekMetricRegistry *)session));
   assert_refused("vek_service_session_new", "registry == NULL || VEK_IS_METRIC_REGISTRY(registry)");
 
-  vek_service_session_add_reporter(fixture->session, NULL);
+  vek_service_session_add_reporter(session, NULL);
   assert_refused("vek_service_session_add_reporter", "VEK_IS_METRIC_REPORTER(reporter)");
-  vek_service_session_add_reporter(fixture->session, wrong);
+  vek_service_session_add_reporter(session, wrong);
   assert_refused("vek_service_session_add_reporter", "VEK_IS_METRIC_REPORTER(reporter)");
-  vek_service_session_add_reporter(wrong, g_object_ref(fixture->reporter));
+  vek_service_session_add_reporter(wrong, g_object_ref(fixture.reporter));
   assert_refused("vek_service_session_add_reporter", "VEK_SERVICE_IS_SESSION(session)");
-  g_assert_cmpuint(G_OBJECT(fixture->reporter)->ref_count, ==, 1);
+  g_assert_cmpuint(G_OBJECT(fixture.reporter)->ref_count, ==, 1);
 
-  g_assert_false(vek_service_session_remove_reporter(wrong, fixture->reporter));
+  g_assert_false(vek_service_session_remove_reporter(wrong, fixture.reporter));
   assert_refused("vek_service_session_remove_reporter", "VEK_SERVICE_IS_SESSION(session)");
-  g_assert_false(vek_service_session_remove_reporter(fixture->session, wrong));
+  g_assert_false(vek_service_session_remove_reporter(session, wrong));
   assert_refused("vek_service_session_remove_reporter", "VEK_IS_METRIC_REPORTER(reporter)");
 
   vek_service_session_report(NULL);
@@ -604,33 +580,33 @@ static void failed_checks_name_their_own_function(void) {
   assert_refused("vek_service_session_finish", "VEK_SERVICE_IS_SESSION(session)");
   vek_service_session_finish_async(wrong, 0, NULL, NULL, NULL);
   assert_refused("vek_service_session_finish_async", "VEK_SERVICE_IS_SESSION(session)");
-  vek_service_session_finish_async(fixture->session, 0, wrong, NULL, NULL);
+  vek_service_session_finish_async(session, 0, wrong, NULL, NULL);
   assert_refused("vek_service_session_finish_async",
                  "cancellable == NULL || G_IS_CANCELLABLE(cancellable)");
-  g_assert_false(vek_service_session_finish_finish(fixture->session, NULL, NULL));
+  g_assert_false(vek_service_session_finish_finish(session, NULL, NULL));
   assert_refused("vek_service_session_finish_finish", "g_task_is_valid(result, session)");
   g_assert_false(vek_service_session_run(wrong, NULL, 0));
   assert_refused("vek_service_session_run", "VEK_SERVICE_IS_SESSION(session)");
-  g_assert_false(vek_service_session_run(fixture->session, NULL, 0));
+  g_assert_false(vek_service_session_run(session, NULL, 0));
   assert_refused("vek_service_session_run", "loop != NULL");
   g_assert_false(vek_service_drain_is_busy(wrong));
   assert_refused("vek_service_drain_is_busy", "VEK_SERVICE_IS_DRAIN(drain)");
 }
 
-static void session_that_is_let_go_of_ends_silently(void) {
-  g_autoptr(Fixture) fixture = fixture_new();
-  set_period(fixture, 10);
-  g_autoptr(VekMetricReporter) reporter = g_object_ref(fixture->reporter);
-  g_clear_object(&fixture->session);
-  assert_recorded(fixture->record, "");
+TEST(session_that_is_let_go_of_ends_silently) {
+  g_autoptr(VekServiceSession) session = session_new();
+  set_period(session, 10);
+  g_autoptr(VekMetricReporter) reporter = g_object_ref(fixture.reporter);
+  g_clear_object(&session);
+  assert_recorded(fixture.record, "");
   g_assert_cmpuint(G_OBJECT(reporter)->ref_count, ==, 1);
   g_assert_null(g_main_context_find_source_by_id(NULL, timer_id));
-  count(fixture, "requests");
-  run_periodic_pass(fixture->registry);
-  assert_recorded(fixture->record, "");
+  count("requests");
+  run_periodic_pass(fixture.registry);
+  assert_recorded(fixture.record, "");
 }
 
-static void default_registry_is_meant_by_null(void) {
+TEST(default_registry_is_meant_by_null) {
   g_autoptr(VekServiceSession) session = vek_service_session_new(NULL);
   g_autoptr(VekMetricRegistry) registry = NULL;
   g_object_get(session, "registry", &registry, NULL);
@@ -638,26 +614,26 @@ static void default_registry_is_meant_by_null(void) {
   vek_metric_registry_set_default(NULL);
 }
 
-static void json_log_is_complete(void) {
-  g_autoptr(Fixture) fixture = fixture_new();
+TEST(json_log_is_complete) {
+  g_autoptr(VekServiceSession) session = session_new();
   char *folder = folder_new();
-  vek_service_session_add_reporter(fixture->session,
+  vek_service_session_add_reporter(session,
                                    vek_metric_json_log_reporter_new("log", folder, NULL, 10, 1));
-  count(fixture, "requests");
-  g_assert_true(vek_service_session_finish(fixture->session, 60000));
+  count("requests");
+  g_assert_true(vek_service_session_finish(session, 60000));
   assert_folder(folder,
                 "log.json: 1970-01-01 00:00:00,001000 [{\"MetricName\":\"requests\",\"Timestamp\":"
                 "\"1970-01-01T00:00:00Z\",\"Value\":1.0}]\n");
   folder_remove(folder);
-  g_string_truncate(fixture->record, 0);
+  g_string_truncate(fixture.record, 0);
 }
 
-static void held_json_log_is_waited_for_and_named(void) {
-  g_autoptr(Fixture) fixture = fixture_new();
+TEST(held_json_log_is_waited_for_and_named) {
+  g_autoptr(VekServiceSession) session = session_new();
   char *folder = folder_new();
   g_autoptr(VekMetricReporter) held = vek_metric_json_log_reporter_new("log", folder, NULL, 10, 1);
-  vek_service_session_add_reporter(fixture->session, g_object_ref(held));
-  g_assert_false(vek_service_session_finish(fixture->session, 1));
+  vek_service_session_add_reporter(session, g_object_ref(held));
+  g_assert_false(vek_service_session_finish(session, 1));
   assert_logged("VEK:service", G_LOG_LEVEL_WARNING,
                 "VekMetricJsonLogReporter was not done in time, or somebody else holds a reference "
                 "to it");
@@ -674,17 +650,17 @@ static gboolean on_incoming(GSocketService *service, GSocketConnection *connecti
   return TRUE;
 }
 
-static void carbon_gets_what_waited_for_its_connection(void) {
-  g_autoptr(Fixture) fixture = fixture_new();
+TEST(carbon_gets_what_waited_for_its_connection) {
+  g_autoptr(VekServiceSession) session = session_new();
   g_autoptr(GSocketConnection) connection = NULL;
   g_autoptr(GSocketService) service = g_socket_service_new();
   guint16 port = g_socket_listener_add_any_inet_port(G_SOCKET_LISTENER(service), NULL, NULL);
   g_assert_cmpuint(port, !=, 0);
   g_signal_connect(service, "incoming", G_CALLBACK(on_incoming), &connection);
-  vek_service_session_add_reporter(fixture->session,
+  vek_service_session_add_reporter(session,
                                    vek_metric_carbon_reporter_new(NULL, "127.0.0.1", port));
-  count(fixture, "requests");
-  g_assert_true(vek_service_session_finish(fixture->session, 60000));
+  count("requests");
+  g_assert_true(vek_service_session_finish(session, 60000));
   assert_logged_like("VEK:metrics", G_LOG_LEVEL_INFO, "Established connection *");
   assert_logged_like("VEK:metrics", G_LOG_LEVEL_DEBUG, "Sending message *");
   assert_logged_like("VEK:metrics", G_LOG_LEVEL_DEBUG, "*succeeded (bytes_written: 13)");
@@ -704,21 +680,21 @@ static gboolean on_signal_oneself(gpointer data) {
   return --*n_signals > 0;
 }
 
-static void signal_ends_the_loop_and_another_the_wait(void) {
-  g_autoptr(Fixture) fixture = fixture_new();
+TEST(signal_ends_the_loop_and_another_the_wait) {
+  g_autoptr(VekServiceSession) session = session_new();
   g_autoptr(GMainLoop) loop = g_main_loop_new(NULL, FALSE);
   guint n_signals = 1;
   g_idle_add(on_signal_oneself, &n_signals);
-  g_assert_true(vek_service_session_run(fixture->session, loop, 60000));
-  assert_recorded(fixture->record, "a flush\n");
+  g_assert_true(vek_service_session_run(session, loop, 60000));
+  assert_recorded(fixture.record, "a flush\n");
 
-  g_object_unref(fixture->session);
-  fixture->session = vek_service_session_new(fixture->registry);
+  g_object_unref(session);
+  session = vek_service_session_new(fixture.registry);
   g_autoptr(SlowReporter) slow = slow_reporter_new(G_MAXUINT);
-  vek_service_session_add_reporter(fixture->session, VEK_METRIC_REPORTER(g_object_ref(slow)));
+  vek_service_session_add_reporter(session, VEK_METRIC_REPORTER(g_object_ref(slow)));
   n_signals = 2;
   g_timeout_add(1, on_signal_oneself, &n_signals);
-  g_assert_false(vek_service_session_run(fixture->session, loop, 60000));
+  g_assert_false(vek_service_session_run(session, loop, 60000));
   g_assert_cmpuint(slow->n_flushes, ==, 1);
 }
 

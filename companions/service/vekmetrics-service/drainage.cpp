@@ -83,7 +83,7 @@ static GSourceFuncs functions = {
 };
 
 vekin::Drainage *vekin::drainage_start(GPtrArray *reporters, guint timeout_ms,
-                                   void (*on_end)(bool drained, gpointer data), gpointer data) {
+                                       void (*on_end)(bool drained, gpointer data), gpointer data) {
   auto *self = reinterpret_cast<Drainage *>(g_source_new(&functions, sizeof(Drainage)));
   self->reporters = reporters;
   self->on_end = on_end;

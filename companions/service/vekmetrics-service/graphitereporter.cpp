@@ -259,13 +259,14 @@ static void vek_service_graphite_reporter_class_init(VekServiceGraphiteReporterC
   constexpr auto kReadable = static_cast<GParamFlags>(G_PARAM_READABLE | G_PARAM_STATIC_STRINGS);
   properties[PROP_PREFIX] =
       g_param_spec_string("prefix", "prefix", "prefix", nullptr, vekin::kConstructOnly);
-  properties[PROP_HOST] = g_param_spec_string("host", "host", "host", nullptr, vekin::kConstructOnly);
-  properties[PROP_PORT] =
-      g_param_spec_uint("port", "port", "port", 1, G_MAXUINT16, kDefaultPort, vekin::kConstructOnly);
+  properties[PROP_HOST] =
+      g_param_spec_string("host", "host", "host", nullptr, vekin::kConstructOnly);
+  properties[PROP_PORT] = g_param_spec_uint("port", "port", "port", 1, G_MAXUINT16, kDefaultPort,
+                                            vekin::kConstructOnly);
   properties[PROP_MAX_LINES] = g_param_spec_uint("max-lines", "max-lines", "max-lines", 1,
                                                  G_MAXUINT, kDefaultMaxLines, vekin::kConstruct);
-  properties[PROP_QUANTILES] = g_param_spec_variant("quantiles", "quantiles", "quantiles",
-                                                    G_VARIANT_TYPE("ad"), nullptr, vekin::kConstruct);
+  properties[PROP_QUANTILES] = g_param_spec_variant(
+      "quantiles", "quantiles", "quantiles", G_VARIANT_TYPE("ad"), nullptr, vekin::kConstruct);
   properties[PROP_TAGS] = g_param_spec_boolean("tags", "tags", "tags", FALSE, vekin::kConstruct);
   properties[PROP_CONNECTED] =
       g_param_spec_boolean("connected", "connected", "connected", FALSE, kReadable);

@@ -22,9 +22,9 @@ struct _VekServiceSession {
 
   // Of the thread that runs the default main context.
   vekin::Drainage *drainage;  // NULL before the session is finished
-  bool ended;               // the wait is over
-  gboolean drained;         // what it came to
-  GSList *tasks;            // of GTask: who waits asynchronously
+  bool ended;                 // the wait is over
+  gboolean drained;           // what it came to
+  GSList *tasks;              // of GTask: who waits asynchronously
 };
 static_assert(vekin::ZeroFillable<VekServiceSession>);
 
