@@ -22,7 +22,8 @@ namespace vekin {
 //    asked for before, and otherwise when it is asked for.
 //
 // Of metrics that nobody holds, only what is counted through vek_metric_registry_get_metric() can
-// still be lost: a look-up constructs nothing.
+// still be lost: a look-up constructs nothing. And a metric is retired late while another registry,
+// which has run no pass yet, has one with the same key: that could be asking for it.
 struct Retirement {
   GPtrArray *joined;    // VekMetric, owned
   GPtrArray *leaving;   // VekMetric, borrowed: their registry keeps them until the pass ends

@@ -247,7 +247,7 @@ void vek_service_session_report(VekServiceSession *session) {
   vek_return_if_fail(!session_is_in_pass(session));
   vek_return_if_fail(!session_is_over(session));
 
-  g_autoptr(VekServiceSession) alive = VEK_SERVICE_SESSION(g_object_ref(session));
+  [[maybe_unused]] g_autoptr(VekServiceSession) alive = VEK_SERVICE_SESSION(g_object_ref(session));
   run_pass(session);
 }
 
@@ -257,7 +257,7 @@ gboolean vek_service_session_finish(VekServiceSession *session, guint timeout_ms
   vek_return_val_if_fail(main_context.is_owned, FALSE);
   vek_return_val_if_fail(!session_is_in_pass(session), FALSE);
 
-  g_autoptr(VekServiceSession) alive = VEK_SERVICE_SESSION(g_object_ref(session));
+  [[maybe_unused]] g_autoptr(VekServiceSession) alive = VEK_SERVICE_SESSION(g_object_ref(session));
   start_to_finish(session, timeout_ms);
   while (!session->ended)
     g_main_context_iteration(nullptr, TRUE);
@@ -321,7 +321,7 @@ gboolean vek_service_session_run(VekServiceSession *session, GMainLoop *loop, gu
   vek_return_val_if_fail(main_context.is_owned, FALSE);
   vek_return_val_if_fail(!session_is_in_pass(session), FALSE);
 
-  g_autoptr(VekServiceSession) alive = VEK_SERVICE_SESSION(g_object_ref(session));
+  [[maybe_unused]] g_autoptr(VekServiceSession) alive = VEK_SERVICE_SESSION(g_object_ref(session));
   Run run = {.session = session, .loop = loop};
   guint sources[] = {g_unix_signal_add(SIGINT, on_signal, &run),
                      g_unix_signal_add(SIGTERM, on_signal, &run)};

@@ -50,7 +50,7 @@ G_DECLARE_FINAL_TYPE(VekServiceSession, vek_service_session, VEK_SERVICE, SESSIO
  *
  * The session adds passes of its own between those of the registry, which runs one every 60
  * seconds; with 60 it adds none. Timers of whole seconds may be a second late. It can be set at any
- * time, on any thread.
+ * time, on any thread, from 1 to 60: GObject warns of any other value, and nothing changes.
  */
 
 /**
