@@ -7,8 +7,7 @@ import pathlib
 import sys
 import xml.etree.ElementTree
 
-sys.path.append(str(pathlib.Path(__file__).resolve().parent.parent / 'support'))
-import tap  # pylint: disable=wrong-import-position
+from support import tap
 
 CORE, C, GLIB = (f'{{http://www.gtk.org/introspection/{name}/1.0}}'
                  for name in ('core', 'c', 'glib'))
@@ -87,7 +86,7 @@ def makers_are_constructors():
     none_of('not a constructor', (name for name, tag in makers.items() if tag != 'constructor'))
 
 
-tap.run('gir', [
+tap.run([
     everything_is_documented,
     every_value_says_who_owns_it,
     every_list_says_what_it_holds,

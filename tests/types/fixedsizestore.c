@@ -1,10 +1,10 @@
 /* Tests of VekMetricFixedSizeStore. */
 
+#include "storetest.h"
 #include "support/fakeclock.h"
 #include "support/logcapture.h"
 #include "support/modeltest.h"
 #include "support/scene.h"
-#include "support/storetest.h"
 
 #include <math.h>
 

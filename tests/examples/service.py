@@ -42,5 +42,4 @@ def log_that_cannot_be_made_stops_nothing():
 
 if __name__ == '__main__':
     PROGRAM = sys.argv[1]
-    tap.run('service', (last_figures_reach_the_console_and_the_log,
-                        log_that_cannot_be_made_stops_nothing))
+    tap.run([last_figures_reach_the_console_and_the_log, log_that_cannot_be_made_stops_nothing])

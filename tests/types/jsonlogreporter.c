@@ -2,9 +2,9 @@
 
 #include <vekmetrics/vekmetrics.h>
 
+#include "jsonlog.h"
 #include "support/folder.h"
 #include "support/heap.h"
-#include "support/jsonlog.h"
 #include "support/logcapture.h"
 #include "support/scene.h"
 

@@ -13,8 +13,7 @@ import subprocess
 import sys
 import tempfile
 
-sys.path.append(str(pathlib.Path(__file__).resolve().parent / 'support'))
-import tap  # pylint: disable=wrong-import-position
+from support import tap
 
 COMPILED = '{compiled}'
 BUILD_C = '-Wall -Wextra -Werror {source} -o {compiled} $(pkg-config --cflags --libs vekmetrics)'
@@ -73,7 +72,7 @@ def main(document, *languages):
     tests = [make_test(*program) for program in find_programs(text, languages)]
     missing = set(languages) - {test.__name__.rpartition('_')[2] for test in tests}
     assert not missing, f'{document} has no programs of {missing}'
-    tap.run(pathlib.Path(document).name, tests)
+    tap.run(tests, pathlib.Path(document).name)
 
 
 if __name__ == '__main__':

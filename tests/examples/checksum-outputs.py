@@ -21,6 +21,7 @@ import time
 import unittest
 
 from checksum import CHECKSUM, HURRIED, Example, describe, make_files, run, start
+from support import tap
 from support.row import UNITS, Row
 
 # Longer keys than a connection holds of lines that nobody reads.
@@ -359,6 +360,7 @@ class Patience(Outputs):
             with self.start(server.port, f'--prefix={HUGE_PREFIX}', *self.to_files(),
                             '--wait=600') as program:
                 connection, _ = server.socket.accept()
+                connection.recv(1)  # before this, the program may not have seen that it is connected
                 connection.setsockopt(socket.SOL_SOCKET, socket.SO_LINGER, struct.pack('ii', 1, 0))
                 connection.close()
                 messages = program.communicate()[1].decode()
@@ -377,4 +379,4 @@ class Patience(Outputs):
 
 
 if __name__ == '__main__':
-    unittest.main(argv=sys.argv[:1] + sys.argv[3:])
+    tap.run([Agreement, Choice, Patience])

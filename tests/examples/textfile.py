@@ -67,4 +67,4 @@ def promtool_finds_no_fault():
 
 if __name__ == '__main__':
     PROGRAM = sys.argv[1]
-    tap.run('textfile', (file_is_as_it_should_be_and_alone, promtool_finds_no_fault))
+    tap.run([file_is_as_it_should_be_and_alone, promtool_finds_no_fault])

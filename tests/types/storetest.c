@@ -1,7 +1,7 @@
 #include "storetest.h"
 
-#include "fakeclock.h"
-#include "scene.h"
+#include "support/fakeclock.h"
+#include "support/scene.h"
 
 #include <float.h>
 

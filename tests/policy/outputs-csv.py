@@ -14,7 +14,8 @@ import tempfile
 import unittest
 import unittest.mock
 
-from support.outputspage import check_commands, read_blocks, run_python
+from support import tap
+from outputspage import check_commands, read_blocks, run_python
 
 EVERY_KIND = pathlib.Path(sys.argv[1]).resolve()
 
@@ -95,4 +96,4 @@ class Outputs(unittest.TestCase):
 
 
 if __name__ == '__main__':
-    unittest.main(argv=sys.argv[:1])
+    tap.run([Outputs])

@@ -1,6 +1,6 @@
 /* Tests of VekMetricTimelineReporter. */
 
-#include "support/csvtest.h"
+#include "csvtest.h"
 #include "support/folder.h"
 #include "support/logcapture.h"
 

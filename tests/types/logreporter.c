@@ -1,6 +1,6 @@
 /* Tests of VekMetricLogReporter. */
 
-#include "support/csvtest.h"
+#include "csvtest.h"
 #include "support/decimalcomma.h"
 #include "support/fakeclock.h"
 #include "support/folder.h"

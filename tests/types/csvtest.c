@@ -1,8 +1,8 @@
 #include "csvtest.h"
 
-#include "folder.h"
-#include "logcapture.h"
-#include "scene.h"
+#include "support/folder.h"
+#include "support/logcapture.h"
+#include "support/scene.h"
 
 #include <glib/gstdio.h>
 #include <string.h>

@@ -16,6 +16,8 @@ import sys
 import tempfile
 import unittest
 
+from support import tap
+
 symbols, *headers = map(pathlib.Path, sys.argv[1:])
 
 # These are no objects and so have no casts.
@@ -80,4 +82,4 @@ class Headers(unittest.TestCase):
 
 
 if __name__ == '__main__':
-    unittest.main(argv=sys.argv[:1])
+    tap.run([Headers])

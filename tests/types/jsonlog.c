@@ -2,9 +2,9 @@
 
 #include "jsonlog.h"
 
-#include "fakeclock.h"
-#include "folder.h"
-#include "tsan-tasks.h"
+#include "support/fakeclock.h"
+#include "support/folder.h"
+#include "support/tsan-tasks.h"
 
 #include <dlfcn.h>
 

@@ -18,7 +18,8 @@ import sys
 import tempfile
 import unittest
 
-from support.outputspage import check_commands, read_blocks
+from support import tap
+from outputspage import check_commands, read_blocks
 
 CLIENT, EVERY_KIND = (pathlib.Path(path).resolve() for path in sys.argv[1:3])
 
@@ -170,4 +171,4 @@ class Page(unittest.TestCase):
 
 
 if __name__ == '__main__':
-    unittest.main(argv=sys.argv[:1])
+    tap.run([Readers, Page])

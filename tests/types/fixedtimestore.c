@@ -1,10 +1,10 @@
 /* Tests of VekMetricFixedTimeStore. */
 
+#include "storetest.h"
 #include "support/fakeclock.h"
 #include "support/logcapture.h"
 #include "support/modeltest.h"
 #include "support/scene.h"
-#include "support/storetest.h"
 
 #include <unistd.h>
 

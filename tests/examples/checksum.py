@@ -15,6 +15,8 @@ import tempfile
 import threading
 import unittest
 
+from support import tap
+
 CHECKSUM, HURRIED = map(os.path.abspath, sys.argv[1:3])
 ENVIRONMENT = dict(os.environ, LC_ALL='C.UTF-8')
 ERASE = b'\r\x1b[K'
@@ -460,4 +462,4 @@ class LargeFiles(Example):
 
 
 if __name__ == '__main__':
-    unittest.main(argv=sys.argv[:1] + sys.argv[3:])
+    tap.run([CommandLine, Tree, Errors, LongRun, LargeFiles])

@@ -6,7 +6,9 @@ import subprocess
 import tempfile
 import unittest
 
-SCRIPTS = pathlib.Path(__file__).resolve().parent.parent / 'scripts'
+from support import tap
+
+SCRIPTS = pathlib.Path(__file__).resolve().parents[2] / 'scripts'
 TALLY = SCRIPTS / 'tally'
 
 # What a program printed, how Meson judged it, and what the tally says.
@@ -85,4 +87,4 @@ class Count(unittest.TestCase):
 
 
 if __name__ == '__main__':
-    unittest.main()
+    tap.run([Tally, Count])
