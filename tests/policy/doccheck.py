@@ -2,7 +2,8 @@
 
 Each fenced block of the document that is marked with one of the languages is a whole program. It
 must end well and say nothing on standard error. A block marked "text" that comes before the next
-program is exactly what the program prints.
+program is exactly what the program prints. PACKAGES names what the programs are built with, if that is more
+than the library.
 """
 
 import os
@@ -16,7 +17,9 @@ import tempfile
 from support import tap
 
 COMPILED = '{compiled}'
-BUILD_C = '-Wall -Wextra -Werror {source} -o {compiled} $(pkg-config --cflags --libs vekmetrics)'
+PACKAGES = os.environ.get('PACKAGES', 'vekmetrics').split()
+BUILD_C = ('-Wall -Wextra -Werror {source} -o {compiled} '
+           f'$(pkg-config --cflags --libs {" ".join(PACKAGES)})')
 
 # How to run a program, as a line of shell.
 LANGUAGES = {
@@ -24,8 +27,8 @@ LANGUAGES = {
     'cpp': f'c++ -std=c++17 {BUILD_C} && {COMPILED}',
     'js': 'gjs {source}',
     'python': shlex.quote(sys.executable) + ' {source}',
-    'vala': 'valac --quiet --fatal-warnings -X -w $VALAFLAGS --pkg vekmetrics -o {compiled} '
-            f'{{source}} && {COMPILED}',
+    'vala': 'valac --quiet --fatal-warnings -X -w $VALAFLAGS -o {compiled} {source} '
+            f'--pkg {" --pkg ".join(PACKAGES)} && {COMPILED}',
 }
 
 
