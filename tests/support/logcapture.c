@@ -1,7 +1,5 @@
 #include "logcapture.h"
 
-#include <string.h>
-
 typedef struct {
   GLogLevelFlags level;
   char *domain;
@@ -13,7 +11,6 @@ typedef struct {
 
 static GMutex lock; /* guards the queue */
 static GQueue records = G_QUEUE_INIT;
-static GSList *tests; /* kept here: GLib frees the data of those alone that it runs */
 
 static void record_free(gpointer data) {
   Record *record = data;
@@ -69,20 +66,6 @@ static Record *take(void) {
   Record *record = g_queue_pop_head(&records);
   g_mutex_unlock(&lock);
   return record;
-}
-
-static void run_test(gconstpointer data) {
-  void (*test)(void) = NULL;
-  memcpy(&test, data, sizeof test);
-  test();
-  assert_nothing_logged();
-}
-
-void add_test(const char *path, void (*test)(void)) {
-  g_autofree char *name = g_strdelimit(g_strdup(path), "_", '-');
-  /* ISO C lets no function pointer pass as a data pointer. */
-  tests = g_slist_prepend(tests, g_memdup2(&test, sizeof test));
-  g_test_add_data_func(name, tests->data, run_test);
 }
 
 void assert_logged(const char *domain, GLogLevelFlags level, const char *message) {

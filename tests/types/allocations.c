@@ -6,8 +6,7 @@
 
 #define _GNU_SOURCE
 
-#include "support/fakeclock.h"
-#include "support/logcapture.h"
+#include "support/fixture.h"
 
 #include <vekmetrics/vekmetrics.h>
 
@@ -70,6 +69,22 @@ void free(void *block) {
 
 #endif
 
+static gboolean is_counted(void) {
+  Count before = count;
+  g_free(g_malloc(1));
+  return count.taken != before.taken;
+}
+
+#define COUNTED_TEST(function)                                            \
+  static void function##_counted(void);                                   \
+  TEST(function) {                                                        \
+    if (is_counted())                                                     \
+      function##_counted();                                               \
+    else                                                                  \
+      g_test_skip("malloc() belongs to a sanitizer or to valgrind here"); \
+  }                                                                       \
+  static void function##_counted(void)
+
 #define assert_counted(before, blocks, size, freed)                         \
   G_STMT_START {                                                            \
     Count counted_ = count;                                                 \
@@ -87,12 +102,12 @@ static void assert_adding_allocates_nothing(VekMetricStore *store) {
   assert_counted(before, 0, 0, 0);
 }
 
-static void fixed_size_store_add_allocates_nothing(void) {
+COUNTED_TEST(fixed_size_store_add_allocates_nothing) {
   g_autoptr(VekMetricStore) store = vek_metric_fixed_size_store_new(4);
   assert_adding_allocates_nothing(store);
 }
 
-static void fixed_time_store_add_allocates_nothing(void) {
+COUNTED_TEST(fixed_time_store_add_allocates_nothing) {
   g_autoptr(VekMetricStore) store = vek_metric_fixed_time_store_new(1000000, 4);
   assert_adding_allocates_nothing(store);
   fake_clock_advance(2000000);
@@ -118,11 +133,11 @@ static void assert_slots_take(GType type, const char *property, gsize bytes_per_
   g_assert_cmpuint(large.bytes - small.bytes, ==, 1000 * bytes_per_slot);
 }
 
-static void fixed_size_store_takes_8_bytes_a_slot_at_construction(void) {
+COUNTED_TEST(fixed_size_store_takes_8_bytes_a_slot_at_construction) {
   assert_slots_take(VEK_TYPE_METRIC_FIXED_SIZE_STORE, "window-size", 8);
 }
 
-static void fixed_time_store_takes_16_bytes_a_slot_at_construction(void) {
+COUNTED_TEST(fixed_time_store_takes_16_bytes_a_slot_at_construction) {
   assert_slots_take(VEK_TYPE_METRIC_FIXED_TIME_STORE, "max-size", 16);
 }
 
@@ -139,7 +154,7 @@ static void fixed_time_store_takes_16_bytes_a_slot_at_construction(void) {
 
 enum { RECORD = 32, SAMPLE = 8 }; /* bytes */
 
-static void snapshot_takes_one_record_and_one_array(void) {
+COUNTED_TEST(snapshot_takes_one_record_and_one_array) {
   g_autoptr(VekMetricStore) fixed_size = vek_metric_fixed_size_store_new(4);
   g_autoptr(VekMetricStore) fixed_time = vek_metric_fixed_time_store_new(1000000, 4);
   assert_snapshot_takes(fixed_size, 1, RECORD, 0);
@@ -153,7 +168,7 @@ static void snapshot_takes_one_record_and_one_array(void) {
   assert_snapshot_takes(fixed_time, 2, RECORD + 3 * SAMPLE, 0);
 }
 
-static void fixed_time_store_rotation_copies_the_samples_before_the_oldest(void) {
+COUNTED_TEST(fixed_time_store_rotation_copies_the_samples_before_the_oldest) {
   g_autoptr(VekMetricStore) store = vek_metric_fixed_time_store_new(1000000, 8);
   for (guint i = 0; i < 11; i++)
     vek_metric_store_add(store, i);
@@ -162,7 +177,7 @@ static void fixed_time_store_rotation_copies_the_samples_before_the_oldest(void)
   assert_snapshot_takes(store, 2, RECORD + 8 * SAMPLE, 0);
 }
 
-static void fixed_time_store_cut_allocates_nothing(void) {
+COUNTED_TEST(fixed_time_store_cut_allocates_nothing) {
   g_autoptr(VekMetricStore) store = vek_metric_fixed_time_store_new(1000000, 8);
   for (guint i = 0; i < 4; i++) {
     vek_metric_store_add(store, i);
@@ -173,7 +188,7 @@ static void fixed_time_store_cut_allocates_nothing(void) {
   assert_snapshot_takes(store, 1, RECORD, 0);
 }
 
-static void range_store_add_range_takes_one_record_and_one_list_node(void) {
+COUNTED_TEST(range_store_add_range_takes_one_record_and_one_list_node) {
   g_autoptr(VekMetricStore) store = vek_metric_range_store_new();
   for (guint i = 0; i < 3; i++) {
     Count before = count;
@@ -182,7 +197,7 @@ static void range_store_add_range_takes_one_record_and_one_list_node(void) {
   }
 }
 
-static void range_store_move_data_allocates_and_copies_nothing(void) {
+COUNTED_TEST(range_store_move_data_allocates_and_copies_nothing) {
   g_autoptr(VekMetricStore) store = vek_metric_range_store_new();
   for (guint i = 0; i < 3; i++)
     vek_metric_store_add_range(store, 1, 2, 3);
@@ -193,7 +208,7 @@ static void range_store_move_data_allocates_and_copies_nothing(void) {
   assert_counted(before, 0, 0, 6);
 }
 
-static void range_store_frees_the_ranges_it_still_holds(void) {
+COUNTED_TEST(range_store_frees_the_ranges_it_still_holds) {
   g_object_unref(vek_metric_range_store_new()); /* what the type takes once is no part of it */
   Count before = count;
   VekMetricStore *store = vek_metric_range_store_new();
@@ -203,7 +218,7 @@ static void range_store_frees_the_ranges_it_still_holds(void) {
   g_assert_cmpuint(count.given_back - before.given_back, ==, count.taken - before.taken);
 }
 
-static void pass_frees_the_ranges_that_it_took(void) {
+COUNTED_TEST(pass_frees_the_ranges_that_it_took) {
   g_autoptr(VekMetricRegistry) registry = g_object_new(VEK_TYPE_METRIC_REGISTRY, NULL);
   g_autoptr(VekMetricReporter) console = vek_metric_console_reporter_new();
   g_autoptr(VekMetricTimeline) timeline = vek_metric_registry_timeline_new(registry, "t");
@@ -213,41 +228,4 @@ static void pass_frees_the_ranges_that_it_took(void) {
     vek_metric_timeline_add_range(timeline, 1, 2, 3);
   vek_metric_registry_report(registry, console);
   g_assert_cmpuint(count.given_back - before.given_back, ==, count.taken - before.taken);
-}
-
-static void nothing_is_counted(void) {
-  g_test_skip("malloc() belongs to a sanitizer or to valgrind here");
-}
-
-int main(int argc, char **argv) {
-  /* GLib 2.74 still hands small records out of slices of its own, unless told otherwise before the
-   * program begins. */
-  if (!g_getenv("G_SLICE")) {
-    g_setenv("G_SLICE", "always-malloc", TRUE);
-    execvp(argv[0], argv);
-  }
-
-  g_test_init(&argc, &argv, NULL);
-  log_capture_init();
-
-  Count before = count;
-  g_free(g_malloc(1));
-  if (count.taken == before.taken) {
-    ADD_TEST("allocations", nothing_is_counted);
-    return g_test_run();
-  }
-
-  ADD_TEST("allocations", fixed_size_store_add_allocates_nothing);
-  ADD_TEST("allocations", fixed_time_store_add_allocates_nothing);
-  ADD_TEST("allocations", fixed_size_store_takes_8_bytes_a_slot_at_construction);
-  ADD_TEST("allocations", fixed_time_store_takes_16_bytes_a_slot_at_construction);
-  ADD_TEST("allocations", snapshot_takes_one_record_and_one_array);
-  ADD_TEST("allocations", fixed_time_store_rotation_copies_the_samples_before_the_oldest);
-  ADD_TEST("allocations", fixed_time_store_cut_allocates_nothing);
-  ADD_TEST("allocations", range_store_add_range_takes_one_record_and_one_list_node);
-  ADD_TEST("allocations", range_store_move_data_allocates_and_copies_nothing);
-  ADD_TEST("allocations", range_store_frees_the_ranges_it_still_holds);
-  ADD_TEST("allocations", pass_frees_the_ranges_that_it_took);
-
-  return g_test_run();
 }

@@ -3,9 +3,7 @@
 #define _GNU_SOURCE /* RTLD_NEXT */
 
 #include "support/decimalcomma.h"
-#include "support/fakeclock.h"
-#include "support/logcapture.h"
-#include "support/scene.h"
+#include "support/fixture.h"
 
 #include <dlfcn.h>
 #include <float.h>
@@ -237,7 +235,7 @@ static char *begin_huge_write(VekMetricReporter *reporter) {
   return line;
 }
 
-static void every_operation_is_set_but_that_for_timelines(void) {
+TEST(every_operation_is_set_but_that_for_timelines) {
   g_autoptr(GTypeClass) klass = g_type_class_ref(VEK_TYPE_METRIC_CARBON_REPORTER);
   VekMetricReporterInterface *iface = g_type_interface_peek(klass, VEK_TYPE_METRIC_REPORTER);
   g_assert_nonnull(iface->process_count);
@@ -247,7 +245,7 @@ static void every_operation_is_set_but_that_for_timelines(void) {
   g_assert_nonnull(iface->flush);
 }
 
-static void properties_are_construct_only(void) {
+TEST(properties_are_construct_only) {
   GType type = VEK_TYPE_METRIC_CARBON_REPORTER;
   g_assert_true(G_IS_PARAM_SPEC_STRING(assert_construct_only_property(type, "prefix")));
   g_assert_true(G_IS_PARAM_SPEC_STRING(assert_construct_only_property(type, "server-address")));
@@ -276,7 +274,7 @@ static void assert_not_parsable(const char *address_and_port) {
                      message);
 }
 
-static void type_is_a_plain_object_that_can_be_derived(void) {
+TEST(type_is_a_plain_object_that_can_be_derived) {
   GType type = VEK_TYPE_METRIC_CARBON_REPORTER;
   g_assert_cmpstr(g_type_name(type), ==, "VekMetricCarbonReporter");
   g_assert_cmpstr(g_type_name(g_type_parent(type)), ==, "GObject");
@@ -292,7 +290,7 @@ static void type_is_a_plain_object_that_can_be_derived(void) {
   assert_not_parsable("(null):2003");
 }
 
-static void properties_read_back_what_was_given(void) {
+TEST(properties_read_back_what_was_given) {
   g_autoptr(VekMetricReporter) given = vek_metric_carbon_reporter_new("site", "nowhere", 65535);
   assert_not_parsable("nowhere:65535");
   assert_properties(given, "site", "nowhere", 65535);
@@ -302,13 +300,13 @@ static void properties_read_back_what_was_given(void) {
   assert_properties(bare, NULL, NULL, 2003);
 }
 
-static void unknown_property_ids_give_the_standard_warning(void) {
+TEST(unknown_property_ids_give_the_standard_warning) {
   g_autoptr(VekMetricReporter) reporter = vek_metric_carbon_reporter_new(NULL, NULL, 0);
   assert_not_parsable("(null):0");
   assert_unknown_property_warns(reporter);
 }
 
-static void address_that_is_not_numeric_disables_the_reporter(void) {
+TEST(address_that_is_not_numeric_disables_the_reporter) {
   static const struct {
     const char *address;
     const char *logged;
@@ -326,7 +324,7 @@ static void address_that_is_not_numeric_disables_the_reporter(void) {
   }
 }
 
-static void refused_connection_disables_the_reporter(void) {
+TEST(refused_connection_disables_the_reporter) {
   Server *server = server_new("127.0.0.1");
   guint port = server->port;
   server_free(server);
@@ -342,7 +340,7 @@ static void refused_connection_disables_the_reporter(void) {
   assert_nothing_logged();
 }
 
-static void calls_before_the_connection_are_queued_and_the_first_flush_sends_them(void) {
+TEST(calls_before_the_connection_are_queued_and_the_first_flush_sends_them) {
   g_autoptr(Server) server = server_new("127.0.0.1");
   g_autoptr(VekMetricReporter) reporter = begin_to_connect(server, NULL);
   process_count(reporter, "first", 1);
@@ -369,7 +367,7 @@ static void calls_before_the_connection_are_queued_and_the_first_flush_sends_the
   assert_sent("third 3 1700000000\n");
 }
 
-static void flush_of_an_empty_queue_does_nothing(void) {
+TEST(flush_of_an_empty_queue_does_nothing) {
   g_autoptr(Server) server = server_new("127.0.0.1");
   g_autoptr(VekMetricReporter) reporter = connect_reporter(server, NULL);
   flush(reporter);
@@ -383,7 +381,7 @@ static void flush_of_an_empty_queue_does_nothing(void) {
   assert_sent("after 1 1700000000\n");
 }
 
-static void lines_wait_for_a_flush(void) {
+TEST(lines_wait_for_a_flush) {
   g_autoptr(Server) server = server_new("127.0.0.1");
   g_autoptr(VekMetricReporter) reporter = connect_reporter(server, NULL);
   process_count(reporter, "sent", 1);
@@ -398,7 +396,7 @@ static void lines_wait_for_a_flush(void) {
   assert_received(server, "sent 1 1700000000\n");
 }
 
-static void flush_while_a_write_is_outstanding_starts_nothing_and_loses_nothing(void) {
+TEST(flush_while_a_write_is_outstanding_starts_nothing_and_loses_nothing) {
   g_autoptr(Server) server = server_new("127.0.0.1");
   g_autoptr(VekMetricReporter) reporter = connect_reporter(server, NULL);
   g_autofree char *huge = begin_huge_write(reporter);
@@ -421,7 +419,7 @@ static void flush_while_a_write_is_outstanding_starts_nothing_and_loses_nothing(
   g_assert_cmpstr(server->received->str + strlen(huge), ==, "a 1 1700000000\nb 2 1700000000\n");
 }
 
-static void slow_server_makes_the_queue_grow_and_blocks_nobody(void) {
+TEST(slow_server_makes_the_queue_grow_and_blocks_nobody) {
   enum { N_LINES = 20000 };
   g_autoptr(Server) server = server_new("127.0.0.1");
   g_autoptr(VekMetricReporter) reporter = connect_reporter(server, NULL);
@@ -446,7 +444,7 @@ static void slow_server_makes_the_queue_grow_and_blocks_nobody(void) {
   }
 }
 
-static void after_a_write_error_only_the_lines_already_queued_are_tried(void) {
+TEST(after_a_write_error_only_the_lines_already_queued_are_tried) {
   g_autoptr(Server) server = server_new("127.0.0.1");
   g_autoptr(VekMetricReporter) reporter = connect_reporter(server, NULL);
   g_free(begin_huge_write(reporter));
@@ -473,7 +471,7 @@ static void after_a_write_error_only_the_lines_already_queued_are_tried(void) {
   assert_nothing_logged();
 }
 
-static void disposal_while_connecting_cancels_through_the_failure_branch(void) {
+TEST(disposal_while_connecting_cancels_through_the_failure_branch) {
   g_autoptr(Server) server = server_new("127.0.0.1");
   g_autoptr(VekMetricReporter) reporter = begin_to_connect(server, NULL);
   process_count(reporter, "early", 1);
@@ -490,7 +488,7 @@ static void disposal_while_connecting_cancels_through_the_failure_branch(void) {
   g_assert_cmpuint(G_OBJECT(reporter)->ref_count, ==, 1);
 }
 
-static void disposal_while_writing_cancels_through_the_failure_branch(void) {
+TEST(disposal_while_writing_cancels_through_the_failure_branch) {
   g_autoptr(Server) server = server_new("127.0.0.1");
   g_autoptr(VekMetricReporter) reporter = connect_reporter(server, NULL);
   g_free(begin_huge_write(reporter));
@@ -507,7 +505,7 @@ static void disposal_while_writing_cancels_through_the_failure_branch(void) {
   g_assert_cmpuint(G_OBJECT(reporter)->ref_count, ==, 1);
 }
 
-static void reporter_dropped_while_connecting_goes_when_the_connection_is_there(void) {
+TEST(reporter_dropped_while_connecting_goes_when_the_connection_is_there) {
   g_autoptr(Server) server = server_new("127.0.0.1");
   VekMetricReporter *reporter = begin_to_connect(server, NULL);
   process_count(reporter, "lost", 1);
@@ -521,7 +519,7 @@ static void reporter_dropped_while_connecting_goes_when_the_connection_is_there(
   assert_established(server);
 }
 
-static void reporter_dropped_in_the_middle_of_a_chain_sends_its_whole_queue(void) {
+TEST(reporter_dropped_in_the_middle_of_a_chain_sends_its_whole_queue) {
   g_autoptr(Server) server = server_new("127.0.0.1");
   VekMetricReporter *reporter = connect_reporter(server, NULL);
   process_count(reporter, "a", 1);
@@ -539,7 +537,7 @@ static void reporter_dropped_in_the_middle_of_a_chain_sends_its_whole_queue(void
   assert_sent("c 3 1700000000\n");
 }
 
-static void key_joins_prefix_dimensions_unit_and_name(void) {
+TEST(key_joins_prefix_dimensions_unit_and_name) {
   static const struct {
     const char *prefix;
     const char *dimensions[8];
@@ -586,7 +584,7 @@ static void key_joins_prefix_dimensions_unit_and_name(void) {
   }
 }
 
-static void arguments_are_copied(void) {
+TEST(arguments_are_copied) {
   g_autoptr(Server) server = server_new("127.0.0.1");
   g_autoptr(VekMetricReporter) reporter = connect_reporter(server, "site");
   char name[] = "name";
@@ -612,7 +610,7 @@ static void assert_drained(Server *server, VekMetricReporter **reporter, const c
     assert_sent(*lines);
 }
 
-static void counts_are_signed_integers_at_whole_seconds(void) {
+TEST(counts_are_signed_integers_at_whole_seconds) {
   static const struct {
     gint64 timestamp;
     gint64 count;
@@ -647,7 +645,7 @@ static void counts_are_signed_integers_at_whole_seconds(void) {
   assert_drained(server, &reporter, lines);
 }
 
-static void values_have_six_digits_after_the_point(void) {
+TEST(values_have_six_digits_after_the_point) {
   static const double values[] = {0.5,  -0.25, -0.0,     0.1,      0.0000005, 5e-324,
                                   1e22, 1e308, -DBL_MAX, INFINITY, -INFINITY};
   static const char *const lines[] = {
@@ -683,14 +681,14 @@ static void values_have_six_digits_after_the_point(void) {
   assert_drained(server, &reporter, lines);
 }
 
-static void value_is_stamped_with_whole_seconds(void) {
+TEST(value_is_stamped_with_whole_seconds) {
   g_autoptr(Server) server = server_new("127.0.0.1");
   g_autoptr(VekMetricReporter) reporter = connect_reporter(server, NULL);
   VEK_METRIC_REPORTER_GET_IFACE(reporter)->process_value(reporter, "v", NULL, NULL, -999999, 0.5);
   assert_drained(server, &reporter, (const char *const[]){"v 0.500000 0\n", NULL});
 }
 
-static void snapshot_gives_exactly_four_lines(void) {
+TEST(snapshot_gives_exactly_four_lines) {
   static const char *const lines[] = {
       "site.host.h1.Seconds.t.average 2.500000 1700000000\n",
       "site.host.h1.Seconds.t.n_samples 4 1700000000\n",
@@ -714,7 +712,7 @@ static void snapshot_gives_exactly_four_lines(void) {
   assert_drained(server, &reporter, lines);
 }
 
-static void ipv6_servers_are_reached(void) {
+TEST(ipv6_servers_are_reached) {
   g_autoptr(Server) server = server_new("::1");
   if (!server) {
     g_test_skip("no IPv6 on loopback");
@@ -725,7 +723,7 @@ static void ipv6_servers_are_reached(void) {
   assert_drained(server, &reporter, (const char *const[]){"six 6 1700000000\n", NULL});
 }
 
-static void completions_come_to_the_context_of_construction_and_of_flush(void) {
+TEST(completions_come_to_the_context_of_construction_and_of_flush) {
   g_autoptr(Server) server = server_new("127.0.0.1");
   g_autoptr(GMainContext) connecting = g_main_context_new();
   g_autoptr(GMainContext) writing = g_main_context_new();
@@ -750,7 +748,7 @@ static void completions_come_to_the_context_of_construction_and_of_flush(void) {
   assert_received(server, "a 1 1700000000\nb 2 1700000000\n");
 }
 
-static void numbers_carry_a_point_in_every_locale(void) {
+TEST(numbers_carry_a_point_in_every_locale) {
   if (!in_decimal_comma())
     return;
 
@@ -763,38 +761,4 @@ static void numbers_carry_a_point_in_every_locale(void) {
       (const char *const[]){"v 1234.500000 1700000000\n", "s.average 0.500000 1700000000\n",
                             "s.n_samples 2 1700000000\n", "s.min 0.250000 1700000000\n",
                             "s.max 0.750000 1700000000\n", NULL});
-}
-
-int main(int argc, char **argv) {
-  g_test_init(&argc, &argv, NULL);
-  log_capture_init();
-
-  ADD_TEST("carbonreporter", type_is_a_plain_object_that_can_be_derived);
-  ADD_TEST("carbonreporter", every_operation_is_set_but_that_for_timelines);
-  ADD_TEST("carbonreporter", properties_are_construct_only);
-  ADD_TEST("carbonreporter", properties_read_back_what_was_given);
-  ADD_TEST("carbonreporter", unknown_property_ids_give_the_standard_warning);
-  ADD_TEST("carbonreporter", address_that_is_not_numeric_disables_the_reporter);
-  ADD_TEST("carbonreporter", refused_connection_disables_the_reporter);
-  ADD_TEST("carbonreporter", calls_before_the_connection_are_queued_and_the_first_flush_sends_them);
-  ADD_TEST("carbonreporter", flush_of_an_empty_queue_does_nothing);
-  ADD_TEST("carbonreporter", lines_wait_for_a_flush);
-  ADD_TEST("carbonreporter", flush_while_a_write_is_outstanding_starts_nothing_and_loses_nothing);
-  ADD_TEST("carbonreporter", slow_server_makes_the_queue_grow_and_blocks_nobody);
-  ADD_TEST("carbonreporter", after_a_write_error_only_the_lines_already_queued_are_tried);
-  ADD_TEST("carbonreporter", disposal_while_connecting_cancels_through_the_failure_branch);
-  ADD_TEST("carbonreporter", disposal_while_writing_cancels_through_the_failure_branch);
-  ADD_TEST("carbonreporter", reporter_dropped_while_connecting_goes_when_the_connection_is_there);
-  ADD_TEST("carbonreporter", reporter_dropped_in_the_middle_of_a_chain_sends_its_whole_queue);
-  ADD_TEST("carbonreporter", key_joins_prefix_dimensions_unit_and_name);
-  ADD_TEST("carbonreporter", arguments_are_copied);
-  ADD_TEST("carbonreporter", counts_are_signed_integers_at_whole_seconds);
-  ADD_TEST("carbonreporter", values_have_six_digits_after_the_point);
-  ADD_TEST("carbonreporter", value_is_stamped_with_whole_seconds);
-  ADD_TEST("carbonreporter", snapshot_gives_exactly_four_lines);
-  ADD_TEST("carbonreporter", ipv6_servers_are_reached);
-  ADD_TEST("carbonreporter", completions_come_to_the_context_of_construction_and_of_flush);
-  ADD_TEST("carbonreporter", numbers_carry_a_point_in_every_locale);
-
-  return g_test_run();
 }

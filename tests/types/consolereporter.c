@@ -4,8 +4,8 @@
 #include <vekmetrics/vekmetrics.h>
 
 #include "support/decimalcomma.h"
+#include "support/fixture.h"
 #include "support/heap.h"
-#include "support/logcapture.h"
 
 /* A vector of the strings that follow. */
 #define DIMENSIONS(...) ((char *[]){__VA_ARGS__, NULL})
@@ -55,7 +55,7 @@ static void add_samples(VekMetricReporter *reporter, const char *name, const gdo
   VEK_METRIC_REPORTER_GET_IFACE(reporter)->process_aggregated(reporter, name, NULL, NULL, snapshot);
 }
 
-static void the_type_is_a_plain_object_that_reports(void) {
+TEST(the_type_is_a_plain_object_that_reports) {
   g_autoptr(VekMetricReporter) reporter = vek_metric_console_reporter_new();
   g_assert_cmpstr(G_OBJECT_TYPE_NAME(reporter), ==, "VekMetricConsoleReporter");
   g_assert_cmpuint(g_type_parent(G_OBJECT_TYPE(reporter)), ==, G_TYPE_OBJECT);
@@ -68,7 +68,7 @@ static void the_type_is_a_plain_object_that_reports(void) {
   g_assert_cmpuint(n_properties, ==, 0);
 }
 
-static void a_flush_with_nothing_gathered_prints_nothing(void) {
+TEST(a_flush_with_nothing_gathered_prints_nothing) {
   g_autoptr(VekMetricReporter) reporter = vek_metric_console_reporter_new();
   assert_flush_prints(reporter, "");
 }
@@ -79,12 +79,12 @@ static void add_one_of_each(VekMetricReporter *reporter) {
   add_samples(reporter, "latency", NULL, 0);
 }
 
-static void gathering_prints_nothing(void) {
+TEST(gathering_prints_nothing) {
   g_autoptr(VekMetricReporter) reporter = vek_metric_console_reporter_new();
   assert_prints(add_one_of_each, reporter, "");
 }
 
-static void a_flush_forgets_what_it_printed(void) {
+TEST(a_flush_forgets_what_it_printed) {
   g_autoptr(VekMetricReporter) reporter = vek_metric_console_reporter_new();
   add_count(reporter, "requests", NULL, 42);
   assert_flush_prints(reporter, "general:\nrequests: 42\n\n");
@@ -97,13 +97,13 @@ static void drop(VekMetricReporter *reporter) {
   g_object_unref(reporter);
 }
 
-static void lines_never_flushed_are_not_printed(void) {
+TEST(lines_never_flushed_are_not_printed) {
   VekMetricReporter *reporter = vek_metric_console_reporter_new();
   add_one_of_each(reporter);
   assert_prints(drop, reporter, "");
 }
 
-static void metrics_with_and_without_dimensions_get_sections(void) {
+TEST(metrics_with_and_without_dimensions_get_sections) {
   g_autoptr(VekMetricReporter) reporter = vek_metric_console_reporter_new();
   add_count(reporter, "requests", NULL, 42);
   add_value(reporter, "load", DIMENSIONS("host", "h1"), 0.25);
@@ -116,7 +116,7 @@ static void metrics_with_and_without_dimensions_get_sections(void) {
                       "\n");
 }
 
-static void the_same_dimensions_share_one_header_and_lines_are_sorted_by_name(void) {
+TEST(the_same_dimensions_share_one_header_and_lines_are_sorted_by_name) {
   g_autoptr(VekMetricReporter) reporter = vek_metric_console_reporter_new();
   add_count(reporter, "b", DIMENSIONS("host", "h1"), 1);
   add_value(reporter, "c", DIMENSIONS("host", "h1"), 2);
@@ -129,7 +129,7 @@ static void the_same_dimensions_share_one_header_and_lines_are_sorted_by_name(vo
                       "\n");
 }
 
-static void lines_are_ordered_by_bytes(void) {
+TEST(lines_are_ordered_by_bytes) {
   static const char *const names[] = {"é", "b", "a.b", "a", "B", "a-b", "", "10", "9"};
   g_autoptr(VekMetricReporter) reporter = vek_metric_console_reporter_new();
   for (gsize i = 0; i < G_N_ELEMENTS(names); i++)
@@ -148,7 +148,7 @@ static void lines_are_ordered_by_bytes(void) {
                       "\n");
 }
 
-static void lines_of_equal_names_stay_as_they_came(void) {
+TEST(lines_of_equal_names_stay_as_they_came) {
   g_autoptr(VekMetricReporter) reporter = vek_metric_console_reporter_new();
   g_autoptr(GString) a = g_string_new(NULL);
   g_autoptr(GString) b = g_string_new(NULL);
@@ -162,7 +162,7 @@ static void lines_of_equal_names_stay_as_they_came(void) {
   assert_flush_prints(reporter, expected);
 }
 
-static void one_pair_comes_before_two_whatever_the_keys(void) {
+TEST(one_pair_comes_before_two_whatever_the_keys) {
   g_autoptr(VekMetricReporter) reporter = vek_metric_console_reporter_new();
   add_count(reporter, "two", DIMENSIONS("a", "a", "a", "a"), 2);
   add_count(reporter, "one", DIMENSIONS("z", "z"), 1);
@@ -173,7 +173,7 @@ static void one_pair_comes_before_two_whatever_the_keys(void) {
                       "a=a, a=a:\ntwo: 2\n\n");
 }
 
-static void sections_of_equal_length_are_ordered_by_the_bytes_of_their_keys(void) {
+TEST(sections_of_equal_length_are_ordered_by_the_bytes_of_their_keys) {
   g_autoptr(VekMetricReporter) reporter = vek_metric_console_reporter_new();
   add_count(reporter, "n", DIMENSIONS("é", "1"), 1);
   add_count(reporter, "n", DIMENSIONS("a", "2"), 2);
@@ -189,28 +189,28 @@ static void sections_of_equal_length_are_ordered_by_the_bytes_of_their_keys(void
                       "é=1:\nn: 1\n\n");
 }
 
-static void order_is_by_bytes_in_every_locale(void) {
+TEST(order_is_by_bytes_in_every_locale) {
   if (!in_decimal_comma())
     return;
   lines_are_ordered_by_bytes();
   sections_of_equal_length_are_ordered_by_the_bytes_of_their_keys();
 }
 
-static void a_disposed_metric_is_shown_without_its_name(void) {
+TEST(a_disposed_metric_is_shown_without_its_name) {
   g_autoptr(VekMetricReporter) reporter = vek_metric_console_reporter_new();
   add_count(reporter, "a", NULL, 1);
   add_count(reporter, NULL, NULL, 2);
   assert_flush_prints(reporter, "general:\n(null): 2\na: 1\n\n");
 }
 
-static void two_pairs_are_joined_in_the_header_and_in_the_key(void) {
+TEST(two_pairs_are_joined_in_the_header_and_in_the_key) {
   g_autoptr(VekMetricReporter) reporter = vek_metric_console_reporter_new();
   add_count(reporter, "b", DIMENSIONS("host", "h1", "os", "linux"), 1);
   add_count(reporter, "a", DIMENSIONS("host.h1.os.linux"), 2);
   assert_flush_prints(reporter, "host=h1, os=linux:\na: 2\nb: 1\n\n");
 }
 
-static void an_empty_vector_has_a_bare_header_and_comes_first(void) {
+TEST(an_empty_vector_has_a_bare_header_and_comes_first) {
   g_autoptr(VekMetricReporter) reporter = vek_metric_console_reporter_new();
   add_count(reporter, "b", DIMENSIONS("!", "!"), 2);
   add_count(reporter, "c", NULL, 3);
@@ -221,7 +221,7 @@ static void an_empty_vector_has_a_bare_header_and_comes_first(void) {
                       "!=!:\nb: 2\n\n");
 }
 
-static void the_dimension_general_shares_the_section_of_its_creator(void) {
+TEST(the_dimension_general_shares_the_section_of_its_creator) {
   g_autoptr(VekMetricReporter) reporter = vek_metric_console_reporter_new();
   add_count(reporter, "b", NULL, 1);
   add_count(reporter, "a", DIMENSIONS("general"), 2);
@@ -237,7 +237,7 @@ static void the_dimension_general_shares_the_section_of_its_creator(void) {
                       "!=!:\nc: 3\n\n");
 }
 
-static void an_odd_string_is_in_the_key_but_not_in_the_header(void) {
+TEST(an_odd_string_is_in_the_key_but_not_in_the_header) {
   g_autoptr(VekMetricReporter) reporter = vek_metric_console_reporter_new();
   add_count(reporter, "odd", DIMENSIONS("host", "h1", "os"), 1);
   add_count(reporter, "joined", DIMENSIONS("host.h1", "os"), 2); /* the same key */
@@ -249,7 +249,7 @@ static void an_odd_string_is_in_the_key_but_not_in_the_header(void) {
                       "a=a, a=a:\npairs: 4\n\n");
 }
 
-static void empty_strings_share_the_key_of_the_empty_vector(void) {
+TEST(empty_strings_share_the_key_of_the_empty_vector) {
   g_autoptr(VekMetricReporter) reporter = vek_metric_console_reporter_new();
   add_count(reporter, "b", DIMENSIONS(""), 1);
   add_count(reporter, "c", NULL, 2);
@@ -259,13 +259,13 @@ static void empty_strings_share_the_key_of_the_empty_vector(void) {
                       ":\na: 3\nb: 1\n\n");
 }
 
-static void empty_strings_in_pairs_are_printed(void) {
+TEST(empty_strings_in_pairs_are_printed) {
   g_autoptr(VekMetricReporter) reporter = vek_metric_console_reporter_new();
   add_count(reporter, "a", DIMENSIONS("", "", "os", ""), 1);
   assert_flush_prints(reporter, "=, os=:\na: 1\n\n");
 }
 
-static void counts_are_printed_in_full(void) {
+TEST(counts_are_printed_in_full) {
   g_autoptr(VekMetricReporter) reporter = vek_metric_console_reporter_new();
   add_count(reporter, "a", NULL, -5);
   add_count(reporter, "b", NULL, G_MAXINT64);
@@ -278,7 +278,7 @@ static void counts_are_printed_in_full(void) {
                       "\n");
 }
 
-static void values_are_printed_with_six_decimals(void) {
+TEST(values_are_printed_with_six_decimals) {
   static const gdouble values[] = {0.25, -1.0 / 3.0, 2e-7, 6e-7, 1e15, -0.0, INFINITY, -INFINITY};
   g_autoptr(VekMetricReporter) reporter = vek_metric_console_reporter_new();
   for (gsize i = 0; i < G_N_ELEMENTS(values); i++)
@@ -296,7 +296,7 @@ static void values_are_printed_with_six_decimals(void) {
                       "\n");
 }
 
-static void samples_are_printed_as_one_line_of_statistics(void) {
+TEST(samples_are_printed_as_one_line_of_statistics) {
   g_autoptr(VekMetricReporter) reporter = vek_metric_console_reporter_new();
   const gdouble three[] = {3, 1, 2};
   const gdouble many[] = {10, 11, 12, 13, 14, 15, 16, 17, 18, 19, 20, 51};
@@ -314,7 +314,7 @@ static void samples_are_printed_as_one_line_of_statistics(void) {
                       "\n");
 }
 
-static void samples_with_dimensions_go_to_their_section(void) {
+TEST(samples_with_dimensions_go_to_their_section) {
   g_autoptr(VekMetricReporter) reporter = vek_metric_console_reporter_new();
   g_autoptr(VekMetricSnapshot) snapshot = vek_metric_snapshot_new((const gdouble[]){2}, 1);
   VEK_METRIC_REPORTER_GET_IFACE(reporter)->process_aggregated(
@@ -326,7 +326,7 @@ static void samples_with_dimensions_go_to_their_section(void) {
                       "\n");
 }
 
-static void units_and_times_are_not_printed(void) {
+TEST(units_and_times_are_not_printed) {
   g_autoptr(VekMetricReporter) reporter = vek_metric_console_reporter_new();
   VekMetricReporterInterface *iface = VEK_METRIC_REPORTER_GET_IFACE(reporter);
   iface->process_count(reporter, "a", NULL, "Count", 1000, 42);
@@ -334,7 +334,7 @@ static void units_and_times_are_not_printed(void) {
   assert_flush_prints(reporter, "general:\na: 42\nb: 0.500000\n\n");
 }
 
-static void per_cent_signs_are_printed_as_they_are(void) {
+TEST(per_cent_signs_are_printed_as_they_are) {
   g_autoptr(VekMetricReporter) reporter = vek_metric_console_reporter_new();
   add_count(reporter, "100%s", NULL, 1);
   add_value(reporter, "%n%", DIMENSIONS("%d", "%%"), 1);
@@ -343,7 +343,7 @@ static void per_cent_signs_are_printed_as_they_are(void) {
                       "%d=%%:\n%n%: 1.000000\n\n");
 }
 
-static void the_reporter_copies_what_it_keeps(void) {
+TEST(the_reporter_copies_what_it_keeps) {
   g_autoptr(VekMetricReporter) reporter = vek_metric_console_reporter_new();
   char name[] = "load";
   char host[] = "host";
@@ -355,7 +355,7 @@ static void the_reporter_copies_what_it_keeps(void) {
   assert_flush_prints(reporter, "host=h1:\nload: 0.250000\n\n");
 }
 
-static void timelines_produce_no_output(void) {
+TEST(timelines_produce_no_output) {
   g_autoptr(VekMetricReporter) reporter = vek_metric_console_reporter_new();
   VekMetricReporterInterface *iface = VEK_METRIC_REPORTER_GET_IFACE(reporter);
   g_assert_true(iface->process_count != NULL);
@@ -371,7 +371,7 @@ static void report(VekMetricReporter *reporter) {
   vek_metric_registry_report(registry, reporter);
 }
 
-static void a_registry_is_printed_whole(void) {
+TEST(a_registry_is_printed_whole) {
   registry = g_object_new(VEK_TYPE_METRIC_REGISTRY, NULL);
   g_autoptr(VekMetricReporter) reporter = vek_metric_console_reporter_new();
   g_autoptr(VekMetricCounter) counter =
@@ -393,7 +393,7 @@ static void a_registry_is_printed_whole(void) {
   g_clear_object(&registry);
 }
 
-static void without_a_print_handler_standard_output_is_written(void) {
+TEST(without_a_print_handler_standard_output_is_written) {
   g_autoptr(VekMetricReporter) reporter = vek_metric_console_reporter_new();
   if (g_test_subprocess()) {
     add_count(reporter, "requests", NULL, 42);
@@ -413,7 +413,7 @@ static void gather_and_unref(void) {
   add_count(reporter, "requests", DIMENSIONS("host", "h1"), 42);
 }
 
-static void finalizing_frees_what_was_not_flushed(void) {
+TEST(finalizing_frees_what_was_not_flushed) {
   assert_frees_all(gather_and_unref);
 }
 
@@ -434,47 +434,8 @@ static void gather_and_flush(void) {
                       "\n");
 }
 
-static void a_flush_frees_what_it_printed(void) {
+TEST(a_flush_frees_what_it_printed) {
   long_lived = vek_metric_console_reporter_new();
   assert_frees_all(gather_and_flush);
   g_clear_object(&long_lived);
-}
-
-int main(int argc, char **argv) {
-  g_test_init(&argc, &argv, NULL);
-  log_capture_init();
-
-  ADD_TEST("consolereporter", the_type_is_a_plain_object_that_reports);
-  ADD_TEST("consolereporter", a_flush_with_nothing_gathered_prints_nothing);
-  ADD_TEST("consolereporter", gathering_prints_nothing);
-  ADD_TEST("consolereporter", a_flush_forgets_what_it_printed);
-  ADD_TEST("consolereporter", lines_never_flushed_are_not_printed);
-  ADD_TEST("consolereporter", metrics_with_and_without_dimensions_get_sections);
-  ADD_TEST("consolereporter", the_same_dimensions_share_one_header_and_lines_are_sorted_by_name);
-  ADD_TEST("consolereporter", lines_are_ordered_by_bytes);
-  ADD_TEST("consolereporter", lines_of_equal_names_stay_as_they_came);
-  ADD_TEST("consolereporter", one_pair_comes_before_two_whatever_the_keys);
-  ADD_TEST("consolereporter", sections_of_equal_length_are_ordered_by_the_bytes_of_their_keys);
-  ADD_TEST("consolereporter", order_is_by_bytes_in_every_locale);
-  ADD_TEST("consolereporter", a_disposed_metric_is_shown_without_its_name);
-  ADD_TEST("consolereporter", two_pairs_are_joined_in_the_header_and_in_the_key);
-  ADD_TEST("consolereporter", an_empty_vector_has_a_bare_header_and_comes_first);
-  ADD_TEST("consolereporter", the_dimension_general_shares_the_section_of_its_creator);
-  ADD_TEST("consolereporter", an_odd_string_is_in_the_key_but_not_in_the_header);
-  ADD_TEST("consolereporter", empty_strings_share_the_key_of_the_empty_vector);
-  ADD_TEST("consolereporter", empty_strings_in_pairs_are_printed);
-  ADD_TEST("consolereporter", counts_are_printed_in_full);
-  ADD_TEST("consolereporter", values_are_printed_with_six_decimals);
-  ADD_TEST("consolereporter", samples_are_printed_as_one_line_of_statistics);
-  ADD_TEST("consolereporter", samples_with_dimensions_go_to_their_section);
-  ADD_TEST("consolereporter", units_and_times_are_not_printed);
-  ADD_TEST("consolereporter", per_cent_signs_are_printed_as_they_are);
-  ADD_TEST("consolereporter", the_reporter_copies_what_it_keeps);
-  ADD_TEST("consolereporter", timelines_produce_no_output);
-  ADD_TEST("consolereporter", a_registry_is_printed_whole);
-  ADD_TEST("consolereporter", without_a_print_handler_standard_output_is_written);
-  ADD_TEST("consolereporter", finalizing_frees_what_was_not_flushed);
-  ADD_TEST("consolereporter", a_flush_frees_what_it_printed);
-
-  return g_test_run();
 }

@@ -1,10 +1,7 @@
 /* Tests of VekMetricCounter. */
 
-#include "support/fakeclock.h"
+#include "support/fixture.h"
 #include "support/heap.h"
-#include "support/logcapture.h"
-#include "support/recordingreporter.h"
-#include "support/scene.h"
 
 /* The readings of a counter's fields can be counted, and the second can be made to come late: after
  * a change from elsewhere. */
@@ -39,7 +36,7 @@ static VekMetricCounter *counter_new(void) {
   return g_object_new(VEK_TYPE_METRIC_COUNTER, "name", "requests", NULL);
 }
 
-static void the_type_is_registered_on_first_use_only(void) {
+TEST(the_type_is_registered_on_first_use_only) {
   if (!g_test_subprocess()) {
     g_test_trap_subprocess(NULL, 0, G_TEST_SUBPROCESS_DEFAULT);
     g_test_trap_assert_passed();
@@ -50,7 +47,7 @@ static void the_type_is_registered_on_first_use_only(void) {
   g_assert_cmpuint(g_type_from_name("VekMetricCounter"), ==, type);
 }
 
-static void the_type_is_a_metric_without_properties_of_its_own(void) {
+TEST(the_type_is_a_metric_without_properties_of_its_own) {
   g_assert_cmpstr(g_type_name(VEK_TYPE_METRIC_COUNTER), ==, "VekMetricCounter");
   g_assert_cmpuint(g_type_parent(VEK_TYPE_METRIC_COUNTER), ==, VEK_TYPE_METRIC);
   g_assert_false(G_TYPE_IS_ABSTRACT(VEK_TYPE_METRIC_COUNTER));
@@ -63,23 +60,21 @@ static void the_type_is_a_metric_without_properties_of_its_own(void) {
     g_assert_cmpuint(properties[i]->owner_type, ==, VEK_TYPE_METRIC);
 }
 
-static void new_counter_reports_zero_and_its_creation(void) {
-  g_autoptr(Scene) scene = scene_new();
-
+TEST(new_counter_reports_zero_and_its_creation) {
   fake_clock_set(1000, 1);
   g_autoptr(VekMetricCounter) counter =
-      vek_metric_registry_counter_new(scene->registry, "requests", "Count", NULL);
+      vek_metric_registry_counter_new(fixture.registry, "requests", "Count", NULL);
   fake_clock_set(2000, 1);
   g_assert_cmpint(vek_metric_counter_get_count(counter), ==, 0);
   g_assert_cmpint(vek_metric_counter_get_time(counter), ==, 1000);
-  scene_report(scene);
+  fixture_report();
 
-  assert_recorded(scene->record,
+  assert_recorded(fixture.record,
                   "a count requests - Count 1000 0\n"
                   "a flush\n");
 }
 
-static void add_changes_the_count_and_the_time(void) {
+TEST(add_changes_the_count_and_the_time) {
   fake_clock_set(1000, 1);
   g_autoptr(VekMetricCounter) counter = counter_new();
   fake_clock_set(2000, 1);
@@ -95,7 +90,7 @@ static void add_changes_the_count_and_the_time(void) {
   g_assert_cmpint(vek_metric_counter_get_time(counter), ==, 3000);
 }
 
-static void adding_a_negative_value_decreases_the_count(void) {
+TEST(adding_a_negative_value_decreases_the_count) {
   fake_clock_set(1000, 1);
   g_autoptr(VekMetricCounter) counter = counter_new();
   fake_clock_set(2000, 1);
@@ -105,7 +100,7 @@ static void adding_a_negative_value_decreases_the_count(void) {
   g_assert_cmpint(vek_metric_counter_get_time(counter), ==, 2000);
 }
 
-static void adding_zero_changes_nothing_but_the_time(void) {
+TEST(adding_zero_changes_nothing_but_the_time) {
   g_autoptr(VekMetricCounter) counter = counter_new();
   fake_clock_set(1000, 1);
   vek_metric_counter_add(counter, 5);
@@ -115,7 +110,7 @@ static void adding_zero_changes_nothing_but_the_time(void) {
   g_assert_cmpint(vek_metric_counter_get_time(counter), ==, 2000);
 }
 
-static void inc_adds_one_and_dec_takes_one(void) {
+TEST(inc_adds_one_and_dec_takes_one) {
   fake_clock_set(1000, 1);
   g_autoptr(VekMetricCounter) counter = counter_new();
   fake_clock_set(2000, 1);
@@ -130,7 +125,7 @@ static void inc_adds_one_and_dec_takes_one(void) {
   g_assert_cmpint(vek_metric_counter_get_time(counter), ==, 3000);
 }
 
-static void the_count_wraps_at_64_bits(void) {
+TEST(the_count_wraps_at_64_bits) {
   g_autoptr(VekMetricCounter) counter = counter_new();
   vek_metric_counter_add(counter, G_MAXINT64);
   g_assert_cmpint(vek_metric_counter_get_count(counter), ==, G_MAXINT64);
@@ -142,25 +137,24 @@ static void the_count_wraps_at_64_bits(void) {
   g_assert_cmpint(vek_metric_counter_get_count(counter), ==, -2);
 }
 
-static void reporting_twice_reports_the_same_count_and_time(void) {
-  g_autoptr(Scene) scene = scene_new();
+TEST(reporting_twice_reports_the_same_count_and_time) {
   g_autoptr(VekMetricCounter) counter =
-      vek_metric_registry_counter_new(scene->registry, "requests", NULL, NULL);
+      vek_metric_registry_counter_new(fixture.registry, "requests", NULL, NULL);
   fake_clock_set(1000, 1);
   vek_metric_counter_add(counter, 42);
 
   fake_clock_set(2000, 1);
-  scene_report(scene);
+  fixture_report();
   fake_clock_set(3000, 1);
-  scene_report(scene);
-  assert_recorded(scene->record,
+  fixture_report();
+  assert_recorded(fixture.record,
                   "a count requests - - 1000 42\n"
                   "a flush\n"
                   "a count requests - - 1000 42\n"
                   "a flush\n");
 }
 
-static void a_report_with_no_reporters_only_reads(void) {
+TEST(a_report_with_no_reporters_only_reads) {
   g_autoptr(VekMetricCounter) counter = counter_new();
   watch(counter, NULL);
   report_to(counter, NULL);
@@ -173,9 +167,8 @@ static void add_later(void) {
   vek_metric_counter_add(watched, 1);
 }
 
-static void an_add_within_a_report_gives_a_newer_count_with_an_older_time(void) {
-  g_autoptr(Scene) scene = scene_new();
-  g_autoptr(GSList) reporters = g_slist_prepend(NULL, scene->reporter);
+TEST(an_add_within_a_report_gives_a_newer_count_with_an_older_time) {
+  g_autoptr(GSList) reporters = g_slist_prepend(NULL, fixture.reporter);
   g_autoptr(VekMetricCounter) counter = counter_new();
   fake_clock_set(1000, 1);
   vek_metric_counter_add(counter, 42);
@@ -183,7 +176,7 @@ static void an_add_within_a_report_gives_a_newer_count_with_an_older_time(void) 
   watch(counter, add_later);
   report_to(counter, reporters);
   watch(NULL, NULL);
-  assert_recorded(scene->record, "a count requests - - 1000 43\n");
+  assert_recorded(fixture.record, "a count requests - - 1000 43\n");
 }
 
 static void on_report_add(VekMetricReporter *reporter, gpointer counter) {
@@ -192,10 +185,9 @@ static void on_report_add(VekMetricReporter *reporter, gpointer counter) {
   vek_metric_counter_add(counter, 1);
 }
 
-static void every_reporter_gets_the_same_figures_in_list_order(void) {
-  g_autoptr(Scene) scene = scene_new();
-  g_autoptr(VekMetricReporter) b = recording_reporter_new("b", scene->record);
-  g_autoptr(GSList) reporters = g_slist_prepend(g_slist_prepend(NULL, scene->reporter), b);
+TEST(every_reporter_gets_the_same_figures_in_list_order) {
+  g_autoptr(VekMetricReporter) b = recording_reporter_new("b", fixture.record);
+  g_autoptr(GSList) reporters = g_slist_prepend(g_slist_prepend(NULL, fixture.reporter), b);
   const char *dimensions[] = {"host", "h1", NULL};
   g_autoptr(VekMetricCounter) counter = g_object_new(
       VEK_TYPE_METRIC_COUNTER, "name", "requests", "unit", "Count", "dimensions", dimensions, NULL);
@@ -205,21 +197,20 @@ static void every_reporter_gets_the_same_figures_in_list_order(void) {
   /* No lock is held while a reporter is called, and what it adds waits for the next report. */
   recording_reporter_set_callback(RECORDING_REPORTER(b), on_report_add, counter);
   report_to(counter, reporters);
-  assert_recorded(scene->record,
+  assert_recorded(fixture.record,
                   "b count requests host,h1 Count 1000 42\n"
                   "a count requests host,h1 Count 1000 42\n");
   recording_reporter_set_callback(RECORDING_REPORTER(b), NULL, NULL);
   report_to(counter, reporters);
-  assert_recorded(scene->record,
+  assert_recorded(fixture.record,
                   "b count requests host,h1 Count 2000 43\n"
                   "a count requests host,h1 Count 2000 43\n");
 }
 
-static void the_constructor_sets_the_properties(void) {
-  g_autoptr(Scene) scene = scene_new();
+TEST(the_constructor_sets_the_properties) {
   char *dimensions[] = {"host", "h1", NULL};
   g_autoptr(VekMetricCounter) counter =
-      vek_metric_registry_counter_new(scene->registry, "requests", "Count", dimensions);
+      vek_metric_registry_counter_new(fixture.registry, "requests", "Count", dimensions);
   g_assert_true(VEK_IS_METRIC_COUNTER(counter));
   g_assert_cmpstr(vek_metric_get_name(VEK_METRIC(counter)), ==, "requests");
   g_assert_cmpstr(vek_metric_get_unit(VEK_METRIC(counter)), ==, "Count");
@@ -227,34 +218,32 @@ static void the_constructor_sets_the_properties(void) {
   g_assert_true(vek_metric_is_active(VEK_METRIC(counter)));
 
   g_autoptr(VekMetricCounter) bare =
-      vek_metric_registry_counter_new(scene->registry, "requests", NULL, NULL);
+      vek_metric_registry_counter_new(fixture.registry, "requests", NULL, NULL);
   g_assert_cmpstr(vek_metric_get_name(VEK_METRIC(bare)), ==, "requests");
   g_assert_null(vek_metric_get_unit(VEK_METRIC(bare)));
   g_assert_null(vek_metric_get_dimensions(VEK_METRIC(bare)));
 }
 
-static void the_same_name_and_dimensions_give_the_same_counter(void) {
-  g_autoptr(Scene) scene = scene_new();
+TEST(the_same_name_and_dimensions_give_the_same_counter) {
   char *dimensions[] = {"host", "h1", NULL};
   g_autoptr(VekMetricCounter) first =
-      vek_metric_registry_counter_new(scene->registry, "requests", "Count", dimensions);
+      vek_metric_registry_counter_new(fixture.registry, "requests", "Count", dimensions);
   g_autoptr(VekMetricCounter) second =
-      vek_metric_registry_counter_new(scene->registry, "requests", "Bytes", dimensions);
+      vek_metric_registry_counter_new(fixture.registry, "requests", "Bytes", dimensions);
   g_assert_true(second == first);
   g_assert_cmpuint(G_OBJECT(first)->ref_count, ==, 3); /* the table's, and one for each call */
   g_assert_cmpstr(vek_metric_get_unit(VEK_METRIC(second)), ==, "Count");
 
   g_autoptr(VekMetricCounter) other =
-      vek_metric_registry_counter_new(scene->registry, "requests", "Count", NULL);
+      vek_metric_registry_counter_new(fixture.registry, "requests", "Count", NULL);
   g_assert_true(other != first);
 }
 
-static void a_gauge_under_the_key_is_returned_after_a_warning(void) {
-  g_autoptr(Scene) scene = scene_new();
+TEST(a_gauge_under_the_key_is_returned_after_a_warning) {
   g_autoptr(VekMetricGauge) gauge =
-      vek_metric_registry_gauge_new(scene->registry, "requests", NULL, 0, NULL);
+      vek_metric_registry_gauge_new(fixture.registry, "requests", NULL, 0, NULL);
   g_autoptr(GObject) found =
-      (GObject *)vek_metric_registry_counter_new(scene->registry, "requests", NULL, NULL);
+      (GObject *)vek_metric_registry_counter_new(fixture.registry, "requests", NULL, NULL);
   assert_invalid_cast("VekMetricGauge", "VekMetricCounter");
   g_assert_true(found == G_OBJECT(gauge));
 }
@@ -273,11 +262,11 @@ static void assert_all_checks_fail(gpointer counter) {
   assert_failed_check("vek_metric_counter_get_time", condition);
 }
 
-static void null_fails_every_check_and_gives_neutral_values(void) {
+TEST(null_fails_every_check_and_gives_neutral_values) {
   assert_all_checks_fail(NULL);
 }
 
-static void a_gauge_fails_every_check_and_is_left_untouched(void) {
+TEST(a_gauge_fails_every_check_and_is_left_untouched) {
   fake_clock_set(1000, 1);
   g_autoptr(VekMetricGauge) gauge = g_object_new(VEK_TYPE_METRIC_GAUGE, "name", "load", NULL);
   vek_metric_gauge_set_value(gauge, 0.25);
@@ -290,8 +279,7 @@ static void a_gauge_fails_every_check_and_is_left_untouched(void) {
   g_assert_cmpmem(gauge, query.instance_size, before, query.instance_size);
 }
 
-static void the_constructor_checks_the_registry_and_then_the_name(void) {
-  g_autoptr(Scene) scene = scene_new();
+TEST(the_constructor_checks_the_registry_and_then_the_name) {
   g_autoptr(VekMetricCounter) counter = counter_new();
   gpointer not_a_registry = counter;
 
@@ -299,7 +287,7 @@ static void the_constructor_checks_the_registry_and_then_the_name(void) {
   assert_failed_check("vek_metric_registry_counter_new", "VEK_IS_METRIC_REGISTRY(registry)");
   g_assert_null(vek_metric_registry_counter_new(not_a_registry, NULL, NULL, NULL));
   assert_failed_check("vek_metric_registry_counter_new", "VEK_IS_METRIC_REGISTRY(registry)");
-  g_assert_null(vek_metric_registry_counter_new(scene->registry, NULL, NULL, NULL));
+  g_assert_null(vek_metric_registry_counter_new(fixture.registry, NULL, NULL, NULL));
   assert_failed_check("vek_metric_registry_counter_new", "name != NULL");
 }
 
@@ -313,11 +301,10 @@ static void add_often(guint thread, gpointer counter) {
   }
 }
 
-static void threads_add_up_exactly(void) {
-  g_autoptr(Scene) scene = scene_new();
+TEST(threads_add_up_exactly) {
   g_autoptr(VekMetricCounter) counter =
-      vek_metric_registry_counter_new(scene->registry, "requests", NULL, NULL);
-  g_assert_cmpuint(scene_run_threads(scene, 4, add_often, counter), ==, 0);
+      vek_metric_registry_counter_new(fixture.registry, "requests", NULL, NULL);
+  g_assert_cmpuint(fixture_run_threads(4, add_often, counter), ==, 0);
   g_assert_cmpint(vek_metric_counter_get_count(counter), ==, 16000);
 }
 
@@ -325,34 +312,6 @@ static void make_and_unref(void) {
   g_object_unref(counter_new());
 }
 
-static void a_counter_frees_its_lock(void) {
+TEST(a_counter_frees_its_lock) {
   assert_frees_all(make_and_unref);
-}
-
-int main(int argc, char **argv) {
-  g_test_init(&argc, &argv, NULL);
-  log_capture_init();
-
-  ADD_TEST("counter", the_type_is_registered_on_first_use_only);
-  ADD_TEST("counter", the_type_is_a_metric_without_properties_of_its_own);
-  ADD_TEST("counter", new_counter_reports_zero_and_its_creation);
-  ADD_TEST("counter", add_changes_the_count_and_the_time);
-  ADD_TEST("counter", adding_a_negative_value_decreases_the_count);
-  ADD_TEST("counter", adding_zero_changes_nothing_but_the_time);
-  ADD_TEST("counter", inc_adds_one_and_dec_takes_one);
-  ADD_TEST("counter", the_count_wraps_at_64_bits);
-  ADD_TEST("counter", reporting_twice_reports_the_same_count_and_time);
-  ADD_TEST("counter", a_report_with_no_reporters_only_reads);
-  ADD_TEST("counter", an_add_within_a_report_gives_a_newer_count_with_an_older_time);
-  ADD_TEST("counter", every_reporter_gets_the_same_figures_in_list_order);
-  ADD_TEST("counter", the_constructor_sets_the_properties);
-  ADD_TEST("counter", the_same_name_and_dimensions_give_the_same_counter);
-  ADD_TEST("counter", a_gauge_under_the_key_is_returned_after_a_warning);
-  ADD_TEST("counter", null_fails_every_check_and_gives_neutral_values);
-  ADD_TEST("counter", a_gauge_fails_every_check_and_is_left_untouched);
-  ADD_TEST("counter", the_constructor_checks_the_registry_and_then_the_name);
-  ADD_TEST("counter", threads_add_up_exactly);
-  ADD_TEST("counter", a_counter_frees_its_lock);
-
-  return g_test_run();
 }

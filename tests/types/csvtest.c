@@ -1,18 +1,15 @@
 #include "csvtest.h"
 
+#include "support/fixture.h"
 #include "support/folder.h"
-#include "support/logcapture.h"
-#include "support/scene.h"
 
 #include <glib/gstdio.h>
 #include <string.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
-static const CsvKind *kind;
-
 static VekMetricReporter *make(const char *folder) {
-  return kind->make("figures", folder);
+  return csv_kind.make("figures", folder);
 }
 
 static void flush(VekMetricReporter *reporter) {
@@ -22,7 +19,7 @@ static void flush(VekMetricReporter *reporter) {
 static void assert_lines(const char *folder, guint n) {
   g_autoptr(GString) expected = g_string_new("figures.csv: ");
   for (guint i = 0; i < n; i++)
-    g_string_append(expected, kind->line);
+    g_string_append(expected, csv_kind.line);
   assert_folder(folder, expected->str);
 }
 
@@ -52,20 +49,20 @@ static void leave_folder(void) {
 /* Does with a reporter all that can be done with one, and more lines than a buffer takes. */
 static void use(VekMetricReporter *reporter) {
   for (guint i = 0; i < 1000; i++)
-    kind->write(reporter);
+    csv_kind.write(reporter);
   flush(reporter);
-  kind->write(reporter);
+  csv_kind.write(reporter);
   flush(reporter);
 }
 
-static void type_is_a_plain_object_that_reports(void) {
-  g_assert_cmpstr(g_type_name(g_type_parent(kind->type)), ==, "GObject");
-  g_assert_false(G_TYPE_IS_ABSTRACT(kind->type));
-  g_assert_true(g_type_is_a(kind->type, VEK_TYPE_METRIC_REPORTER));
+TEST(type_is_a_plain_object_that_reports) {
+  g_assert_cmpstr(g_type_name(g_type_parent(csv_kind.get_type())), ==, "GObject");
+  g_assert_false(G_TYPE_IS_ABSTRACT(csv_kind.get_type()));
+  g_assert_true(g_type_is_a(csv_kind.get_type(), VEK_TYPE_METRIC_REPORTER));
 }
 
-static void properties_are_construct_only_strings(void) {
-  g_autoptr(GTypeClass) klass = g_type_class_ref(kind->type);
+TEST(properties_are_construct_only_strings) {
+  g_autoptr(GTypeClass) klass = g_type_class_ref(csv_kind.get_type());
   guint n = 0;
   g_autofree GParamSpec **found = g_object_class_list_properties(G_OBJECT_CLASS(klass), &n);
 
@@ -73,17 +70,17 @@ static void properties_are_construct_only_strings(void) {
   g_assert_cmpuint(n, ==, G_N_ELEMENTS(names));
   for (guint i = 0; i < n; i++) {
     g_assert_cmpstr(found[i]->name, ==, names[i]);
-    GParamSpec *pspec = assert_construct_only_property(kind->type, names[i]);
+    GParamSpec *pspec = assert_construct_only_property(csv_kind.get_type(), names[i]);
     g_assert_cmpstr(G_PARAM_SPEC_TYPE_NAME(pspec), ==, "GParamString");
     g_assert_cmpstr(g_value_get_string(g_param_spec_get_default_value(pspec)), ==, NULL);
   }
 }
 
-static void properties_are_copies_that_read_back(void) {
+TEST(properties_are_copies_that_read_back) {
   char *folder = folder_new();
   char basename[] = "figures";
   g_autofree char *dirname = g_strdup(folder);
-  g_autoptr(VekMetricReporter) reporter = kind->make(basename, dirname);
+  g_autoptr(VekMetricReporter) reporter = csv_kind.make(basename, dirname);
   memset(basename, 'x', strlen(basename));
   memset(dirname, 'x', strlen(dirname));
 
@@ -95,12 +92,12 @@ static void properties_are_copies_that_read_back(void) {
   folder_remove(folder);
 }
 
-static void unknown_property_ids_give_the_standard_warning(void) {
-  g_autoptr(VekMetricReporter) reporter = kind->make(NULL, NULL);
+TEST(unknown_property_ids_give_the_standard_warning) {
+  g_autoptr(VekMetricReporter) reporter = csv_kind.make(NULL, NULL);
   assert_unknown_property_warns(reporter);
 }
 
-static void without_a_name_nothing_is_made_and_nothing_said(void) {
+TEST(without_a_name_nothing_is_made_and_nothing_said) {
   if (!in_folder_of_its_own(""))
     return;
 
@@ -108,19 +105,19 @@ static void without_a_name_nothing_is_made_and_nothing_said(void) {
     const char *basename, *dirname;
   } rows[] = {{NULL, "logs"}, {"figures", NULL}, {NULL, NULL}};
   for (guint i = 0; i < G_N_ELEMENTS(rows); i++) {
-    g_autoptr(VekMetricReporter) reporter = kind->make(rows[i].basename, rows[i].dirname);
+    g_autoptr(VekMetricReporter) reporter = csv_kind.make(rows[i].basename, rows[i].dirname);
     use(reporter);
   }
   assert_folder(".", "");
   leave_folder();
 }
 
-static void directory_that_cannot_be_made_gives_one_message_and_no_file(void) {
-  if (!in_folder_of_its_own(kind->folder_below_a_file))
+TEST(directory_that_cannot_be_made_gives_one_message_and_no_file) {
+  if (!in_folder_of_its_own(csv_kind.folder_below_a_file))
     return;
 
   folder_write(".", "file", "as it was\n");
-  g_autoptr(VekMetricReporter) reporter = kind->make("figures", "file/logs");
+  g_autoptr(VekMetricReporter) reporter = csv_kind.make("figures", "file/logs");
   use(reporter);
   assert_folder(".", "file: as it was\n");
 
@@ -131,17 +128,17 @@ static void directory_that_cannot_be_made_gives_one_message_and_no_file(void) {
   leave_folder();
 }
 
-static void directory_without_a_name_cannot_be_made(void) {
-  if (!in_folder_of_its_own(kind->folder_without_a_name))
+TEST(directory_without_a_name_cannot_be_made) {
+  if (!in_folder_of_its_own(csv_kind.folder_without_a_name))
     return;
 
-  g_autoptr(VekMetricReporter) reporter = kind->make("figures", "");
+  g_autoptr(VekMetricReporter) reporter = csv_kind.make("figures", "");
   use(reporter);
   assert_folder(".", "");
   leave_folder();
 }
 
-static void file_that_cannot_be_opened_gives_one_message(void) {
+TEST(file_that_cannot_be_opened_gives_one_message) {
   if (!in_folder_of_its_own("Cannot open log file \"logs/figures.csv\".\n"))
     return;
 
@@ -156,7 +153,7 @@ static void file_that_cannot_be_opened_gives_one_message(void) {
   leave_folder();
 }
 
-static void full_disk_is_not_noticed(void) {
+TEST(full_disk_is_not_noticed) {
   if (!in_folder_of_its_own(""))
     return;
 
@@ -168,7 +165,7 @@ static void full_disk_is_not_noticed(void) {
   leave_folder();
 }
 
-static void missing_directories_are_made_for_everybody_to_read(void) {
+TEST(missing_directories_are_made_for_everybody_to_read) {
   char *folder = folder_new();
   g_autofree char *outer = g_build_filename(folder, "outer", NULL);
   g_autofree char *inner = g_build_filename(outer, "inner", NULL);
@@ -186,7 +183,7 @@ static void missing_directories_are_made_for_everybody_to_read(void) {
   folder_remove(folder);
 }
 
-static void file_is_named_by_basename_and_dirname(void) {
+TEST(file_is_named_by_basename_and_dirname) {
   static const struct {
     const char *basename, *suffix, *found;
   } rows[] = {
@@ -197,31 +194,32 @@ static void file_is_named_by_basename_and_dirname(void) {
   for (guint i = 0; i < G_N_ELEMENTS(rows); i++) {
     char *folder = folder_new();
     g_autofree char *dirname = g_strconcat(folder, rows[i].suffix, NULL);
-    g_object_unref(kind->make(rows[i].basename, dirname));
+    g_object_unref(csv_kind.make(rows[i].basename, dirname));
     assert_folder(folder, rows[i].found);
     folder_remove(folder);
   }
 }
 
-static void existing_file_is_appended_to_never_truncated(void) {
+TEST(existing_file_is_appended_to_never_truncated) {
   char *folder = folder_new();
   folder_write(folder, "figures.csv", "as it was\n");
   for (guint i = 0; i < 2; i++) {
     g_autoptr(VekMetricReporter) reporter = make(folder);
-    kind->write(reporter);
+    csv_kind.write(reporter);
     flush(reporter);
   }
 
-  g_autofree char *found = g_strconcat("figures.csv: as it was\n", kind->line, kind->line, NULL);
+  g_autofree char *found =
+      g_strconcat("figures.csv: as it was\n", csv_kind.line, csv_kind.line, NULL);
   assert_folder(folder, found);
   folder_remove(folder);
 }
 
-static void lines_are_visible_only_after_a_flush(void) {
+TEST(lines_are_visible_only_after_a_flush) {
   char *folder = folder_new();
   g_autoptr(VekMetricReporter) reporter = make(folder);
-  kind->write(reporter);
-  kind->write(reporter);
+  csv_kind.write(reporter);
+  csv_kind.write(reporter);
   assert_lines(folder, 0);
   flush(reporter);
   assert_lines(folder, 2);
@@ -230,14 +228,14 @@ static void lines_are_visible_only_after_a_flush(void) {
   folder_remove(folder);
 }
 
-static void lines_are_visible_when_the_buffer_fills(void) {
+TEST(lines_are_visible_when_the_buffer_fills) {
   char *folder = folder_new();
   g_autoptr(VekMetricReporter) reporter = make(folder);
   g_autofree char *path = g_build_filename(folder, "figures.csv", NULL);
   g_autoptr(GString) written = g_string_new(NULL);
   while (written->len < 1000000) {
-    kind->write(reporter);
-    g_string_append(written, kind->line);
+    csv_kind.write(reporter);
+    g_string_append(written, csv_kind.line);
   }
 
   g_autofree char *seen = NULL;
@@ -258,12 +256,12 @@ static guint count_open_files(void) {
   return n;
 }
 
-static void released_reporter_closes_its_file(void) {
+TEST(released_reporter_closes_its_file) {
   char *folder = folder_new();
   guint n_open = count_open_files();
   VekMetricReporter *reporter = make(folder);
   g_assert_cmpuint(count_open_files(), ==, n_open + 1);
-  kind->write(reporter);
+  csv_kind.write(reporter);
   g_object_unref(reporter);
   assert_lines(folder, 1);
   g_assert_cmpuint(count_open_files(), ==, n_open);
@@ -273,43 +271,17 @@ static void released_reporter_closes_its_file(void) {
 static void write_lines(guint thread, gpointer reporter) {
   (void)thread;
   for (guint i = 0; i < 500; i++)
-    kind->write(reporter);
+    csv_kind.write(reporter);
 }
 
 static void flush_meanwhile(gpointer reporter) {
   flush(reporter);
 }
 
-static void lines_of_several_threads_stay_whole(void) {
+TEST(lines_of_several_threads_stay_whole) {
   char *folder = folder_new();
   g_autoptr(VekMetricReporter) reporter = make(folder);
   run_threads(4, write_lines, flush_meanwhile, reporter);
   assert_lines(folder, 2000);
   folder_remove(folder);
-}
-
-static void add(const char *name, void (*test)(void)) {
-  g_autofree char *path = g_strdup_printf("/%s/%s", kind->stem, name);
-  add_test(path, test);
-}
-#define ADD(test) add(#test, test)
-
-void add_csv_tests(const CsvKind *kind_to_test) {
-  kind = kind_to_test;
-  ADD(type_is_a_plain_object_that_reports);
-  ADD(properties_are_construct_only_strings);
-  ADD(properties_are_copies_that_read_back);
-  ADD(unknown_property_ids_give_the_standard_warning);
-  ADD(without_a_name_nothing_is_made_and_nothing_said);
-  ADD(directory_that_cannot_be_made_gives_one_message_and_no_file);
-  ADD(directory_without_a_name_cannot_be_made);
-  ADD(file_that_cannot_be_opened_gives_one_message);
-  ADD(full_disk_is_not_noticed);
-  ADD(missing_directories_are_made_for_everybody_to_read);
-  ADD(file_is_named_by_basename_and_dirname);
-  ADD(existing_file_is_appended_to_never_truncated);
-  ADD(lines_are_visible_only_after_a_flush);
-  ADD(lines_are_visible_when_the_buffer_fills);
-  ADD(released_reporter_closes_its_file);
-  ADD(lines_of_several_threads_stay_whole);
 }

@@ -1,7 +1,6 @@
 /* Tests of the C++ header. */
 
-#include "support/fakeclock.h"
-#include "support/logcapture.h"
+#include "support/fixture.h"
 
 #include <vekmetrics/vekmetrics.hpp>
 
@@ -13,7 +12,7 @@ static guint references(gpointer object) {
   return G_OBJECT(object)->ref_count;
 }
 
-static void an_owner_takes_over_copies_moves_and_drops_references() {
+TEST(an_owner_takes_over_copies_moves_and_drops_references) {
   vek::Registry registry = make_registry();
   vek::Counter counter(vek_metric_registry_counter_new(registry, "c", nullptr, nullptr));
   g_assert_cmpuint(references(counter), ==, 2); /* the table's and ours */
@@ -33,7 +32,7 @@ static void an_owner_takes_over_copies_moves_and_drops_references() {
   g_assert_cmpuint(references(counter), ==, 2);
 }
 
-static void records_are_owned_by_their_own_counts() {
+TEST(records_are_owned_by_their_own_counts) {
   vek::Dimension dimension(vek_metric_dimension_new("host", "h1"));
   vek::Datum datum(vek_metric_datum_new("requests"));
   VekMetricDimension *dimensions[] = {dimension};
@@ -46,7 +45,7 @@ static void records_are_owned_by_their_own_counts() {
   g_assert_cmpstr(vek_metric_dimension_get_value(dimension), ==, "h1");
 }
 
-static void dimensions_come_from_braces() {
+TEST(dimensions_come_from_braces) {
   vek::Registry registry = make_registry();
   vek::Counter counter(vek_metric_registry_counter_new(
       registry, "reads", "Count", vek::Dimensions{{"host", "h1"}, {"disk", "sda"}}));
@@ -56,7 +55,7 @@ static void dimensions_come_from_braces() {
   g_assert_cmpuint(g_strv_length(vek_metric_get_dimensions(VEK_METRIC(none))), ==, 0);
 }
 
-static void a_snapshot_names_its_statistics() {
+TEST(a_snapshot_names_its_statistics) {
   fake_clock_set(7000, 1);
   const gdouble samples[] = {5, 1, 4, 2, 3};
   vek::Snapshot snapshot(vek_metric_snapshot_new(samples, G_N_ELEMENTS(samples)));
@@ -69,12 +68,12 @@ static void a_snapshot_names_its_statistics() {
   g_assert_cmpfloat(snapshot.quantile(0.5), ==, 3.0);
 }
 
-static void an_empty_snapshot_owner_fails_the_checks() {
+TEST(an_empty_snapshot_owner_fails_the_checks) {
   g_assert_cmpfloat(vek::Snapshot().sum(), ==, 0.0);
   assert_failed_check("vek_metric_snapshot_get_sum", "snapshot != NULL");
 }
 
-static void scoped_timers_that_overlap_measure_each_their_own() {
+TEST(scoped_timers_that_overlap_measure_each_their_own) {
   vek::Registry registry = make_registry();
   vek::Timer timer(vek_metric_registry_timer_new(registry, "t", "Microseconds", nullptr, nullptr));
   fake_clock_set(1, 1000);
@@ -93,7 +92,7 @@ static void scoped_timers_that_overlap_measure_each_their_own() {
   g_assert_cmpfloat(snapshot.max(), ==, 35.0);
 }
 
-static void a_tally_publishes_at_its_limit_when_asked_and_at_the_end() {
+TEST(a_tally_publishes_at_its_limit_when_asked_and_at_the_end) {
   vek::Registry registry = make_registry();
   vek::Counter counter(vek_metric_registry_counter_new(registry, "c", nullptr, nullptr));
   {
@@ -114,7 +113,7 @@ static void a_tally_publishes_at_its_limit_when_asked_and_at_the_end() {
   g_assert_cmpint(vek_metric_counter_get_count(counter), ==, 3);
 }
 
-static void a_tally_publishes_nothing_when_it_holds_nothing() {
+TEST(a_tally_publishes_nothing_when_it_holds_nothing) {
   vek::Registry registry = make_registry();
   fake_clock_set(1000, 1);
   vek::Counter counter(vek_metric_registry_counter_new(registry, "c", nullptr, nullptr));
@@ -127,7 +126,7 @@ static void a_tally_publishes_nothing_when_it_holds_nothing() {
   g_assert_cmpint(vek_metric_counter_get_time(counter), ==, 1000);
 }
 
-static void a_tally_passes_large_values_through() {
+TEST(a_tally_passes_large_values_through) {
   vek::Registry registry = make_registry();
   vek::Counter counter(vek_metric_registry_counter_new(registry, "c", nullptr, nullptr));
   vek::Tally tally(counter, 10);
@@ -140,29 +139,11 @@ static void a_tally_passes_large_values_through() {
   g_assert_cmpint(vek_metric_counter_get_count(counter), ==, 95);
 }
 
-static void a_tally_does_not_overflow() {
+TEST(a_tally_does_not_overflow) {
   vek::Registry registry = make_registry();
   vek::Counter counter(vek_metric_registry_counter_new(registry, "c", nullptr, nullptr));
   vek::Tally tally(counter, G_MAXINT64);
   tally.add(G_MAXINT64 - 1);
   tally.add(G_MAXINT64);
   g_assert_cmpint(vek_metric_counter_get_count(counter), ==, -3); /* wrapped by the counter */
-}
-
-int main(int argc, char **argv) {
-  g_test_init(&argc, &argv, nullptr);
-  log_capture_init();
-
-  ADD_TEST("cxx", an_owner_takes_over_copies_moves_and_drops_references);
-  ADD_TEST("cxx", records_are_owned_by_their_own_counts);
-  ADD_TEST("cxx", dimensions_come_from_braces);
-  ADD_TEST("cxx", a_snapshot_names_its_statistics);
-  ADD_TEST("cxx", an_empty_snapshot_owner_fails_the_checks);
-  ADD_TEST("cxx", scoped_timers_that_overlap_measure_each_their_own);
-  ADD_TEST("cxx", a_tally_publishes_at_its_limit_when_asked_and_at_the_end);
-  ADD_TEST("cxx", a_tally_publishes_nothing_when_it_holds_nothing);
-  ADD_TEST("cxx", a_tally_passes_large_values_through);
-  ADD_TEST("cxx", a_tally_does_not_overflow);
-
-  return g_test_run();
 }

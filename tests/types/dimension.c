@@ -3,11 +3,10 @@
 #include <string.h>
 #include <vekmetrics/vekmetrics.h>
 
+#include "support/fixture.h"
 #include "support/heap.h"
-#include "support/logcapture.h"
-#include "support/scene.h"
 
-static void a_dimension_copies_its_strings(void) {
+TEST(a_dimension_copies_its_strings) {
   char name[] = "host";
   char value[] = "h1";
   g_autoptr(VekMetricDimension) dimension = vek_metric_dimension_new(name, value);
@@ -17,14 +16,14 @@ static void a_dimension_copies_its_strings(void) {
   g_assert_cmpstr(vek_metric_dimension_get_value(dimension), ==, "h1");
 }
 
-static void null_strings_are_stored_as_null(void) {
+TEST(null_strings_are_stored_as_null) {
   g_autoptr(VekMetricDimension) dimension = vek_metric_dimension_new(NULL, NULL);
   g_assert_nonnull(dimension);
   g_assert_null(vek_metric_dimension_get_name(dimension));
   g_assert_null(vek_metric_dimension_get_value(dimension));
 }
 
-static void each_string_may_be_null_or_empty_by_itself(void) {
+TEST(each_string_may_be_null_or_empty_by_itself) {
   g_autoptr(VekMetricDimension) nameless = vek_metric_dimension_new(NULL, "h1");
   g_assert_null(vek_metric_dimension_get_name(nameless));
   g_assert_cmpstr(vek_metric_dimension_get_value(nameless), ==, "h1");
@@ -34,7 +33,7 @@ static void each_string_may_be_null_or_empty_by_itself(void) {
   g_assert_null(vek_metric_dimension_get_value(empty));
 }
 
-static void getters_lend_the_same_strings_each_time(void) {
+TEST(getters_lend_the_same_strings_each_time) {
   g_autoptr(VekMetricDimension) dimension = vek_metric_dimension_new("host", "h1");
   const char *name = vek_metric_dimension_get_name(dimension);
   const char *value = vek_metric_dimension_get_value(dimension);
@@ -42,7 +41,7 @@ static void getters_lend_the_same_strings_each_time(void) {
   g_assert_true(vek_metric_dimension_get_value(dimension) == value);
 }
 
-static void the_first_of_two_unrefs_leaves_the_strings_readable(void) {
+TEST(the_first_of_two_unrefs_leaves_the_strings_readable) {
   VekMetricDimension *dimension = vek_metric_dimension_new("host", "h1");
   g_assert_true(vek_metric_dimension_ref(dimension) == dimension);
 
@@ -59,11 +58,11 @@ static void make_and_unref_twice(void) {
   vek_metric_dimension_unref(dimension);
 }
 
-static void the_second_of_two_unrefs_frees_the_record(void) {
+TEST(the_second_of_two_unrefs_frees_the_record) {
   assert_frees_all(make_and_unref_twice);
 }
 
-static void copying_a_boxed_dimension_takes_a_reference(void) {
+TEST(copying_a_boxed_dimension_takes_a_reference) {
   g_assert_cmpstr(g_type_name(VEK_TYPE_METRIC_DIMENSION), ==, "VekMetricDimension");
   g_assert_true(G_TYPE_IS_BOXED(VEK_TYPE_METRIC_DIMENSION));
 
@@ -82,11 +81,11 @@ static void make_and_free_as_boxed(void) {
   g_boxed_free(VEK_TYPE_METRIC_DIMENSION, dimension);
 }
 
-static void freeing_a_boxed_dimension_drops_a_reference(void) {
+TEST(freeing_a_boxed_dimension_drops_a_reference) {
   assert_frees_all(make_and_free_as_boxed);
 }
 
-static void failed_checks_log_and_return_null(void) {
+TEST(failed_checks_log_and_return_null) {
   g_assert_null(vek_metric_dimension_ref(NULL));
   assert_failed_check("vek_metric_dimension_ref", "dimension != NULL");
   vek_metric_dimension_unref(NULL);
@@ -114,7 +113,7 @@ static void read_dimension(gpointer dimension) {
   g_assert_cmpstr(vek_metric_dimension_get_value(dimension), ==, "value");
 }
 
-static void threads_share_a_dimension(void) {
+TEST(threads_share_a_dimension) {
   memset(long_name, 'n', sizeof long_name - 1);
   gsize used = heap_get_used();
 
@@ -124,22 +123,4 @@ static void threads_share_a_dimension(void) {
   /* A count that is off by one either way would not free the long name now. */
   vek_metric_dimension_unref(dimension);
   g_assert_cmpuint(heap_get_used(), <, used + sizeof long_name);
-}
-
-int main(int argc, char **argv) {
-  g_test_init(&argc, &argv, NULL);
-  log_capture_init();
-
-  ADD_TEST("dimension", a_dimension_copies_its_strings);
-  ADD_TEST("dimension", null_strings_are_stored_as_null);
-  ADD_TEST("dimension", each_string_may_be_null_or_empty_by_itself);
-  ADD_TEST("dimension", getters_lend_the_same_strings_each_time);
-  ADD_TEST("dimension", the_first_of_two_unrefs_leaves_the_strings_readable);
-  ADD_TEST("dimension", the_second_of_two_unrefs_frees_the_record);
-  ADD_TEST("dimension", copying_a_boxed_dimension_takes_a_reference);
-  ADD_TEST("dimension", freeing_a_boxed_dimension_drops_a_reference);
-  ADD_TEST("dimension", failed_checks_log_and_return_null);
-  ADD_TEST("dimension", threads_share_a_dimension);
-
-  return g_test_run();
 }

@@ -1,14 +1,12 @@
 /* Tests of VekMetricFixedSizeStore. */
 
 #include "storetest.h"
-#include "support/fakeclock.h"
-#include "support/logcapture.h"
+#include "support/fixture.h"
 #include "support/modeltest.h"
-#include "support/scene.h"
 
 #include <math.h>
 
-static void type_is_a_store_with_a_window_size(void) {
+TEST(type_is_a_store_with_a_window_size) {
   g_assert_cmpstr(g_type_name(VEK_TYPE_METRIC_FIXED_SIZE_STORE), ==, "VekMetricFixedSizeStore");
   g_assert_cmpstr(g_type_name(g_type_parent(VEK_TYPE_METRIC_FIXED_SIZE_STORE)), ==,
                   "VekMetricStore");
@@ -26,7 +24,7 @@ static guint get_window_size(VekMetricStore *store) {
   return window_size;
 }
 
-static void window_size_reads_as_given_at_construction(void) {
+TEST(window_size_reads_as_given_at_construction) {
   g_autoptr(VekMetricStore) of_default = g_object_new(VEK_TYPE_METRIC_FIXED_SIZE_STORE, NULL);
   g_assert_cmpuint(get_window_size(of_default), ==, 60);
   g_autoptr(VekMetricStore) smallest = vek_metric_fixed_size_store_new(1);
@@ -35,7 +33,7 @@ static void window_size_reads_as_given_at_construction(void) {
   g_assert_cmpuint(get_window_size(large), ==, 100000);
 }
 
-static void window_size_of_0_is_refused(void) {
+TEST(window_size_of_0_is_refused) {
   g_autoptr(VekMetricStore) store = vek_metric_fixed_size_store_new(0);
   assert_logged("GLib-GObject", G_LOG_LEVEL_WARNING,
                 "value \"0\" of type 'guint' is invalid or out of range for property "
@@ -44,7 +42,7 @@ static void window_size_of_0_is_refused(void) {
   assert_samples(store, "");
 }
 
-static void window_size_cannot_be_changed_later(void) {
+TEST(window_size_cannot_be_changed_later) {
   g_autoptr(VekMetricStore) store = vek_metric_fixed_size_store_new(3);
   g_object_set(store, "window-size", 4, NULL);
   assert_logged_like("GLib-GObject", G_LOG_LEVEL_WARNING,
@@ -53,13 +51,13 @@ static void window_size_cannot_be_changed_later(void) {
   g_assert_cmpuint(get_window_size(store), ==, 3);
 }
 
-static void unknown_property_id_is_warned_of(void) {
+TEST(unknown_property_id_is_warned_of) {
   g_autoptr(VekMetricStore) store = vek_metric_fixed_size_store_new(3);
   assert_unknown_property_warns(store);
   g_assert_cmpuint(get_window_size(store), ==, 3);
 }
 
-static void new_store_is_empty(void) {
+TEST(new_store_is_empty) {
   g_autoptr(VekMetricStore) store = vek_metric_fixed_size_store_new(3);
   g_autoptr(VekMetricSnapshot) snapshot = vek_metric_store_get_snapshot(store);
   g_assert_cmpuint(vek_metric_snapshot_get_n_samples(snapshot), ==, 0);
@@ -70,7 +68,7 @@ static void new_store_is_empty(void) {
   g_assert_cmpfloat(vek_metric_snapshot_get_quantile(snapshot, 0.5), ==, 0);
 }
 
-static void ring_keeps_the_newest_samples(void) {
+TEST(ring_keeps_the_newest_samples) {
   g_autoptr(VekMetricStore) store = vek_metric_fixed_size_store_new(3);
   static const char *const held[] = {"1", "1 2", "1 2 3", "2 3 4", "3 4 5", "4 5 6", "5 6 7"};
   for (guint i = 0; i < G_N_ELEMENTS(held); i++) {
@@ -79,19 +77,19 @@ static void ring_keeps_the_newest_samples(void) {
   }
 }
 
-static void with_window_3_five_samples_leave_3_4_5(void) {
+TEST(with_window_3_five_samples_leave_3_4_5) {
   g_autoptr(VekMetricStore) store = vek_metric_fixed_size_store_new(3);
   add_samples(store, 1, 5);
   assert_samples(store, "3 4 5");
 }
 
-static void window_of_1_holds_the_last_sample(void) {
+TEST(window_of_1_holds_the_last_sample) {
   g_autoptr(VekMetricStore) store = vek_metric_fixed_size_store_new(1);
   add_samples(store, 1, 2);
   assert_samples(store, "2");
 }
 
-static void default_window_holds_60_samples(void) {
+TEST(default_window_holds_60_samples) {
   g_autoptr(VekMetricStore) store = g_object_new(VEK_TYPE_METRIC_FIXED_SIZE_STORE, NULL);
   add_samples(store, 1, 61);
   g_autoptr(VekMetricSnapshot) snapshot = vek_metric_store_get_snapshot(store);
@@ -100,14 +98,14 @@ static void default_window_holds_60_samples(void) {
   g_assert_cmpfloat(vek_metric_snapshot_get_max(snapshot), ==, 61);
 }
 
-static void snapshots_without_an_add_between_are_the_same(void) {
+TEST(snapshots_without_an_add_between_are_the_same) {
   g_autoptr(VekMetricStore) store = vek_metric_fixed_size_store_new(3);
   add_samples(store, 1, 4);
   assert_samples(store, "2 3 4");
   assert_samples(store, "2 3 4");
 }
 
-static void snapshot_is_a_copy_sorted_and_stamped_by_the_wall_clock(void) {
+TEST(snapshot_is_a_copy_sorted_and_stamped_by_the_wall_clock) {
   g_autoptr(VekMetricStore) store = vek_metric_fixed_size_store_new(3);
   fake_clock_set(1000, 5);
   vek_metric_store_add(store, 3);
@@ -123,7 +121,7 @@ static void snapshot_is_a_copy_sorted_and_stamped_by_the_wall_clock(void) {
   assert_samples(store, "1 2 9");
 }
 
-static void samples_that_are_no_finite_number_are_stored_as_given(void) {
+TEST(samples_that_are_no_finite_number_are_stored_as_given) {
   g_autoptr(VekMetricStore) store = vek_metric_fixed_size_store_new(2);
   vek_metric_store_add(store, INFINITY);
   vek_metric_store_add(store, -INFINITY);
@@ -134,17 +132,17 @@ static void samples_that_are_no_finite_number_are_stored_as_given(void) {
   assert_samples(single, "nan");
 }
 
-static void snapshot_is_made_under_the_lock(void) {
+TEST(snapshot_is_made_under_the_lock) {
   g_autoptr(VekMetricStore) store = vek_metric_fixed_size_store_new(2);
   check_snapshot_keeps_others_out(store);
 }
 
-static void threads_lose_no_sample_of_a_large_ring(void) {
+TEST(threads_lose_no_sample_of_a_large_ring) {
   g_autoptr(VekMetricStore) store = vek_metric_fixed_size_store_new(500000);
   check_adding_from_threads(store, 500000);
 }
 
-static void threads_push_out_only_the_oldest(void) {
+TEST(threads_push_out_only_the_oldest) {
   g_autoptr(VekMetricStore) store = vek_metric_fixed_size_store_new(9);
   check_adding_from_threads(store, 9);
 }
@@ -189,32 +187,7 @@ static char *describe(const ModelOperation *operation) {
   return g_strdup_printf("add %g", operation->value);
 }
 
-static void random_histories_agree_with_a_model(void) {
+TEST(random_histories_agree_with_a_model) {
   static const ModelTest test = {begin, draw, apply, end, describe};
   model_test_run(&test, 30000);
-}
-
-int main(int argc, char **argv) {
-  g_test_init(&argc, &argv, NULL);
-  log_capture_init();
-
-  ADD_TEST("fixed-size-store", type_is_a_store_with_a_window_size);
-  ADD_TEST("fixed-size-store", window_size_reads_as_given_at_construction);
-  ADD_TEST("fixed-size-store", window_size_of_0_is_refused);
-  ADD_TEST("fixed-size-store", window_size_cannot_be_changed_later);
-  ADD_TEST("fixed-size-store", unknown_property_id_is_warned_of);
-  ADD_TEST("fixed-size-store", new_store_is_empty);
-  ADD_TEST("fixed-size-store", ring_keeps_the_newest_samples);
-  ADD_TEST("fixed-size-store", with_window_3_five_samples_leave_3_4_5);
-  ADD_TEST("fixed-size-store", window_of_1_holds_the_last_sample);
-  ADD_TEST("fixed-size-store", default_window_holds_60_samples);
-  ADD_TEST("fixed-size-store", snapshots_without_an_add_between_are_the_same);
-  ADD_TEST("fixed-size-store", snapshot_is_a_copy_sorted_and_stamped_by_the_wall_clock);
-  ADD_TEST("fixed-size-store", samples_that_are_no_finite_number_are_stored_as_given);
-  ADD_TEST("fixed-size-store", snapshot_is_made_under_the_lock);
-  ADD_TEST("fixed-size-store", threads_lose_no_sample_of_a_large_ring);
-  ADD_TEST("fixed-size-store", threads_push_out_only_the_oldest);
-  ADD_TEST("fixed-size-store", random_histories_agree_with_a_model);
-
-  return g_test_run();
 }

@@ -1,10 +1,8 @@
 /* Tests of VekMetricFixedTimeStore. */
 
 #include "storetest.h"
-#include "support/fakeclock.h"
-#include "support/logcapture.h"
+#include "support/fixture.h"
 #include "support/modeltest.h"
-#include "support/scene.h"
 
 #include <unistd.h>
 
@@ -31,7 +29,7 @@ static void add_at(VekMetricStore *store, gint64 now, gdouble value) {
   }                                            \
   G_STMT_END
 
-static void type_is_a_store_with_a_window_and_a_size(void) {
+TEST(type_is_a_store_with_a_window_and_a_size) {
   g_assert_cmpstr(g_type_name(VEK_TYPE_METRIC_FIXED_TIME_STORE), ==, "VekMetricFixedTimeStore");
   g_assert_cmpstr(g_type_name(g_type_parent(VEK_TYPE_METRIC_FIXED_TIME_STORE)), ==,
                   "VekMetricStore");
@@ -56,7 +54,7 @@ static void assert_properties(VekMetricStore *store, gint64 time_window, guint m
   g_assert_cmpuint(size_read, ==, max_size);
 }
 
-static void properties_read_as_given_at_construction(void) {
+TEST(properties_read_as_given_at_construction) {
   g_autoptr(VekMetricStore) of_defaults = g_object_new(VEK_TYPE_METRIC_FIXED_TIME_STORE, NULL);
   assert_properties(of_defaults, 60000000, 2048);
   g_autoptr(VekMetricStore) smallest = vek_metric_fixed_time_store_new(1000000, 1);
@@ -65,7 +63,7 @@ static void properties_read_as_given_at_construction(void) {
   assert_properties(large, G_MAXINT64, 100000);
 }
 
-static void values_out_of_range_are_refused(void) {
+TEST(values_out_of_range_are_refused) {
   g_autoptr(VekMetricStore) without_window = vek_metric_fixed_time_store_new(999999, 5);
   assert_logged("GLib-GObject", G_LOG_LEVEL_WARNING,
                 "value \"999999\" of type 'gint64' is invalid or out of range for property "
@@ -79,7 +77,7 @@ static void values_out_of_range_are_refused(void) {
   assert_properties(without_size, 1000000, 0);
 }
 
-static void properties_cannot_be_changed_later(void) {
+TEST(properties_cannot_be_changed_later) {
   g_autoptr(VekMetricStore) store = vek_metric_fixed_time_store_new(2000000, 3);
   g_object_set(store, "time-window", (gint64)3000000, NULL);
   assert_logged_like("GLib-GObject", G_LOG_LEVEL_WARNING,
@@ -92,13 +90,13 @@ static void properties_cannot_be_changed_later(void) {
   assert_properties(store, 2000000, 3);
 }
 
-static void unknown_property_id_is_warned_of(void) {
+TEST(unknown_property_id_is_warned_of) {
   g_autoptr(VekMetricStore) store = vek_metric_fixed_time_store_new(2000000, 3);
   assert_unknown_property_warns(store);
   assert_properties(store, 2000000, 3);
 }
 
-static void new_store_is_empty(void) {
+TEST(new_store_is_empty) {
   g_autoptr(VekMetricStore) store = store_new(3);
   set_clock(0); /* the zero stamps of unused slots would be young enough */
   g_autoptr(VekMetricSnapshot) snapshot = vek_metric_store_get_snapshot(store);
@@ -107,7 +105,7 @@ static void new_store_is_empty(void) {
   g_assert_cmpfloat(vek_metric_snapshot_get_max(snapshot), ==, 0);
 }
 
-static void each_operation_reads_the_monotonic_clock_once(void) {
+TEST(each_operation_reads_the_monotonic_clock_once) {
   g_autoptr(VekMetricStore) store = store_new(3);
   set_clock(START);
   assert_samples(store, "");
@@ -120,7 +118,7 @@ static void each_operation_reads_the_monotonic_clock_once(void) {
   g_assert_cmpuint(fake_clock_get_real_readings(), ==, 2);
 }
 
-static void all_expired_empties_the_store(void) {
+TEST(all_expired_empties_the_store) {
   g_autoptr(VekMetricStore) store = store_new(4);
   set_clock(START);
   add_samples(store, 1, 3);
@@ -136,7 +134,7 @@ static void all_expired_empties_the_store(void) {
   }
 }
 
-static void all_expired_empties_a_full_ring(void) {
+TEST(all_expired_empties_a_full_ring) {
   g_autoptr(VekMetricStore) store = store_new(4);
   set_clock(START);
   add_samples(store, 1, 6);
@@ -145,7 +143,7 @@ static void all_expired_empties_a_full_ring(void) {
   assert_samples(store, "7");
 }
 
-static void all_younger_than_the_window_stay(void) {
+TEST(all_younger_than_the_window_stay) {
   g_autoptr(VekMetricStore) store = store_new(4);
   set_clock(START);
   add_samples(store, 1, 3);
@@ -155,7 +153,7 @@ static void all_younger_than_the_window_stay(void) {
   assert_samples(store, "1 2 3 4");
 }
 
-static void with_size_4_six_samples_leave_the_last_four(void) {
+TEST(with_size_4_six_samples_leave_the_last_four) {
   g_autoptr(VekMetricStore) store = store_new(4);
   set_clock(START);
   add_samples(store, 1, 6);
@@ -165,7 +163,7 @@ static void with_size_4_six_samples_leave_the_last_four(void) {
   assert_samples(store, "4 5 6 7");
 }
 
-static void full_ring_is_cut_in_age_order(void) {
+TEST(full_ring_is_cut_in_age_order) {
   g_autoptr(VekMetricStore) store = store_new(4);
   for (gint i = 1; i <= 6; i++)
     add_at(store, START + i, i);
@@ -173,7 +171,7 @@ static void full_ring_is_cut_in_age_order(void) {
   assert_samples_at(store, START + WINDOW + 4, "5 6");
 }
 
-static void ages_follow_the_window_that_was_given(void) {
+TEST(ages_follow_the_window_that_was_given) {
   g_autoptr(VekMetricStore) store = vek_metric_fixed_time_store_new(5000000, 4);
   add_at(store, START, 1);
   assert_samples_at(store, START + 5000000, "1");
@@ -184,7 +182,7 @@ static void ages_follow_the_window_that_was_given(void) {
   assert_samples_at(unending, G_MAXINT64 - 1, "1");
 }
 
-static void single_sample_aged_exactly_the_window_is_kept(void) {
+TEST(single_sample_aged_exactly_the_window_is_kept) {
   g_autoptr(VekMetricStore) store = store_new(4);
   add_at(store, START, 1);
   assert_samples_at(store, START + WINDOW, "1");
@@ -195,14 +193,14 @@ static void single_sample_aged_exactly_the_window_is_kept(void) {
   assert_samples_at(store, START + 2 * WINDOW + 1, "");
 }
 
-static void of_two_aged_exactly_the_window_only_the_newer_is_kept(void) {
+TEST(of_two_aged_exactly_the_window_only_the_newer_is_kept) {
   g_autoptr(VekMetricStore) store = store_new(4);
   set_clock(START);
   add_samples(store, 1, 2);
   assert_samples_at(store, START + WINDOW, "2");
 }
 
-static void sample_aged_exactly_the_window_goes_when_a_younger_is_held(void) {
+TEST(sample_aged_exactly_the_window_goes_when_a_younger_is_held) {
   g_autoptr(VekMetricStore) store = store_new(4);
   add_at(store, START, 1);
   add_at(store, START, 2);
@@ -210,7 +208,7 @@ static void sample_aged_exactly_the_window_goes_when_a_younger_is_held(void) {
   assert_samples_at(store, START + WINDOW, "3");
 }
 
-static void only_the_newest_of_many_aged_exactly_the_window_is_kept(void) {
+TEST(only_the_newest_of_many_aged_exactly_the_window_is_kept) {
   g_autoptr(VekMetricStore) store = store_new(8);
   set_clock(START);
   add_samples(store, 1, 7);
@@ -228,7 +226,7 @@ static VekMetricStore *store_new_cut(void) {
   return store;
 }
 
-static void next_sample_lies_one_past_the_kept_run(void) {
+TEST(next_sample_lies_one_past_the_kept_run) {
   g_autoptr(VekMetricStore) store = store_new_cut();
   /* Sample 5 goes to slot 2, out of sight at first. */
   vek_metric_store_add(store, 5);
@@ -245,7 +243,7 @@ static void next_sample_lies_one_past_the_kept_run(void) {
   assert_samples(store, "6 7 8 8 9");
 }
 
-static void skipped_slot_may_bring_a_kept_sample_back_twice(void) {
+TEST(skipped_slot_may_bring_a_kept_sample_back_twice) {
   g_autoptr(VekMetricStore) store = store_new(5);
   add_at(store, START, 1);
   add_at(store, START + 500000, 2);
@@ -256,7 +254,7 @@ static void skipped_slot_may_bring_a_kept_sample_back_twice(void) {
   assert_samples(store, "2 2 3");
 }
 
-static void place_one_past_the_kept_run_wraps_at_the_size(void) {
+TEST(place_one_past_the_kept_run_wraps_at_the_size) {
   g_autoptr(VekMetricStore) store = store_new(3);
   add_at(store, START, 1);
   add_at(store, START + 500000, 2);
@@ -268,7 +266,7 @@ static void place_one_past_the_kept_run_wraps_at_the_size(void) {
   assert_samples(store, "3 3 4");
 }
 
-static void skipped_slot_keeps_its_old_stamp(void) {
+TEST(skipped_slot_keeps_its_old_stamp) {
   g_autoptr(VekMetricStore) store = store_new_cut();
   vek_metric_store_add(store, 5);
   /* Slot 0 holds sample 4 of 500000 past the start, slot 1 sample 2 of the start itself: the newest
@@ -278,7 +276,7 @@ static void skipped_slot_keeps_its_old_stamp(void) {
 
 /* The stamps may be out of order, as the skipped slot leaves them; here the clock does it. What is
  * cut is what the search by halves comes upon. */
-static void cut_is_searched_by_halves_even_out_of_order(void) {
+TEST(cut_is_searched_by_halves_even_out_of_order) {
   enum { OLD = START, YOUNG = START + 500000 };
   static const struct {
     gint64 stamps[8];
@@ -300,14 +298,14 @@ static void cut_is_searched_by_halves_even_out_of_order(void) {
   }
 }
 
-static void first_stamp_younger_than_the_cutoff_keeps_even_older_ones_behind(void) {
+TEST(first_stamp_younger_than_the_cutoff_keeps_even_older_ones_behind) {
   g_autoptr(VekMetricStore) store = store_new(4);
   add_at(store, START + 500000, 1);
   add_at(store, START, 2);
   assert_samples_at(store, START + WINDOW + 1, "1 2");
 }
 
-static void last_stamp_older_than_the_cutoff_empties_even_with_younger_ones_before(void) {
+TEST(last_stamp_older_than_the_cutoff_empties_even_with_younger_ones_before) {
   g_autoptr(VekMetricStore) store = store_new(4);
   add_at(store, START, 1);
   add_at(store, START + 500000, 2);
@@ -315,7 +313,7 @@ static void last_stamp_older_than_the_cutoff_empties_even_with_younger_ones_befo
   assert_samples_at(store, START + WINDOW + 1, "");
 }
 
-static void store_without_snapshots_keeps_the_newest_of_any_age(void) {
+TEST(store_without_snapshots_keeps_the_newest_of_any_age) {
   g_autoptr(VekMetricStore) store = store_new(3);
   for (gint i = 1; i <= 5; i++)
     add_at(store, START + i * G_GINT64_CONSTANT(10) * WINDOW, i);
@@ -323,7 +321,7 @@ static void store_without_snapshots_keeps_the_newest_of_any_age(void) {
   assert_samples_at(store, START, "3 4 5");
 }
 
-static void snapshot_time_is_wall_clock_and_ages_are_monotonic(void) {
+TEST(snapshot_time_is_wall_clock_and_ages_are_monotonic) {
   g_autoptr(VekMetricStore) store = store_new(3);
   fake_clock_set(1000, START);
   vek_metric_store_add(store, 1);
@@ -355,7 +353,7 @@ static void race(VekMetricStore *store) {
   alarm(20);
 }
 
-static void add_reads_the_clock_before_the_lock(void) {
+TEST(add_reads_the_clock_before_the_lock) {
   g_autoptr(VekMetricStore) store = store_new(4);
   set_clock(START);
   race(store);
@@ -367,7 +365,7 @@ static void add_reads_the_clock_before_the_lock(void) {
   assert_samples_at(store, START + 3 * WINDOW, "");
 }
 
-static void get_snapshot_reads_the_clock_before_the_lock(void) {
+TEST(get_snapshot_reads_the_clock_before_the_lock) {
   g_autoptr(VekMetricStore) store = store_new(4);
   add_at(store, START, 1);
   race(store);
@@ -376,17 +374,17 @@ static void get_snapshot_reads_the_clock_before_the_lock(void) {
   assert_samples(store, "2");
 }
 
-static void snapshot_is_made_under_the_lock(void) {
+TEST(snapshot_is_made_under_the_lock) {
   g_autoptr(VekMetricStore) store = store_new(2);
   check_snapshot_keeps_others_out(store);
 }
 
-static void threads_lose_no_sample_of_a_large_ring(void) {
+TEST(threads_lose_no_sample_of_a_large_ring) {
   g_autoptr(VekMetricStore) store = store_new(500000);
   check_adding_from_threads(store, 500000);
 }
 
-static void threads_push_out_only_the_oldest(void) {
+TEST(threads_push_out_only_the_oldest) {
   g_autoptr(VekMetricStore) store = store_new(9);
   check_adding_from_threads(store, 9);
 }
@@ -502,48 +500,7 @@ static char *describe(const ModelOperation *operation) {
   }
 }
 
-static void random_histories_agree_with_a_model(void) {
+TEST(random_histories_agree_with_a_model) {
   static const ModelTest test = {begin, draw, apply, end, describe};
   model_test_run(&test, 80000);
-}
-
-int main(int argc, char **argv) {
-  g_test_init(&argc, &argv, NULL);
-  log_capture_init();
-
-  ADD_TEST("fixed-time-store", type_is_a_store_with_a_window_and_a_size);
-  ADD_TEST("fixed-time-store", properties_read_as_given_at_construction);
-  ADD_TEST("fixed-time-store", values_out_of_range_are_refused);
-  ADD_TEST("fixed-time-store", properties_cannot_be_changed_later);
-  ADD_TEST("fixed-time-store", unknown_property_id_is_warned_of);
-  ADD_TEST("fixed-time-store", new_store_is_empty);
-  ADD_TEST("fixed-time-store", each_operation_reads_the_monotonic_clock_once);
-  ADD_TEST("fixed-time-store", all_expired_empties_the_store);
-  ADD_TEST("fixed-time-store", all_expired_empties_a_full_ring);
-  ADD_TEST("fixed-time-store", all_younger_than_the_window_stay);
-  ADD_TEST("fixed-time-store", with_size_4_six_samples_leave_the_last_four);
-  ADD_TEST("fixed-time-store", full_ring_is_cut_in_age_order);
-  ADD_TEST("fixed-time-store", ages_follow_the_window_that_was_given);
-  ADD_TEST("fixed-time-store", single_sample_aged_exactly_the_window_is_kept);
-  ADD_TEST("fixed-time-store", of_two_aged_exactly_the_window_only_the_newer_is_kept);
-  ADD_TEST("fixed-time-store", sample_aged_exactly_the_window_goes_when_a_younger_is_held);
-  ADD_TEST("fixed-time-store", only_the_newest_of_many_aged_exactly_the_window_is_kept);
-  ADD_TEST("fixed-time-store", next_sample_lies_one_past_the_kept_run);
-  ADD_TEST("fixed-time-store", skipped_slot_may_bring_a_kept_sample_back_twice);
-  ADD_TEST("fixed-time-store", place_one_past_the_kept_run_wraps_at_the_size);
-  ADD_TEST("fixed-time-store", skipped_slot_keeps_its_old_stamp);
-  ADD_TEST("fixed-time-store", cut_is_searched_by_halves_even_out_of_order);
-  ADD_TEST("fixed-time-store", first_stamp_younger_than_the_cutoff_keeps_even_older_ones_behind);
-  ADD_TEST("fixed-time-store",
-           last_stamp_older_than_the_cutoff_empties_even_with_younger_ones_before);
-  ADD_TEST("fixed-time-store", store_without_snapshots_keeps_the_newest_of_any_age);
-  ADD_TEST("fixed-time-store", snapshot_time_is_wall_clock_and_ages_are_monotonic);
-  ADD_TEST("fixed-time-store", add_reads_the_clock_before_the_lock);
-  ADD_TEST("fixed-time-store", get_snapshot_reads_the_clock_before_the_lock);
-  ADD_TEST("fixed-time-store", snapshot_is_made_under_the_lock);
-  ADD_TEST("fixed-time-store", threads_lose_no_sample_of_a_large_ring);
-  ADD_TEST("fixed-time-store", threads_push_out_only_the_oldest);
-  ADD_TEST("fixed-time-store", random_histories_agree_with_a_model);
-
-  return g_test_run();
 }

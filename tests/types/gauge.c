@@ -2,11 +2,8 @@
 
 #define _GNU_SOURCE /* RTLD_NEXT */
 
-#include "support/fakeclock.h"
-#include "support/logcapture.h"
+#include "support/fixture.h"
 #include "support/modeltest.h"
-#include "support/recordingreporter.h"
-#include "support/scene.h"
 
 #include <dlfcn.h>
 
@@ -22,8 +19,8 @@ void g_rw_lock_writer_lock(GRWLock *lock) {
   next(lock);
 }
 
-static VekMetricGauge *gauge_new(Scene *scene, gint64 interval) {
-  return vek_metric_registry_gauge_new(scene->registry, "load", NULL, interval, NULL);
+static VekMetricGauge *gauge_new(gint64 interval) {
+  return vek_metric_registry_gauge_new(fixture.registry, "load", NULL, interval, NULL);
 }
 
 /* Real time alone matters to a gauge. */
@@ -48,145 +45,136 @@ static void assert_value_at(gint64 now, VekMetricGauge *gauge, gdouble value, gi
   g_assert_cmpint(time, ==, stamp);
 }
 
-static void assert_report_at(gint64 now, Scene *scene, const char *lines) {
+static void assert_report_at(gint64 now, const char *lines) {
   set_time(now);
-  scene_report(scene);
-  assert_recorded(scene->record, lines);
+  fixture_report();
+  assert_recorded(fixture.record, lines);
 }
 
-static void never_set_gauge_reports_nothing_and_reads_zero_with_stamp_zero(void) {
+TEST(never_set_gauge_reports_nothing_and_reads_zero_with_stamp_zero) {
   static const gint64 intervals[] = {0, 100};
   for (gsize i = 0; i < G_N_ELEMENTS(intervals); i++) {
-    g_autoptr(Scene) scene = scene_new();
-    g_autoptr(VekMetricGauge) gauge = gauge_new(scene, intervals[i]);
+    fixture_reset();
+    g_autoptr(VekMetricGauge) gauge = gauge_new(intervals[i]);
     assert_value_at(1050, gauge, 0.0, 0);
-    assert_report_at(1150, scene, "a flush\n");
+    assert_report_at(1150, "a flush\n");
     g_assert_cmpint(vek_metric_gauge_get_last_change_time(gauge), ==, 0);
   }
 }
 
-static void without_interval_every_pass_reports_the_current_value_and_time(void) {
-  g_autoptr(Scene) scene = scene_new();
+TEST(without_interval_every_pass_reports_the_current_value_and_time) {
   char *dimensions[] = {"host", "h1", NULL};
   g_autoptr(VekMetricGauge) gauge =
-      vek_metric_registry_gauge_new(scene->registry, "load", "Percent", 0, dimensions);
+      vek_metric_registry_gauge_new(fixture.registry, "load", "Percent", 0, dimensions);
 
   set_at(1000, gauge, 2.5);
-  assert_report_at(2000, scene,
+  assert_report_at(2000,
                    "a value load host,h1 Percent 2000 2.5\n"
                    "a flush\n");
-  assert_report_at(3000, scene,
+  assert_report_at(3000,
                    "a value load host,h1 Percent 3000 2.5\n"
                    "a flush\n");
   add_at(3500, gauge, -4);
-  assert_report_at(4000, scene,
+  assert_report_at(4000,
                    "a value load host,h1 Percent 4000 -1.5\n"
                    "a flush\n");
   assert_value_at(5000, gauge, -1.5, 5000);
 }
 
-static void gauge_set_in_one_interval_is_reported_once_in_the_next(void) {
-  g_autoptr(Scene) scene = scene_new();
-  g_autoptr(VekMetricGauge) gauge = gauge_new(scene, 100);
+TEST(gauge_set_in_one_interval_is_reported_once_in_the_next) {
+  g_autoptr(VekMetricGauge) gauge = gauge_new(100);
 
   set_at(1050, gauge, 1.5);
-  assert_report_at(1120, scene,
+  assert_report_at(1120,
                    "a value load - - 1100 1.5\n"
                    "a flush\n");
-  assert_report_at(1199, scene, "a flush\n");
+  assert_report_at(1199, "a flush\n");
 }
 
-static void gauge_first_set_and_reported_in_one_interval_reports_zero_first(void) {
-  g_autoptr(Scene) scene = scene_new();
-  g_autoptr(VekMetricGauge) gauge = gauge_new(scene, 100);
+TEST(gauge_first_set_and_reported_in_one_interval_reports_zero_first) {
+  g_autoptr(VekMetricGauge) gauge = gauge_new(100);
 
   set_at(1050, gauge, 7);
-  assert_report_at(1060, scene,
+  assert_report_at(1060,
                    "a value load - - 1000 0\n"
                    "a flush\n");
-  assert_report_at(1110, scene,
+  assert_report_at(1110,
                    "a value load - - 1100 7\n"
                    "a flush\n");
 }
 
-static void value_that_stood_when_the_interval_began_is_reported(void) {
-  g_autoptr(Scene) scene = scene_new();
-  g_autoptr(VekMetricGauge) gauge = gauge_new(scene, 100);
+TEST(value_that_stood_when_the_interval_began_is_reported) {
+  g_autoptr(VekMetricGauge) gauge = gauge_new(100);
 
   set_at(1050, gauge, 1);
   set_at(1070, gauge, 2);
   set_at(1100, gauge, 3);
   set_at(1110, gauge, 4);
-  assert_report_at(1120, scene,
+  assert_report_at(1120,
                    "a value load - - 1100 2\n"
                    "a flush\n");
 }
 
-static void gauge_unchanged_for_two_intervals_reports_nothing(void) {
-  g_autoptr(Scene) scene = scene_new();
-  g_autoptr(VekMetricGauge) gauge = gauge_new(scene, 100);
+TEST(gauge_unchanged_for_two_intervals_reports_nothing) {
+  g_autoptr(VekMetricGauge) gauge = gauge_new(100);
 
   set_at(1099, gauge, 1.5);
-  assert_report_at(1200, scene, "a flush\n");
+  assert_report_at(1200, "a flush\n");
   assert_value_at(1200, gauge, 0.0, 0);
 
   /* The gauge is not lost: the value is still there. */
   add_at(1250, gauge, 1);
-  assert_report_at(1300, scene,
+  assert_report_at(1300,
                    "a value load - - 1300 2.5\n"
                    "a flush\n");
 }
 
-static void change_a_whole_interval_before_a_boundary_is_too_old_for_it(void) {
-  g_autoptr(Scene) scene = scene_new();
-  g_autoptr(VekMetricGauge) gauge = gauge_new(scene, 100);
+TEST(change_a_whole_interval_before_a_boundary_is_too_old_for_it) {
+  g_autoptr(VekMetricGauge) gauge = gauge_new(100);
 
   set_at(1000, gauge, 1.5);
   assert_value_at(1100, gauge, 0.0, 0);
-  assert_report_at(1100, scene, "a flush\n");
+  assert_report_at(1100, "a flush\n");
 
   set_at(1201, gauge, 2.5);
   assert_value_at(1300, gauge, 2.5, 1300);
-  assert_report_at(1300, scene,
+  assert_report_at(1300,
                    "a value load - - 1300 2.5\n"
                    "a flush\n");
 }
 
-static void added_values_are_reported_as_the_sum_of_the_interval(void) {
-  g_autoptr(Scene) scene = scene_new();
-  g_autoptr(VekMetricGauge) gauge = gauge_new(scene, 100);
+TEST(added_values_are_reported_as_the_sum_of_the_interval) {
+  g_autoptr(VekMetricGauge) gauge = gauge_new(100);
 
   add_at(1010, gauge, 1);
   add_at(1020, gauge, 2);
   add_at(1110, gauge, 4);
-  assert_report_at(1120, scene,
+  assert_report_at(1120,
                    "a value load - - 1100 3\n"
                    "a flush\n");
   add_at(1130, gauge, 8);
   add_at(1210, gauge, 16);
-  assert_report_at(1220, scene,
+  assert_report_at(1220,
                    "a value load - - 1200 12\n"
                    "a flush\n");
-  assert_report_at(1310, scene,
+  assert_report_at(1310,
                    "a value load - - 1300 16\n"
                    "a flush\n");
 }
 
-static void sum_carries_on_when_a_report_rolled_first(void) {
-  g_autoptr(Scene) scene = scene_new();
-  g_autoptr(VekMetricGauge) gauge = gauge_new(scene, 100);
+TEST(sum_carries_on_when_a_report_rolled_first) {
+  g_autoptr(VekMetricGauge) gauge = gauge_new(100);
 
   add_at(1010, gauge, 3);
-  assert_report_at(1110, scene,
+  assert_report_at(1110,
                    "a value load - - 1100 3\n"
                    "a flush\n");
   add_at(1120, gauge, 4);
   assert_value_at(1210, gauge, 7, 1200);
 }
 
-static void sum_carries_on_when_a_read_rolled_first(void) {
-  g_autoptr(Scene) scene = scene_new();
-  g_autoptr(VekMetricGauge) gauge = gauge_new(scene, 100);
+TEST(sum_carries_on_when_a_read_rolled_first) {
+  g_autoptr(VekMetricGauge) gauge = gauge_new(100);
 
   add_at(1010, gauge, 3);
   assert_value_at(1110, gauge, 3, 1100);
@@ -194,9 +182,8 @@ static void sum_carries_on_when_a_read_rolled_first(void) {
   assert_value_at(1210, gauge, 7, 1200);
 }
 
-static void sum_carries_on_when_a_set_rolled_first(void) {
-  g_autoptr(Scene) scene = scene_new();
-  g_autoptr(VekMetricGauge) gauge = gauge_new(scene, 100);
+TEST(sum_carries_on_when_a_set_rolled_first) {
+  g_autoptr(VekMetricGauge) gauge = gauge_new(100);
 
   add_at(1010, gauge, 3);
   set_at(1110, gauge, 10);
@@ -205,102 +192,94 @@ static void sum_carries_on_when_a_set_rolled_first(void) {
   assert_value_at(1210, gauge, 14, 1200);
 }
 
-static void boundaries_are_multiples_of_the_interval_since_the_epoch(void) {
-  g_autoptr(Scene) scene = scene_new();
+TEST(boundaries_are_multiples_of_the_interval_since_the_epoch) {
   set_time(1037);
-  g_autoptr(VekMetricGauge) gauge = gauge_new(scene, 100);
+  g_autoptr(VekMetricGauge) gauge = gauge_new(100);
 
   set_at(1037, gauge, 1);
-  assert_report_at(1099, scene,
+  assert_report_at(1099,
                    "a value load - - 1000 0\n"
                    "a flush\n");
-  assert_report_at(1100, scene,
+  assert_report_at(1100,
                    "a value load - - 1100 1\n"
                    "a flush\n");
 }
 
-static void report_to_nobody_rolls_and_counts_as_the_boundary_reported(void) {
-  g_autoptr(Scene) scene = scene_new();
-  g_autoptr(VekMetricGauge) gauge = gauge_new(scene, 100);
+TEST(report_to_nobody_rolls_and_counts_as_the_boundary_reported) {
+  g_autoptr(VekMetricGauge) gauge = gauge_new(100);
 
   set_at(1050, gauge, 3);
   set_time(1110);
   report_to(gauge, NULL);
-  assert_report_at(1120, scene, "a flush\n");
+  assert_report_at(1120, "a flush\n");
 
   add_at(1130, gauge, 4);
-  assert_report_at(1200, scene,
+  assert_report_at(1200,
                    "a value load - - 1200 7\n"
                    "a flush\n");
 }
 
-static void reading_repeats_and_leaves_the_boundary_to_the_report(void) {
-  g_autoptr(Scene) scene = scene_new();
-  g_autoptr(VekMetricGauge) gauge = gauge_new(scene, 100);
+TEST(reading_repeats_and_leaves_the_boundary_to_the_report) {
+  g_autoptr(VekMetricGauge) gauge = gauge_new(100);
 
   set_at(1050, gauge, 3);
   assert_value_at(1110, gauge, 3, 1100);
   assert_value_at(1120, gauge, 3, 1100);
-  assert_report_at(1130, scene,
+  assert_report_at(1130,
                    "a value load - - 1100 3\n"
                    "a flush\n");
   assert_value_at(1140, gauge, 3, 1100);
 }
 
-static void time_of_the_value_may_be_ignored(void) {
-  g_autoptr(Scene) scene = scene_new();
-  g_autoptr(VekMetricGauge) gauge = gauge_new(scene, 0);
+TEST(time_of_the_value_may_be_ignored) {
+  g_autoptr(VekMetricGauge) gauge = gauge_new(0);
 
   set_at(1000, gauge, 3);
   g_assert_cmpfloat(vek_metric_gauge_get_value(gauge, NULL), ==, 3);
 }
 
-static void sets_and_adds_alone_are_changes(void) {
-  g_autoptr(Scene) scene = scene_new();
-  g_autoptr(VekMetricGauge) gauge = gauge_new(scene, 100);
+TEST(sets_and_adds_alone_are_changes) {
+  g_autoptr(VekMetricGauge) gauge = gauge_new(100);
 
   set_at(1050, gauge, 1);
   g_assert_cmpint(vek_metric_gauge_get_last_change_time(gauge), ==, 1050);
   add_at(1060, gauge, 0);
   g_assert_cmpint(vek_metric_gauge_get_last_change_time(gauge), ==, 1060);
   assert_value_at(1110, gauge, 1, 1100);
-  assert_report_at(1120, scene,
+  assert_report_at(1120,
                    "a value load - - 1100 1\n"
                    "a flush\n");
   g_assert_cmpint(vek_metric_gauge_get_last_change_time(gauge), ==, 1060);
 }
 
-static void largest_interval_does_not_overflow(void) {
-  g_autoptr(Scene) scene = scene_new();
-  g_autoptr(VekMetricGauge) gauge = gauge_new(scene, G_MAXINT64);
+TEST(largest_interval_does_not_overflow) {
+  g_autoptr(VekMetricGauge) gauge = gauge_new(G_MAXINT64);
 
   set_at(G_MAXINT64 - 1, gauge, 3);
   assert_value_at(G_MAXINT64, gauge, 3, G_MAXINT64);
-  assert_report_at(G_MAXINT64, scene,
+  assert_report_at(G_MAXINT64,
                    "a value load - - 9223372036854775807 3\n"
                    "a flush\n");
 }
 
-static void negative_interval_is_refused_and_leaves_none(void) {
-  g_autoptr(Scene) scene = scene_new();
-  g_autoptr(VekMetricGauge) gauge = gauge_new(scene, -1);
+TEST(negative_interval_is_refused_and_leaves_none) {
+  g_autoptr(VekMetricGauge) gauge = gauge_new(-1);
   assert_logged("GLib-GObject", G_LOG_LEVEL_WARNING,
                 "value \"-1\" of type 'gint64' is invalid or out of range for property 'interval' "
                 "of type 'gint64'");
 
   set_at(1050, gauge, 3);
-  assert_report_at(1060, scene,
+  assert_report_at(1060,
                    "a value load - - 1060 3\n"
                    "a flush\n");
 }
 
-static void reports_and_reads_take_the_lock_for_writing(void) {
-  g_autoptr(Scene) scene = scene_new();
-  g_autoptr(VekMetricGauge) gauge = gauge_new(scene, 100);
+TEST(reports_and_reads_take_the_lock_for_writing) {
+  g_autoptr(VekMetricGauge) gauge = gauge_new(100);
 
   set_at(1050, gauge, 7);
   n_writings = 0;
-  assert_report_at(1060, scene,
+  assert_report_at(1060,
                    "a value load - - 1000 0\n"
                    "a flush\n");
   g_assert_cmpuint(n_writings, ==, 1);
@@ -313,38 +292,36 @@ static void change_from_reporter(VekMetricReporter *reporter, gpointer gauge) {
   vek_metric_gauge_add_value(gauge, 1);
 }
 
-static void reporter_may_use_the_gauge(void) {
-  g_autoptr(Scene) scene = scene_new();
-  g_autoptr(VekMetricGauge) gauge = gauge_new(scene, 0);
+TEST(reporter_may_use_the_gauge) {
+  g_autoptr(VekMetricGauge) gauge = gauge_new(0);
   vek_metric_gauge_set_value(gauge, 1);
 
-  recording_reporter_set_callback(RECORDING_REPORTER(scene->reporter), change_from_reporter, gauge);
-  assert_report_at(1000, scene,
+  recording_reporter_set_callback(RECORDING_REPORTER(fixture.reporter), change_from_reporter,
+                                  gauge);
+  assert_report_at(1000,
                    "a value load - - 1000 1\n"
                    "a flush\n");
   /* Twice: the flush was a call too. */
   assert_value_at(2000, gauge, 3, 2000);
 }
 
-static void property_is_the_interval(void) {
+TEST(property_is_the_interval) {
   GParamSpecInt64 *pspec =
       G_PARAM_SPEC_INT64(assert_construct_only_property(VEK_TYPE_METRIC_GAUGE, "interval"));
   g_assert_cmpint(pspec->minimum, ==, 0);
   g_assert_cmpint(pspec->maximum, ==, G_GINT64_CONSTANT(9223372036854775807));
   g_assert_cmpint(pspec->default_value, ==, 0);
 
-  g_autoptr(Scene) scene = scene_new();
-  g_autoptr(VekMetricGauge) gauge = gauge_new(scene, 100);
+  g_autoptr(VekMetricGauge) gauge = gauge_new(100);
   gint64 interval;
   g_object_get(gauge, "interval", &interval, NULL);
   g_assert_cmpint(interval, ==, 100);
   assert_unknown_property_warns(gauge);
 }
 
-static void failed_checks_do_nothing(void) {
-  g_autoptr(Scene) scene = scene_new();
+TEST(failed_checks_do_nothing) {
   g_autoptr(VekMetricCounter) counter =
-      vek_metric_registry_counter_new(scene->registry, "requests", NULL, NULL);
+      vek_metric_registry_counter_new(fixture.registry, "requests", NULL, NULL);
   /* An object of another kind is not a gauge. */
   gpointer others[] = {NULL, counter};
 
@@ -362,29 +339,26 @@ static void failed_checks_do_nothing(void) {
   }
 }
 
-static void constructor_checks_registry_and_name(void) {
-  g_autoptr(Scene) scene = scene_new();
+TEST(constructor_checks_registry_and_name) {
   g_assert_null(vek_metric_registry_gauge_new(NULL, "load", NULL, 0, NULL));
   assert_failed_check("vek_metric_registry_gauge_new", "VEK_IS_METRIC_REGISTRY(registry)");
-  g_assert_null(vek_metric_registry_gauge_new(scene->registry, NULL, NULL, 0, NULL));
+  g_assert_null(vek_metric_registry_gauge_new(fixture.registry, NULL, NULL, 0, NULL));
   assert_failed_check("vek_metric_registry_gauge_new", "name != NULL");
 }
 
-static void existing_gauge_keeps_its_own_interval(void) {
-  g_autoptr(Scene) scene = scene_new();
-  g_autoptr(VekMetricGauge) gauge = gauge_new(scene, 100);
-  g_autoptr(VekMetricGauge) again = gauge_new(scene, 500);
+TEST(existing_gauge_keeps_its_own_interval) {
+  g_autoptr(VekMetricGauge) gauge = gauge_new(100);
+  g_autoptr(VekMetricGauge) again = gauge_new(500);
   g_assert_true(again == gauge);
 
   set_at(1050, gauge, 3);
   assert_value_at(1110, gauge, 3, 1100);
 }
 
-static void metric_of_another_kind_is_returned_with_a_warning(void) {
-  g_autoptr(Scene) scene = scene_new();
+TEST(metric_of_another_kind_is_returned_with_a_warning) {
   g_autoptr(VekMetricCounter) counter =
-      vek_metric_registry_counter_new(scene->registry, "load", NULL, NULL);
-  g_autoptr(GObject) returned = (gpointer)gauge_new(scene, 0);
+      vek_metric_registry_counter_new(fixture.registry, "load", NULL, NULL);
+  g_autoptr(GObject) returned = (gpointer)gauge_new(0);
   assert_invalid_cast("VekMetricCounter", "VekMetricGauge");
   g_assert_true(returned == (gpointer)counter);
 }
@@ -392,7 +366,6 @@ static void metric_of_another_kind_is_returned_with_a_warning(void) {
 /* The model thinks in boundaries: the one that was last noticed, the value that stood then, and the
  * one that was last reported. */
 typedef struct {
-  Scene *scene;
   VekMetricGauge *gauge;
   gint64 interval;
   gint64 now;
@@ -408,9 +381,9 @@ enum { ADVANCE, ADVANCE_TO_BOUNDARY, SET, ADD, READ, REPORT, REPORT_TO_NOBODY, N
 static gpointer begin_model(GRand *random) {
   static const gint64 intervals[] = {0, 1, 2, 7, 100, 1000000};
   GaugeModel *model = g_new0(GaugeModel, 1);
-  model->scene = scene_new();
+  fixture_reset();
   model->interval = intervals[g_rand_int_range(random, 0, G_N_ELEMENTS(intervals))];
-  model->gauge = gauge_new(model->scene, model->interval);
+  model->gauge = gauge_new(model->interval);
   model->now = g_rand_int_range(random, 1, 300);
   set_time(model->now);
   return model;
@@ -419,7 +392,6 @@ static gpointer begin_model(GRand *random) {
 static void end_model(gpointer subject) {
   GaugeModel *model = subject;
   g_object_unref(model->gauge);
-  scene_free(model->scene);
   g_free(model);
 }
 
@@ -488,12 +460,12 @@ static char *compare_read(GaugeModel *model) {
 static char *compare_report(GaugeModel *model) {
   g_autofree char *line = expect_report(model);
   g_autofree char *expected = g_strconcat(line, "a flush\n", NULL);
-  scene_report(model->scene);
-  if (g_str_equal(model->scene->record->str, expected)) {
-    g_string_truncate(model->scene->record, 0);
+  fixture_report();
+  if (g_str_equal(fixture.record->str, expected)) {
+    g_string_truncate(fixture.record, 0);
     return NULL;
   }
-  return g_strdup_printf("reported '%s', not '%s'", model->scene->record->str, expected);
+  return g_strdup_printf("reported '%s', not '%s'", fixture.record->str, expected);
 }
 
 static char *apply_operation(gpointer subject, const ModelOperation *operation) {
@@ -535,7 +507,7 @@ static char *apply_operation(gpointer subject, const ModelOperation *operation) 
   return g_steal_pointer(&difference);
 }
 
-static void random_histories_agree_with_a_model(void) {
+TEST(random_histories_agree_with_a_model) {
   static const ModelTest test = {begin_model, draw_operation, apply_operation, end_model,
                                  describe_operation};
   model_test_run(&test, 50000);
@@ -557,51 +529,13 @@ static void set_and_read_many(guint thread, gpointer gauge) {
   }
 }
 
-static void threads_set_and_read_one_at_a_time(void) {
-  g_autoptr(Scene) scene = scene_new();
-  g_autoptr(VekMetricGauge) gauge = gauge_new(scene, 100);
-  g_assert_cmpuint(scene_run_threads(scene, N_THREADS, set_and_read_many, gauge), ==, 0);
+TEST(threads_set_and_read_one_at_a_time) {
+  g_autoptr(VekMetricGauge) gauge = gauge_new(100);
+  g_assert_cmpuint(fixture_run_threads(N_THREADS, set_and_read_many, gauge), ==, 0);
 }
 
-static void threads_lose_no_addition(void) {
-  g_autoptr(Scene) scene = scene_new();
-  g_autoptr(VekMetricGauge) gauge = gauge_new(scene, 0);
-  g_assert_cmpuint(scene_run_threads(scene, N_THREADS, add_many, gauge), ==, 0);
+TEST(threads_lose_no_addition) {
+  g_autoptr(VekMetricGauge) gauge = gauge_new(0);
+  g_assert_cmpuint(fixture_run_threads(N_THREADS, add_many, gauge), ==, 0);
   assert_value_at(1000, gauge, 20000, 1000);
-}
-
-int main(int argc, char **argv) {
-  g_test_init(&argc, &argv, NULL);
-  log_capture_init();
-
-  ADD_TEST("gauge", never_set_gauge_reports_nothing_and_reads_zero_with_stamp_zero);
-  ADD_TEST("gauge", without_interval_every_pass_reports_the_current_value_and_time);
-  ADD_TEST("gauge", gauge_set_in_one_interval_is_reported_once_in_the_next);
-  ADD_TEST("gauge", gauge_first_set_and_reported_in_one_interval_reports_zero_first);
-  ADD_TEST("gauge", value_that_stood_when_the_interval_began_is_reported);
-  ADD_TEST("gauge", gauge_unchanged_for_two_intervals_reports_nothing);
-  ADD_TEST("gauge", change_a_whole_interval_before_a_boundary_is_too_old_for_it);
-  ADD_TEST("gauge", added_values_are_reported_as_the_sum_of_the_interval);
-  ADD_TEST("gauge", sum_carries_on_when_a_report_rolled_first);
-  ADD_TEST("gauge", sum_carries_on_when_a_read_rolled_first);
-  ADD_TEST("gauge", sum_carries_on_when_a_set_rolled_first);
-  ADD_TEST("gauge", boundaries_are_multiples_of_the_interval_since_the_epoch);
-  ADD_TEST("gauge", report_to_nobody_rolls_and_counts_as_the_boundary_reported);
-  ADD_TEST("gauge", reading_repeats_and_leaves_the_boundary_to_the_report);
-  ADD_TEST("gauge", reports_and_reads_take_the_lock_for_writing);
-  ADD_TEST("gauge", time_of_the_value_may_be_ignored);
-  ADD_TEST("gauge", sets_and_adds_alone_are_changes);
-  ADD_TEST("gauge", largest_interval_does_not_overflow);
-  ADD_TEST("gauge", negative_interval_is_refused_and_leaves_none);
-  ADD_TEST("gauge", reporter_may_use_the_gauge);
-  ADD_TEST("gauge", property_is_the_interval);
-  ADD_TEST("gauge", failed_checks_do_nothing);
-  ADD_TEST("gauge", constructor_checks_registry_and_name);
-  ADD_TEST("gauge", existing_gauge_keeps_its_own_interval);
-  ADD_TEST("gauge", metric_of_another_kind_is_returned_with_a_warning);
-  ADD_TEST("gauge", random_histories_agree_with_a_model);
-  ADD_TEST("gauge", threads_set_and_read_one_at_a_time);
-  ADD_TEST("gauge", threads_lose_no_addition);
-
-  return g_test_run();
 }

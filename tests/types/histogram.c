@@ -1,9 +1,6 @@
 /* Tests of VekMetricHistogram. */
 
-#include "support/fakeclock.h"
-#include "support/logcapture.h"
-#include "support/recordingreporter.h"
-#include "support/scene.h"
+#include "support/fixture.h"
 
 #include <math.h>
 #include <string.h>
@@ -61,35 +58,33 @@ static gint get_ref_count(VekMetricSnapshot *snapshot) {
   return g_atomic_int_get((gint *)snapshot);
 }
 
-static VekMetricHistogram *histogram_new(Scene *scene, gpointer store) {
-  return vek_metric_registry_histogram_new(scene->registry, "latency", NULL, store, NULL);
+static VekMetricHistogram *histogram_new(gpointer store) {
+  return vek_metric_registry_histogram_new(fixture.registry, "latency", NULL, store, NULL);
 }
 
-static void histogram_without_a_store_reports_its_last_60_samples(void) {
-  g_autoptr(Scene) scene = scene_new();
+TEST(histogram_without_a_store_reports_its_last_60_samples) {
   char *dimensions[] = {"host", "h1", NULL};
   g_autoptr(VekMetricHistogram) histogram =
-      vek_metric_registry_histogram_new(scene->registry, "latency", "Seconds", NULL, dimensions);
+      vek_metric_registry_histogram_new(fixture.registry, "latency", "Seconds", NULL, dimensions);
   for (guint i = 1; i <= 60; i++)
     vek_metric_histogram_set(histogram, i);
   fake_clock_set(1000, 1);
-  scene_report(scene);
-  assert_recorded(scene->record,
+  fixture_report();
+  assert_recorded(fixture.record,
                   "a aggregated latency host,h1 Seconds 1000 n=60 sum=1830 min=1 max=60\n"
                   "a flush\n");
 
   for (guint i = 61; i <= 100; i++)
     vek_metric_histogram_set(histogram, i);
   fake_clock_set(2000, 1);
-  scene_report(scene);
-  assert_recorded(scene->record,
+  fixture_report();
+  assert_recorded(fixture.record,
                   "a aggregated latency host,h1 Seconds 2000 n=60 sum=4230 min=41 max=100\n"
                   "a flush\n");
 }
 
-static void default_store_is_of_fixed_size(void) {
-  g_autoptr(Scene) scene = scene_new();
-  g_autoptr(VekMetricHistogram) histogram = histogram_new(scene, NULL);
+TEST(default_store_is_of_fixed_size) {
+  g_autoptr(VekMetricHistogram) histogram = histogram_new(NULL);
   g_autoptr(VekMetricStore) store = NULL;
   g_object_get(histogram, "store", &store, NULL);
   g_assert_cmpstr(G_OBJECT_TYPE_NAME(store), ==, "VekMetricFixedSizeStore");
@@ -98,7 +93,7 @@ static void default_store_is_of_fixed_size(void) {
   g_assert_cmpuint(window_size, ==, 60);
 }
 
-static void given_store_is_used_and_held(void) {
+TEST(given_store_is_used_and_held) {
   g_autoptr(SpyStore) store = spy_store_new();
   g_autoptr(VekMetricHistogram) histogram =
       g_object_new(VEK_TYPE_METRIC_HISTOGRAM, "name", "latency", "store", store, NULL);
@@ -113,11 +108,10 @@ static void given_store_is_used_and_held(void) {
   g_assert_cmpuint(G_OBJECT(store)->ref_count, ==, 1);
 }
 
-static void store_receives_exactly_the_values(void) {
+TEST(store_receives_exactly_the_values) {
   static const gdouble values[] = {1.5, NAN, -0.0, INFINITY, -INFINITY, 4.9e-324, 0.1, 1.5};
-  g_autoptr(Scene) scene = scene_new();
   g_autoptr(SpyStore) store = spy_store_new();
-  g_autoptr(VekMetricHistogram) histogram = histogram_new(scene, store);
+  g_autoptr(VekMetricHistogram) histogram = histogram_new(store);
   for (gsize i = 0; i < G_N_ELEMENTS(values); i++)
     vek_metric_histogram_set(histogram, values[i]);
 
@@ -125,72 +119,66 @@ static void store_receives_exactly_the_values(void) {
   g_assert_cmpuint(store->n_snapshots, ==, 0);
 }
 
-static void snapshot_is_the_one_of_the_store(void) {
-  g_autoptr(Scene) scene = scene_new();
+TEST(snapshot_is_the_one_of_the_store) {
   g_autoptr(SpyStore) store = spy_store_new();
-  g_autoptr(VekMetricHistogram) histogram = histogram_new(scene, store);
+  g_autoptr(VekMetricHistogram) histogram = histogram_new(store);
   g_autoptr(VekMetricSnapshot) snapshot = vek_metric_histogram_get_snapshot(histogram);
   g_assert_true(snapshot == store->snapshot);
   g_assert_cmpint(get_ref_count(snapshot), ==, 2);
 }
 
-static void report_gives_one_snapshot_to_all_reporters_and_lets_it_go(void) {
-  g_autoptr(Scene) scene = scene_new();
+TEST(report_gives_one_snapshot_to_all_reporters_and_lets_it_go) {
   g_autoptr(SpyStore) store = spy_store_new();
-  g_autoptr(VekMetricHistogram) histogram = histogram_new(scene, store);
+  g_autoptr(VekMetricHistogram) histogram = histogram_new(store);
   vek_metric_histogram_set(histogram, 3);
   vek_metric_histogram_set(histogram, 1);
-  g_autoptr(VekMetricReporter) other = recording_reporter_new("b", scene->record);
-  g_autoptr(GSList) reporters = g_slist_prepend(g_slist_prepend(NULL, other), scene->reporter);
+  g_autoptr(VekMetricReporter) other = recording_reporter_new("b", fixture.record);
+  g_autoptr(GSList) reporters = g_slist_prepend(g_slist_prepend(NULL, other), fixture.reporter);
 
   fake_clock_set(1000, 1);
   report_to(histogram, reporters);
-  assert_recorded(scene->record,
+  assert_recorded(fixture.record,
                   "a aggregated latency - - 1000 n=2 sum=4 min=1 max=3\n"
                   "b aggregated latency - - 1000 n=2 sum=4 min=1 max=3\n");
   g_assert_cmpuint(store->n_snapshots, ==, 1);
-  g_assert_true(recording_reporter_get_snapshot(RECORDING_REPORTER(scene->reporter)) ==
+  g_assert_true(recording_reporter_get_snapshot(RECORDING_REPORTER(fixture.reporter)) ==
                 store->snapshot);
   g_assert_true(recording_reporter_get_snapshot(RECORDING_REPORTER(other)) == store->snapshot);
   /* Both reporters and the store. */
   g_assert_cmpint(get_ref_count(store->snapshot), ==, 3);
 }
 
-static void report_without_samples_passes_an_empty_snapshot(void) {
-  g_autoptr(Scene) scene = scene_new();
-  g_autoptr(VekMetricHistogram) histogram = histogram_new(scene, NULL);
-  g_autoptr(VekMetricReporter) other = recording_reporter_new("b", scene->record);
-  g_autoptr(GSList) reporters = g_slist_prepend(g_slist_prepend(NULL, other), scene->reporter);
+TEST(report_without_samples_passes_an_empty_snapshot) {
+  g_autoptr(VekMetricHistogram) histogram = histogram_new(NULL);
+  g_autoptr(VekMetricReporter) other = recording_reporter_new("b", fixture.record);
+  g_autoptr(GSList) reporters = g_slist_prepend(g_slist_prepend(NULL, other), fixture.reporter);
 
   fake_clock_set(1000, 1);
   report_to(histogram, reporters);
-  assert_recorded(scene->record,
+  assert_recorded(fixture.record,
                   "a aggregated latency - - 1000 n=0 sum=0 min=0 max=0\n"
                   "b aggregated latency - - 1000 n=0 sum=0 min=0 max=0\n");
 }
 
-static void report_to_nobody_takes_and_releases_one_snapshot(void) {
-  g_autoptr(Scene) scene = scene_new();
+TEST(report_to_nobody_takes_and_releases_one_snapshot) {
   g_autoptr(SpyStore) store = spy_store_new();
-  g_autoptr(VekMetricHistogram) histogram = histogram_new(scene, store);
+  g_autoptr(VekMetricHistogram) histogram = histogram_new(store);
   report_to(histogram, NULL);
   g_assert_cmpuint(store->n_snapshots, ==, 1);
   g_assert_cmpint(get_ref_count(store->snapshot), ==, 1);
 }
 
-static void disposing_twice_releases_the_store_once(void) {
-  g_autoptr(Scene) scene = scene_new();
+TEST(disposing_twice_releases_the_store_once) {
   g_autoptr(SpyStore) store = spy_store_new();
-  g_autoptr(VekMetricHistogram) histogram = histogram_new(scene, store);
+  g_autoptr(VekMetricHistogram) histogram = histogram_new(store);
   g_object_run_dispose(G_OBJECT(histogram));
   g_assert_cmpuint(G_OBJECT(store)->ref_count, ==, 1);
   g_object_run_dispose(G_OBJECT(histogram));
   g_assert_cmpuint(G_OBJECT(store)->ref_count, ==, 1);
 }
 
-static void disposed_histogram_falls_to_the_checks_of_the_store(void) {
-  g_autoptr(Scene) scene = scene_new();
-  g_autoptr(VekMetricHistogram) histogram = histogram_new(scene, NULL);
+TEST(disposed_histogram_falls_to_the_checks_of_the_store) {
+  g_autoptr(VekMetricHistogram) histogram = histogram_new(NULL);
   g_object_run_dispose(G_OBJECT(histogram));
 
   vek_metric_histogram_set(histogram, 1);
@@ -199,18 +187,17 @@ static void disposed_histogram_falls_to_the_checks_of_the_store(void) {
   assert_failed_check("vek_metric_store_get_snapshot", "VEK_IS_METRIC_STORE(store)");
 
   g_autoptr(VekMetricReporter) reporter = vek_metric_timeline_reporter_new(NULL, NULL);
-  vek_metric_registry_report(scene->registry, reporter); /* which takes no samples */
+  vek_metric_registry_report(fixture.registry, reporter); /* which takes no samples */
   assert_failed_check("vek_metric_store_get_snapshot", "VEK_IS_METRIC_STORE(store)");
   assert_failed_check("vek_metric_snapshot_unref", "snapshot != NULL");
 }
 
-static void store_given_for_an_existing_key_is_released(void) {
-  g_autoptr(Scene) scene = scene_new();
+TEST(store_given_for_an_existing_key_is_released) {
   g_autoptr(SpyStore) store = spy_store_new();
-  g_autoptr(VekMetricHistogram) histogram = histogram_new(scene, store);
+  g_autoptr(VekMetricHistogram) histogram = histogram_new(store);
 
   SpyStore *unused = spy_store_new();
-  g_autoptr(VekMetricHistogram) again = histogram_new(scene, unused);
+  g_autoptr(VekMetricHistogram) again = histogram_new(unused);
   g_assert_true(again == histogram);
   g_object_add_weak_pointer(G_OBJECT(unused), (gpointer *)&unused);
   g_object_unref(unused);
@@ -220,20 +207,18 @@ static void store_given_for_an_existing_key_is_released(void) {
   g_assert_cmpuint(store->values->len, ==, 1);
 }
 
-static void property_is_the_store(void) {
+TEST(property_is_the_store) {
   GParamSpec *pspec = assert_construct_only_property(VEK_TYPE_METRIC_HISTOGRAM, "store");
   g_assert_cmpstr(G_PARAM_SPEC_TYPE_NAME(pspec), ==, "GParamObject");
   g_assert_cmpstr(g_type_name(pspec->value_type), ==, "VekMetricStore");
 
-  g_autoptr(Scene) scene = scene_new();
-  g_autoptr(VekMetricHistogram) histogram = histogram_new(scene, NULL);
+  g_autoptr(VekMetricHistogram) histogram = histogram_new(NULL);
   assert_unknown_property_warns(histogram);
 }
 
-static void failed_checks_do_nothing(void) {
-  g_autoptr(Scene) scene = scene_new();
+TEST(failed_checks_do_nothing) {
   g_autoptr(VekMetricGauge) gauge =
-      vek_metric_registry_gauge_new(scene->registry, "load", NULL, 0, NULL);
+      vek_metric_registry_gauge_new(fixture.registry, "load", NULL, 0, NULL);
   /* An object of another kind is not a histogram. */
   gpointer others[] = {NULL, gauge};
 
@@ -245,31 +230,28 @@ static void failed_checks_do_nothing(void) {
   }
 }
 
-static void constructor_checks_registry_and_name(void) {
-  g_autoptr(Scene) scene = scene_new();
+TEST(constructor_checks_registry_and_name) {
   g_autoptr(SpyStore) store = spy_store_new();
   g_assert_null(vek_metric_registry_histogram_new(NULL, "latency", NULL, (gpointer)store, NULL));
   assert_failed_check("vek_metric_registry_histogram_new", "VEK_IS_METRIC_REGISTRY(registry)");
   g_assert_null(
-      vek_metric_registry_histogram_new(scene->registry, NULL, NULL, (gpointer)store, NULL));
+      vek_metric_registry_histogram_new(fixture.registry, NULL, NULL, (gpointer)store, NULL));
   assert_failed_check("vek_metric_registry_histogram_new", "name != NULL");
   g_assert_cmpuint(G_OBJECT(store)->ref_count, ==, 1);
 }
 
-static void metric_of_another_kind_is_returned_with_a_warning(void) {
-  g_autoptr(Scene) scene = scene_new();
+TEST(metric_of_another_kind_is_returned_with_a_warning) {
   g_autoptr(VekMetricCounter) counter =
-      vek_metric_registry_counter_new(scene->registry, "latency", NULL, NULL);
-  g_autoptr(GObject) returned = (gpointer)histogram_new(scene, NULL);
+      vek_metric_registry_counter_new(fixture.registry, "latency", NULL, NULL);
+  g_autoptr(GObject) returned = (gpointer)histogram_new(NULL);
   assert_invalid_cast("VekMetricCounter", "VekMetricHistogram");
   g_assert_true(returned == (gpointer)counter);
 }
 
-static void timer_is_a_histogram(void) {
-  g_autoptr(Scene) scene = scene_new();
+TEST(timer_is_a_histogram) {
   g_autoptr(VekMetricTimer) timer =
-      vek_metric_registry_timer_new(scene->registry, "latency", "Seconds", NULL, NULL);
-  g_autoptr(VekMetricHistogram) histogram = histogram_new(scene, NULL);
+      vek_metric_registry_timer_new(fixture.registry, "latency", "Seconds", NULL, NULL);
+  g_autoptr(VekMetricHistogram) histogram = histogram_new(NULL);
   g_assert_true((gpointer)histogram == timer);
 }
 
@@ -280,11 +262,10 @@ static void set_many(guint thread, gpointer histogram) {
     vek_metric_histogram_set(histogram, thread * N_SAMPLES + i);
 }
 
-static void threads_lose_and_double_no_sample(void) {
-  g_autoptr(Scene) scene = scene_new();
+TEST(threads_lose_and_double_no_sample) {
   g_autoptr(VekMetricStore) store = vek_metric_fixed_size_store_new(N_THREADS * N_SAMPLES + 1);
-  g_autoptr(VekMetricHistogram) histogram = histogram_new(scene, store);
-  scene_run_threads(scene, N_THREADS, set_many, histogram);
+  g_autoptr(VekMetricHistogram) histogram = histogram_new(store);
+  fixture_run_threads(N_THREADS, set_many, histogram);
 
   g_autoptr(VekMetricSnapshot) snapshot = vek_metric_histogram_get_snapshot(histogram);
   g_assert_cmpuint(vek_metric_snapshot_get_n_samples(snapshot), ==, 8000);
@@ -293,29 +274,4 @@ static void threads_lose_and_double_no_sample(void) {
     gdouble sample = vek_metric_snapshot_get_quantile(snapshot, i / 7999.0);
     g_assert_cmpfloat_with_epsilon(sample, i, 1e-6);
   }
-}
-
-int main(int argc, char **argv) {
-  g_test_init(&argc, &argv, NULL);
-  log_capture_init();
-
-  ADD_TEST("histogram", histogram_without_a_store_reports_its_last_60_samples);
-  ADD_TEST("histogram", default_store_is_of_fixed_size);
-  ADD_TEST("histogram", given_store_is_used_and_held);
-  ADD_TEST("histogram", store_receives_exactly_the_values);
-  ADD_TEST("histogram", snapshot_is_the_one_of_the_store);
-  ADD_TEST("histogram", report_gives_one_snapshot_to_all_reporters_and_lets_it_go);
-  ADD_TEST("histogram", report_without_samples_passes_an_empty_snapshot);
-  ADD_TEST("histogram", report_to_nobody_takes_and_releases_one_snapshot);
-  ADD_TEST("histogram", disposing_twice_releases_the_store_once);
-  ADD_TEST("histogram", disposed_histogram_falls_to_the_checks_of_the_store);
-  ADD_TEST("histogram", store_given_for_an_existing_key_is_released);
-  ADD_TEST("histogram", property_is_the_store);
-  ADD_TEST("histogram", failed_checks_do_nothing);
-  ADD_TEST("histogram", constructor_checks_registry_and_name);
-  ADD_TEST("histogram", metric_of_another_kind_is_returned_with_a_warning);
-  ADD_TEST("histogram", timer_is_a_histogram);
-  ADD_TEST("histogram", threads_lose_and_double_no_sample);
-
-  return g_test_run();
 }

@@ -3,9 +3,8 @@
 #include <vekmetrics/vekmetrics.h>
 
 #include "jsonlog.h"
-#include "support/fakeclock.h"
+#include "support/fixture.h"
 #include "support/folder.h"
-#include "support/logcapture.h"
 
 #include <math.h>
 
@@ -107,9 +106,9 @@ static void log_count(const CountRow *row) {
   assert_log(json);
 }
 
-static void counts_by_the_table(gconstpointer row) {
+TEST_ROWS(counts_by_the_table, count_rows) {
   begin_test();
-  log_count(row);
+  log_count(data);
   assert_nothing_logged();
   end_test();
 }
@@ -128,15 +127,15 @@ static const CountRow lost_rows[] = {
      .rest = "'Value':0.0"},
 };
 
-static void lost_dimensions_by_the_table(gconstpointer row) {
+TEST_ROWS(lost_dimensions_by_the_table, lost_rows) {
   begin_test();
-  log_count(row);
+  log_count(data);
   assert_failed_check("vek_metric_datum_set_dimensions", "n_dimensions > 0 && n_dimensions <= 10");
   assert_nothing_logged();
   end_test();
 }
 
-static void all_members_of_a_counter_come_in_order(void) {
+TEST(all_members_of_a_counter_come_in_order) {
   begin_test();
   VekMetricReporter *reporter = vek_metric_json_log_reporter_new("log", test_folder, "a1", 0, 0);
   process_count(reporter, "frames", NULL, "Count", NOW, 42);
@@ -147,7 +146,7 @@ static void all_members_of_a_counter_come_in_order(void) {
   end_test();
 }
 
-static void twenty_six_units_are_known(void) {
+TEST(twenty_six_units_are_known) {
   g_auto(GStrv) units = g_strsplit(
       "Seconds Microseconds Milliseconds "
       "Bytes Kilobytes Megabytes Gigabytes Terabytes Bits Kilobits Megabits Gigabits Terabits "
@@ -193,7 +192,7 @@ static const TimestampRow timestamp_rows[] = {
     {"smallest-timestamp-is-null", G_MININT64, "null"},
 };
 
-static void timestamps_by_the_table(gconstpointer data) {
+TEST_ROWS(timestamps_by_the_table, timestamp_rows) {
   const TimestampRow *row = data;
   begin_test();
   VekMetricReporter *reporter = log_reporter_new(0, 0);
@@ -231,7 +230,7 @@ static const ValueRow value_rows[] = {
     {"not-a-number-is-null", NAN, "null"},
 };
 
-static void values_by_the_table(gconstpointer data) {
+TEST_ROWS(values_by_the_table, value_rows) {
   const ValueRow *row = data;
   begin_test();
   VekMetricReporter *reporter = log_reporter_new(0, 0);
@@ -289,12 +288,12 @@ static void log_string(const StringRow *row, gdouble value, const char *value_te
   end_test();
 }
 
-static void strings_by_the_table(gconstpointer row) {
-  log_string(row, 1, "1.0");
-  log_string(row, 1e22, "1e+22");
+TEST_ROWS(strings_by_the_table, string_rows) {
+  log_string(data, 1, "1.0");
+  log_string(data, 1e22, "1e+22");
 }
 
-static void snapshot_without_samples_adds_nothing(void) {
+TEST(snapshot_without_samples_adds_nothing) {
   begin_test();
   VekMetricReporter *reporter = log_reporter_new(0, 0);
   process_samples(reporter, "latency", NULL, "Seconds", NULL, 0);
@@ -303,7 +302,7 @@ static void snapshot_without_samples_adds_nothing(void) {
   end_test();
 }
 
-static void snapshot_with_samples_adds_four_objects(void) {
+TEST(snapshot_with_samples_adds_four_objects) {
   begin_test();
   VekMetricReporter *reporter = vek_metric_json_log_reporter_new("log", test_folder, "a1", 0, 0);
   const gdouble samples[] = {5, 1, 4, 2, 3};
@@ -325,7 +324,7 @@ static void snapshot_with_samples_adds_four_objects(void) {
   end_test();
 }
 
-static void data_points_of_a_snapshot_have_its_time(void) {
+TEST(data_points_of_a_snapshot_have_its_time) {
   begin_test();
   VekMetricReporter *reporter = log_reporter_new(0, 0);
   const gdouble samples[] = {2};
@@ -343,7 +342,7 @@ static void data_points_of_a_snapshot_have_its_time(void) {
   end_test();
 }
 
-static void unknown_unit_of_a_snapshot_is_left_out(void) {
+TEST(unknown_unit_of_a_snapshot_is_left_out) {
   begin_test();
   VekMetricReporter *reporter = log_reporter_new(0, 0);
   const gdouble samples[] = {2};
@@ -358,7 +357,7 @@ static void unknown_unit_of_a_snapshot_is_left_out(void) {
   end_test();
 }
 
-static void statistics_are_not_clamped_but_percentiles_are(void) {
+TEST(statistics_are_not_clamped_but_percentiles_are) {
   begin_test();
   VekMetricReporter *reporter = log_reporter_new(0, 0);
   const gdouble samples[] = {-1e300, 1e22};
@@ -377,7 +376,7 @@ static void statistics_are_not_clamped_but_percentiles_are(void) {
   end_test();
 }
 
-static void infinite_statistics_are_null(void) {
+TEST(infinite_statistics_are_null) {
   begin_test();
   VekMetricReporter *reporter = log_reporter_new(0, 0);
   const gdouble samples[] = {-INFINITY, INFINITY};
@@ -395,7 +394,7 @@ static void infinite_statistics_are_null(void) {
   end_test();
 }
 
-static void eleven_dimensions_of_a_snapshot_are_lost_by_each_data_point(void) {
+TEST(eleven_dimensions_of_a_snapshot_are_lost_by_each_data_point) {
   begin_test();
   VekMetricReporter *reporter = vek_metric_json_log_reporter_new("log", test_folder, "a1", 0, 0);
   g_auto(GStrv) dimensions = g_strsplit("a,0,b,1,c,2,d,3,e,4,f,5,g,6,h,7,i,8,j,9", ",", -1);
@@ -414,7 +413,7 @@ static void eleven_dimensions_of_a_snapshot_are_lost_by_each_data_point(void) {
   end_test();
 }
 
-static void data_points_keep_the_order_of_their_collection(void) {
+TEST(data_points_keep_the_order_of_their_collection) {
   begin_test();
   VekMetricReporter *reporter = log_reporter_new(0, 0);
   process_value(reporter, "z", NULL, NULL, 0, 0.5);
@@ -428,7 +427,7 @@ static void data_points_keep_the_order_of_their_collection(void) {
   end_test();
 }
 
-static void each_data_point_has_its_own_timestamp(void) {
+TEST(each_data_point_has_its_own_timestamp) {
   begin_test();
   VekMetricReporter *reporter = log_reporter_new(0, 0);
   static const gint64 seconds[] = {1, 2, 1, 0, 1, 999999999999, 1};
@@ -446,7 +445,7 @@ static void each_data_point_has_its_own_timestamp(void) {
   end_test();
 }
 
-static void registry_pass_reaches_the_file(void) {
+TEST(registry_pass_reaches_the_file) {
   begin_test();
   g_autoptr(VekMetricRegistry) registry = g_object_new(VEK_TYPE_METRIC_REGISTRY, NULL);
   g_autoptr(VekMetricCounter) counter =
@@ -466,7 +465,7 @@ static void registry_pass_reaches_the_file(void) {
   end_test();
 }
 
-static void line_begins_with_the_time_of_the_flush(void) {
+TEST(line_begins_with_the_time_of_the_flush) {
   static const struct {
     gint64 now;
     const char *text;
@@ -492,36 +491,4 @@ static void line_begins_with_the_time_of_the_flush(void) {
     assert_folder(test_folder, line);
     end_test();
   }
-}
-
-#define ADD_ROWS(rows, test)                                                 \
-  for (gsize i = 0; i < G_N_ELEMENTS(rows); i++) {                           \
-    g_autofree char *path = g_strconcat("/jsonline/", (rows)[i].path, NULL); \
-    g_test_add_data_func(path, &(rows)[i], test);                            \
-  }
-
-int main(int argc, char **argv) {
-  g_test_init(&argc, &argv, NULL);
-  log_capture_init();
-
-  ADD_ROWS(count_rows, counts_by_the_table);
-  ADD_ROWS(lost_rows, lost_dimensions_by_the_table);
-  ADD_ROWS(timestamp_rows, timestamps_by_the_table);
-  ADD_ROWS(value_rows, values_by_the_table);
-  ADD_ROWS(string_rows, strings_by_the_table);
-  ADD_TEST("jsonline", all_members_of_a_counter_come_in_order);
-  ADD_TEST("jsonline", twenty_six_units_are_known);
-  ADD_TEST("jsonline", snapshot_without_samples_adds_nothing);
-  ADD_TEST("jsonline", snapshot_with_samples_adds_four_objects);
-  ADD_TEST("jsonline", data_points_of_a_snapshot_have_its_time);
-  ADD_TEST("jsonline", unknown_unit_of_a_snapshot_is_left_out);
-  ADD_TEST("jsonline", statistics_are_not_clamped_but_percentiles_are);
-  ADD_TEST("jsonline", infinite_statistics_are_null);
-  ADD_TEST("jsonline", eleven_dimensions_of_a_snapshot_are_lost_by_each_data_point);
-  ADD_TEST("jsonline", data_points_keep_the_order_of_their_collection);
-  ADD_TEST("jsonline", each_data_point_has_its_own_timestamp);
-  ADD_TEST("jsonline", registry_pass_reaches_the_file);
-  ADD_TEST("jsonline", line_begins_with_the_time_of_the_flush);
-
-  return g_test_run();
 }

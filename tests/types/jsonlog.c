@@ -2,7 +2,7 @@
 
 #include "jsonlog.h"
 
-#include "support/fakeclock.h"
+#include "support/fixture.h"
 #include "support/folder.h"
 #include "support/tsan-tasks.h"
 

@@ -3,10 +3,9 @@
 #include <vekmetrics/vekmetrics.h>
 
 #include "jsonlog.h"
+#include "support/fixture.h"
 #include "support/folder.h"
 #include "support/heap.h"
-#include "support/logcapture.h"
-#include "support/scene.h"
 
 #include <gio/gio.h>
 #include <glib/gstdio.h>
@@ -63,7 +62,7 @@ static void assert_lines(const char *description) {
 
 /* Files, rotation. */
 
-static void flush_with_nothing_collected_writes_nothing(void) {
+TEST(flush_with_nothing_collected_writes_nothing) {
   begin_test();
   VekMetricReporter *reporter = log_reporter_new(1, 1);
   flush_reporter(reporter);
@@ -77,7 +76,7 @@ static void flush_with_nothing_collected_writes_nothing(void) {
   end_test();
 }
 
-static void existing_lines_are_kept(void) {
+TEST(existing_lines_are_kept) {
   begin_test();
   g_autofree char *old = lines("x");
   folder_write(test_folder, "log.json", old);
@@ -90,7 +89,7 @@ static void existing_lines_are_kept(void) {
   end_test();
 }
 
-static void folder_is_made_with_its_parents(void) {
+TEST(folder_is_made_with_its_parents) {
   begin_test();
   g_autofree char *parent = g_build_filename(test_folder, "x", NULL);
   g_autofree char *path = g_build_filename(parent, "y", NULL);
@@ -108,7 +107,7 @@ static void folder_is_made_with_its_parents(void) {
   end_test();
 }
 
-static void without_a_name_nothing_is_made(void) {
+TEST(without_a_name_nothing_is_made) {
   begin_test();
   g_autofree char *path = g_build_filename(test_folder, "x", NULL);
   VekMetricReporter *reporters[] = {
@@ -126,7 +125,7 @@ static void without_a_name_nothing_is_made(void) {
   end_test();
 }
 
-static void max_reports_and_rotate_shift_the_files(void) {
+TEST(max_reports_and_rotate_shift_the_files) {
   static const char *const after[] = {
       "log.json=a",
       "log.json=ab",
@@ -148,7 +147,7 @@ static void max_reports_and_rotate_shift_the_files(void) {
   end_test();
 }
 
-static void folder_that_has_gone_is_made_again_at_a_rotation(void) {
+TEST(folder_that_has_gone_is_made_again_at_a_rotation) {
   begin_test();
   g_autofree char *path = g_build_filename(test_folder, "x", "y", NULL);
   g_autofree char *parent = g_path_get_dirname(path);
@@ -163,7 +162,7 @@ static void folder_that_has_gone_is_made_again_at_a_rotation(void) {
   end_test();
 }
 
-static void without_max_reports_the_file_is_never_rotated(void) {
+TEST(without_max_reports_the_file_is_never_rotated) {
   begin_test();
   VekMetricReporter *reporter = log_reporter_new(0, 2);
   for (int i = 0; i < 8; i++)
@@ -173,7 +172,7 @@ static void without_max_reports_the_file_is_never_rotated(void) {
   end_test();
 }
 
-static void without_rotate_the_full_file_is_deleted(void) {
+TEST(without_rotate_the_full_file_is_deleted) {
   begin_test();
   VekMetricReporter *reporter = log_reporter_new(2, 0);
   flush_and_settle(reporter, "a");
@@ -185,7 +184,7 @@ static void without_rotate_the_full_file_is_deleted(void) {
   end_test();
 }
 
-static void lines_that_wait_go_to_the_file_of_their_turn(void) {
+TEST(lines_that_wait_go_to_the_file_of_their_turn) {
   begin_test();
   VekMetricReporter *reporter = log_reporter_new(2, 9);
   for (int i = 0; i < 5; i++)
@@ -203,7 +202,7 @@ static void record_end(gpointer data, GObject *reporter) {
   g_string_append(script.record, "the reporter is gone\n");
 }
 
-static void one_write_and_flush_runs_at_a_time(void) {
+TEST(one_write_and_flush_runs_at_a_time) {
   begin_scripted_test();
   VekMetricReporter *reporter = log_reporter_new(0, 0);
   assert_stream("open log.json afresh\n");
@@ -221,7 +220,7 @@ static void one_write_and_flush_runs_at_a_time(void) {
   end_test();
 }
 
-static void rotation_runs_between_the_flush_and_the_next_write(void) {
+TEST(rotation_runs_between_the_flush_and_the_next_write) {
   begin_scripted_test();
   folder_write(test_folder, "log.json", "old\n");
   VekMetricReporter *reporter = log_reporter_new(2, 1);
@@ -239,7 +238,7 @@ static void rotation_runs_between_the_flush_and_the_next_write(void) {
   end_test();
 }
 
-static void next_flush_starts_a_new_chain(void) {
+TEST(next_flush_starts_a_new_chain) {
   begin_scripted_test();
   VekMetricReporter *reporter = log_reporter_new(0, 0);
   flush_and_settle(reporter, "a");
@@ -250,7 +249,7 @@ static void next_flush_starts_a_new_chain(void) {
   end_test();
 }
 
-static void dropped_reporter_cancels_what_it_started(void) {
+TEST(dropped_reporter_cancels_what_it_started) {
   begin_test();
   VekMetricReporter *reporter = log_reporter_new(0, 0);
   g_autoptr(GCancellable) cancellable = g_object_ref(last_cancellable);
@@ -261,7 +260,7 @@ static void dropped_reporter_cancels_what_it_started(void) {
   end_test();
 }
 
-static void dropped_reporter_still_writes_its_lines(void) {
+TEST(dropped_reporter_still_writes_its_lines) {
   begin_test();
   VekMetricReporter *reporter = log_reporter_new(2, 1);
   flush_line(reporter, "a");
@@ -318,7 +317,7 @@ static void block(const char *name) {
   folder_write(path, "inside", "");
 }
 
-static void folder_that_cannot_be_made_is_logged(void) {
+TEST(folder_that_cannot_be_made_is_logged) {
   begin_test();
   folder_write(test_folder, "file", "");
   g_autofree char *path = g_build_filename(test_folder, "file", "below", NULL);
@@ -330,7 +329,7 @@ static void folder_that_cannot_be_made_is_logged(void) {
   end_test();
 }
 
-static void file_that_cannot_be_opened_is_logged(void) {
+TEST(file_that_cannot_be_opened_is_logged) {
   begin_test();
   block("log.json");
   VekMetricReporter *reporter = log_reporter_new(1, 1);
@@ -340,7 +339,7 @@ static void file_that_cannot_be_opened_is_logged(void) {
   end_test();
 }
 
-static void failed_write_is_logged_and_counts_as_a_report(void) {
+TEST(failed_write_is_logged_and_counts_as_a_report) {
   begin_test();
   g_autofree char *path = g_build_filename(test_folder, "log.json", NULL);
   g_assert_cmpint(symlink("/dev/full", path), ==, 0);
@@ -359,7 +358,7 @@ static void failed_write_is_logged_and_counts_as_a_report(void) {
   end_test();
 }
 
-static void failed_write_is_flushed_all_the_same(void) {
+TEST(failed_write_is_flushed_all_the_same) {
   begin_scripted_test();
   script.write = (ScriptedOutcome){.domain = G_IO_ERROR, .code = G_IO_ERROR_NO_SPACE};
   VekMetricReporter *reporter = log_reporter_new(0, 0);
@@ -380,7 +379,7 @@ static void set_file_limit(rlim_t bytes) {
   g_assert_cmpint(setrlimit(RLIMIT_FSIZE, &limit), ==, 0);
 }
 
-static void full_disk_cuts_the_line_and_later_ones_go_on(void) {
+TEST(full_disk_cuts_the_line_and_later_ones_go_on) {
   begin_test();
   signal(SIGXFSZ, SIG_IGN);
   VekMetricReporter *reporter = log_reporter_new(4, 1);
@@ -406,7 +405,7 @@ static void full_disk_cuts_the_line_and_later_ones_go_on(void) {
   end_test();
 }
 
-static void failed_flush_is_logged_and_the_chain_goes_on(void) {
+TEST(failed_flush_is_logged_and_the_chain_goes_on) {
   begin_scripted_test();
   folder_write(test_folder, "log.json", "old\n");
   script.flush = (ScriptedOutcome){.domain = G_IO_ERROR, .code = G_IO_ERROR_NO_SPACE};
@@ -423,7 +422,7 @@ static void failed_flush_is_logged_and_the_chain_goes_on(void) {
   end_test();
 }
 
-static void failed_close_is_logged_and_rotation_goes_on(void) {
+TEST(failed_close_is_logged_and_rotation_goes_on) {
   begin_scripted_test();
   folder_write(test_folder, "log.json", "old\n");
   script.close = (ScriptedOutcome){.domain = G_IO_ERROR, .code = G_IO_ERROR_NO_SPACE};
@@ -439,7 +438,7 @@ static void failed_close_is_logged_and_rotation_goes_on(void) {
   end_test();
 }
 
-static void cancelled_write_ends_all_writing(void) {
+TEST(cancelled_write_ends_all_writing) {
   begin_scripted_test();
   script.write = (ScriptedOutcome){.cancels = TRUE};
   VekMetricReporter *reporter = log_reporter_new(1, 1);
@@ -456,7 +455,7 @@ static void cancelled_write_ends_all_writing(void) {
   end_test();
 }
 
-static void cancelled_flush_ends_all_writing(void) {
+TEST(cancelled_flush_ends_all_writing) {
   begin_scripted_test();
   script.flush = (ScriptedOutcome){.cancels = TRUE};
   VekMetricReporter *reporter = log_reporter_new(1, 1);
@@ -478,7 +477,7 @@ static void cancelled_flush_ends_all_writing(void) {
 }
 
 /* Of an error, the code alone decides. */
-static void code_of_a_cancelled_write_in_another_domain_counts_as_one(void) {
+TEST(code_of_a_cancelled_write_in_another_domain_counts_as_one) {
   begin_scripted_test();
   script.write = (ScriptedOutcome){.domain = G_FILE_ERROR, .code = G_IO_ERROR_CANCELLED};
   VekMetricReporter *reporter = log_reporter_new(0, 0);
@@ -490,7 +489,7 @@ static void code_of_a_cancelled_write_in_another_domain_counts_as_one(void) {
   end_test();
 }
 
-static void code_of_a_cancelled_flush_in_another_domain_counts_as_one(void) {
+TEST(code_of_a_cancelled_flush_in_another_domain_counts_as_one) {
   begin_scripted_test();
   script.flush = (ScriptedOutcome){.domain = G_FILE_ERROR, .code = G_IO_ERROR_CANCELLED};
   VekMetricReporter *reporter = log_reporter_new(1, 1);
@@ -511,7 +510,7 @@ static void code_of_a_cancelled_flush_in_another_domain_counts_as_one(void) {
   end_test();
 }
 
-static void file_that_cannot_be_opened_again_ends_all_writing(void) {
+TEST(file_that_cannot_be_opened_again_ends_all_writing) {
   begin_test();
   VekMetricReporter *reporter = log_reporter_new(1, 1);
   g_autofree char *path = g_build_filename(test_folder, "log.json", NULL);
@@ -529,7 +528,7 @@ static void file_that_cannot_be_opened_again_ends_all_writing(void) {
   end_test();
 }
 
-static void folder_that_cannot_be_made_again_ends_all_writing(void) {
+TEST(folder_that_cannot_be_made_again_ends_all_writing) {
   begin_test();
   g_autofree char *path = g_build_filename(test_folder, "x", NULL);
   g_autofree char *file = g_build_filename(path, "log.json", NULL);
@@ -549,7 +548,7 @@ static void folder_that_cannot_be_made_again_ends_all_writing(void) {
 
 /* A rotation logs what it fails to do, and whoever hears of it may flush the same reporter. */
 
-static void flush_within_a_rotation_leaves_one_write_running(void) {
+TEST(flush_within_a_rotation_leaves_one_write_running) {
   begin_scripted_test();
   VekMetricReporter *reporter = log_reporter_new(1, 0);
   flush_line(reporter, "a");
@@ -566,7 +565,7 @@ static void flush_within_a_rotation_leaves_one_write_running(void) {
   end_test();
 }
 
-static void flush_within_a_rotation_that_loses_the_file_ends_all_writing(void) {
+TEST(flush_within_a_rotation_that_loses_the_file_ends_all_writing) {
   begin_scripted_test();
   VekMetricReporter *reporter = log_reporter_new(1, 0);
   script.open = (ScriptedOutcome){.domain = G_IO_ERROR, .code = G_IO_ERROR_NO_SPACE};
@@ -633,7 +632,7 @@ static const AbortRow abort_rows[] = {
      "on_stream_flushed: assertion failed: (self->io_operation_in_progress)"},
 };
 
-static void aborts_by_the_table(gconstpointer data) {
+TEST_ROWS(aborts_by_the_table, abort_rows) {
   const AbortRow *row = data;
   if (g_test_subprocess()) {
     const struct rlimit no_core = {0, 0};
@@ -652,7 +651,7 @@ static void aborts_by_the_table(gconstpointer data) {
 
 /* The type. */
 
-static void type_is_a_plain_object_and_a_reporter(void) {
+TEST(type_is_a_plain_object_and_a_reporter) {
   GType type = VEK_TYPE_METRIC_JSON_LOG_REPORTER;
   g_assert_cmpstr(g_type_name(type), ==, "VekMetricJsonLogReporter");
   g_assert_true(g_type_parent(type) == G_TYPE_OBJECT);
@@ -661,7 +660,7 @@ static void type_is_a_plain_object_and_a_reporter(void) {
   g_assert_false(G_TYPE_IS_FINAL(type));
 }
 
-static void properties_are_construct_only(void) {
+TEST(properties_are_construct_only) {
   static const struct {
     const char *name, *nick;
     gboolean is_string;
@@ -693,7 +692,7 @@ static void properties_are_construct_only(void) {
   }
 }
 
-static void properties_read_back(void) {
+TEST(properties_read_back) {
   begin_test();
   VekMetricReporter *reporter =
       vek_metric_json_log_reporter_new("log", test_folder, "a1", 4294967295, 7);
@@ -710,52 +709,7 @@ static void properties_read_back(void) {
   end_test();
 }
 
-static void unknown_property_warns(void) {
+TEST(unknown_property_warns) {
   g_autoptr(VekMetricReporter) reporter = vek_metric_json_log_reporter_new(NULL, NULL, NULL, 0, 0);
   assert_unknown_property_warns(reporter);
-}
-
-int main(int argc, char **argv) {
-  g_test_init(&argc, &argv, NULL);
-  log_capture_init();
-
-  for (gsize i = 0; i < G_N_ELEMENTS(abort_rows); i++) {
-    g_autofree char *path = g_strconcat("/jsonlogreporter/", abort_rows[i].path, NULL);
-    g_test_add_data_func(path, &abort_rows[i], aborts_by_the_table);
-  }
-  ADD_TEST("jsonlogreporter", flush_with_nothing_collected_writes_nothing);
-  ADD_TEST("jsonlogreporter", existing_lines_are_kept);
-  ADD_TEST("jsonlogreporter", folder_is_made_with_its_parents);
-  ADD_TEST("jsonlogreporter", without_a_name_nothing_is_made);
-  ADD_TEST("jsonlogreporter", max_reports_and_rotate_shift_the_files);
-  ADD_TEST("jsonlogreporter", folder_that_has_gone_is_made_again_at_a_rotation);
-  ADD_TEST("jsonlogreporter", without_max_reports_the_file_is_never_rotated);
-  ADD_TEST("jsonlogreporter", without_rotate_the_full_file_is_deleted);
-  ADD_TEST("jsonlogreporter", lines_that_wait_go_to_the_file_of_their_turn);
-  ADD_TEST("jsonlogreporter", one_write_and_flush_runs_at_a_time);
-  ADD_TEST("jsonlogreporter", rotation_runs_between_the_flush_and_the_next_write);
-  ADD_TEST("jsonlogreporter", next_flush_starts_a_new_chain);
-  ADD_TEST("jsonlogreporter", dropped_reporter_cancels_what_it_started);
-  ADD_TEST("jsonlogreporter", dropped_reporter_still_writes_its_lines);
-  ADD_TEST("jsonlogreporter", folder_that_cannot_be_made_is_logged);
-  ADD_TEST("jsonlogreporter", file_that_cannot_be_opened_is_logged);
-  ADD_TEST("jsonlogreporter", failed_write_is_logged_and_counts_as_a_report);
-  ADD_TEST("jsonlogreporter", failed_write_is_flushed_all_the_same);
-  ADD_TEST("jsonlogreporter", full_disk_cuts_the_line_and_later_ones_go_on);
-  ADD_TEST("jsonlogreporter", failed_flush_is_logged_and_the_chain_goes_on);
-  ADD_TEST("jsonlogreporter", failed_close_is_logged_and_rotation_goes_on);
-  ADD_TEST("jsonlogreporter", cancelled_write_ends_all_writing);
-  ADD_TEST("jsonlogreporter", cancelled_flush_ends_all_writing);
-  ADD_TEST("jsonlogreporter", code_of_a_cancelled_write_in_another_domain_counts_as_one);
-  ADD_TEST("jsonlogreporter", code_of_a_cancelled_flush_in_another_domain_counts_as_one);
-  ADD_TEST("jsonlogreporter", file_that_cannot_be_opened_again_ends_all_writing);
-  ADD_TEST("jsonlogreporter", folder_that_cannot_be_made_again_ends_all_writing);
-  ADD_TEST("jsonlogreporter", flush_within_a_rotation_leaves_one_write_running);
-  ADD_TEST("jsonlogreporter", flush_within_a_rotation_that_loses_the_file_ends_all_writing);
-  ADD_TEST("jsonlogreporter", type_is_a_plain_object_and_a_reporter);
-  ADD_TEST("jsonlogreporter", properties_are_construct_only);
-  ADD_TEST("jsonlogreporter", properties_read_back);
-  ADD_TEST("jsonlogreporter", unknown_property_warns);
-
-  return g_test_run();
 }

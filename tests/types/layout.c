@@ -1,14 +1,13 @@
 /* Programs outside are compiled with the sizes and offsets of the public structures, so these are
  * part of the binary interface. What a class structure adds to its parent's is counted in slots. */
 
-#include <vekmetrics/vekmetrics.h>
+#include "support/fixture.h"
 
 #define SLOT(parent, type, field) \
-  "/layout/" #type "/" #field, (G_STRUCT_OFFSET(type, field) - sizeof(parent)) / sizeof(gpointer)
-#define SLOTS(parent, type) \
-  "/layout/" #type "/slots", (sizeof(type) - sizeof(parent)) / sizeof(gpointer)
-#define OFFSET(type, field) "/layout/" #type "/" #field, G_STRUCT_OFFSET(type, field)
-#define SIZE(type) "/layout/" #type "/size", sizeof(type)
+#type "/" #field, (G_STRUCT_OFFSET(type, field) - sizeof(parent)) / sizeof(gpointer)
+#define SLOTS(parent, type) #type "/slots", (sizeof(type) - sizeof(parent)) / sizeof(gpointer)
+#define OFFSET(type, field) #type "/" #field, G_STRUCT_OFFSET(type, field)
+#define SIZE(type) #type "/size", sizeof(type)
 
 typedef struct {
   const char *name;
@@ -43,14 +42,7 @@ static const Row rows[] = {
     {SIZE(VekMetricRange), 24},
 };
 
-static void test_row(gconstpointer data) {
+TEST_ROWS(size_is_as_promised, rows) {
   const Row *row = data;
   g_assert_cmpuint(row->actual, ==, row->promised);
-}
-
-int main(int argc, char **argv) {
-  g_test_init(&argc, &argv, NULL);
-  for (gsize i = 0; i < G_N_ELEMENTS(rows); i++)
-    g_test_add_data_func(rows[i].name, &rows[i], test_row);
-  return g_test_run();
 }

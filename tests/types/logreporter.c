@@ -2,9 +2,8 @@
 
 #include "csvtest.h"
 #include "support/decimalcomma.h"
-#include "support/fakeclock.h"
+#include "support/fixture.h"
 #include "support/folder.h"
-#include "support/logcapture.h"
 
 #include <float.h>
 #include <math.h>
@@ -51,7 +50,7 @@ static void write_line(VekMetricReporter *reporter) {
   VEK_METRIC_REPORTER_GET_IFACE(reporter)->process_count(reporter, "requests", NULL, NULL, NOW, 42);
 }
 
-static void all_but_timelines_are_handled(void) {
+TEST(all_but_timelines_are_handled) {
   g_autoptr(Log) log = log_new();
   g_assert_nonnull(log->iface->process_count);
   g_assert_nonnull(log->iface->process_value);
@@ -60,7 +59,7 @@ static void all_but_timelines_are_handled(void) {
   g_assert_nonnull(log->iface->flush);
 }
 
-static void timeline_batches_produce_no_output(void) {
+TEST(timeline_batches_produce_no_output) {
   g_autoptr(Log) log = log_new();
   g_autoptr(VekMetricRegistry) registry = g_object_new(VEK_TYPE_METRIC_REGISTRY, NULL);
   g_autoptr(VekMetricTimeline) timeline = vek_metric_registry_timeline_new(registry, "render");
@@ -69,7 +68,7 @@ static void timeline_batches_produce_no_output(void) {
   assert_file(log, "");
 }
 
-static void counter_with_dimensions_writes_them_with_the_last_semicolon(void) {
+TEST(counter_with_dimensions_writes_them_with_the_last_semicolon) {
   g_autoptr(Log) log = log_new();
   g_autoptr(VekMetricRegistry) registry = g_object_new(VEK_TYPE_METRIC_REGISTRY, NULL);
   fake_clock_set(NOW, 1);
@@ -82,7 +81,7 @@ static void counter_with_dimensions_writes_them_with_the_last_semicolon(void) {
   assert_file(log, "1700000000000000,requests,host=a;,42,,,,,,\n");
 }
 
-static void dimensions_end_each_in_their_separator(void) {
+TEST(dimensions_end_each_in_their_separator) {
   static char *vectors[][5] = {
       {NULL},
       {"host", "a", NULL},
@@ -107,7 +106,7 @@ static void dimensions_end_each_in_their_separator(void) {
               "1,n,a=b=c;d;e,f=g\nh;,2,,,,,,\n");
 }
 
-static void value_and_snapshot_carry_dimensions_too(void) {
+TEST(value_and_snapshot_carry_dimensions_too) {
   g_autoptr(Log) log = log_new();
   char *dimensions[] = {"host", "a", "zone", "b", NULL};
   fake_clock_set(1, 1);
@@ -119,7 +118,7 @@ static void value_and_snapshot_carry_dimensions_too(void) {
               "1,n,host=a;zone=b;,0,0,0,0,0,0,0\n");
 }
 
-static void names_are_written_as_they_stand(void) {
+TEST(names_are_written_as_they_stand) {
   static const char *const names[] = {"a,b", "100%s %n", "two\nlines", "\"quoted\"", "\xff", ""};
   g_autoptr(Log) log = log_new();
   for (guint i = 0; i < G_N_ELEMENTS(names); i++)
@@ -133,7 +132,7 @@ static void names_are_written_as_they_stand(void) {
               "1,,,2,,,,,,\n");
 }
 
-static void long_names_are_written_whole(void) {
+TEST(long_names_are_written_whole) {
   g_autoptr(Log) log = log_new();
   g_autofree char *name = g_strnfill(100000, 'n');
   char *dimensions[] = {name, name, NULL};
@@ -142,7 +141,7 @@ static void long_names_are_written_whole(void) {
   assert_file(log, expected);
 }
 
-static void unit_is_left_out(void) {
+TEST(unit_is_left_out) {
   g_autoptr(Log) log = log_new();
   fake_clock_set(1, 1);
   g_autoptr(VekMetricSnapshot) snapshot = vek_metric_snapshot_new(NULL, 0);
@@ -155,7 +154,7 @@ static void unit_is_left_out(void) {
               "1,n,,0,0,0,0,0,0,0\n");
 }
 
-static void counts_and_times_are_signed_integers(void) {
+TEST(counts_and_times_are_signed_integers) {
   static const struct {
     gint64 time, count;
   } rows[] = {
@@ -172,7 +171,7 @@ static void counts_and_times_are_signed_integers(void) {
               "9223372036854775807,requests,,-9223372036854775808,,,,,,\n");
 }
 
-static void value_has_17_digits_and_six_empty_columns_after_it(void) {
+TEST(value_has_17_digits_and_six_empty_columns_after_it) {
   static const gdouble values[] = {0.0,     0.1,      2.5,      -0.0,
                                    1.0 / 3, -1234.5,  1e16,     1e17,
                                    1e22,    0.0001,   0.00001,  123456789012345678.0,
@@ -204,7 +203,7 @@ static void value_has_17_digits_and_six_empty_columns_after_it(void) {
               "1700000000000019,load,,-inf,,,,,,\n");
 }
 
-static void snapshot_fills_seven_columns(void) {
+TEST(snapshot_fills_seven_columns) {
   static const struct {
     const char *name;
     gsize n_samples;
@@ -236,7 +235,7 @@ static void snapshot_fills_seven_columns(void) {
               "1700000000000007,infinite,,inf,2,1,inf,1,1,1\n");
 }
 
-static void snapshot_is_stamped_with_the_time_when_it_was_made(void) {
+TEST(snapshot_is_stamped_with_the_time_when_it_was_made) {
   g_autoptr(Log) log = log_new();
   fake_clock_set(NOW, 1);
   g_autoptr(VekMetricSnapshot) snapshot = vek_metric_snapshot_new(NULL, 0);
@@ -292,11 +291,11 @@ static void check_that_doubles_read_back(void) {
   }
 }
 
-static void doubles_read_back_to_the_same_double(void) {
+TEST(doubles_read_back_to_the_same_double) {
   check_that_doubles_read_back();
 }
 
-static void numbers_carry_a_point_in_every_locale(void) {
+TEST(numbers_carry_a_point_in_every_locale) {
   if (!in_decimal_comma())
     return;
 
@@ -312,34 +311,11 @@ static void numbers_carry_a_point_in_every_locale(void) {
   check_that_doubles_read_back();
 }
 
-int main(int argc, char **argv) {
-  g_test_init(&argc, &argv, NULL);
-  log_capture_init();
-
-  const CsvKind kind = {
-      .stem = "logreporter",
-      .type = VEK_TYPE_METRIC_LOG_REPORTER,
-      .make = vek_metric_log_reporter_new,
-      .write = write_line,
-      .line = "1700000000000000,requests,,42,,,,,,\n",
-      .folder_below_a_file = "Cannot create metric dir \"file/logs\": 20.\n", /* ENOTDIR */
-      .folder_without_a_name = "Cannot create metric dir \"\": 22.\n",        /* EINVAL */
-  };
-  add_csv_tests(&kind);
-  ADD_TEST("logreporter", all_but_timelines_are_handled);
-  ADD_TEST("logreporter", timeline_batches_produce_no_output);
-  ADD_TEST("logreporter", counter_with_dimensions_writes_them_with_the_last_semicolon);
-  ADD_TEST("logreporter", dimensions_end_each_in_their_separator);
-  ADD_TEST("logreporter", value_and_snapshot_carry_dimensions_too);
-  ADD_TEST("logreporter", names_are_written_as_they_stand);
-  ADD_TEST("logreporter", long_names_are_written_whole);
-  ADD_TEST("logreporter", unit_is_left_out);
-  ADD_TEST("logreporter", counts_and_times_are_signed_integers);
-  ADD_TEST("logreporter", value_has_17_digits_and_six_empty_columns_after_it);
-  ADD_TEST("logreporter", snapshot_fills_seven_columns);
-  ADD_TEST("logreporter", snapshot_is_stamped_with_the_time_when_it_was_made);
-  ADD_TEST("logreporter", doubles_read_back_to_the_same_double);
-  ADD_TEST("logreporter", numbers_carry_a_point_in_every_locale);
-
-  return g_test_run();
-}
+const CsvKind csv_kind = {
+    .get_type = vek_metric_log_reporter_get_type,
+    .make = vek_metric_log_reporter_new,
+    .write = write_line,
+    .line = "1700000000000000,requests,,42,,,,,,\n",
+    .folder_below_a_file = "Cannot create metric dir \"file/logs\": 20.\n", /* ENOTDIR */
+    .folder_without_a_name = "Cannot create metric dir \"\": 22.\n",        /* EINVAL */
+};

@@ -1,11 +1,8 @@
 /* Tests of VekMetricMeter. Unless a test says otherwise, the sampling period is the default of 1 s
  * and the time constant that of 60 s. */
 
-#include "support/fakeclock.h"
-#include "support/logcapture.h"
+#include "support/fixture.h"
 #include "support/modeltest.h"
-#include "support/recordingreporter.h"
-#include "support/scene.h"
 
 #include <dlfcn.h>
 #include <math.h>
@@ -32,20 +29,20 @@ void g_rw_lock_reader_unlock(GRWLock *lock) {
   unlock(lock);
 }
 
-static VekMetricMeter *meter_new(Scene *scene) {
-  return vek_metric_registry_meter_new(scene->registry, "requests", NULL, NULL);
+static VekMetricMeter *meter_new(void) {
+  return vek_metric_registry_meter_new(fixture.registry, "requests", NULL, NULL);
 }
 
 /* A meter whose clock has been started, now. */
-static VekMetricMeter *running_meter_new(Scene *scene) {
-  VekMetricMeter *meter = meter_new(scene);
+static VekMetricMeter *running_meter_new(void) {
+  VekMetricMeter *meter = meter_new();
   vek_metric_meter_mark(meter, 1);
   return meter;
 }
 
 /* A running meter that has ticked to 5 a second, now. */
-static VekMetricMeter *ticked_meter_new(Scene *scene) {
-  VekMetricMeter *meter = running_meter_new(scene);
+static VekMetricMeter *ticked_meter_new(void) {
+  VekMetricMeter *meter = running_meter_new();
   fake_clock_advance(2 * SECOND);
   vek_metric_meter_mark(meter, 10);
   return meter;
@@ -55,10 +52,9 @@ static void assert_rate(VekMetricMeter *meter, gdouble rate) {
   g_assert_cmpfloat_with_epsilon(vek_metric_meter_get_rate(meter), rate, 1e-9);
 }
 
-static void first_mark_only_starts_the_clock(void) {
-  g_autoptr(Scene) scene = scene_new();
+TEST(first_mark_only_starts_the_clock) {
   fake_clock_set(1000, 500);
-  g_autoptr(VekMetricMeter) meter = meter_new(scene);
+  g_autoptr(VekMetricMeter) meter = meter_new();
   g_assert_cmpint(vek_metric_meter_get_time(meter), ==, 1000);
 
   fake_clock_set(2000, 1500);
@@ -72,10 +68,9 @@ static void first_mark_only_starts_the_clock(void) {
   g_assert_cmpint(vek_metric_meter_get_time(meter), ==, 2000);
 }
 
-static void rate_read_before_any_mark_starts_the_clock(void) {
-  g_autoptr(Scene) scene = scene_new();
+TEST(rate_read_before_any_mark_starts_the_clock) {
   fake_clock_set(1000, 1000001);
-  g_autoptr(VekMetricMeter) meter = meter_new(scene);
+  g_autoptr(VekMetricMeter) meter = meter_new();
 
   fake_clock_set(2000, 1000001);
   g_assert_cmpfloat(vek_metric_meter_get_rate(meter), ==, 0.0);
@@ -88,10 +83,9 @@ static void rate_read_before_any_mark_starts_the_clock(void) {
   assert_rate(meter, 0.5);
 }
 
-static void rate_read_within_the_first_period_of_the_clock_starts_nothing(void) {
-  g_autoptr(Scene) scene = scene_new();
+TEST(rate_read_within_the_first_period_of_the_clock_starts_nothing) {
   fake_clock_set(1000, 1000000);
-  g_autoptr(VekMetricMeter) meter = meter_new(scene);
+  g_autoptr(VekMetricMeter) meter = meter_new();
 
   fake_clock_set(2000, 1000000);
   g_assert_cmpfloat(vek_metric_meter_get_rate(meter), ==, 0.0);
@@ -100,9 +94,8 @@ static void rate_read_within_the_first_period_of_the_clock_starts_nothing(void) 
   g_assert_cmpfloat(vek_metric_meter_get_total(meter), ==, 0.0);
 }
 
-static void marks_within_a_sampling_period_change_the_total_but_not_the_rate(void) {
-  g_autoptr(Scene) scene = scene_new();
-  g_autoptr(VekMetricMeter) meter = ticked_meter_new(scene);
+TEST(marks_within_a_sampling_period_change_the_total_but_not_the_rate) {
+  g_autoptr(VekMetricMeter) meter = ticked_meter_new();
 
   fake_clock_advance(SECOND / 2);
   vek_metric_meter_mark(meter, 100);
@@ -110,7 +103,7 @@ static void marks_within_a_sampling_period_change_the_total_but_not_the_rate(voi
   assert_rate(meter, 5.0);
 }
 
-static void tick_needs_more_than_the_sampling_period(void) {
+TEST(tick_needs_more_than_the_sampling_period) {
   static const struct {
     gint64 elapsed;
     gboolean ticks;
@@ -118,9 +111,9 @@ static void tick_needs_more_than_the_sampling_period(void) {
 
   for (gsize i = 0; i < G_N_ELEMENTS(rows); i++) {
     for (gboolean by_mark = FALSE; by_mark <= TRUE; by_mark++) {
-      g_autoptr(Scene) scene = scene_new();
+      fixture_reset();
       fake_clock_set(SECOND, SECOND);
-      g_autoptr(VekMetricMeter) meter = running_meter_new(scene);
+      g_autoptr(VekMetricMeter) meter = running_meter_new();
       fake_clock_advance(rows[i].elapsed);
       if (by_mark)
         vek_metric_meter_mark(meter, 1);
@@ -132,10 +125,9 @@ static void tick_needs_more_than_the_sampling_period(void) {
   }
 }
 
-static void first_tick_sets_the_rate_to_the_instant_rate(void) {
-  g_autoptr(Scene) scene = scene_new();
+TEST(first_tick_sets_the_rate_to_the_instant_rate) {
   fake_clock_set(1000, 500);
-  g_autoptr(VekMetricMeter) meter = running_meter_new(scene);
+  g_autoptr(VekMetricMeter) meter = running_meter_new();
 
   fake_clock_advance(2 * SECOND);
   vek_metric_meter_mark(meter, 10);
@@ -143,7 +135,7 @@ static void first_tick_sets_the_rate_to_the_instant_rate(void) {
   g_assert_cmpfloat(vek_metric_meter_get_rate(meter), ==, 5.0);
 }
 
-static void weight_is_linear_and_not_limited(void) {
+TEST(weight_is_linear_and_not_limited) {
   /* From 5 a second, with so much marked after so many seconds. */
   static const struct {
     gint64 seconds;
@@ -159,17 +151,16 @@ static void weight_is_linear_and_not_limited(void) {
   };
 
   for (gsize i = 0; i < G_N_ELEMENTS(rows); i++) {
-    g_autoptr(Scene) scene = scene_new();
-    g_autoptr(VekMetricMeter) meter = ticked_meter_new(scene);
+    fixture_reset();
+    g_autoptr(VekMetricMeter) meter = ticked_meter_new();
     fake_clock_advance(rows[i].seconds * SECOND);
     vek_metric_meter_mark(meter, rows[i].marked);
     assert_rate(meter, rows[i].rate);
   }
 }
 
-static void clamp_at_zero_leaves_not_a_number_alone(void) {
-  g_autoptr(Scene) scene = scene_new();
-  g_autoptr(VekMetricMeter) meter = running_meter_new(scene);
+TEST(clamp_at_zero_leaves_not_a_number_alone) {
+  g_autoptr(VekMetricMeter) meter = running_meter_new();
 
   fake_clock_advance(2 * SECOND);
   vek_metric_meter_mark(meter, INFINITY);
@@ -181,12 +172,12 @@ static void clamp_at_zero_leaves_not_a_number_alone(void) {
   }
 }
 
-static void refused_marks_change_nothing_and_do_not_tick(void) {
+TEST(refused_marks_change_nothing_and_do_not_tick) {
   static const gdouble refused[] = {-1, NAN, -INFINITY, -4.9e-324};
 
   for (gsize i = 0; i < G_N_ELEMENTS(refused); i++) {
-    g_autoptr(Scene) scene = scene_new();
-    g_autoptr(VekMetricMeter) meter = meter_new(scene);
+    fixture_reset();
+    g_autoptr(VekMetricMeter) meter = meter_new();
     vek_metric_meter_mark(meter, refused[i]);
     assert_failed_check("vek_metric_meter_mark", "value >= 0");
 
@@ -205,13 +196,13 @@ static void refused_marks_change_nothing_and_do_not_tick(void) {
   }
 }
 
-static void mark_of_zero_is_counted_and_may_tick(void) {
+TEST(mark_of_zero_is_counted_and_may_tick) {
   static const gdouble zeros[] = {0.0, -0.0};
 
   for (gsize i = 0; i < G_N_ELEMENTS(zeros); i++) {
-    g_autoptr(Scene) scene = scene_new();
+    fixture_reset();
     fake_clock_set(SECOND, SECOND);
-    g_autoptr(VekMetricMeter) meter = meter_new(scene);
+    g_autoptr(VekMetricMeter) meter = meter_new();
     vek_metric_meter_mark(meter, zeros[i]);
     vek_metric_meter_mark(meter, 8);
 
@@ -223,37 +214,35 @@ static void mark_of_zero_is_counted_and_may_tick(void) {
   }
 }
 
-static void report_carries_the_stamp_of_the_tick_before(void) {
-  g_autoptr(Scene) scene = scene_new();
+TEST(report_carries_the_stamp_of_the_tick_before) {
   char *dimensions[] = {"host", "h1", NULL};
   fake_clock_set(1000, 500);
   g_autoptr(VekMetricMeter) meter =
-      vek_metric_registry_meter_new(scene->registry, "requests", "Count", dimensions);
+      vek_metric_registry_meter_new(fixture.registry, "requests", "Count", dimensions);
   vek_metric_meter_mark(meter, 1);
   vek_metric_meter_mark(meter, 16);
 
   /* This report ticks, and shows the tick's rate with the time at which the clock was started. */
   fake_clock_set(4001000, 4000500);
-  scene_report(scene);
-  assert_recorded(scene->record,
+  fixture_report();
+  assert_recorded(fixture.record,
                   "a value requests host,h1 Count 1000 4\n"
                   "a flush\n");
 
   fake_clock_set(4001001, 4000501);
-  scene_report(scene);
-  assert_recorded(scene->record,
+  fixture_report();
+  assert_recorded(fixture.record,
                   "a value requests host,h1 Count 4001000 4\n"
                   "a flush\n");
 }
 
-static void report_of_a_meter_never_marked_carries_its_creation(void) {
-  g_autoptr(Scene) scene = scene_new();
+TEST(report_of_a_meter_never_marked_carries_its_creation) {
   fake_clock_set(1000, 500);
-  g_autoptr(VekMetricMeter) meter = meter_new(scene);
+  g_autoptr(VekMetricMeter) meter = meter_new();
 
   fake_clock_set(4001000, 4000500);
-  scene_report(scene);
-  assert_recorded(scene->record,
+  fixture_report();
+  assert_recorded(fixture.record,
                   "a value requests - - 1000 0\n"
                   "a flush\n");
   g_assert_cmpint(vek_metric_meter_get_time(meter), ==, 4001000);
@@ -274,9 +263,8 @@ static void read_rate_in_another_thread(gpointer data) {
   g_thread_join(g_thread_new("reader", read_rate, data));
 }
 
-static void rate_read_under_contention_neither_ticks_nor_reads_a_clock(void) {
-  g_autoptr(Scene) scene = scene_new();
-  g_autoptr(VekMetricMeter) meter = ticked_meter_new(scene);
+TEST(rate_read_under_contention_neither_ticks_nor_reads_a_clock) {
+  g_autoptr(VekMetricMeter) meter = ticked_meter_new();
   gint64 time = vek_metric_meter_get_time(meter);
   vek_metric_meter_mark(meter, 600);
 
@@ -302,24 +290,22 @@ static void mark_from_reporter(VekMetricReporter *reporter, gpointer meter) {
   vek_metric_meter_mark(meter, 1);
 }
 
-static void reporter_may_use_the_meter(void) {
-  g_autoptr(Scene) scene = scene_new();
-  g_autoptr(VekMetricMeter) meter = running_meter_new(scene);
+TEST(reporter_may_use_the_meter) {
+  g_autoptr(VekMetricMeter) meter = running_meter_new();
 
-  recording_reporter_set_callback(RECORDING_REPORTER(scene->reporter), mark_from_reporter, meter);
-  scene_report(scene);
+  recording_reporter_set_callback(RECORDING_REPORTER(fixture.reporter), mark_from_reporter, meter);
+  fixture_report();
   /* Twice: the flush was a call too. */
   g_assert_cmpfloat(vek_metric_meter_get_total(meter), ==, 2.0);
 }
 
-static void properties_are_time_constant_and_sampling_period(void) {
+TEST(properties_are_time_constant_and_sampling_period) {
   static const struct {
     const char *name;
     gint64 minimum;
     gint64 default_value;
   } rows[] = {{"time-constant", 1000000, 60000000}, {"sampling-period", 1, 1000000}};
-  g_autoptr(Scene) scene = scene_new();
-  g_autoptr(VekMetricMeter) registered = meter_new(scene);
+  g_autoptr(VekMetricMeter) registered = meter_new();
   g_autoptr(VekMetricMeter) given =
       g_object_new(VEK_TYPE_METRIC_METER, "name", "requests", "time-constant",
                    G_GINT64_CONSTANT(7000000), "sampling-period", G_GINT64_CONSTANT(7000000), NULL);
@@ -340,7 +326,7 @@ static void properties_are_time_constant_and_sampling_period(void) {
   assert_unknown_property_warns(registered);
 }
 
-static void properties_out_of_range_are_refused(void) {
+TEST(properties_out_of_range_are_refused) {
   static const struct {
     const char *name;
     gint64 value;
@@ -364,7 +350,7 @@ static void properties_out_of_range_are_refused(void) {
   }
 }
 
-static void given_time_constant_and_sampling_period_are_used(void) {
+TEST(given_time_constant_and_sampling_period_are_used) {
   fake_clock_set(SECOND, SECOND);
   g_autoptr(VekMetricMeter) meter =
       g_object_new(VEK_TYPE_METRIC_METER, "name", "requests", "time-constant",
@@ -381,10 +367,9 @@ static void given_time_constant_and_sampling_period_are_used(void) {
   assert_rate(meter, 6.25);
 }
 
-static void failed_checks_do_nothing(void) {
-  g_autoptr(Scene) scene = scene_new();
+TEST(failed_checks_do_nothing) {
   g_autoptr(VekMetricGauge) gauge =
-      vek_metric_registry_gauge_new(scene->registry, "load", NULL, 0, NULL);
+      vek_metric_registry_gauge_new(fixture.registry, "load", NULL, 0, NULL);
   /* An object of another kind is not a meter. */
   gpointer others[] = {NULL, gauge};
 
@@ -400,33 +385,29 @@ static void failed_checks_do_nothing(void) {
   }
 }
 
-static void constructor_checks_registry_and_name(void) {
-  g_autoptr(Scene) scene = scene_new();
+TEST(constructor_checks_registry_and_name) {
   g_assert_null(vek_metric_registry_meter_new(NULL, "requests", NULL, NULL));
   assert_failed_check("vek_metric_registry_meter_new", "VEK_IS_METRIC_REGISTRY(registry)");
-  g_assert_null(vek_metric_registry_meter_new(scene->registry, NULL, NULL, NULL));
+  g_assert_null(vek_metric_registry_meter_new(fixture.registry, NULL, NULL, NULL));
   assert_failed_check("vek_metric_registry_meter_new", "name != NULL");
 }
 
-static void meter_of_the_same_name_is_the_same(void) {
-  g_autoptr(Scene) scene = scene_new();
-  g_autoptr(VekMetricMeter) meter = meter_new(scene);
-  g_autoptr(VekMetricMeter) again = meter_new(scene);
+TEST(meter_of_the_same_name_is_the_same) {
+  g_autoptr(VekMetricMeter) meter = meter_new();
+  g_autoptr(VekMetricMeter) again = meter_new();
   g_assert_true(again == meter);
 }
 
-static void metric_of_another_kind_is_returned_with_a_warning(void) {
-  g_autoptr(Scene) scene = scene_new();
+TEST(metric_of_another_kind_is_returned_with_a_warning) {
   g_autoptr(VekMetricCounter) counter =
-      vek_metric_registry_counter_new(scene->registry, "requests", NULL, NULL);
-  g_autoptr(GObject) returned = (gpointer)meter_new(scene);
+      vek_metric_registry_counter_new(fixture.registry, "requests", NULL, NULL);
+  g_autoptr(GObject) returned = (gpointer)meter_new();
   assert_invalid_cast("VekMetricCounter", "VekMetricMeter");
   g_assert_true(returned == (gpointer)counter);
 }
 
 /* The model keeps the marks since the last tick and adds them up when it ticks. */
 typedef struct {
-  Scene *scene;
   VekMetricMeter *meter;
   gdouble constant;
   gint64 period;
@@ -451,7 +432,7 @@ static gpointer begin_model(GRand *random) {
   static const gint64 periods[] = {1, 1000, SECOND, 5 * SECOND};
   static const gint64 constants[] = {SECOND, 3 * SECOND, 60 * SECOND};
   MeterModel *model = g_new0(MeterModel, 1);
-  model->scene = scene_new();
+  fixture_reset();
   model->now = g_rand_int_range(random, 1, 3 * SECOND);
   set_model_time(model);
   model->stamp = kDay + model->now;
@@ -468,7 +449,6 @@ static void end_model(gpointer subject) {
   MeterModel *model = subject;
   g_object_unref(model->meter);
   g_array_unref(model->marks);
-  scene_free(model->scene);
   g_free(model);
 }
 
@@ -539,14 +519,14 @@ static char *compare_numbers(const char *what, gdouble number, gdouble expected)
 }
 
 static char *compare_report(MeterModel *model) {
-  g_autoptr(GSList) reporters = g_slist_prepend(NULL, model->scene->reporter);
+  g_autoptr(GSList) reporters = g_slist_prepend(NULL, fixture.reporter);
   gint64 stamp = model->stamp;
   expect_tick(model);
   g_autofree char *expected = g_strdup_printf("a value requests - - %" G_GINT64_FORMAT " %.17g\n",
                                               stamp, model->rate * 1000000);
   report_to(model->meter, reporters);
-  char *difference = compare_texts("reported", model->scene->record->str, expected);
-  g_string_truncate(model->scene->record, 0);
+  char *difference = compare_texts("reported", fixture.record->str, expected);
+  g_string_truncate(fixture.record, 0);
   return difference;
 }
 
@@ -581,7 +561,7 @@ static char *apply_operation(gpointer subject, const ModelOperation *operation) 
   return difference;
 }
 
-static void random_histories_agree_with_a_model(void) {
+TEST(random_histories_agree_with_a_model) {
   static const ModelTest test = {begin_model, draw_operation, apply_operation, end_model,
                                  describe_operation};
   model_test_run(&test, 50000);
@@ -595,43 +575,11 @@ static void mark_many(guint thread, gpointer meter) {
     vek_metric_meter_mark(meter, 1);
 }
 
-static void threads_lose_no_mark(void) {
-  g_autoptr(Scene) scene = scene_new();
-  g_autoptr(VekMetricMeter) meter = running_meter_new(scene);
+TEST(threads_lose_no_mark) {
+  g_autoptr(VekMetricMeter) meter = running_meter_new();
   /* So that marks and passes tick now and then. */
   fake_clock_set_step(SECOND / 8);
-  g_assert_cmpuint(scene_run_threads(scene, N_THREADS, mark_many, meter), ==, 0);
+  g_assert_cmpuint(fixture_run_threads(N_THREADS, mark_many, meter), ==, 0);
   fake_clock_set_step(0);
   g_assert_cmpfloat(vek_metric_meter_get_total(meter), ==, 20000);
-}
-
-int main(int argc, char **argv) {
-  g_test_init(&argc, &argv, NULL);
-  log_capture_init();
-
-  ADD_TEST("meter", first_mark_only_starts_the_clock);
-  ADD_TEST("meter", rate_read_before_any_mark_starts_the_clock);
-  ADD_TEST("meter", rate_read_within_the_first_period_of_the_clock_starts_nothing);
-  ADD_TEST("meter", marks_within_a_sampling_period_change_the_total_but_not_the_rate);
-  ADD_TEST("meter", tick_needs_more_than_the_sampling_period);
-  ADD_TEST("meter", first_tick_sets_the_rate_to_the_instant_rate);
-  ADD_TEST("meter", weight_is_linear_and_not_limited);
-  ADD_TEST("meter", clamp_at_zero_leaves_not_a_number_alone);
-  ADD_TEST("meter", refused_marks_change_nothing_and_do_not_tick);
-  ADD_TEST("meter", mark_of_zero_is_counted_and_may_tick);
-  ADD_TEST("meter", report_carries_the_stamp_of_the_tick_before);
-  ADD_TEST("meter", report_of_a_meter_never_marked_carries_its_creation);
-  ADD_TEST("meter", rate_read_under_contention_neither_ticks_nor_reads_a_clock);
-  ADD_TEST("meter", reporter_may_use_the_meter);
-  ADD_TEST("meter", properties_are_time_constant_and_sampling_period);
-  ADD_TEST("meter", properties_out_of_range_are_refused);
-  ADD_TEST("meter", given_time_constant_and_sampling_period_are_used);
-  ADD_TEST("meter", failed_checks_do_nothing);
-  ADD_TEST("meter", constructor_checks_registry_and_name);
-  ADD_TEST("meter", meter_of_the_same_name_is_the_same);
-  ADD_TEST("meter", metric_of_another_kind_is_returned_with_a_warning);
-  ADD_TEST("meter", random_histories_agree_with_a_model);
-  ADD_TEST("meter", threads_lose_no_mark);
-
-  return g_test_run();
 }

@@ -2,8 +2,8 @@
 
 #include <vekmetrics/metric.hpp>
 
+#include "support/fixture.h"
 #include "support/heap.h"
-#include "support/logcapture.h"
 
 // A metric kind that counts its reports and keeps the arguments of the last.
 struct Probe {
@@ -40,13 +40,13 @@ static VekMetric *probe_new() {
                                  "dimensions", kHost, nullptr));
 }
 
-static void the_type_is_an_abstract_object() {
+TEST(the_type_is_an_abstract_object) {
   g_assert_cmpstr(g_type_name(VEK_TYPE_METRIC), ==, "VekMetric");
   g_assert_cmpuint(g_type_parent(VEK_TYPE_METRIC), ==, G_TYPE_OBJECT);
   g_assert_true(G_TYPE_IS_ABSTRACT(VEK_TYPE_METRIC));
 }
 
-static void instantiating_the_base_type_fails() {
+TEST(instantiating_the_base_type_fails) {
   if (g_test_subprocess()) {
     g_object_new(VEK_TYPE_METRIC, "name", "requests", nullptr);
     return;
@@ -56,13 +56,13 @@ static void instantiating_the_base_type_fails() {
   g_test_trap_assert_stderr("*cannot create instance of abstract*'VekMetric'*");
 }
 
-static void the_base_type_has_no_report_of_its_own() {
+TEST(the_base_type_has_no_report_of_its_own) {
   auto *klass = static_cast<VekMetricClass *>(g_type_class_ref(VEK_TYPE_METRIC));
   g_assert_true(klass->report == nullptr);
   g_type_class_unref(klass);
 }
 
-static void properties_are_as_documented() {
+TEST(properties_are_as_documented) {
   constexpr guint kConstructOnly =
       G_PARAM_READWRITE | G_PARAM_CONSTRUCT_ONLY | G_PARAM_STATIC_STRINGS;
   constexpr guint kConstruct = G_PARAM_READWRITE | G_PARAM_CONSTRUCT | G_PARAM_STATIC_STRINGS;
@@ -102,7 +102,7 @@ static void properties_are_as_documented() {
   g_type_class_unref(klass);
 }
 
-static void a_bare_metric_has_the_defaults() {
+TEST(a_bare_metric_has_the_defaults) {
   g_autoptr(VekMetric) metric = VEK_METRIC(g_object_new(probe_get_type(), nullptr));
   g_assert_null(vek_metric_get_name(metric));
   g_assert_null(vek_metric_get_unit(metric));
@@ -110,7 +110,7 @@ static void a_bare_metric_has_the_defaults() {
   g_assert_true(vek_metric_is_active(metric));
 }
 
-static void a_metric_keeps_copies() {
+TEST(a_metric_keeps_copies) {
   char name[] = "requests";
   char unit[] = "Count";
   char host[] = "host";
@@ -126,7 +126,7 @@ static void a_metric_keeps_copies() {
   g_assert_cmpstrv(vek_metric_get_dimensions(metric), expected);
 }
 
-static void reading_properties_gives_copies() {
+TEST(reading_properties_gives_copies) {
   g_autoptr(VekMetric) metric = probe_new();
   g_autofree char *name = nullptr;
   g_autofree char *unit = nullptr;
@@ -145,20 +145,20 @@ static void reading_properties_gives_copies() {
   g_assert_true(dimensions[0] != vek_metric_get_dimensions(metric)[0]);
 }
 
-static void getters_lend_what_the_metric_owns() {
+TEST(getters_lend_what_the_metric_owns) {
   g_autoptr(VekMetric) metric = probe_new();
   g_assert_true(vek_metric_get_name(metric) == vek_metric_get_name(metric));
   g_assert_true(vek_metric_get_unit(metric) == vek_metric_get_unit(metric));
   g_assert_true(vek_metric_get_dimensions(metric) == vek_metric_get_dimensions(metric));
 }
 
-static void without_dimensions_there_is_no_vector() {
+TEST(without_dimensions_there_is_no_vector) {
   g_autoptr(VekMetric) metric =
       VEK_METRIC(g_object_new(probe_get_type(), "name", "requests", nullptr));
   g_assert_null(vek_metric_get_dimensions(metric));
 }
 
-static void an_empty_vector_stays_an_empty_vector() {
+TEST(an_empty_vector_stays_an_empty_vector) {
   char *dimensions[] = {nullptr};
   g_autoptr(VekMetric) metric = VEK_METRIC(
       g_object_new(probe_get_type(), "name", "requests", "dimensions", dimensions, nullptr));
@@ -166,7 +166,7 @@ static void an_empty_vector_stays_an_empty_vector() {
   g_assert_cmpuint(g_strv_length(vek_metric_get_dimensions(metric)), ==, 0);
 }
 
-static void the_identity_cannot_be_written_afterwards() {
+TEST(the_identity_cannot_be_written_afterwards) {
   g_autoptr(VekMetric) metric = probe_new();
   g_object_set(metric, "name", "other", nullptr);
   assert_logged_like("GLib-GObject", G_LOG_LEVEL_WARNING, "*\"name\"*after construction*");
@@ -180,7 +180,7 @@ static void the_identity_cannot_be_written_afterwards() {
   g_assert_cmpstrv(vek_metric_get_dimensions(metric), kHost);
 }
 
-static void active_can_be_written_at_any_time() {
+TEST(active_can_be_written_at_any_time) {
   g_autoptr(VekMetric) metric =
       VEK_METRIC(g_object_new(probe_get_type(), "active", FALSE, nullptr));
   g_assert_false(vek_metric_is_active(metric));
@@ -188,7 +188,7 @@ static void active_can_be_written_at_any_time() {
   g_assert_true(vek_metric_is_active(metric));
 }
 
-static void marking_inactive_clears_the_flag_and_the_property() {
+TEST(marking_inactive_clears_the_flag_and_the_property) {
   g_autoptr(VekMetric) metric = probe_new();
   vek_metric_mark_inactive(metric);
 
@@ -201,7 +201,7 @@ static void marking_inactive_clears_the_flag_and_the_property() {
   g_assert_false(vek_metric_is_active(metric));
 }
 
-static void marking_inactive_notifies_nobody() {
+TEST(marking_inactive_notifies_nobody) {
   g_autoptr(VekMetric) metric = probe_new();
   guint n_notifications = 0;
   auto on_notify = +[](GObject *, GParamSpec *, gpointer data) { ++*static_cast<guint *>(data); };
@@ -211,7 +211,7 @@ static void marking_inactive_notifies_nobody() {
   g_assert_cmpuint(n_notifications, ==, 0);
 }
 
-static void an_unknown_property_id_warns_and_changes_nothing() {
+TEST(an_unknown_property_id_warns_and_changes_nothing) {
   g_autoptr(VekMetric) metric = probe_new();
   auto *klass = static_cast<GObjectClass *>(g_type_class_peek(VEK_TYPE_METRIC));
   GParamSpec *property = g_object_class_find_property(klass, "name");
@@ -235,13 +235,13 @@ static void an_unknown_property_id_warns_and_changes_nothing() {
   g_assert_true(vek_metric_is_active(metric));
 }
 
-static void reporting_to_no_reporters_asks_nobody() {
+TEST(reporting_to_no_reporters_asks_nobody) {
   g_autoptr(VekMetric) metric = probe_new();
   vek_metric_report(metric, nullptr);
   g_assert_cmpuint(reinterpret_cast<Probe *>(metric)->n_reports, ==, 0);
 }
 
-static void reporting_calls_the_kind_once_with_the_same_arguments() {
+TEST(reporting_calls_the_kind_once_with_the_same_arguments) {
   g_autoptr(VekMetric) metric = probe_new();
   auto *probe = reinterpret_cast<Probe *>(metric);
   g_autoptr(GSList) reporters = g_slist_prepend(nullptr, nullptr);
@@ -253,7 +253,7 @@ static void reporting_calls_the_kind_once_with_the_same_arguments() {
   g_assert_true(probe->reporters == reporters);
 }
 
-static void reporting_does_not_ask_whether_the_metric_is_active() {
+TEST(reporting_does_not_ask_whether_the_metric_is_active) {
   g_autoptr(VekMetric) metric = probe_new();
   g_autoptr(GSList) reporters = g_slist_prepend(nullptr, nullptr);
   vek_metric_mark_inactive(metric);
@@ -283,16 +283,16 @@ static void assert_all_checks_fail(gpointer instance) {
   assert_failed_check("vek_metric_report", condition);
 }
 
-static void null_fails_every_check_and_gives_neutral_values() {
+TEST(null_fails_every_check_and_gives_neutral_values) {
   assert_all_checks_fail(nullptr);
 }
 
-static void another_object_fails_every_check_and_gives_neutral_values() {
+TEST(another_object_fails_every_check_and_gives_neutral_values) {
   g_autoptr(GObject) object = G_OBJECT(g_object_new(G_TYPE_OBJECT, nullptr));
   assert_all_checks_fail(object);
 }
 
-static void a_disposed_metric_has_no_identity() {
+TEST(a_disposed_metric_has_no_identity) {
   g_autoptr(VekMetric) metric = probe_new();
   for (guint i = 0; i < 2; i++) {
     g_object_run_dispose(G_OBJECT(metric));
@@ -303,7 +303,7 @@ static void a_disposed_metric_has_no_identity() {
   }
 }
 
-static void dispose_reaches_the_parent() {
+TEST(dispose_reaches_the_parent) {
   g_autoptr(VekMetric) metric = probe_new();
   gpointer weak = metric;
   g_object_add_weak_pointer(G_OBJECT(metric), &weak);
@@ -315,37 +315,6 @@ static void make_and_unref() {
   g_object_unref(probe_new());
 }
 
-static void a_metric_frees_its_strings() {
+TEST(a_metric_frees_its_strings) {
   assert_frees_all(make_and_unref);
-}
-
-int main(int argc, char **argv) {
-  g_test_init(&argc, &argv, nullptr);
-  log_capture_init();
-
-  ADD_TEST("metric", the_type_is_an_abstract_object);
-  ADD_TEST("metric", instantiating_the_base_type_fails);
-  ADD_TEST("metric", the_base_type_has_no_report_of_its_own);
-  ADD_TEST("metric", properties_are_as_documented);
-  ADD_TEST("metric", a_bare_metric_has_the_defaults);
-  ADD_TEST("metric", a_metric_keeps_copies);
-  ADD_TEST("metric", reading_properties_gives_copies);
-  ADD_TEST("metric", getters_lend_what_the_metric_owns);
-  ADD_TEST("metric", without_dimensions_there_is_no_vector);
-  ADD_TEST("metric", an_empty_vector_stays_an_empty_vector);
-  ADD_TEST("metric", the_identity_cannot_be_written_afterwards);
-  ADD_TEST("metric", active_can_be_written_at_any_time);
-  ADD_TEST("metric", marking_inactive_clears_the_flag_and_the_property);
-  ADD_TEST("metric", marking_inactive_notifies_nobody);
-  ADD_TEST("metric", an_unknown_property_id_warns_and_changes_nothing);
-  ADD_TEST("metric", reporting_to_no_reporters_asks_nobody);
-  ADD_TEST("metric", reporting_calls_the_kind_once_with_the_same_arguments);
-  ADD_TEST("metric", reporting_does_not_ask_whether_the_metric_is_active);
-  ADD_TEST("metric", null_fails_every_check_and_gives_neutral_values);
-  ADD_TEST("metric", another_object_fails_every_check_and_gives_neutral_values);
-  ADD_TEST("metric", a_disposed_metric_has_no_identity);
-  ADD_TEST("metric", dispose_reaches_the_parent);
-  ADD_TEST("metric", a_metric_frees_its_strings);
-
-  return g_test_run();
 }

@@ -2,8 +2,7 @@
 
 #include <vekmetrics/vekmetrics.h>
 
-#include "support/logcapture.h"
-#include "support/scene.h"
+#include "support/fixture.h"
 
 #include <math.h>
 
@@ -52,7 +51,7 @@ static void assert_dimensions(VekMetricDatum *datum, guint n_dimensions) {
     g_assert_null(found);
 }
 
-static void new_datum_has_nothing_but_a_name(void) {
+TEST(new_datum_has_nothing_but_a_name) {
   char name[] = "frames";
   g_autoptr(VekMetricDatum) datum = vek_metric_datum_new(name);
   name[0] = 'F'; /* it was copied */
@@ -74,12 +73,12 @@ static void new_datum_has_nothing_but_a_name(void) {
   g_assert_cmpfloat(maximum, ==, 0.0);
 }
 
-static void name_may_be_null(void) {
+TEST(name_may_be_null) {
   g_autoptr(VekMetricDatum) datum = vek_metric_datum_new(NULL);
   g_assert_null(vek_metric_datum_get_metric_name(datum));
 }
 
-static void ref_and_unref_count_holders(void) {
+TEST(ref_and_unref_count_holders) {
   VekMetricDatum *datum = vek_metric_datum_new("frames");
   g_assert_true(vek_metric_datum_ref(datum) == datum);
   g_assert_cmpint(datum_ref_count(datum), ==, 2);
@@ -103,13 +102,13 @@ static void read_datum(gpointer datum) {
   g_assert_cmpstr(vek_metric_datum_get_metric_name(datum), ==, "frames");
 }
 
-static void holders_are_counted_across_threads(void) {
+TEST(holders_are_counted_across_threads) {
   g_autoptr(VekMetricDatum) datum = vek_metric_datum_new("frames");
   run_threads(4, ref_and_unref_often, read_datum, datum);
   g_assert_cmpint(datum_ref_count(datum), ==, 1);
 }
 
-static void boxed_copies_are_references(void) {
+TEST(boxed_copies_are_references) {
   g_assert_cmpstr(g_type_name(VEK_TYPE_METRIC_DATUM), ==, "VekMetricDatum");
   g_assert_true(G_TYPE_IS_BOXED(VEK_TYPE_METRIC_DATUM));
 
@@ -121,7 +120,7 @@ static void boxed_copies_are_references(void) {
   g_assert_cmpint(datum_ref_count(datum), ==, 1);
 }
 
-static void refused_numbers_of_dimensions_leave_none(void) {
+TEST(refused_numbers_of_dimensions_leave_none) {
   g_autoptr(VekMetricDatum) datum = vek_metric_datum_new("frames");
   dimensions_new();
   const guint refused[] = {0, 11, G_MAXUINT};
@@ -134,7 +133,7 @@ static void refused_numbers_of_dimensions_leave_none(void) {
   dimensions_free();
 }
 
-static void numbers_of_dimensions_from_1_to_10_are_accepted(void) {
+TEST(numbers_of_dimensions_from_1_to_10_are_accepted) {
   dimensions_new();
   for (guint n = 1; n <= 10; n++) {
     VekMetricDatum *datum = vek_metric_datum_new("frames");
@@ -145,7 +144,7 @@ static void numbers_of_dimensions_from_1_to_10_are_accepted(void) {
   dimensions_free();
 }
 
-static void last_unref_drops_one_reference_to_each_dimension(void) {
+TEST(last_unref_drops_one_reference_to_each_dimension) {
   VekMetricDatum *datum = vek_metric_datum_new("frames");
   dimensions_new();
   vek_metric_datum_set_dimensions(datum, dimensions, 2);
@@ -160,7 +159,7 @@ static void last_unref_drops_one_reference_to_each_dimension(void) {
   dimensions_free();
 }
 
-static void timestamp_reads_back(void) {
+TEST(timestamp_reads_back) {
   g_autoptr(VekMetricDatum) datum = vek_metric_datum_new("frames");
   const gint64 timestamps[] = {1700000000004211, -1, G_MININT64, G_MAXINT64, 0};
   for (gsize i = 0; i < G_N_ELEMENTS(timestamps); i++) {
@@ -169,7 +168,7 @@ static void timestamp_reads_back(void) {
   }
 }
 
-static void unit_is_copied(void) {
+TEST(unit_is_copied) {
   g_autoptr(VekMetricDatum) datum = vek_metric_datum_new("frames");
   char unit[] = "any text";
   vek_metric_datum_set_unit(datum, unit);
@@ -177,14 +176,14 @@ static void unit_is_copied(void) {
   g_assert_cmpstr(vek_metric_datum_get_unit(datum), ==, "any text");
 }
 
-static void unit_may_be_null(void) {
+TEST(unit_may_be_null) {
   g_autoptr(VekMetricDatum) datum = vek_metric_datum_new("frames");
   vek_metric_datum_set_unit(datum, NULL);
   g_assert_null(vek_metric_datum_get_unit(datum));
 }
 
 /* So that what a caller borrowed stays valid. */
-static void second_unit_does_not_release_the_first(void) {
+TEST(second_unit_does_not_release_the_first) {
   g_autoptr(VekMetricDatum) datum = vek_metric_datum_new("frames");
   vek_metric_datum_set_unit(datum, "Count");
   g_autofree char *first = (char *)vek_metric_datum_get_unit(datum);
@@ -195,7 +194,7 @@ static void second_unit_does_not_release_the_first(void) {
   g_assert_cmpstr(first, ==, "Count");
 }
 
-static void second_dimensions_do_not_release_the_first(void) {
+TEST(second_dimensions_do_not_release_the_first) {
   VekMetricDatum *datum = vek_metric_datum_new("frames");
   dimensions_new();
   vek_metric_datum_set_dimensions(datum, dimensions + 5, 2);
@@ -212,7 +211,7 @@ static void second_dimensions_do_not_release_the_first(void) {
   dimensions_free();
 }
 
-static void values_are_clamped(void) {
+TEST(values_are_clamped) {
   static const struct {
     gdouble value, stored;
   } rows[] = {
@@ -237,27 +236,27 @@ static void values_are_clamped(void) {
   }
 }
 
-static void negative_zero_keeps_its_sign(void) {
+TEST(negative_zero_keeps_its_sign) {
   g_autoptr(VekMetricDatum) datum = vek_metric_datum_new("frames");
   vek_metric_datum_set_value(datum, -0.0);
   g_assert_true(signbit(vek_metric_datum_get_value(datum)));
 }
 
-static void not_a_number_passes_through(void) {
+TEST(not_a_number_passes_through) {
   g_autoptr(VekMetricDatum) datum = vek_metric_datum_new("frames");
   vek_metric_datum_set_value(datum, NAN);
   g_assert_true(isnan(vek_metric_datum_get_value(datum)));
   g_assert_true(vek_metric_datum_get_value_set(datum));
 }
 
-static void value_may_be_overwritten(void) {
+TEST(value_may_be_overwritten) {
   g_autoptr(VekMetricDatum) datum = vek_metric_datum_new("frames");
   vek_metric_datum_set_value(datum, 1.0);
   vek_metric_datum_set_value(datum, 2.0);
   g_assert_cmpfloat(vek_metric_datum_get_value(datum), ==, 2.0);
 }
 
-static void statistics_are_never_clamped(void) {
+TEST(statistics_are_never_clamped) {
   g_autoptr(VekMetricDatum) datum = vek_metric_datum_new("frames");
   guint64 sample_count;
   gdouble sum, minimum, maximum;
@@ -274,7 +273,7 @@ static void statistics_are_never_clamped(void) {
   g_assert_false(vek_metric_datum_get_value_set(datum));
 }
 
-static void failed_checks_name_their_own_function(void) {
+TEST(failed_checks_name_their_own_function) {
   guint n = 99;
   guint64 sample_count = 1;
   gdouble sum = 2, minimum = 3, maximum = 4;
@@ -316,37 +315,9 @@ static void failed_checks_name_their_own_function(void) {
   assert_failed_check("vek_metric_datum_get_statistic_values_set", "datum != NULL");
 }
 
-static void missing_dimensions_are_checked_before_their_number(void) {
+TEST(missing_dimensions_are_checked_before_their_number) {
   g_autoptr(VekMetricDatum) datum = vek_metric_datum_new("frames");
   vek_metric_datum_set_dimensions(datum, NULL, 0);
   assert_failed_check("vek_metric_datum_set_dimensions", "dimensions != NULL");
   assert_dimensions(datum, 0);
-}
-
-int main(int argc, char **argv) {
-  g_test_init(&argc, &argv, NULL);
-  log_capture_init();
-
-  ADD_TEST("metricdatum", new_datum_has_nothing_but_a_name);
-  ADD_TEST("metricdatum", name_may_be_null);
-  ADD_TEST("metricdatum", ref_and_unref_count_holders);
-  ADD_TEST("metricdatum", holders_are_counted_across_threads);
-  ADD_TEST("metricdatum", boxed_copies_are_references);
-  ADD_TEST("metricdatum", refused_numbers_of_dimensions_leave_none);
-  ADD_TEST("metricdatum", numbers_of_dimensions_from_1_to_10_are_accepted);
-  ADD_TEST("metricdatum", last_unref_drops_one_reference_to_each_dimension);
-  ADD_TEST("metricdatum", timestamp_reads_back);
-  ADD_TEST("metricdatum", unit_is_copied);
-  ADD_TEST("metricdatum", unit_may_be_null);
-  ADD_TEST("metricdatum", second_unit_does_not_release_the_first);
-  ADD_TEST("metricdatum", second_dimensions_do_not_release_the_first);
-  ADD_TEST("metricdatum", values_are_clamped);
-  ADD_TEST("metricdatum", negative_zero_keeps_its_sign);
-  ADD_TEST("metricdatum", not_a_number_passes_through);
-  ADD_TEST("metricdatum", value_may_be_overwritten);
-  ADD_TEST("metricdatum", statistics_are_never_clamped);
-  ADD_TEST("metricdatum", failed_checks_name_their_own_function);
-  ADD_TEST("metricdatum", missing_dimensions_are_checked_before_their_number);
-
-  return g_test_run();
 }

@@ -2,8 +2,8 @@
 
 #include <vekmetrics/vekmetrics.h>
 
+#include "support/fixture.h"
 #include "support/folder.h"
-#include "support/logcapture.h"
 
 #include <glib/gstdio.h>
 
@@ -44,7 +44,7 @@ static const Row rows[] = {
      "X.: was X.\nX.01: was X.01\nX.1: was X\nX.1.1: was X.1.1\nXX.1: was XX.1\n"},
 };
 
-static void rotates_by_the_table(gconstpointer data) {
+TEST_ROWS(rotates_by_the_table, rows) {
   const Row *row = data;
   char *folder = folder_new();
   for (const char *const *name = row->names; *name; name++) {
@@ -66,7 +66,7 @@ static void block(const char *folder, const char *name) {
   folder_write(path, "inside", "");
 }
 
-static void failed_rename_stops_nothing_and_is_silent(void) {
+TEST(failed_rename_stops_nothing_and_is_silent) {
   char *folder = folder_new();
   block(folder, "X.3");
   folder_write(folder, "X.2", "was X.2\n");
@@ -79,7 +79,7 @@ static void failed_rename_stops_nothing_and_is_silent(void) {
   folder_remove(folder);
 }
 
-static void file_is_removed_when_it_could_not_be_renamed(void) {
+TEST(file_is_removed_when_it_could_not_be_renamed) {
   char *folder = folder_new();
   block(folder, "X.1");
   folder_write(folder, "X", "was X\n");
@@ -90,7 +90,7 @@ static void file_is_removed_when_it_could_not_be_renamed(void) {
   folder_remove(folder);
 }
 
-static void failed_removal_is_silent(void) {
+TEST(failed_removal_is_silent) {
   char *folder = folder_new();
   block(folder, "X");
 
@@ -100,7 +100,7 @@ static void failed_removal_is_silent(void) {
   folder_remove(folder);
 }
 
-static void folders_are_renamed_like_files(void) {
+TEST(folders_are_renamed_like_files) {
   char *folder = folder_new();
   block(folder, "X.1");
   block(folder, "X");
@@ -111,31 +111,13 @@ static void folders_are_renamed_like_files(void) {
   folder_remove(folder);
 }
 
-static void missing_folder_is_silent(void) {
+TEST(missing_folder_is_silent) {
   vek_metrics_rotate_files("X", "/nowhere/at/all", 2);
 }
 
-static void failed_checks_come_in_the_arguments_order(void) {
+TEST(failed_checks_come_in_the_arguments_order) {
   vek_metrics_rotate_files(NULL, NULL, 1);
   assert_failed_check("vek_metrics_rotate_files", "fname != NULL");
   vek_metrics_rotate_files("X", NULL, 1);
   assert_failed_check("vek_metrics_rotate_files", "logdir != NULL");
-}
-
-int main(int argc, char **argv) {
-  g_test_init(&argc, &argv, NULL);
-  log_capture_init();
-
-  for (const Row *row = rows; row < rows + G_N_ELEMENTS(rows); row++) {
-    g_autofree char *path = g_strconcat("/metricutils/", row->path, NULL);
-    g_test_add_data_func(path, row, rotates_by_the_table);
-  }
-  ADD_TEST("metricutils", failed_rename_stops_nothing_and_is_silent);
-  ADD_TEST("metricutils", file_is_removed_when_it_could_not_be_renamed);
-  ADD_TEST("metricutils", failed_removal_is_silent);
-  ADD_TEST("metricutils", folders_are_renamed_like_files);
-  ADD_TEST("metricutils", missing_folder_is_silent);
-  ADD_TEST("metricutils", failed_checks_come_in_the_arguments_order);
-
-  return g_test_run();
 }

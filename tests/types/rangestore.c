@@ -1,8 +1,7 @@
 /* Tests of VekMetricRangeStore. */
 
-#include "support/logcapture.h"
+#include "support/fixture.h"
 #include "support/modeltest.h"
-#include "support/scene.h"
 
 /* Moves the ranges out and describes them, as in "3:1..2 1:5..9 ". */
 static char *move_out(VekMetricStore *store) {
@@ -24,7 +23,7 @@ static char *move_out(VekMetricStore *store) {
   }                                            \
   G_STMT_END
 
-static void type_is_a_store_without_properties(void) {
+TEST(type_is_a_store_without_properties) {
   g_assert_cmpstr(g_type_name(VEK_TYPE_METRIC_RANGE_STORE), ==, "VekMetricRangeStore");
   g_assert_cmpstr(g_type_name(g_type_parent(VEK_TYPE_METRIC_RANGE_STORE)), ==, "VekMetricStore");
   g_autoptr(GTypeClass) klass = g_type_class_ref(VEK_TYPE_METRIC_RANGE_STORE);
@@ -35,26 +34,26 @@ static void type_is_a_store_without_properties(void) {
   g_assert_true(VEK_IS_METRIC_RANGE_STORE(store));
 }
 
-static void range_record_holds_id_start_and_end_in_order(void) {
+TEST(range_record_holds_id_start_and_end_in_order) {
   g_assert_cmpuint(G_STRUCT_OFFSET(VekMetricRange, id), ==, 0);
   g_assert_cmpuint(G_STRUCT_OFFSET(VekMetricRange, start), ==, 8);
   g_assert_cmpuint(G_STRUCT_OFFSET(VekMetricRange, end), ==, 16);
   g_assert_cmpuint(sizeof(VekMetricRange), ==, 24);
 }
 
-static void new_store_moves_out_nothing(void) {
+TEST(new_store_moves_out_nothing) {
   g_autoptr(VekMetricStore) store = vek_metric_range_store_new();
   g_assert_null(vek_metric_range_store_move_data(VEK_METRIC_RANGE_STORE(store)));
 }
 
-static void second_move_without_a_range_between_moves_out_nothing(void) {
+TEST(second_move_without_a_range_between_moves_out_nothing) {
   g_autoptr(VekMetricStore) store = vek_metric_range_store_new();
   vek_metric_store_add_range(store, 1, 2, 3);
   assert_moved_out(store, "1:2..3 ");
   g_assert_null(vek_metric_range_store_move_data(VEK_METRIC_RANGE_STORE(store)));
 }
 
-static void ranges_come_out_newest_first(void) {
+TEST(ranges_come_out_newest_first) {
   g_autoptr(VekMetricStore) store = vek_metric_range_store_new();
   vek_metric_store_add_range(store, 1, 10, 11);
   vek_metric_store_add_range(store, 2, 20, 21);
@@ -62,7 +61,7 @@ static void ranges_come_out_newest_first(void) {
   assert_moved_out(store, "3:30..31 2:20..21 1:10..11 ");
 }
 
-static void store_collects_anew_after_a_move(void) {
+TEST(store_collects_anew_after_a_move) {
   g_autoptr(VekMetricStore) store = vek_metric_range_store_new();
   vek_metric_store_add_range(store, 1, 10, 11);
   assert_moved_out(store, "1:10..11 ");
@@ -71,7 +70,7 @@ static void store_collects_anew_after_a_move(void) {
   assert_moved_out(store, "3:30..31 2:20..21 ");
 }
 
-static void bounds_of_any_order_and_sign_are_stored_unchanged(void) {
+TEST(bounds_of_any_order_and_sign_are_stored_unchanged) {
   g_autoptr(VekMetricStore) store = vek_metric_range_store_new();
   vek_metric_store_add_range(store, 1, 9, 5);
   vek_metric_store_add_range(store, -2, -7, -8);
@@ -86,7 +85,7 @@ static void bounds_of_any_order_and_sign_are_stored_unchanged(void) {
 }
 
 /* The record that is moved out is the one that was stored: it outlives the store. */
-static void moved_ranges_belong_to_the_caller(void) {
+TEST(moved_ranges_belong_to_the_caller) {
   VekMetricStore *store = vek_metric_range_store_new();
   vek_metric_store_add_range(store, 1, 2, 3);
   GSList *batch = vek_metric_range_store_move_data(VEK_METRIC_RANGE_STORE(store));
@@ -130,7 +129,7 @@ static void take_batch(gpointer data) {
   g_slist_free_full(batch, g_free);
 }
 
-static void each_range_of_several_threads_is_in_exactly_one_batch(void) {
+TEST(each_range_of_several_threads_is_in_exactly_one_batch) {
   g_autoptr(VekMetricStore) store = vek_metric_range_store_new();
   Batches batches = {.store = store};
   run_threads(N_THREADS, add_ranges, take_batch, &batches);
@@ -189,25 +188,7 @@ static char *describe(const ModelOperation *operation) {
   return g_strdup_printf("add the range of id %" G_GINT64_FORMAT, operation->number);
 }
 
-static void random_histories_agree_with_a_model(void) {
+TEST(random_histories_agree_with_a_model) {
   static const ModelTest test = {begin, draw, apply, end, describe};
   model_test_run(&test, 30000);
-}
-
-int main(int argc, char **argv) {
-  g_test_init(&argc, &argv, NULL);
-  log_capture_init();
-
-  ADD_TEST("range-store", type_is_a_store_without_properties);
-  ADD_TEST("range-store", range_record_holds_id_start_and_end_in_order);
-  ADD_TEST("range-store", new_store_moves_out_nothing);
-  ADD_TEST("range-store", second_move_without_a_range_between_moves_out_nothing);
-  ADD_TEST("range-store", ranges_come_out_newest_first);
-  ADD_TEST("range-store", store_collects_anew_after_a_move);
-  ADD_TEST("range-store", bounds_of_any_order_and_sign_are_stored_unchanged);
-  ADD_TEST("range-store", moved_ranges_belong_to_the_caller);
-  ADD_TEST("range-store", each_range_of_several_threads_is_in_exactly_one_batch);
-  ADD_TEST("range-store", random_histories_agree_with_a_model);
-
-  return g_test_run();
 }

@@ -2,11 +2,8 @@
 
 #define _GNU_SOURCE /* RTLD_NEXT */
 
-#include "support/fakeclock.h"
-#include "support/logcapture.h"
+#include "support/fixture.h"
 #include "support/periodicpass.h"
-#include "support/recordingreporter.h"
-#include "support/scene.h"
 
 #include <dlfcn.h>
 #include <string.h>
@@ -59,7 +56,7 @@ static guint get_ref_count(gpointer object) {
   return G_OBJECT(object)->ref_count;
 }
 
-static void type_is_a_plain_object(void) {
+TEST(type_is_a_plain_object) {
   g_autoptr(VekMetricRegistry) registry = registry_new();
   GObjectClass *klass = G_OBJECT_GET_CLASS(registry);
 
@@ -73,7 +70,7 @@ static void type_is_a_plain_object(void) {
   g_assert_cmpuint(n_signals, ==, 0);
 }
 
-static void same_name_and_dimensions_give_the_same_object(void) {
+TEST(same_name_and_dimensions_give_the_same_object) {
   g_autoptr(VekMetricRegistry) registry = registry_new();
 
   g_autoptr(VekMetricCounter) first =
@@ -87,7 +84,7 @@ static void same_name_and_dimensions_give_the_same_object(void) {
   g_assert_cmpstr(vek_metric_get_unit(VEK_METRIC(second)), ==, "Count");
 }
 
-static void key_is_the_dimensions_then_the_name(void) {
+TEST(key_is_the_dimensions_then_the_name) {
   const struct {
     const char *name;
     char **dimensions;
@@ -116,7 +113,7 @@ static void key_is_the_dimensions_then_the_name(void) {
   }
 }
 
-static void keys_of_any_length_are_told_apart(void) {
+TEST(keys_of_any_length_are_told_apart) {
   g_autoptr(VekMetricRegistry) registry = registry_new();
   g_autoptr(GPtrArray) counters = g_ptr_array_new_with_free_func(g_object_unref);
   g_autoptr(GString) value = g_string_new(NULL);
@@ -136,7 +133,7 @@ static void keys_of_any_length_are_told_apart(void) {
   }
 }
 
-static void metrics_whose_strings_join_to_the_same_text_are_one(void) {
+TEST(metrics_whose_strings_join_to_the_same_text_are_one) {
   g_autoptr(VekMetricRegistry) registry = registry_new();
 
   g_autoptr(VekMetricCounter) a =
@@ -149,7 +146,7 @@ static void metrics_whose_strings_join_to_the_same_text_are_one(void) {
   g_assert_true(joined == a);
 }
 
-static void metric_of_another_kind_is_returned_after_a_warning(void) {
+TEST(metric_of_another_kind_is_returned_after_a_warning) {
   g_autoptr(VekMetricRegistry) registry = registry_new();
   g_autoptr(VekMetricGauge) gauge =
       vek_metric_registry_gauge_new(registry, "requests", NULL, 0, NULL);
@@ -160,7 +157,7 @@ static void metric_of_another_kind_is_returned_after_a_warning(void) {
   g_assert_cmpuint(get_ref_count(gauge), ==, 3);
 }
 
-static void metric_without_a_name_aborts(void) {
+TEST(metric_without_a_name_aborts) {
   if (g_test_subprocess()) {
     g_autoptr(VekMetricRegistry) registry = registry_new();
     vek_metric_registry_timeline_new(registry, NULL);
@@ -172,7 +169,7 @@ static void metric_without_a_name_aborts(void) {
       "*VEK:metrics:ERROR:../vekmetrics/registry:85:get_key: assertion failed: (name != NULL)\n*");
 }
 
-static void unknown_key_gives_null_and_logs_nothing(void) {
+TEST(unknown_key_gives_null_and_logs_nothing) {
   g_autoptr(VekMetricRegistry) registry = registry_new();
   g_autoptr(VekMetricCounter) counter = counter_new(registry, "requests");
 
@@ -181,7 +178,7 @@ static void unknown_key_gives_null_and_logs_nothing(void) {
   assert_nothing_logged();
 }
 
-static void found_metric_comes_with_a_reference_of_its_own(void) {
+TEST(found_metric_comes_with_a_reference_of_its_own) {
   g_autoptr(VekMetricRegistry) registry = registry_new();
   g_autoptr(VekMetricCounter) counter = counter_new(registry, "requests");
 
@@ -191,7 +188,7 @@ static void found_metric_comes_with_a_reference_of_its_own(void) {
   g_assert_cmpuint(get_ref_count(counter), ==, 2);
 }
 
-static void registries_are_apart(void) {
+TEST(registries_are_apart) {
   g_autoptr(VekMetricRegistry) registry = registry_new();
   g_autoptr(VekMetricRegistry) other = registry_new();
   g_autoptr(VekMetricCounter) counter = counter_new(registry, "requests");
@@ -199,7 +196,7 @@ static void registries_are_apart(void) {
   assert_not_found(other, "requests");
 }
 
-static void first_reporter_installs_exactly_one_timer(void) {
+TEST(first_reporter_installs_exactly_one_timer) {
   g_autoptr(VekMetricRegistry) registry = registry_new();
   g_autoptr(GString) record = g_string_new(NULL);
   g_autoptr(VekMetricReporter) first = recording_reporter_new("a", record);
@@ -218,31 +215,29 @@ static void first_reporter_installs_exactly_one_timer(void) {
   g_assert_true(find_timer(registry) == timer);
 }
 
-static void timer_goes_to_the_default_context_even_under_another(void) {
-  g_autoptr(Scene) scene = scene_new();
+TEST(timer_goes_to_the_default_context_even_under_another) {
   g_autoptr(GMainContext) context = g_main_context_new();
 
   g_main_context_push_thread_default(context);
-  vek_metric_registry_register_reporter(scene->registry, scene->reporter);
+  vek_metric_registry_register_reporter(fixture.registry, fixture.reporter);
   g_main_context_pop_thread_default(context);
 
-  g_assert_null(g_main_context_find_source_by_user_data(context, scene->registry));
-  run_periodic_pass(scene->registry);
-  assert_recorded(scene->record, "a flush\n");
+  g_assert_null(g_main_context_find_source_by_user_data(context, fixture.registry));
+  run_periodic_pass(fixture.registry);
+  assert_recorded(fixture.record, "a flush\n");
 }
 
-static void timer_repeats(void) {
-  g_autoptr(Scene) scene = scene_new();
-  vek_metric_registry_register_reporter(scene->registry, scene->reporter);
+TEST(timer_repeats) {
+  vek_metric_registry_register_reporter(fixture.registry, fixture.reporter);
 
-  run_periodic_pass(scene->registry);
-  run_periodic_pass(scene->registry);
-  assert_recorded(scene->record,
+  run_periodic_pass(fixture.registry);
+  run_periodic_pass(fixture.registry);
+  assert_recorded(fixture.record,
                   "a flush\n"
                   "a flush\n");
 }
 
-static void timer_holds_no_reference_and_goes_with_the_registry(void) {
+TEST(timer_holds_no_reference_and_goes_with_the_registry) {
   VekMetricRegistry *registry = registry_new();
   g_autoptr(GString) record = g_string_new(NULL);
   g_autoptr(VekMetricReporter) reporter = recording_reporter_new("a", record);
@@ -254,7 +249,7 @@ static void timer_holds_no_reference_and_goes_with_the_registry(void) {
   g_assert_true(g_source_is_destroyed(timer));
 }
 
-static void without_a_reporter_nothing_is_reported_or_removed(void) {
+TEST(without_a_reporter_nothing_is_reported_or_removed) {
   g_autoptr(VekMetricRegistry) registry = registry_new();
   guint n_before = fake_clock_get_n_timeouts();
   add_dropped_counter(registry, "dropped");
@@ -268,37 +263,36 @@ static void without_a_reporter_nothing_is_reported_or_removed(void) {
   assert_found(registry, "retired", FALSE);
 }
 
-static void pass_with_an_empty_list_only_removes(void) {
-  g_autoptr(Scene) scene = scene_new();
+TEST(pass_with_an_empty_list_only_removes) {
   g_autoptr(VekMetricRegistry) empty = registry_new();
   add_dropped_counter(empty, "dropped");
   g_autoptr(VekMetricCounter) retired = counter_new(empty, "retired");
   vek_metric_mark_inactive(VEK_METRIC(retired));
 
   /* A registry without reporters has no timer: it is given the callback of one that has. */
-  vek_metric_registry_register_reporter(scene->registry, scene->reporter);
-  GSource *timer = find_timer(scene->registry);
+  vek_metric_registry_register_reporter(fixture.registry, fixture.reporter);
+  GSource *timer = find_timer(fixture.registry);
   GSourceFunc callback;
   gpointer data;
   timer->callback_funcs->get(timer->callback_data, timer, &callback, &data);
-  g_assert_true(data == scene->registry);
+  g_assert_true(data == fixture.registry);
   g_assert_true(callback(empty));
 
-  assert_recorded(scene->record, "");
+  assert_recorded(fixture.record, "");
   assert_found(empty, "dropped", TRUE);
   assert_not_found(empty, "retired");
 }
 
-static void pass_reports_each_metric_once_however_many(void) {
+TEST(pass_reports_each_metric_once_however_many) {
   for (guint n = 0; n <= 260; n++) { /* a pass takes them by the batch of 128 */
-    g_autoptr(Scene) scene = scene_new();
+    fixture_reset();
     for (guint i = 0; i < n; i++) {
       g_autofree char *name = g_strdup_printf("%u", i);
-      add_dropped_counter(scene->registry, name);
+      add_dropped_counter(fixture.registry, name);
     }
 
-    scene_report(scene);
-    g_auto(GStrv) lines = g_strsplit(scene->record->str, "\n", -1);
+    fixture_report();
+    g_auto(GStrv) lines = g_strsplit(fixture.record->str, "\n", -1);
     g_assert_cmpuint(g_strv_length(lines), ==, n + 2); /* the flush and the empty end */
     g_assert_cmpstr(lines[n], ==, "a flush");
     for (guint i = 0; i < n; i++) {
@@ -315,7 +309,7 @@ static void register_late_reporter(void) {
   vek_metric_registry_register_reporter(registered_with, late_reporter);
 }
 
-static void reporter_registered_as_a_pass_begins_waits_for_the_next(void) {
+TEST(reporter_registered_as_a_pass_begins_waits_for_the_next) {
   g_autoptr(VekMetricRegistry) registry = registry_new();
   g_autoptr(GString) record = g_string_new(NULL);
   g_autoptr(VekMetricReporter) a = recording_reporter_new("a", record);
@@ -337,7 +331,7 @@ static void note_reading(void) {
   look_up_read = TRUE;
 }
 
-static void look_up_takes_the_lock_for_reading(void) {
+TEST(look_up_takes_the_lock_for_reading) {
   g_autoptr(VekMetricRegistry) registry = registry_new();
   look_up_read = FALSE;
   before_reading = note_reading;
@@ -345,7 +339,7 @@ static void look_up_takes_the_lock_for_reading(void) {
   g_assert_true(look_up_read);
 }
 
-static void reporter_registered_last_is_called_first(void) {
+TEST(reporter_registered_last_is_called_first) {
   g_autoptr(VekMetricRegistry) registry = registry_new();
   g_autoptr(GString) record = g_string_new(NULL);
   g_autoptr(VekMetricReporter) a = recording_reporter_new("a", record);
@@ -367,48 +361,46 @@ static void reporter_registered_last_is_called_first(void) {
                   "a flush\n");
 }
 
-static void reporter_registered_twice_is_called_twice(void) {
-  g_autoptr(Scene) scene = scene_new();
-  g_autoptr(VekMetricCounter) counter = counter_new(scene->registry, "requests");
+TEST(reporter_registered_twice_is_called_twice) {
+  g_autoptr(VekMetricCounter) counter = counter_new(fixture.registry, "requests");
 
-  vek_metric_registry_register_reporter(scene->registry, scene->reporter);
-  vek_metric_registry_register_reporter(scene->registry, scene->reporter);
-  g_assert_cmpuint(get_ref_count(scene->reporter), ==, 3);
-  run_periodic_pass(scene->registry);
+  vek_metric_registry_register_reporter(fixture.registry, fixture.reporter);
+  vek_metric_registry_register_reporter(fixture.registry, fixture.reporter);
+  g_assert_cmpuint(get_ref_count(fixture.reporter), ==, 3);
+  run_periodic_pass(fixture.registry);
 
-  assert_recorded(scene->record,
+  assert_recorded(fixture.record,
                   "a count requests - - 1000 0\n"
                   "a count requests - - 1000 0\n"
                   "a flush\n"
                   "a flush\n");
 }
 
-static void dropped_metric_is_reported_a_last_time_and_removed(void) {
-  g_autoptr(Scene) scene = scene_new();
-  vek_metric_registry_register_reporter(scene->registry, scene->reporter);
-  VekMetricCounter *counter = counter_new(scene->registry, "requests");
+TEST(dropped_metric_is_reported_a_last_time_and_removed) {
+  vek_metric_registry_register_reporter(fixture.registry, fixture.reporter);
+  VekMetricCounter *counter = counter_new(fixture.registry, "requests");
   g_object_add_weak_pointer(G_OBJECT(counter), (gpointer *)&counter);
 
-  run_periodic_pass(scene->registry);
-  assert_recorded(scene->record,
+  run_periodic_pass(fixture.registry);
+  assert_recorded(fixture.record,
                   "a count requests - - 1000 0\n"
                   "a flush\n");
-  assert_found(scene->registry, "requests", TRUE);
+  assert_found(fixture.registry, "requests", TRUE);
 
   vek_metric_counter_inc(counter);
   g_object_unref(counter);
-  run_periodic_pass(scene->registry);
-  assert_recorded(scene->record,
+  run_periodic_pass(fixture.registry);
+  assert_recorded(fixture.record,
                   "a count requests - - 1000 1\n"
                   "a flush\n");
-  assert_not_found(scene->registry, "requests");
+  assert_not_found(fixture.registry, "requests");
   g_assert_null(counter);
 
-  run_periodic_pass(scene->registry);
-  assert_recorded(scene->record, "a flush\n");
+  run_periodic_pass(fixture.registry);
+  assert_recorded(fixture.record, "a flush\n");
 }
 
-static void one_off_pass_marks_but_leaves_removal_to_the_timer(void) {
+TEST(one_off_pass_marks_but_leaves_removal_to_the_timer) {
   g_autoptr(VekMetricRegistry) registry = registry_new();
   g_autoptr(GString) record = g_string_new(NULL);
   g_autoptr(VekMetricReporter) registered = recording_reporter_new("registered", record);
@@ -431,43 +423,41 @@ static void one_off_pass_marks_but_leaves_removal_to_the_timer(void) {
   assert_not_found(registry, "requests");
 }
 
-static void inactive_metric_is_never_made_active_again(void) {
-  g_autoptr(Scene) scene = scene_new();
-  vek_metric_registry_register_reporter(scene->registry, scene->reporter);
-  g_autoptr(VekMetricCounter) retired = counter_new(scene->registry, "requests");
+TEST(inactive_metric_is_never_made_active_again) {
+  vek_metric_registry_register_reporter(fixture.registry, fixture.reporter);
+  g_autoptr(VekMetricCounter) retired = counter_new(fixture.registry, "requests");
   vek_metric_mark_inactive(VEK_METRIC(retired));
 
-  g_autoptr(VekMetricCounter) again = counter_new(scene->registry, "requests");
+  g_autoptr(VekMetricCounter) again = counter_new(fixture.registry, "requests");
   g_assert_true(again == retired);
-  assert_found(scene->registry, "requests", FALSE);
+  assert_found(fixture.registry, "requests", FALSE);
 
   /* Held by the application, and removed all the same. */
-  run_periodic_pass(scene->registry);
-  assert_recorded(scene->record, "a flush\n");
-  assert_not_found(scene->registry, "requests");
+  run_periodic_pass(fixture.registry);
+  assert_recorded(fixture.record, "a flush\n");
+  assert_not_found(fixture.registry, "requests");
   g_assert_cmpuint(get_ref_count(retired), ==, 2);
 
-  g_autoptr(VekMetricCounter) fresh = counter_new(scene->registry, "requests");
+  g_autoptr(VekMetricCounter) fresh = counter_new(fixture.registry, "requests");
   g_assert_true(fresh != retired);
-  assert_found(scene->registry, "requests", TRUE);
+  assert_found(fixture.registry, "requests", TRUE);
 }
 
 static void record_state_of_requests(VekMetricReporter *reporter, gpointer data) {
   (void)reporter;
-  Scene *scene = data;
-  g_autoptr(VekMetric) metric = find(scene->registry, "requests");
-  g_string_append(scene->record, vek_metric_is_active(metric) ? "active\n" : "inactive\n");
+  (void)data;
+  g_autoptr(VekMetric) metric = find(fixture.registry, "requests");
+  g_string_append(fixture.record, vek_metric_is_active(metric) ? "active\n" : "inactive\n");
 }
 
 /* The look-ups also show that a pass lets other readers in, its flushes included. */
-static void metric_is_marked_after_its_report_and_before_the_flush(void) {
-  g_autoptr(Scene) scene = scene_new();
-  recording_reporter_set_callback(RECORDING_REPORTER(scene->reporter), record_state_of_requests,
-                                  scene);
-  add_dropped_counter(scene->registry, "requests");
+TEST(metric_is_marked_after_its_report_and_before_the_flush) {
+  recording_reporter_set_callback(RECORDING_REPORTER(fixture.reporter), record_state_of_requests,
+                                  NULL);
+  add_dropped_counter(fixture.registry, "requests");
 
-  scene_report(scene);
-  assert_recorded(scene->record,
+  fixture_report();
+  assert_recorded(fixture.record,
                   "a count requests - - 1000 0\n"
                   "active\n"
                   "a flush\n"
@@ -486,23 +476,20 @@ static void take_requests(VekMetricReporter *reporter, gpointer data) {
     taker->taken = find(taker->registry, "requests");
 }
 
-static void metric_taken_up_during_its_report_stays_active(void) {
-  g_autoptr(Scene) scene = scene_new();
-  Taker taker = {scene->registry, NULL};
-  recording_reporter_set_callback(RECORDING_REPORTER(scene->reporter), take_requests, &taker);
-  add_dropped_counter(scene->registry, "requests");
+TEST(metric_taken_up_during_its_report_stays_active) {
+  Taker taker = {fixture.registry, NULL};
+  recording_reporter_set_callback(RECORDING_REPORTER(fixture.reporter), take_requests, &taker);
+  add_dropped_counter(fixture.registry, "requests");
 
-  scene_report(scene);
+  fixture_report();
   g_assert_true(vek_metric_is_active(taker.taken));
   g_object_unref(taker.taken);
 }
 
-static void one_off_pass_without_metrics_flushes_once(void) {
-  g_autoptr(Scene) scene = scene_new();
-
-  scene_report(scene);
-  assert_recorded(scene->record, "a flush\n");
-  g_assert_null(find_timer(scene->registry));
+TEST(one_off_pass_without_metrics_flushes_once) {
+  fixture_report();
+  assert_recorded(fixture.record, "a flush\n");
+  g_assert_null(find_timer(fixture.registry));
 }
 
 static void drop_once(VekMetricReporter *reporter, gpointer data) {
@@ -512,7 +499,7 @@ static void drop_once(VekMetricReporter *reporter, gpointer data) {
   *held = FALSE;
 }
 
-static void one_off_pass_holds_its_reporter(void) {
+TEST(one_off_pass_holds_its_reporter) {
   g_autoptr(VekMetricRegistry) registry = registry_new();
   g_autoptr(GString) record = g_string_new(NULL);
   g_autoptr(VekMetricCounter) counter = counter_new(registry, "requests");
@@ -529,28 +516,27 @@ static void one_off_pass_holds_its_reporter(void) {
   g_assert_null(reporter);
 }
 
-static void dispose_lets_go_of_metrics_and_reporters(void) {
-  g_autoptr(Scene) scene = scene_new();
-  g_autoptr(VekMetricCounter) held = counter_new(scene->registry, "held");
-  VekMetricCounter *dropped = counter_new(scene->registry, "dropped");
+TEST(dispose_lets_go_of_metrics_and_reporters) {
+  g_autoptr(VekMetricCounter) held = counter_new(fixture.registry, "held");
+  VekMetricCounter *dropped = counter_new(fixture.registry, "dropped");
   g_object_add_weak_pointer(G_OBJECT(dropped), (gpointer *)&dropped);
   g_object_unref(dropped);
-  vek_metric_registry_register_reporter(scene->registry, scene->reporter);
-  vek_metric_registry_register_reporter(scene->registry, scene->reporter);
+  vek_metric_registry_register_reporter(fixture.registry, fixture.reporter);
+  vek_metric_registry_register_reporter(fixture.registry, fixture.reporter);
 
-  g_object_run_dispose(G_OBJECT(scene->registry));
+  g_object_run_dispose(G_OBJECT(fixture.registry));
   g_assert_null(dropped);
   g_assert_cmpuint(get_ref_count(held), ==, 1);
   g_assert_true(vek_metric_is_active(VEK_METRIC(held)));
-  g_assert_cmpuint(get_ref_count(scene->reporter), ==, 1);
-  g_assert_null(find_timer(scene->registry));
-  assert_recorded(scene->record, "");
+  g_assert_cmpuint(get_ref_count(fixture.reporter), ==, 1);
+  g_assert_null(find_timer(fixture.registry));
+  assert_recorded(fixture.record, "");
 
-  g_object_run_dispose(G_OBJECT(scene->registry));
+  g_object_run_dispose(G_OBJECT(fixture.registry));
   assert_nothing_logged();
 }
 
-static void failed_checks_change_nothing(void) {
+TEST(failed_checks_change_nothing) {
   g_autoptr(VekMetricRegistry) registry = registry_new();
   g_autoptr(GObject) object = g_object_new(G_TYPE_OBJECT, NULL);
   VekMetricRegistry *wrong_registry = (gpointer)object;
@@ -585,7 +571,7 @@ static void failed_checks_change_nothing(void) {
   g_assert_cmpuint(get_ref_count(object), ==, 1);
 }
 
-static void default_registry_is_made_once_and_borrowed(void) {
+TEST(default_registry_is_made_once_and_borrowed) {
   VekMetricRegistry *registry = vek_metric_registry_get_default();
   g_assert_true(VEK_IS_METRIC_REGISTRY(registry));
   g_assert_true(vek_metric_registry_get_default() == registry);
@@ -594,7 +580,7 @@ static void default_registry_is_made_once_and_borrowed(void) {
   vek_metric_registry_set_default(NULL);
 }
 
-static void setting_the_default_again_changes_no_reference_count(void) {
+TEST(setting_the_default_again_changes_no_reference_count) {
   g_autoptr(VekMetricRegistry) registry = registry_new();
 
   vek_metric_registry_set_default(registry);
@@ -607,7 +593,7 @@ static void setting_the_default_again_changes_no_reference_count(void) {
   g_assert_cmpuint(get_ref_count(registry), ==, 1);
 }
 
-static void default_of_null_drops_the_old_and_a_fresh_one_follows(void) {
+TEST(default_of_null_drops_the_old_and_a_fresh_one_follows) {
   VekMetricRegistry *old = vek_metric_registry_get_default();
   add_dropped_counter(old, "requests");
   g_object_add_weak_pointer(G_OBJECT(old), (gpointer *)&old);
@@ -626,7 +612,7 @@ static void note_default(gpointer data, GObject *gone) {
   *seen = vek_metric_registry_get_default();
 }
 
-static void new_default_is_in_place_before_the_old_one_goes(void) {
+TEST(new_default_is_in_place_before_the_old_one_goes) {
   g_autoptr(VekMetricRegistry) registry = registry_new();
   VekMetricRegistry *seen = NULL;
   g_object_weak_ref(G_OBJECT(vek_metric_registry_get_default()), note_default, &seen);
@@ -639,54 +625,54 @@ static void new_default_is_in_place_before_the_old_one_goes(void) {
 
 enum { N_ROUNDS = 200 };
 
-typedef struct {
-  Scene *scene; /* its reporter is for one-off passes */
+static struct {
   VekMetricCounter *shared;
   guint n_periodic_passes;
-} Storm;
+} storm;
 
-static void update_shared(Storm *storm, guint round) {
+static void update_shared(guint round) {
   (void)round;
-  vek_metric_counter_inc(storm->shared);
+  vek_metric_counter_inc(storm.shared);
 }
 
-static void create_shared(Storm *storm, guint round) {
+static void create_shared(guint round) {
   (void)round;
-  g_autoptr(VekMetricCounter) counter = counter_new(storm->scene->registry, "shared");
+  g_autoptr(VekMetricCounter) counter = counter_new(fixture.registry, "shared");
   vek_metric_counter_add(counter, 1000);
 }
 
-static void look_shared_up(Storm *storm, guint round) {
+static void look_shared_up(guint round) {
   (void)round;
-  g_autoptr(VekMetric) metric = find(storm->scene->registry, "shared");
+  g_autoptr(VekMetric) metric = find(fixture.registry, "shared");
   vek_metric_counter_add(VEK_METRIC_COUNTER(metric), 1000000);
 }
 
-static void create_and_drop(Storm *storm, guint round) {
+static void create_and_drop(guint round) {
   g_autofree char *name = g_strdup_printf("dropped-%u", round);
-  add_dropped_counter(storm->scene->registry, name);
+  add_dropped_counter(fixture.registry, name);
 }
 
-static void report_once(Storm *storm, guint round) {
+static void report_once(guint round) {
   (void)round;
-  scene_report(storm->scene);
+  fixture_report();
 }
 
-static void (*const jobs[])(Storm *storm, guint round) = {
+static void (*const jobs[])(guint round) = {
     update_shared, create_shared, look_shared_up, create_and_drop, report_once,
 };
 
-static void do_job(guint thread, gpointer storm) {
+static void do_job(guint thread, gpointer data) {
+  (void)data;
   for (guint round = 0; round < N_ROUNDS; round++)
-    jobs[thread](storm, round);
+    jobs[thread](round);
 }
 
 static void run_periodic_pass_meanwhile(gpointer data) {
-  Storm *storm = data;
-  if (storm->n_periodic_passes == N_ROUNDS)
+  (void)data;
+  if (storm.n_periodic_passes == N_ROUNDS)
     return; /* without an end, passes would keep those waiting who create */
-  run_periodic_pass(storm->scene->registry);
-  storm->n_periodic_passes++;
+  run_periodic_pass(fixture.registry);
+  storm.n_periodic_passes++;
 }
 
 static guint count_flushes(const GString *record) {
@@ -696,71 +682,27 @@ static guint count_flushes(const GString *record) {
   return n;
 }
 
-static void threads_lose_nothing(void) {
-  g_autoptr(Scene) scene = scene_new();
+TEST(threads_lose_nothing) {
   g_autoptr(GString) record = g_string_new(NULL);
   g_autoptr(VekMetricReporter) reporter = recording_reporter_new("periodic", record);
-  vek_metric_registry_register_reporter(scene->registry, reporter);
-  g_autoptr(VekMetricCounter) shared = counter_new(scene->registry, "shared");
-  Storm storm = {scene, shared, 0};
+  vek_metric_registry_register_reporter(fixture.registry, reporter);
+  g_autoptr(VekMetricCounter) shared = counter_new(fixture.registry, "shared");
+  storm.shared = shared;
+  storm.n_periodic_passes = 0;
 
-  run_threads(G_N_ELEMENTS(jobs), do_job, run_periodic_pass_meanwhile, &storm);
-  run_periodic_pass(scene->registry);
+  run_threads(G_N_ELEMENTS(jobs), do_job, run_periodic_pass_meanwhile, NULL);
+  run_periodic_pass(fixture.registry);
 
   g_assert_cmpuint(count_flushes(record), ==, storm.n_periodic_passes + 1);
-  g_assert_cmpuint(count_flushes(scene->record), ==, N_ROUNDS);
+  g_assert_cmpuint(count_flushes(fixture.record), ==, N_ROUNDS);
   /* Each dropped metric was reported, to one reporter at least, and is gone. */
   for (guint i = 0; i < N_ROUNDS; i++) {
     g_autofree char *part = g_strdup_printf("count dropped-%u - - 1000 ", i);
-    g_assert_true(strstr(record->str, part) || strstr(scene->record->str, part));
+    g_assert_true(strstr(record->str, part) || strstr(fixture.record->str, part));
   }
   g_string_truncate(record, 0);
-  run_periodic_pass(scene->registry);
+  run_periodic_pass(fixture.registry);
   assert_recorded(record,
                   "periodic count shared - - 1000 200200200\n"
                   "periodic flush\n");
-}
-
-int main(int argc, char **argv) {
-  g_test_init(&argc, &argv, NULL);
-  log_capture_init();
-  fake_clock_set(1000, 1000);
-
-  ADD_TEST("registry", type_is_a_plain_object);
-  ADD_TEST("registry", same_name_and_dimensions_give_the_same_object);
-  ADD_TEST("registry", key_is_the_dimensions_then_the_name);
-  ADD_TEST("registry", keys_of_any_length_are_told_apart);
-  ADD_TEST("registry", metrics_whose_strings_join_to_the_same_text_are_one);
-  ADD_TEST("registry", metric_of_another_kind_is_returned_after_a_warning);
-  ADD_TEST("registry", metric_without_a_name_aborts);
-  ADD_TEST("registry", unknown_key_gives_null_and_logs_nothing);
-  ADD_TEST("registry", found_metric_comes_with_a_reference_of_its_own);
-  ADD_TEST("registry", registries_are_apart);
-  ADD_TEST("registry", first_reporter_installs_exactly_one_timer);
-  ADD_TEST("registry", timer_goes_to_the_default_context_even_under_another);
-  ADD_TEST("registry", timer_repeats);
-  ADD_TEST("registry", timer_holds_no_reference_and_goes_with_the_registry);
-  ADD_TEST("registry", without_a_reporter_nothing_is_reported_or_removed);
-  ADD_TEST("registry", pass_with_an_empty_list_only_removes);
-  ADD_TEST("registry", pass_reports_each_metric_once_however_many);
-  ADD_TEST("registry", reporter_registered_as_a_pass_begins_waits_for_the_next);
-  ADD_TEST("registry", look_up_takes_the_lock_for_reading);
-  ADD_TEST("registry", reporter_registered_last_is_called_first);
-  ADD_TEST("registry", reporter_registered_twice_is_called_twice);
-  ADD_TEST("registry", dropped_metric_is_reported_a_last_time_and_removed);
-  ADD_TEST("registry", one_off_pass_marks_but_leaves_removal_to_the_timer);
-  ADD_TEST("registry", inactive_metric_is_never_made_active_again);
-  ADD_TEST("registry", metric_is_marked_after_its_report_and_before_the_flush);
-  ADD_TEST("registry", metric_taken_up_during_its_report_stays_active);
-  ADD_TEST("registry", one_off_pass_without_metrics_flushes_once);
-  ADD_TEST("registry", one_off_pass_holds_its_reporter);
-  ADD_TEST("registry", dispose_lets_go_of_metrics_and_reporters);
-  ADD_TEST("registry", failed_checks_change_nothing);
-  ADD_TEST("registry", default_registry_is_made_once_and_borrowed);
-  ADD_TEST("registry", setting_the_default_again_changes_no_reference_count);
-  ADD_TEST("registry", default_of_null_drops_the_old_and_a_fresh_one_follows);
-  ADD_TEST("registry", new_default_is_in_place_before_the_old_one_goes);
-  ADD_TEST("registry", threads_lose_nothing);
-
-  return g_test_run();
 }

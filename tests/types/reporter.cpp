@@ -5,7 +5,7 @@
 
 #include <cstddef>
 
-#include "support/logcapture.h"
+#include "support/fixture.h"
 
 // A reporter that sets every slot and keeps the arguments of the last call.
 struct Witness {
@@ -150,7 +150,7 @@ static_assert(offsetof(VekMetricReporterInterface, process_aggregated) == SLOT_O
 static_assert(offsetof(VekMetricReporterInterface, flush) == SLOT_OFFSET(4));
 static_assert(sizeof(VekMetricReporterInterface) == SLOT_OFFSET(5));
 
-static void the_type_is_an_interface_for_objects() {
+TEST(the_type_is_an_interface_for_objects) {
   g_assert_cmpstr(g_type_name(VEK_TYPE_METRIC_REPORTER), ==, "VekMetricReporter");
   g_assert_true(G_TYPE_IS_INTERFACE(VEK_TYPE_METRIC_REPORTER));
   guint n_prerequisites = 0;
@@ -160,7 +160,7 @@ static void the_type_is_an_interface_for_objects() {
   g_assert_cmpuint(prerequisites[0], ==, G_TYPE_OBJECT);
 }
 
-static void the_interface_has_no_properties_and_no_signals() {
+TEST(the_interface_has_no_properties_and_no_signals) {
   g_autoptr(VekMetricReporter) reporter = reporter_new(witness_get_type());
   gpointer iface = VEK_METRIC_REPORTER_GET_IFACE(reporter);
   guint n_properties = 0;
@@ -171,7 +171,7 @@ static void the_interface_has_no_properties_and_no_signals() {
   g_assert_cmpuint(n_signals, ==, 0);
 }
 
-static void the_default_interface_sets_no_slot() {
+TEST(the_default_interface_sets_no_slot) {
   gpointer defaults = g_type_default_interface_ref(VEK_TYPE_METRIC_REPORTER);
   auto *iface = static_cast<VekMetricReporterInterface *>(defaults);
   g_assert_true(iface->process_count == nullptr);
@@ -198,7 +198,7 @@ static void assert_identity_passed(const Witness *seen, const char *slot, guint 
   g_assert_true(seen->unit == unit);
 }
 
-static void counts_are_passed_unchanged() {
+TEST(counts_are_passed_unchanged) {
   g_autoptr(VekMetricReporter) reporter = reporter_new(witness_get_type());
   auto *seen = witness(reporter);
 
@@ -213,7 +213,7 @@ static void counts_are_passed_unchanged() {
   g_assert_cmpint(seen->count, ==, 1);
 }
 
-static void values_are_passed_unchanged() {
+TEST(values_are_passed_unchanged) {
   g_autoptr(VekMetricReporter) reporter = reporter_new(witness_get_type());
   auto *seen = witness(reporter);
 
@@ -228,7 +228,7 @@ static void values_are_passed_unchanged() {
   g_assert_cmpfloat(seen->value, ==, -G_MAXDOUBLE);
 }
 
-static void timeline_samples_are_passed_unchanged() {
+TEST(timeline_samples_are_passed_unchanged) {
   g_autoptr(VekMetricReporter) reporter = reporter_new(witness_get_type());
   auto *seen = witness(reporter);
   g_autoptr(GSList) samples = g_slist_prepend(nullptr, nullptr);
@@ -242,7 +242,7 @@ static void timeline_samples_are_passed_unchanged() {
   g_assert_null(seen->samples);
 }
 
-static void snapshots_are_passed_unchanged() {
+TEST(snapshots_are_passed_unchanged) {
   g_autoptr(VekMetricReporter) reporter = reporter_new(witness_get_type());
   auto *seen = witness(reporter);
   g_autoptr(VekMetricSnapshot) snapshot = vek_metric_snapshot_new(nullptr, 0);
@@ -256,14 +256,14 @@ static void snapshots_are_passed_unchanged() {
   g_assert_true(seen->snapshot == snapshot);
 }
 
-static void a_flush_is_passed() {
+TEST(a_flush_is_passed) {
   g_autoptr(VekMetricReporter) reporter = reporter_new(witness_get_type());
   vek_metric_reporter_flush(reporter);
   g_assert_cmpstr(witness(reporter)->slot, ==, "flush");
   g_assert_cmpuint(witness(reporter)->n_calls, ==, 1);
 }
 
-static void figures_without_a_slot_are_passed_over_silently() {
+TEST(figures_without_a_slot_are_passed_over_silently) {
   g_autoptr(VekMetricReporter) reporter = reporter_new(flusher_get_type());
   g_autoptr(VekMetricSnapshot) snapshot = vek_metric_snapshot_new(nullptr, 0);
   vek_metric_reporter_process_count(reporter, kName, kDimensions, kUnit, 1, 2);
@@ -273,36 +273,17 @@ static void figures_without_a_slot_are_passed_over_silently() {
   g_assert_cmpuint(witness(reporter)->n_calls, ==, 0);
 }
 
-static void a_reporter_of_timelines_is_not_told_of_a_counter() {
+TEST(a_reporter_of_timelines_is_not_told_of_a_counter) {
   g_autoptr(VekMetricReporter) reporter = reporter_new(timeline_witness_get_type());
   report_a_counter(reporter);
   g_assert_cmpstr(witness(reporter)->slot, ==, "flush");
   g_assert_cmpuint(witness(reporter)->n_calls, ==, 1);
 }
 
-static void a_reporter_that_only_flushes_is_valid() {
+TEST(a_reporter_that_only_flushes_is_valid) {
   g_autoptr(VekMetricReporter) reporter = reporter_new(flusher_get_type());
   report_a_counter(reporter);
   report_a_counter(reporter);
   g_assert_cmpstr(witness(reporter)->slot, ==, "flush");
   g_assert_cmpuint(witness(reporter)->n_calls, ==, 2);
-}
-
-int main(int argc, char **argv) {
-  g_test_init(&argc, &argv, nullptr);
-  log_capture_init();
-
-  ADD_TEST("reporter", the_type_is_an_interface_for_objects);
-  ADD_TEST("reporter", the_interface_has_no_properties_and_no_signals);
-  ADD_TEST("reporter", the_default_interface_sets_no_slot);
-  ADD_TEST("reporter", counts_are_passed_unchanged);
-  ADD_TEST("reporter", values_are_passed_unchanged);
-  ADD_TEST("reporter", timeline_samples_are_passed_unchanged);
-  ADD_TEST("reporter", snapshots_are_passed_unchanged);
-  ADD_TEST("reporter", a_flush_is_passed);
-  ADD_TEST("reporter", figures_without_a_slot_are_passed_over_silently);
-  ADD_TEST("reporter", a_reporter_of_timelines_is_not_told_of_a_counter);
-  ADD_TEST("reporter", a_reporter_that_only_flushes_is_valid);
-
-  return g_test_run();
 }

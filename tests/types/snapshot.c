@@ -5,10 +5,8 @@
 #include <string.h>
 #include <vekmetrics/vekmetrics.h>
 
-#include "support/fakeclock.h"
+#include "support/fixture.h"
 #include "support/heap.h"
-#include "support/logcapture.h"
-#include "support/scene.h"
 
 #define ONE_TO_FIVE 1, 2, 3, 4, 5
 
@@ -27,23 +25,23 @@ static void assert_all_zero(VekMetricSnapshot *snapshot, gsize n_samples) {
     g_assert_cmpfloat(vek_metric_snapshot_get_quantile(snapshot, percent / 100.0), ==, 0.0);
 }
 
-static void no_array_and_no_samples_give_zeros(void) {
+TEST(no_array_and_no_samples_give_zeros) {
   g_autoptr(VekMetricSnapshot) snapshot = vek_metric_snapshot_new(NULL, 0);
   assert_all_zero(snapshot, 0);
 }
 
-static void an_array_without_samples_gives_zeros(void) {
+TEST(an_array_without_samples_gives_zeros) {
   const gdouble samples[] = {7.0};
   g_autoptr(VekMetricSnapshot) snapshot = vek_metric_snapshot_new(samples, 0);
   assert_all_zero(snapshot, 0);
 }
 
-static void samples_without_an_array_are_counted_and_give_zeros(void) {
+TEST(samples_without_an_array_are_counted_and_give_zeros) {
   g_autoptr(VekMetricSnapshot) snapshot = vek_metric_snapshot_new(NULL, 7);
   assert_all_zero(snapshot, 7);
 }
 
-static void one_sample_is_every_statistic(void) {
+TEST(one_sample_is_every_statistic) {
   g_autoptr(VekMetricSnapshot) snapshot = SNAPSHOT(-2.5);
   g_assert_cmpuint(vek_metric_snapshot_get_n_samples(snapshot), ==, 1);
   g_assert_cmpfloat(vek_metric_snapshot_get_sum(snapshot), ==, -2.5);
@@ -54,7 +52,7 @@ static void one_sample_is_every_statistic(void) {
     g_assert_cmpfloat(vek_metric_snapshot_get_quantile(snapshot, percent / 100.0), ==, -2.5);
 }
 
-static void several_samples_give_their_statistics(void) {
+TEST(several_samples_give_their_statistics) {
   g_autoptr(VekMetricSnapshot) snapshot = SNAPSHOT(4, -1, 2.5, 0.5);
   g_assert_cmpuint(vek_metric_snapshot_get_n_samples(snapshot), ==, 4);
   g_assert_cmpfloat(vek_metric_snapshot_get_sum(snapshot), ==, 6.0);
@@ -63,13 +61,13 @@ static void several_samples_give_their_statistics(void) {
   g_assert_cmpfloat(vek_metric_snapshot_get_max(snapshot), ==, 4.0);
 }
 
-static void the_smallest_samples_are_added_first(void) {
+TEST(the_smallest_samples_are_added_first) {
   /* 2^53 takes up 1 only by pairs. */
   g_autoptr(VekMetricSnapshot) snapshot = SNAPSHOT(9007199254740992.0, 1, 1);
   g_assert_cmpfloat(vek_metric_snapshot_get_sum(snapshot), ==, 9007199254740994.0);
 }
 
-static void a_quantile_is_interpolated_from_position_one_on(void) {
+TEST(a_quantile_is_interpolated_from_position_one_on) {
   static const struct {
     gdouble samples[5];
     gsize n_samples;
@@ -92,20 +90,20 @@ static void a_quantile_is_interpolated_from_position_one_on(void) {
   }
 }
 
-static void quantile_zero_is_the_minimum_and_one_the_maximum(void) {
+TEST(quantile_zero_is_the_minimum_and_one_the_maximum) {
   g_autoptr(VekMetricSnapshot) snapshot = SNAPSHOT(5, -3, 9, 1);
   g_assert_cmpfloat(vek_metric_snapshot_get_quantile(snapshot, 0.0), ==, -3.0);
   g_assert_cmpfloat(vek_metric_snapshot_get_quantile(snapshot, 1.0), ==, 9.0);
 }
 
-static void of_two_samples_every_quantile_below_one_is_the_smaller(void) {
+TEST(of_two_samples_every_quantile_below_one_is_the_smaller) {
   g_autoptr(VekMetricSnapshot) snapshot = SNAPSHOT(20, 10);
   g_assert_cmpfloat(vek_metric_snapshot_get_quantile(snapshot, 0.75), ==, 10.0);
   g_assert_cmpfloat(vek_metric_snapshot_get_quantile(snapshot, nextafter(1.0, 0.0)), ==, 10.0);
   g_assert_cmpfloat(vek_metric_snapshot_get_quantile(snapshot, 1.0), ==, 20.0);
 }
 
-static void a_quantile_out_of_range_is_a_failed_check(void) {
+TEST(a_quantile_out_of_range_is_a_failed_check) {
   const gdouble out_of_range[] = {-0.1,      1.1,      -5e-324, nextafter(1.0, 2.0),
                                   -INFINITY, INFINITY, NAN};
   g_autoptr(VekMetricSnapshot) snapshot = SNAPSHOT(ONE_TO_FIVE);
@@ -118,7 +116,7 @@ static void a_quantile_out_of_range_is_a_failed_check(void) {
   }
 }
 
-static void the_callers_array_is_left_in_its_order(void) {
+TEST(the_callers_array_is_left_in_its_order) {
   gdouble samples[] = {5, 3, 1, 4, 2};
   const gdouble unchanged[] = {5, 3, 1, 4, 2};
   g_autoptr(VekMetricSnapshot) snapshot = vek_metric_snapshot_new(samples, G_N_ELEMENTS(samples));
@@ -126,7 +124,7 @@ static void the_callers_array_is_left_in_its_order(void) {
   g_assert_cmpfloat(vek_metric_snapshot_get_min(snapshot), ==, 1.0);
 }
 
-static void the_snapshots_samples_are_ascending_copies(void) {
+TEST(the_snapshots_samples_are_ascending_copies) {
   gdouble samples[] = {5, 3, 1, 4, 2};
   g_autoptr(VekMetricSnapshot) snapshot = vek_metric_snapshot_new(samples, G_N_ELEMENTS(samples));
   for (gsize i = 0; i < G_N_ELEMENTS(samples); i++)
@@ -135,7 +133,7 @@ static void the_snapshots_samples_are_ascending_copies(void) {
     g_assert_cmpfloat(vek_metric_snapshot_get_quantile(snapshot, i / 4.0), ==, i + 1.0);
 }
 
-static void time_is_the_wall_clock_at_creation(void) {
+TEST(time_is_the_wall_clock_at_creation) {
   fake_clock_set(G_GINT64_CONSTANT(1700000000123456), 5);
   g_autoptr(VekMetricSnapshot) snapshot = SNAPSHOT(ONE_TO_FIVE);
   g_assert_cmpuint(fake_clock_get_real_readings(), ==, 1);
@@ -147,7 +145,7 @@ static void time_is_the_wall_clock_at_creation(void) {
   g_assert_cmpint(vek_metric_snapshot_get_time(later), ==, G_GINT64_CONSTANT(1700000000124456));
 }
 
-static void failed_checks_log_and_return_neutral_values(void) {
+TEST(failed_checks_log_and_return_neutral_values) {
   g_assert_null(vek_metric_snapshot_ref(NULL));
   assert_failed_check("vek_metric_snapshot_ref", "snapshot != NULL");
   vek_metric_snapshot_unref(NULL);
@@ -168,12 +166,12 @@ static void failed_checks_log_and_return_neutral_values(void) {
   assert_failed_check("vek_metric_snapshot_get_quantile", "snapshot != NULL");
 }
 
-static void the_snapshot_is_checked_before_the_quantile(void) {
+TEST(the_snapshot_is_checked_before_the_quantile) {
   g_assert_cmpfloat(vek_metric_snapshot_get_quantile(NULL, 2.0), ==, 0.0);
   assert_failed_check("vek_metric_snapshot_get_quantile", "snapshot != NULL");
 }
 
-static void copying_a_boxed_snapshot_takes_a_reference(void) {
+TEST(copying_a_boxed_snapshot_takes_a_reference) {
   g_assert_cmpstr(g_type_name(VEK_TYPE_METRIC_SNAPSHOT), ==, "VekMetricSnapshot");
   g_assert_true(G_TYPE_IS_BOXED(VEK_TYPE_METRIC_SNAPSHOT));
 
@@ -186,7 +184,7 @@ static void copying_a_boxed_snapshot_takes_a_reference(void) {
   g_boxed_free(VEK_TYPE_METRIC_SNAPSHOT, copy);
 }
 
-static void the_first_of_two_unrefs_leaves_the_samples_readable(void) {
+TEST(the_first_of_two_unrefs_leaves_the_samples_readable) {
   VekMetricSnapshot *snapshot = SNAPSHOT(ONE_TO_FIVE);
   g_assert_true(vek_metric_snapshot_ref(snapshot) == snapshot);
   vek_metric_snapshot_unref(snapshot);
@@ -202,7 +200,7 @@ static void make_and_unref(void) {
   vek_metric_snapshot_unref(snapshot);
 }
 
-static void the_last_unref_frees_the_array(void) {
+TEST(the_last_unref_frees_the_array) {
   assert_frees_all(make_and_unref);
 }
 
@@ -220,7 +218,7 @@ static void read_snapshot(gpointer snapshot) {
   g_assert_cmpfloat(vek_metric_snapshot_get_sum(snapshot), ==, 1.0);
 }
 
-static void threads_share_a_snapshot(void) {
+TEST(threads_share_a_snapshot) {
   static const gdouble samples[8192] = {1.0};
   gsize used = heap_get_used();
 
@@ -239,7 +237,7 @@ static int compare_doubles(const void *a, const void *b) {
   return (left > right) - (left < right);
 }
 
-static void not_a_number_stands_where_sorting_leaves_it(void) {
+TEST(not_a_number_stands_where_sorting_leaves_it) {
   const gdouble samples[] = {3, NAN, 1, 5, NAN, 2, 4, 0, NAN};
   gdouble sorted[G_N_ELEMENTS(samples)];
   memcpy(sorted, samples, sizeof samples);
@@ -326,7 +324,7 @@ static void assert_agrees(guint round, gsize n, const char *what, gdouble q, gdo
   g_assert_cmpstr(message, ==, NULL);
 }
 
-static void any_samples_agree_with_a_simple_model(void) {
+TEST(any_samples_agree_with_a_simple_model) {
   enum { ROUNDS = 2000, QUANTILES = 20 };
   for (guint round = 0; round < ROUNDS; round++) {
     gdouble samples[2048];
@@ -358,33 +356,4 @@ static void any_samples_agree_with_a_simple_model(void) {
                     model_quantile(&model, q));
     }
   }
-}
-
-int main(int argc, char **argv) {
-  g_test_init(&argc, &argv, NULL);
-  log_capture_init();
-
-  ADD_TEST("snapshot", no_array_and_no_samples_give_zeros);
-  ADD_TEST("snapshot", an_array_without_samples_gives_zeros);
-  ADD_TEST("snapshot", samples_without_an_array_are_counted_and_give_zeros);
-  ADD_TEST("snapshot", one_sample_is_every_statistic);
-  ADD_TEST("snapshot", several_samples_give_their_statistics);
-  ADD_TEST("snapshot", the_smallest_samples_are_added_first);
-  ADD_TEST("snapshot", a_quantile_is_interpolated_from_position_one_on);
-  ADD_TEST("snapshot", quantile_zero_is_the_minimum_and_one_the_maximum);
-  ADD_TEST("snapshot", of_two_samples_every_quantile_below_one_is_the_smaller);
-  ADD_TEST("snapshot", a_quantile_out_of_range_is_a_failed_check);
-  ADD_TEST("snapshot", the_callers_array_is_left_in_its_order);
-  ADD_TEST("snapshot", the_snapshots_samples_are_ascending_copies);
-  ADD_TEST("snapshot", time_is_the_wall_clock_at_creation);
-  ADD_TEST("snapshot", failed_checks_log_and_return_neutral_values);
-  ADD_TEST("snapshot", the_snapshot_is_checked_before_the_quantile);
-  ADD_TEST("snapshot", copying_a_boxed_snapshot_takes_a_reference);
-  ADD_TEST("snapshot", the_first_of_two_unrefs_leaves_the_samples_readable);
-  ADD_TEST("snapshot", the_last_unref_frees_the_array);
-  ADD_TEST("snapshot", threads_share_a_snapshot);
-  ADD_TEST("snapshot", not_a_number_stands_where_sorting_leaves_it);
-  ADD_TEST("snapshot", any_samples_agree_with_a_simple_model);
-
-  return g_test_run();
 }

@@ -1,6 +1,6 @@
 /* Tests of VekMetricStore. */
 
-#include "support/logcapture.h"
+#include "support/fixture.h"
 
 #include <vekmetrics/vekmetrics.h>
 
@@ -70,7 +70,7 @@ static void range_keeper_init(RangeKeeper *self) {
   (void)self;
 }
 
-static void type_is_a_plain_object_without_properties(void) {
+TEST(type_is_a_plain_object_without_properties) {
   g_assert_cmpstr(g_type_name(VEK_TYPE_METRIC_STORE), ==, "VekMetricStore");
   g_assert_cmpstr(g_type_name(g_type_parent(VEK_TYPE_METRIC_STORE)), ==, "GObject");
   g_assert_false(G_TYPE_IS_ABSTRACT(VEK_TYPE_METRIC_STORE));
@@ -88,7 +88,7 @@ static void type_is_a_plain_object_without_properties(void) {
   g_assert_cmpuint(n_signals, ==, 0);
 }
 
-static void class_holds_three_operations_in_order(void) {
+TEST(class_holds_three_operations_in_order) {
   g_assert_cmpuint(G_STRUCT_OFFSET(VekMetricStoreClass, add), ==, sizeof(GObjectClass));
   g_assert_cmpuint(G_STRUCT_OFFSET(VekMetricStoreClass, add_range), ==,
                    sizeof(GObjectClass) + sizeof(gpointer));
@@ -97,7 +97,7 @@ static void class_holds_three_operations_in_order(void) {
   g_assert_cmpuint(sizeof(VekMetricStoreClass), ==, sizeof(GObjectClass) + 3 * sizeof(gpointer));
 }
 
-static void each_store_sets_the_operations_it_supports(void) {
+TEST(each_store_sets_the_operations_it_supports) {
   const struct {
     GType type;
     gboolean add, add_range, get_snapshot;
@@ -138,14 +138,14 @@ static const struct {
     {"vek_metric_store_get_snapshot", snapshot},
 };
 
-static void missing_store_fails_the_check(void) {
+TEST(missing_store_fails_the_check) {
   for (guint i = 0; i < G_N_ELEMENTS(operations); i++) {
     operations[i].call(NULL);
     assert_failed_check(operations[i].function, "VEK_IS_METRIC_STORE(store)");
   }
 }
 
-static void object_of_an_unrelated_type_fails_the_check(void) {
+TEST(object_of_an_unrelated_type_fails_the_check) {
   g_autoptr(GObject) object = g_object_new(G_TYPE_OBJECT, NULL);
   g_autoptr(VekMetricStore) store = vek_metric_fixed_size_store_new(2);
   for (guint i = 0; i < G_N_ELEMENTS(operations); i++) {
@@ -172,7 +172,7 @@ static void assert_ends_process(VekMetricStore *store, void (*call)(VekMetricSto
   g_assert_cmpint(WTERMSIG(status), ==, SIGSEGV);
 }
 
-static void operation_left_empty_is_called_unchecked(void) {
+TEST(operation_left_empty_is_called_unchecked) {
   g_autoptr(VekMetricStore) bare = g_object_new(VEK_TYPE_METRIC_STORE, NULL);
   g_autoptr(VekMetricStore) fixed_size = vek_metric_fixed_size_store_new(1);
   g_autoptr(VekMetricStore) fixed_time = vek_metric_fixed_time_store_new(1000000, 1);
@@ -186,7 +186,7 @@ static void operation_left_empty_is_called_unchecked(void) {
   assert_ends_process(range, snapshot);
 }
 
-static void subclass_of_two_operations_receives_exactly_the_value(void) {
+TEST(subclass_of_two_operations_receives_exactly_the_value) {
   g_autoptr(VekMetricStore) store = g_object_new(sample_keeper_get_type(), NULL);
   SampleKeeper *keeper = (SampleKeeper *)store;
   const guint64 patterns[] = {
@@ -212,7 +212,7 @@ static void subclass_of_two_operations_receives_exactly_the_value(void) {
   g_assert_null(vek_metric_store_get_snapshot(store));
 }
 
-static void most_derived_operation_is_called(void) {
+TEST(most_derived_operation_is_called) {
   g_autoptr(VekMetricStore) store = g_object_new(range_keeper_get_type(), NULL);
   RangeKeeper *keeper = (RangeKeeper *)store;
   vek_metric_store_add(store, 21);
@@ -221,7 +221,7 @@ static void most_derived_operation_is_called(void) {
   g_assert_null(vek_metric_store_get_snapshot(store));
 }
 
-static void add_range_passes_id_start_and_end_bit_for_bit(void) {
+TEST(add_range_passes_id_start_and_end_bit_for_bit) {
   g_autoptr(VekMetricStore) store = g_object_new(range_keeper_get_type(), NULL);
   RangeKeeper *keeper = (RangeKeeper *)store;
   const VekMetricRange ranges[] = {
@@ -237,21 +237,4 @@ static void add_range_passes_id_start_and_end_bit_for_bit(void) {
     g_assert_cmpint(keeper->range.start, ==, ranges[i].start);
     g_assert_cmpint(keeper->range.end, ==, ranges[i].end);
   }
-}
-
-int main(int argc, char **argv) {
-  g_test_init(&argc, &argv, NULL);
-  log_capture_init();
-
-  ADD_TEST("store", type_is_a_plain_object_without_properties);
-  ADD_TEST("store", class_holds_three_operations_in_order);
-  ADD_TEST("store", each_store_sets_the_operations_it_supports);
-  ADD_TEST("store", missing_store_fails_the_check);
-  ADD_TEST("store", object_of_an_unrelated_type_fails_the_check);
-  ADD_TEST("store", operation_left_empty_is_called_unchecked);
-  ADD_TEST("store", subclass_of_two_operations_receives_exactly_the_value);
-  ADD_TEST("store", most_derived_operation_is_called);
-  ADD_TEST("store", add_range_passes_id_start_and_end_bit_for_bit);
-
-  return g_test_run();
 }

@@ -1,7 +1,6 @@
 #include "storetest.h"
 
-#include "support/fakeclock.h"
-#include "support/scene.h"
+#include "support/fixture.h"
 
 #include <float.h>
 

@@ -1,74 +1,67 @@
 /* Tests of VekMetricTimeline. */
 
-#include "support/logcapture.h"
-#include "support/recordingreporter.h"
-#include "support/scene.h"
+#include "support/fixture.h"
 
 #include <stdio.h>
 #include <stdlib.h>
 
-static VekMetricTimeline *timeline_new(Scene *scene) {
-  return vek_metric_registry_timeline_new(scene->registry, "render");
+static VekMetricTimeline *timeline_new(void) {
+  return vek_metric_registry_timeline_new(fixture.registry, "render");
 }
 
-static void ranges_reach_every_reporter_once_in_one_batch_newest_first(void) {
-  g_autoptr(Scene) scene = scene_new();
-  g_autoptr(VekMetricTimeline) timeline = timeline_new(scene);
-  g_autoptr(VekMetricReporter) other = recording_reporter_new("b", scene->record);
-  g_autoptr(GSList) reporters = g_slist_prepend(g_slist_prepend(NULL, other), scene->reporter);
+TEST(ranges_reach_every_reporter_once_in_one_batch_newest_first) {
+  g_autoptr(VekMetricTimeline) timeline = timeline_new();
+  g_autoptr(VekMetricReporter) other = recording_reporter_new("b", fixture.record);
+  g_autoptr(GSList) reporters = g_slist_prepend(g_slist_prepend(NULL, other), fixture.reporter);
 
   vek_metric_timeline_add_range(timeline, 1, 100, 250);
   vek_metric_timeline_add_range(timeline, 2, 300, 420);
   report_to(timeline, reporters);
-  assert_recorded(scene->record,
+  assert_recorded(fixture.record,
                   "a timeline render [2:300-420 1:100-250]\n"
                   "b timeline render [2:300-420 1:100-250]\n");
 }
 
-static void empty_batch_is_passed_on(void) {
-  g_autoptr(Scene) scene = scene_new();
-  g_autoptr(VekMetricTimeline) timeline = timeline_new(scene);
+TEST(empty_batch_is_passed_on) {
+  g_autoptr(VekMetricTimeline) timeline = timeline_new();
 
   vek_metric_timeline_add_range(timeline, 1, 100, 250);
-  scene_report(scene);
-  assert_recorded(scene->record,
+  fixture_report();
+  assert_recorded(fixture.record,
                   "a timeline render [1:100-250]\n"
                   "a flush\n");
-  scene_report(scene);
-  assert_recorded(scene->record,
+  fixture_report();
+  assert_recorded(fixture.record,
                   "a timeline render []\n"
                   "a flush\n");
 }
 
-static void report_to_nobody_drops_the_batch(void) {
-  g_autoptr(Scene) scene = scene_new();
-  g_autoptr(VekMetricTimeline) timeline = timeline_new(scene);
+TEST(report_to_nobody_drops_the_batch) {
+  g_autoptr(VekMetricTimeline) timeline = timeline_new();
 
   vek_metric_timeline_add_range(timeline, 1, 100, 250);
   report_to(timeline, NULL);
-  scene_report(scene);
-  assert_recorded(scene->record,
+  fixture_report();
+  assert_recorded(fixture.record,
                   "a timeline render []\n"
                   "a flush\n");
 }
 
-static void ranges_are_neither_compared_nor_changed(void) {
-  g_autoptr(Scene) scene = scene_new();
-  g_autoptr(VekMetricTimeline) timeline = timeline_new(scene);
+TEST(ranges_are_neither_compared_nor_changed) {
+  g_autoptr(VekMetricTimeline) timeline = timeline_new();
 
   vek_metric_timeline_add_range(timeline, G_MININT, G_MAXINT64, G_MININT64);
   vek_metric_timeline_add_range(timeline, G_MAXINT, -5, -5);
   vek_metric_timeline_add_range(timeline, 0, 0, 0);
-  scene_report(scene);
-  assert_recorded(scene->record,
+  fixture_report();
+  assert_recorded(fixture.record,
                   "a timeline render [0:0-0 2147483647:-5--5 "
                   "-2147483648:9223372036854775807--9223372036854775808]\n"
                   "a flush\n");
 }
 
-static void moved_ranges_belong_to_the_caller(void) {
-  g_autoptr(Scene) scene = scene_new();
-  g_autoptr(VekMetricTimeline) timeline = timeline_new(scene);
+TEST(moved_ranges_belong_to_the_caller) {
+  g_autoptr(VekMetricTimeline) timeline = timeline_new();
   vek_metric_timeline_add_range(timeline, 1, 100, 250);
   vek_metric_timeline_add_range(timeline, 2, 300, 420);
 
@@ -85,7 +78,7 @@ static void moved_ranges_belong_to_the_caller(void) {
   g_assert_null(vek_metric_timeline_move_data(timeline));
 }
 
-static void timeline_has_no_properties_of_its_own(void) {
+TEST(timeline_has_no_properties_of_its_own) {
   g_autoptr(GTypeClass) klass = g_type_class_ref(VEK_TYPE_METRIC_TIMELINE);
   guint n;
   g_autofree GParamSpec **pspecs = g_object_class_list_properties(G_OBJECT_CLASS(klass), &n);
@@ -93,23 +86,21 @@ static void timeline_has_no_properties_of_its_own(void) {
     g_assert_cmpstr(g_type_name(pspecs[i]->owner_type), ==, "VekMetric");
 }
 
-static void timeline_of_the_same_name_is_the_same(void) {
-  g_autoptr(Scene) scene = scene_new();
-  g_autoptr(VekMetricTimeline) timeline = timeline_new(scene);
-  g_autoptr(VekMetricTimeline) again = timeline_new(scene);
+TEST(timeline_of_the_same_name_is_the_same) {
+  g_autoptr(VekMetricTimeline) timeline = timeline_new();
+  g_autoptr(VekMetricTimeline) again = timeline_new();
   g_assert_true(again == timeline);
   g_assert_null(vek_metric_get_dimensions(VEK_METRIC(timeline)));
   g_assert_null(vek_metric_get_unit(VEK_METRIC(timeline)));
 }
 
-static void moving_the_data_of_nothing_fails_the_check(void) {
+TEST(moving_the_data_of_nothing_fails_the_check) {
   g_assert_null(vek_metric_timeline_move_data(NULL));
   assert_failed_check("vek_metric_timeline_move_data", "timeline");
 }
 
-static void disposed_timeline_falls_to_the_checks_of_its_store(void) {
-  g_autoptr(Scene) scene = scene_new();
-  g_autoptr(VekMetricTimeline) timeline = timeline_new(scene);
+TEST(disposed_timeline_falls_to_the_checks_of_its_store) {
+  g_autoptr(VekMetricTimeline) timeline = timeline_new();
   vek_metric_timeline_add_range(timeline, 1, 100, 250);
   g_object_run_dispose(G_OBJECT(timeline));
   g_object_run_dispose(G_OBJECT(timeline));
@@ -121,15 +112,15 @@ static void disposed_timeline_falls_to_the_checks_of_its_store(void) {
                       "VEK_IS_METRIC_RANGE_STORE(timeline->store)");
 }
 
-static void constructor_checks_the_registry(void) {
+TEST(constructor_checks_the_registry) {
   g_assert_null(vek_metric_registry_timeline_new(NULL, "render"));
   assert_failed_check("vek_metric_registry_timeline_new", "VEK_IS_METRIC_REGISTRY(registry)");
 }
 
-static void timeline_without_a_name_aborts_in_the_registry(void) {
+TEST(timeline_without_a_name_aborts_in_the_registry) {
   if (g_test_subprocess()) {
-    g_autoptr(Scene) scene = scene_new();
-    vek_metric_registry_timeline_new(scene->registry, NULL);
+    fixture_reset();
+    vek_metric_registry_timeline_new(fixture.registry, NULL);
     exit(EXIT_SUCCESS);
   }
 
@@ -140,11 +131,10 @@ static void timeline_without_a_name_aborts_in_the_registry(void) {
       "assertion failed: (name != NULL)\n*");
 }
 
-static void metric_of_another_kind_is_returned_with_a_warning(void) {
-  g_autoptr(Scene) scene = scene_new();
+TEST(metric_of_another_kind_is_returned_with_a_warning) {
   g_autoptr(VekMetricCounter) counter =
-      vek_metric_registry_counter_new(scene->registry, "render", NULL, NULL);
-  g_autoptr(GObject) returned = (gpointer)timeline_new(scene);
+      vek_metric_registry_counter_new(fixture.registry, "render", NULL, NULL);
+  g_autoptr(GObject) returned = (gpointer)timeline_new();
   assert_invalid_cast("VekMetricCounter", "VekMetricTimeline");
   g_assert_true(returned == (gpointer)counter);
 }
@@ -156,13 +146,12 @@ static void add_many(guint thread, gpointer timeline) {
     vek_metric_timeline_add_range(timeline, (gint)thread, i, -i);
 }
 
-static void threads_lose_and_double_no_range(void) {
-  g_autoptr(Scene) scene = scene_new();
-  g_autoptr(VekMetricTimeline) timeline = timeline_new(scene);
-  scene_run_threads(scene, N_THREADS, add_many, timeline);
+TEST(threads_lose_and_double_no_range) {
+  g_autoptr(VekMetricTimeline) timeline = timeline_new();
+  fixture_run_threads(N_THREADS, add_many, timeline);
 
   guint seen[N_THREADS][N_RANGES] = {{0}};
-  g_auto(GStrv) words = g_strsplit_set(scene->record->str, " []\n", -1);
+  g_auto(GStrv) words = g_strsplit_set(fixture.record->str, " []\n", -1);
   for (char **word = words; *word; word++) {
     int thread;
     int start;
@@ -177,25 +166,4 @@ static void threads_lose_and_double_no_range(void) {
   for (guint thread = 0; thread < N_THREADS; thread++)
     for (guint start = 0; start < N_RANGES; start++)
       g_assert_cmpuint(seen[thread][start], ==, 1);
-}
-
-int main(int argc, char **argv) {
-  g_test_init(&argc, &argv, NULL);
-  log_capture_init();
-
-  ADD_TEST("timeline", ranges_reach_every_reporter_once_in_one_batch_newest_first);
-  ADD_TEST("timeline", empty_batch_is_passed_on);
-  ADD_TEST("timeline", report_to_nobody_drops_the_batch);
-  ADD_TEST("timeline", ranges_are_neither_compared_nor_changed);
-  ADD_TEST("timeline", moved_ranges_belong_to_the_caller);
-  ADD_TEST("timeline", timeline_has_no_properties_of_its_own);
-  ADD_TEST("timeline", timeline_of_the_same_name_is_the_same);
-  ADD_TEST("timeline", moving_the_data_of_nothing_fails_the_check);
-  ADD_TEST("timeline", disposed_timeline_falls_to_the_checks_of_its_store);
-  ADD_TEST("timeline", constructor_checks_the_registry);
-  ADD_TEST("timeline", timeline_without_a_name_aborts_in_the_registry);
-  ADD_TEST("timeline", metric_of_another_kind_is_returned_with_a_warning);
-  ADD_TEST("timeline", threads_lose_and_double_no_range);
-
-  return g_test_run();
 }

@@ -1,8 +1,8 @@
 /* Tests of VekMetricTimelineReporter. */
 
 #include "csvtest.h"
+#include "support/fixture.h"
 #include "support/folder.h"
-#include "support/logcapture.h"
 
 typedef GSList Batch;
 
@@ -30,7 +30,7 @@ static void write_line(VekMetricReporter *reporter) {
   process(reporter, "render", batch);
 }
 
-static void only_timelines_and_flush_are_handled(void) {
+TEST(only_timelines_and_flush_are_handled) {
   g_autoptr(VekMetricReporter) reporter = vek_metric_timeline_reporter_new(NULL, NULL);
   VekMetricReporterInterface *iface = VEK_METRIC_REPORTER_GET_IFACE(reporter);
   g_assert_null(iface->process_count);
@@ -40,7 +40,7 @@ static void only_timelines_and_flush_are_handled(void) {
   g_assert_nonnull(iface->flush);
 }
 
-static void empty_batch_writes_nothing(void) {
+TEST(empty_batch_writes_nothing) {
   char *folder = folder_new();
   g_autoptr(VekMetricReporter) reporter = vek_metric_timeline_reporter_new("ranges", folder);
   process(reporter, "render", NULL);
@@ -49,7 +49,7 @@ static void empty_batch_writes_nothing(void) {
   folder_remove(folder);
 }
 
-static void passes_write_the_ranges_since_the_last_one_newest_first(void) {
+TEST(passes_write_the_ranges_since_the_last_one_newest_first) {
   char *folder = folder_new();
   g_autoptr(VekMetricRegistry) registry = g_object_new(VEK_TYPE_METRIC_REGISTRY, NULL);
   g_autoptr(VekMetricReporter) reporter = vek_metric_timeline_reporter_new("ranges", folder);
@@ -76,7 +76,7 @@ static void passes_write_the_ranges_since_the_last_one_newest_first(void) {
   folder_remove(folder);
 }
 
-static void negative_and_very_large_bounds_are_written_in_full_decimal(void) {
+TEST(negative_and_very_large_bounds_are_written_in_full_decimal) {
   char *folder = folder_new();
   g_autoptr(VekMetricReporter) reporter = vek_metric_timeline_reporter_new("ranges", folder);
   g_autoptr(Batch) batch = NULL;
@@ -96,7 +96,7 @@ static void negative_and_very_large_bounds_are_written_in_full_decimal(void) {
   folder_remove(folder);
 }
 
-static void names_are_written_as_they_stand(void) {
+TEST(names_are_written_as_they_stand) {
   char *folder = folder_new();
   g_autoptr(VekMetricReporter) reporter = vek_metric_timeline_reporter_new("ranges", folder);
   g_autoptr(Batch) batch = prepend(NULL, 1, 100, 250);
@@ -115,7 +115,7 @@ static void names_are_written_as_they_stand(void) {
   folder_remove(folder);
 }
 
-static void batch_is_only_read(void) {
+TEST(batch_is_only_read) {
   char *folder = folder_new();
   g_autoptr(VekMetricReporter) reporter = vek_metric_timeline_reporter_new("ranges", folder);
   g_autoptr(Batch) batch = prepend(prepend(NULL, 1, 100, 250), 2, 300, 420);
@@ -131,7 +131,7 @@ static void batch_is_only_read(void) {
   folder_remove(folder);
 }
 
-static void reports_of_other_kinds_produce_no_output(void) {
+TEST(reports_of_other_kinds_produce_no_output) {
   char *folder = folder_new();
   g_autoptr(VekMetricRegistry) registry = g_object_new(VEK_TYPE_METRIC_REGISTRY, NULL);
   g_autoptr(VekMetricReporter) reporter = vek_metric_timeline_reporter_new("ranges", folder);
@@ -155,7 +155,7 @@ static void reports_of_other_kinds_produce_no_output(void) {
   folder_remove(folder);
 }
 
-static void csv_log_of_the_same_name_is_the_same_file(void) {
+TEST(csv_log_of_the_same_name_is_the_same_file) {
   char *folder = folder_new();
   g_autoptr(VekMetricReporter) ranges = vek_metric_timeline_reporter_new("figures", folder);
   g_autoptr(VekMetricReporter) figures = vek_metric_log_reporter_new("figures", folder);
@@ -174,28 +174,11 @@ static void csv_log_of_the_same_name_is_the_same_file(void) {
   folder_remove(folder);
 }
 
-int main(int argc, char **argv) {
-  g_test_init(&argc, &argv, NULL);
-  log_capture_init();
-
-  const CsvKind kind = {
-      .stem = "timelinereporter",
-      .type = VEK_TYPE_METRIC_TIMELINE_REPORTER,
-      .make = vek_metric_timeline_reporter_new,
-      .write = write_line,
-      .line = "F,render,1,100,250\n",
-      .folder_below_a_file = "Cannot create log dir \"file/logs\".\n",
-      .folder_without_a_name = "Cannot create log dir \"\".\n",
-  };
-  add_csv_tests(&kind);
-  ADD_TEST("timelinereporter", only_timelines_and_flush_are_handled);
-  ADD_TEST("timelinereporter", empty_batch_writes_nothing);
-  ADD_TEST("timelinereporter", passes_write_the_ranges_since_the_last_one_newest_first);
-  ADD_TEST("timelinereporter", negative_and_very_large_bounds_are_written_in_full_decimal);
-  ADD_TEST("timelinereporter", names_are_written_as_they_stand);
-  ADD_TEST("timelinereporter", batch_is_only_read);
-  ADD_TEST("timelinereporter", reports_of_other_kinds_produce_no_output);
-  ADD_TEST("timelinereporter", csv_log_of_the_same_name_is_the_same_file);
-
-  return g_test_run();
-}
+const CsvKind csv_kind = {
+    .get_type = vek_metric_timeline_reporter_get_type,
+    .make = vek_metric_timeline_reporter_new,
+    .write = write_line,
+    .line = "F,render,1,100,250\n",
+    .folder_below_a_file = "Cannot create log dir \"file/logs\".\n",
+    .folder_without_a_name = "Cannot create log dir \"\".\n",
+};

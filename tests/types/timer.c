@@ -1,14 +1,11 @@
 /* Tests of VekMetricTimer. */
 
-#include "support/fakeclock.h"
-#include "support/logcapture.h"
-#include "support/recordingreporter.h"
-#include "support/scene.h"
+#include "support/fixture.h"
 
 #include <math.h>
 
-static VekMetricTimer *timer_new(Scene *scene, const char *unit) {
-  return vek_metric_registry_timer_new(scene->registry, "render", unit, NULL, NULL);
+static VekMetricTimer *timer_new(const char *unit) {
+  return vek_metric_registry_timer_new(fixture.registry, "render", unit, NULL, NULL);
 }
 
 static void assert_warned(const char *message) {
@@ -31,7 +28,7 @@ static void assert_samples(gpointer timer, const char *samples) {
   g_assert_cmpstr(text->str, ==, samples);
 }
 
-static void durations_are_recorded_in_the_unit(void) {
+TEST(durations_are_recorded_in_the_unit) {
   static const struct {
     const char *unit;
     gint64 usec;
@@ -48,16 +45,15 @@ static void durations_are_recorded_in_the_unit(void) {
   };
 
   for (gsize i = 0; i < G_N_ELEMENTS(rows); i++) {
-    g_autoptr(Scene) scene = scene_new();
-    g_autoptr(VekMetricTimer) timer = timer_new(scene, rows[i].unit);
+    fixture_reset();
+    g_autoptr(VekMetricTimer) timer = timer_new(rows[i].unit);
     vek_metric_timer_set_usec(timer, rows[i].usec);
     assert_samples(timer, rows[i].samples);
   }
 }
 
-static void stop_records_the_time_since_the_start(void) {
-  g_autoptr(Scene) scene = scene_new();
-  g_autoptr(VekMetricTimer) timer = timer_new(scene, "Seconds");
+TEST(stop_records_the_time_since_the_start) {
+  g_autoptr(VekMetricTimer) timer = timer_new("Seconds");
   fake_clock_set(1, 3000000);
   vek_metric_timer_start(timer);
   assert_samples(timer, "");
@@ -67,9 +63,8 @@ static void stop_records_the_time_since_the_start(void) {
   assert_samples(timer, "0.25");
 }
 
-static void second_stop_measures_again_from_the_same_start(void) {
-  g_autoptr(Scene) scene = scene_new();
-  g_autoptr(VekMetricTimer) timer = timer_new(scene, "Milliseconds");
+TEST(second_stop_measures_again_from_the_same_start) {
+  g_autoptr(VekMetricTimer) timer = timer_new("Milliseconds");
   vek_metric_timer_start(timer);
   fake_clock_advance(2000);
   vek_metric_timer_stop(timer);
@@ -78,17 +73,15 @@ static void second_stop_measures_again_from_the_same_start(void) {
   assert_samples(timer, "2 2.5");
 }
 
-static void stop_without_a_start_measures_from_monotonic_time_zero(void) {
-  g_autoptr(Scene) scene = scene_new();
-  g_autoptr(VekMetricTimer) timer = timer_new(scene, "Seconds");
+TEST(stop_without_a_start_measures_from_monotonic_time_zero) {
+  g_autoptr(VekMetricTimer) timer = timer_new("Seconds");
   fake_clock_set(1, 5500000);
   vek_metric_timer_stop(timer);
   assert_samples(timer, "5.5");
 }
 
-static void start_replaces_an_earlier_one(void) {
-  g_autoptr(Scene) scene = scene_new();
-  g_autoptr(VekMetricTimer) timer = timer_new(scene, "Milliseconds");
+TEST(start_replaces_an_earlier_one) {
+  g_autoptr(VekMetricTimer) timer = timer_new("Milliseconds");
   vek_metric_timer_start(timer);
   fake_clock_advance(2000);
   vek_metric_timer_start(timer);
@@ -97,7 +90,7 @@ static void start_replaces_an_earlier_one(void) {
   assert_samples(timer, "0.5");
 }
 
-static void unknown_unit_warns_and_divides_by_zero(void) {
+TEST(unknown_unit_warns_and_divides_by_zero) {
   static const struct {
     const char *unit;
     const char *warning;
@@ -110,8 +103,8 @@ static void unknown_unit_warns_and_divides_by_zero(void) {
   };
 
   for (gsize i = 0; i < G_N_ELEMENTS(rows); i++) {
-    g_autoptr(Scene) scene = scene_new();
-    g_autoptr(VekMetricTimer) timer = timer_new(scene, rows[i].unit);
+    fixture_reset();
+    g_autoptr(VekMetricTimer) timer = timer_new(rows[i].unit);
     assert_warned(rows[i].warning);
     vek_metric_timer_set_usec(timer, 1);
     assert_samples(timer, "inf");
@@ -120,53 +113,49 @@ static void unknown_unit_warns_and_divides_by_zero(void) {
   }
 }
 
-static void zero_duration_of_an_unknown_unit_is_not_a_number(void) {
-  g_autoptr(Scene) scene = scene_new();
-  g_autoptr(VekMetricTimer) timer = timer_new(scene, "seconds");
+TEST(zero_duration_of_an_unknown_unit_is_not_a_number) {
+  g_autoptr(VekMetricTimer) timer = timer_new("seconds");
   assert_warned("Invalid unit seconds for timer metric render");
   vek_metric_timer_start(timer);
   vek_metric_timer_stop(timer);
   assert_samples(timer, "nan");
 }
 
-static void unknown_unit_warns_at_each_construction(void) {
-  g_autoptr(Scene) scene = scene_new();
-  g_autoptr(VekMetricTimer) timer = timer_new(scene, "Seconds");
+TEST(unknown_unit_warns_at_each_construction) {
+  g_autoptr(VekMetricTimer) timer = timer_new("Seconds");
   for (guint i = 0; i < 2; i++) {
-    g_autoptr(VekMetricTimer) again = timer_new(scene, "Minutes");
+    g_autoptr(VekMetricTimer) again = timer_new("Minutes");
     assert_warned("Invalid unit Minutes for timer metric render");
     g_assert_true(again == timer);
   }
   g_assert_cmpstr(vek_metric_get_unit(VEK_METRIC(timer)), ==, "Seconds");
 }
 
-static void timer_made_without_a_unit_warns_and_divides_by_zero(void) {
+TEST(timer_made_without_a_unit_warns_and_divides_by_zero) {
   g_autoptr(VekMetricTimer) timer = g_object_new(VEK_TYPE_METRIC_TIMER, "name", "render", NULL);
   assert_warned("Unspecified unit for timer metric render");
   vek_metric_timer_set_usec(timer, 1);
   assert_samples(timer, "inf");
 }
 
-static void timer_reports_as_a_histogram_of_60_samples(void) {
-  g_autoptr(Scene) scene = scene_new();
+TEST(timer_reports_as_a_histogram_of_60_samples) {
   char *dimensions[] = {"host", "h1", NULL};
   g_autoptr(VekMetricTimer) timer =
-      vek_metric_registry_timer_new(scene->registry, "render", "Milliseconds", NULL, dimensions);
+      vek_metric_registry_timer_new(fixture.registry, "render", "Milliseconds", NULL, dimensions);
   for (guint i = 1; i <= 61; i++)
     vek_metric_timer_set_usec(timer, i * 1000);
 
   fake_clock_set(1000, 1);
-  scene_report(scene);
-  assert_recorded(scene->record,
+  fixture_report();
+  assert_recorded(fixture.record,
                   "a aggregated render host,h1 Milliseconds 1000 n=60 sum=1890 min=2 max=61\n"
                   "a flush\n");
 }
 
-static void given_store_is_used(void) {
-  g_autoptr(Scene) scene = scene_new();
+TEST(given_store_is_used) {
   g_autoptr(VekMetricStore) store = vek_metric_fixed_size_store_new(1);
   g_autoptr(VekMetricTimer) timer =
-      vek_metric_registry_timer_new(scene->registry, "render", "Seconds", store, NULL);
+      vek_metric_registry_timer_new(fixture.registry, "render", "Seconds", store, NULL);
   vek_metric_timer_set_usec(timer, 1000000);
   vek_metric_timer_set_usec(timer, 2000000);
   assert_samples(timer, "2");
@@ -175,10 +164,9 @@ static void given_store_is_used(void) {
   g_assert_true(read == store);
 }
 
-static void failed_checks_do_nothing(void) {
-  g_autoptr(Scene) scene = scene_new();
+TEST(failed_checks_do_nothing) {
   g_autoptr(VekMetricHistogram) histogram =
-      vek_metric_registry_histogram_new(scene->registry, "latency", "Seconds", NULL, NULL);
+      vek_metric_registry_histogram_new(fixture.registry, "latency", "Seconds", NULL, NULL);
   /* A histogram is not yet a timer. */
   gpointer others[] = {NULL, histogram};
 
@@ -193,21 +181,19 @@ static void failed_checks_do_nothing(void) {
   assert_samples(histogram, "");
 }
 
-static void constructor_checks_registry_name_and_unit_in_this_order(void) {
-  g_autoptr(Scene) scene = scene_new();
+TEST(constructor_checks_registry_name_and_unit_in_this_order) {
   g_assert_null(vek_metric_registry_timer_new(NULL, NULL, NULL, NULL, NULL));
   assert_failed_check("vek_metric_registry_timer_new", "VEK_IS_METRIC_REGISTRY(registry)");
-  g_assert_null(vek_metric_registry_timer_new(scene->registry, NULL, NULL, NULL, NULL));
+  g_assert_null(vek_metric_registry_timer_new(fixture.registry, NULL, NULL, NULL, NULL));
   assert_failed_check("vek_metric_registry_timer_new", "name != NULL");
-  g_assert_null(vek_metric_registry_timer_new(scene->registry, "render", NULL, NULL, NULL));
+  g_assert_null(vek_metric_registry_timer_new(fixture.registry, "render", NULL, NULL, NULL));
   assert_failed_check("vek_metric_registry_timer_new", "unit != NULL");
 }
 
-static void histogram_asked_for_as_a_timer_is_returned_with_a_warning(void) {
-  g_autoptr(Scene) scene = scene_new();
+TEST(histogram_asked_for_as_a_timer_is_returned_with_a_warning) {
   g_autoptr(VekMetricHistogram) histogram =
-      vek_metric_registry_histogram_new(scene->registry, "render", "Seconds", NULL, NULL);
-  g_autoptr(GObject) returned = (gpointer)timer_new(scene, "Seconds");
+      vek_metric_registry_histogram_new(fixture.registry, "render", "Seconds", NULL, NULL);
+  g_autoptr(GObject) returned = (gpointer)timer_new("Seconds");
   assert_invalid_cast("VekMetricHistogram", "VekMetricTimer");
   g_assert_true(returned == (gpointer)histogram);
 }
@@ -220,40 +206,16 @@ static void set_many(guint thread, gpointer timer) {
     vek_metric_timer_set_usec(timer, 500000);
 }
 
-static void threads_lose_and_double_no_duration(void) {
-  g_autoptr(Scene) scene = scene_new();
+TEST(threads_lose_and_double_no_duration) {
   g_autoptr(VekMetricStore) store = vek_metric_fixed_size_store_new(N_THREADS * N_DURATIONS + 1);
   g_autoptr(VekMetricTimer) timer =
-      vek_metric_registry_timer_new(scene->registry, "render", "Seconds", store, NULL);
-  scene_run_threads(scene, N_THREADS, set_many, timer);
-  g_string_truncate(scene->record, 0);
+      vek_metric_registry_timer_new(fixture.registry, "render", "Seconds", store, NULL);
+  fixture_run_threads(N_THREADS, set_many, timer);
+  g_string_truncate(fixture.record, 0);
 
   fake_clock_set(1000, 1);
-  scene_report(scene);
-  assert_recorded(scene->record,
+  fixture_report();
+  assert_recorded(fixture.record,
                   "a aggregated render - Seconds 1000 n=8000 sum=4000 min=0.5 max=0.5\n"
                   "a flush\n");
-}
-
-int main(int argc, char **argv) {
-  g_test_init(&argc, &argv, NULL);
-  log_capture_init();
-
-  ADD_TEST("timer", durations_are_recorded_in_the_unit);
-  ADD_TEST("timer", stop_records_the_time_since_the_start);
-  ADD_TEST("timer", second_stop_measures_again_from_the_same_start);
-  ADD_TEST("timer", stop_without_a_start_measures_from_monotonic_time_zero);
-  ADD_TEST("timer", start_replaces_an_earlier_one);
-  ADD_TEST("timer", unknown_unit_warns_and_divides_by_zero);
-  ADD_TEST("timer", zero_duration_of_an_unknown_unit_is_not_a_number);
-  ADD_TEST("timer", unknown_unit_warns_at_each_construction);
-  ADD_TEST("timer", timer_made_without_a_unit_warns_and_divides_by_zero);
-  ADD_TEST("timer", timer_reports_as_a_histogram_of_60_samples);
-  ADD_TEST("timer", given_store_is_used);
-  ADD_TEST("timer", failed_checks_do_nothing);
-  ADD_TEST("timer", constructor_checks_registry_name_and_unit_in_this_order);
-  ADD_TEST("timer", histogram_asked_for_as_a_timer_is_returned_with_a_warning);
-  ADD_TEST("timer", threads_lose_and_double_no_duration);
-
-  return g_test_run();
 }

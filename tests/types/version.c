@@ -1,10 +1,10 @@
 /* Tests of the version header. */
 
-#include "support/logcapture.h"
+#include "support/fixture.h"
 
 #include <vekmetrics/vekmetrics.h>
 
-static void the_check_compares_number_by_number(void) {
+TEST(the_check_compares_number_by_number) {
   const int major = VEK_MAJOR_VERSION, minor = VEK_MINOR_VERSION, micro = VEK_MICRO_VERSION;
   const struct {
     int major, minor, micro;
@@ -24,21 +24,11 @@ static void the_check_compares_number_by_number(void) {
                     rows[i].holds);
 }
 
-static void the_preprocessor_can_check(void) {
+TEST(the_preprocessor_can_check) {
 #if VEK_CHECK_VERSION(0, 1, 0) && !VEK_CHECK_VERSION(1000, 0, 0)
   const gboolean checked = TRUE;
 #else
   const gboolean checked = FALSE;
 #endif
   g_assert_true(checked);
-}
-
-int main(int argc, char **argv) {
-  g_test_init(&argc, &argv, NULL);
-  log_capture_init();
-
-  ADD_TEST("version", the_check_compares_number_by_number);
-  ADD_TEST("version", the_preprocessor_can_check);
-
-  return g_test_run();
 }

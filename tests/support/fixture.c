@@ -1,26 +1,78 @@
-#include "scene.h"
+#include "support/fixture.h"
 
-#include "fakeclock.h"
-#include "logcapture.h"
-#include "recordingreporter.h"
+#include <string.h>
 
-Scene *scene_new(void) {
-  Scene *scene = g_new(Scene, 1);
-  scene->registry = g_object_new(VEK_TYPE_METRIC_REGISTRY, NULL);
-  scene->record = g_string_new(NULL);
-  scene->reporter = recording_reporter_new("a", scene->record);
-  return scene;
+Fixture fixture;
+
+typedef struct {
+  char *name;
+  void (*run)(void);
+  void (*run_row)(gconstpointer row); /* in place of run */
+  gconstpointer row;
+} TestCase;
+static GSList *tests; /* kept: GLib frees the data of those alone that it runs */
+
+static void set_up(void) {
+  fixture.registry = g_object_new(VEK_TYPE_METRIC_REGISTRY, NULL);
+  fixture.record = g_string_new(NULL);
+  fixture.reporter = recording_reporter_new("a", fixture.record);
 }
 
-void scene_free(Scene *scene) {
-  g_object_unref(scene->registry);
-  g_object_unref(scene->reporter);
-  g_string_free(scene->record, TRUE);
-  g_free(scene);
+static void tear_down(void) {
+  g_object_unref(fixture.registry);
+  g_object_unref(fixture.reporter);
+  g_string_free(fixture.record, TRUE);
 }
 
-void scene_report(Scene *scene) {
-  vek_metric_registry_report(scene->registry, scene->reporter);
+static void run_test(gconstpointer data) {
+  const TestCase *test = data;
+  fake_clock_set(1000, 1000);
+  set_up();
+  if (test->run)
+    test->run();
+  else
+    test->run_row(test->row);
+  tear_down();
+  fake_clock_set_hook(NULL);
+  assert_nothing_logged();
+}
+
+static void keep(TestCase test) {
+  tests = g_slist_prepend(tests, g_memdup2(&test, sizeof test));
+}
+
+void register_test(const char *name, void (*run)(void)) {
+  keep((TestCase){.name = g_strdelimit(g_strdup(name), "_", '-'), .run = run});
+}
+
+void register_rows(gconstpointer rows, gsize n, gsize size, void (*run)(gconstpointer row)) {
+  for (gsize i = 0; i < n; i++) {
+    gconstpointer row = (const char *)rows + i * size;
+    keep((TestCase){.name = g_strdup(*(const char *const *)row), .run_row = run, .row = row});
+  }
+}
+
+int main(int argc, char **argv) {
+  g_test_init(&argc, &argv, NULL);
+  log_capture_init();
+  g_autofree char *program = g_path_get_basename(argv[0]);
+  const char *group = program + strlen("test-");
+  tests = g_slist_reverse(tests);
+  for (GSList *node = tests; node; node = node->next) {
+    const TestCase *test = node->data;
+    g_autofree char *path = g_strdup_printf("/%s/%s", group, test->name);
+    g_test_add_data_func(path, test, run_test);
+  }
+  return g_test_run();
+}
+
+void fixture_reset(void) {
+  tear_down();
+  set_up();
+}
+
+void fixture_report(void) {
+  vek_metric_registry_report(fixture.registry, fixture.reporter);
 }
 
 void report_to(gpointer metric, GSList *reporters) {
@@ -116,7 +168,6 @@ guint run_threads(guint n, void (*work)(guint thread, gpointer data),
 }
 
 typedef struct {
-  Scene *scene;
   void (*work)(guint thread, gpointer metric);
   gpointer metric;
 } Traffic;
@@ -127,12 +178,11 @@ static void use_metric(guint thread, gpointer data) {
 }
 
 static void report_meanwhile(gpointer data) {
-  const Traffic *traffic = data;
-  scene_report(traffic->scene);
+  (void)data;
+  fixture_report();
 }
 
-guint scene_run_threads(Scene *scene, guint n, void (*work)(guint thread, gpointer metric),
-                        gpointer metric) {
-  Traffic traffic = {scene, work, metric};
+guint fixture_run_threads(guint n, void (*work)(guint thread, gpointer metric), gpointer metric) {
+  Traffic traffic = {work, metric};
   return run_threads(n, use_metric, report_meanwhile, &traffic);
 }
