@@ -2,8 +2,8 @@
 
 Each fenced block of the document that is marked with one of the languages is a whole program. It
 must end well and say nothing on standard error. A block marked "text" that comes before the next
-program is exactly what the program prints. PACKAGES names what the programs are built with, if that is more
-than the library.
+program is exactly what the program prints. PACKAGES names what programs are built with, if that is
+not the library alone.
 """
 
 import os

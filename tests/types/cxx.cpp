@@ -56,7 +56,7 @@ TEST(dimensions_come_from_braces) {
 }
 
 TEST(a_snapshot_names_its_statistics) {
-  fake_clock_set(7000, 1);
+  vek_testing_clock_set(7000, 1);
   const gdouble samples[] = {5, 1, 4, 2, 3};
   vek::Snapshot snapshot(vek_metric_snapshot_new(samples, G_N_ELEMENTS(samples)));
   g_assert_cmpint(snapshot.time(), ==, 7000);
@@ -76,15 +76,15 @@ TEST(an_empty_snapshot_owner_fails_the_checks) {
 TEST(scoped_timers_that_overlap_measure_each_their_own) {
   vek::Registry registry = make_registry();
   vek::Timer timer(vek_metric_registry_timer_new(registry, "t", "Microseconds", nullptr, nullptr));
-  fake_clock_set(1, 1000);
+  vek_testing_clock_set(1, 1000);
   {
     vek::ScopedTimer outer(timer);
-    fake_clock_advance(10);
+    vek_testing_clock_advance(10);
     {
       vek::ScopedTimer inner(timer);
-      fake_clock_advance(5);
+      vek_testing_clock_advance(5);
     }
-    fake_clock_advance(20);
+    vek_testing_clock_advance(20);
   }
   vek::Snapshot snapshot(vek_metric_histogram_get_snapshot(VEK_METRIC_HISTOGRAM(timer)));
   g_assert_cmpuint(snapshot.n_samples(), ==, 2);
@@ -115,9 +115,9 @@ TEST(a_tally_publishes_at_its_limit_when_asked_and_at_the_end) {
 
 TEST(a_tally_publishes_nothing_when_it_holds_nothing) {
   vek::Registry registry = make_registry();
-  fake_clock_set(1000, 1);
+  vek_testing_clock_set(1000, 1);
   vek::Counter counter(vek_metric_registry_counter_new(registry, "c", nullptr, nullptr));
-  fake_clock_set(2000, 1);
+  vek_testing_clock_set(2000, 1);
   {
     vek::Tally tally(counter);
     tally.inc();
