@@ -360,7 +360,7 @@ class Patience(Outputs):
             with self.start(server.port, f'--prefix={HUGE_PREFIX}', *self.to_files(),
                             '--wait=600') as program:
                 connection, _ = server.socket.accept()
-                connection.recv(1)  # before this, the program may not have seen that it is connected
+                connection.recv(1)  # the program has seen now that it is connected
                 connection.setsockopt(socket.SOL_SOCKET, socket.SO_LINGER, struct.pack('ii', 1, 0))
                 connection.close()
                 messages = program.communicate()[1].decode()

@@ -4,15 +4,10 @@
  * a sanitizer or valgrind they belong to the tool, nothing is counted, and the tests are skipped.
  */
 
-#define _GNU_SOURCE
-
 #include "support/fixture.h"
+#include "support/replace.h"
 
 #include <vekmetrics/vekmetrics.h>
-
-#include <dlfcn.h>
-#include <string.h>
-#include <unistd.h>
 
 /* What the thread has done so far. */
 typedef struct {
@@ -30,41 +25,28 @@ static __thread Count count;
 
 #if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)
 
-/* The function that would be called without the one here. ISO C turns no data pointer into a
- * function pointer. */
-#define FIND_NEXT(function)                       \
-  static __typeof__(function) *next;              \
-  if (!next) {                                    \
-    gpointer found = dlsym(RTLD_NEXT, #function); \
-    memcpy(&next, &found, sizeof next);           \
-  }
-
 void *malloc(size_t size) {
-  FIND_NEXT(malloc)
   count.taken++;
   count.bytes += size;
-  return next(size);
+  return NEXT(malloc)(size);
 }
 
 void *calloc(size_t n, size_t size) {
-  FIND_NEXT(calloc)
   count.taken++;
   count.bytes += n * size;
-  return next(n, size);
+  return NEXT(calloc)(n, size);
 }
 
 void *realloc(void *block, size_t size) {
-  FIND_NEXT(realloc)
   count.taken++;
   count.bytes += size;
   count.given_back += block != NULL;
-  return next(block, size);
+  return NEXT(realloc)(block, size);
 }
 
 void free(void *block) {
-  FIND_NEXT(free)
   count.given_back += block != NULL;
-  next(block);
+  NEXT(free)(block);
 }
 
 #endif

@@ -1,11 +1,9 @@
 /* Tests of VekMetricCarbonReporter, against servers of their own on loopback. */
 
-#define _GNU_SOURCE /* RTLD_NEXT */
-
 #include "support/decimalcomma.h"
 #include "support/fixture.h"
+#include "support/replace.h"
 
-#include <dlfcn.h>
 #include <float.h>
 #include <gio/gio.h>
 #include <math.h>
@@ -25,10 +23,8 @@ void g_output_stream_write_all_async(GOutputStream *stream, const void *buffer, 
                                      int io_priority, GCancellable *cancellable,
                                      GAsyncReadyCallback callback, gpointer user_data) {
   g_assert_cmpint(io_priority, ==, G_PRIORITY_DEFAULT);
-
-  __typeof__(&g_output_stream_write_all_async) next = NULL;
-  *(void **)&next = dlsym(RTLD_NEXT, __func__);
-  next(stream, buffer, count, io_priority, cancellable, callback, user_data);
+  NEXT(g_output_stream_write_all_async)
+  (stream, buffer, count, io_priority, cancellable, callback, user_data);
 }
 
 static gboolean on_guard(gpointer condition) {

@@ -1,11 +1,8 @@
 /* Tests of VekMetricGauge. Where there are intervals, they last 100 µs. */
 
-#define _GNU_SOURCE /* RTLD_NEXT */
-
 #include "support/fixture.h"
 #include "support/modeltest.h"
-
-#include <dlfcn.h>
+#include "support/replace.h"
 
 /* How often this thread has taken a lock for writing. */
 static __thread guint n_writings;
@@ -13,10 +10,7 @@ static __thread guint n_writings;
 /* In place of GLib's, which it calls. */
 void g_rw_lock_writer_lock(GRWLock *lock) {
   n_writings++;
-
-  __typeof__(&g_rw_lock_writer_lock) next = NULL;
-  *(void **)&next = dlsym(RTLD_NEXT, __func__);
-  next(lock);
+  NEXT(g_rw_lock_writer_lock)(lock);
 }
 
 static VekMetricGauge *gauge_new(gint64 interval) {

@@ -1,12 +1,9 @@
-#define _GNU_SOURCE /* RTLD_NEXT */
-
 #include "jsonlog.h"
 
 #include "support/fixture.h"
 #include "support/folder.h"
+#include "support/replace.h"
 #include "support/tsan-tasks.h"
-
-#include <dlfcn.h>
 
 char *test_folder;
 Script script;
@@ -123,10 +120,8 @@ void g_output_stream_write_all_async(GOutputStream *stream, const void *buffer, 
   last_completion.data = user_data;
   if (writes_are_held_back)
     return;
-
-  __typeof__(&g_output_stream_write_all_async) next = NULL;
-  *(void **)&next = dlsym(RTLD_NEXT, __func__);
-  next(stream, buffer, count, io_priority, cancellable, callback, user_data);
+  NEXT(g_output_stream_write_all_async)
+  (stream, buffer, count, io_priority, cancellable, callback, user_data);
 }
 
 void g_output_stream_flush_async(GOutputStream *stream, int io_priority, GCancellable *cancellable,
@@ -135,10 +130,7 @@ void g_output_stream_flush_async(GOutputStream *stream, int io_priority, GCancel
   g_assert_true(G_IS_CANCELLABLE(cancellable));
   last_completion.callback = callback;
   last_completion.data = user_data;
-
-  __typeof__(&g_output_stream_flush_async) next = NULL;
-  *(void **)&next = dlsym(RTLD_NEXT, __func__);
-  next(stream, io_priority, cancellable, callback, user_data);
+  NEXT(g_output_stream_flush_async)(stream, io_priority, cancellable, callback, user_data);
 }
 
 void begin_test(void) {

@@ -34,13 +34,6 @@ TEST(type_is_a_store_without_properties) {
   g_assert_true(VEK_IS_METRIC_RANGE_STORE(store));
 }
 
-TEST(range_record_holds_id_start_and_end_in_order) {
-  g_assert_cmpuint(G_STRUCT_OFFSET(VekMetricRange, id), ==, 0);
-  g_assert_cmpuint(G_STRUCT_OFFSET(VekMetricRange, start), ==, 8);
-  g_assert_cmpuint(G_STRUCT_OFFSET(VekMetricRange, end), ==, 16);
-  g_assert_cmpuint(sizeof(VekMetricRange), ==, 24);
-}
-
 TEST(new_store_moves_out_nothing) {
   g_autoptr(VekMetricStore) store = vek_metric_range_store_new();
   g_assert_null(vek_metric_range_store_move_data(VEK_METRIC_RANGE_STORE(store)));

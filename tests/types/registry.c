@@ -1,11 +1,9 @@
 /* Tests of VekMetricRegistry. */
 
-#define _GNU_SOURCE /* RTLD_NEXT */
-
 #include "support/fixture.h"
 #include "support/periodicpass.h"
+#include "support/replace.h"
 
-#include <dlfcn.h>
 #include <string.h>
 
 /* Called before this thread next takes a lock for reading; a test sets it. */
@@ -17,10 +15,7 @@ void g_rw_lock_reader_lock(GRWLock *lock) {
   before_reading = NULL;
   if (function)
     function();
-
-  __typeof__(&g_rw_lock_reader_lock) next = NULL;
-  *(void **)&next = dlsym(RTLD_NEXT, __func__);
-  next(lock);
+  NEXT(g_rw_lock_reader_lock)(lock);
 }
 
 #define STRV(...) ((char *[]){__VA_ARGS__, NULL})

@@ -141,15 +141,6 @@ static void report_a_counter(VekMetricReporter *reporter) {
   g_object_unref(registry);
 }
 
-// The order of the slots is part of the interface.
-#define SLOT_OFFSET(index) (sizeof(GTypeInterface) + (index) * sizeof(void (*)(void)))
-static_assert(offsetof(VekMetricReporterInterface, process_count) == SLOT_OFFSET(0));
-static_assert(offsetof(VekMetricReporterInterface, process_value) == SLOT_OFFSET(1));
-static_assert(offsetof(VekMetricReporterInterface, process_timeline_samples) == SLOT_OFFSET(2));
-static_assert(offsetof(VekMetricReporterInterface, process_aggregated) == SLOT_OFFSET(3));
-static_assert(offsetof(VekMetricReporterInterface, flush) == SLOT_OFFSET(4));
-static_assert(sizeof(VekMetricReporterInterface) == SLOT_OFFSET(5));
-
 TEST(the_type_is_an_interface_for_objects) {
   g_assert_cmpstr(g_type_name(VEK_TYPE_METRIC_REPORTER), ==, "VekMetricReporter");
   g_assert_true(G_TYPE_IS_INTERFACE(VEK_TYPE_METRIC_REPORTER));

@@ -88,15 +88,6 @@ TEST(type_is_a_plain_object_without_properties) {
   g_assert_cmpuint(n_signals, ==, 0);
 }
 
-TEST(class_holds_three_operations_in_order) {
-  g_assert_cmpuint(G_STRUCT_OFFSET(VekMetricStoreClass, add), ==, sizeof(GObjectClass));
-  g_assert_cmpuint(G_STRUCT_OFFSET(VekMetricStoreClass, add_range), ==,
-                   sizeof(GObjectClass) + sizeof(gpointer));
-  g_assert_cmpuint(G_STRUCT_OFFSET(VekMetricStoreClass, get_snapshot), ==,
-                   sizeof(GObjectClass) + 2 * sizeof(gpointer));
-  g_assert_cmpuint(sizeof(VekMetricStoreClass), ==, sizeof(GObjectClass) + 3 * sizeof(gpointer));
-}
-
 TEST(each_store_sets_the_operations_it_supports) {
   const struct {
     GType type;

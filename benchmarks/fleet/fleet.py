@@ -28,9 +28,9 @@ import urllib.request
 
 import whisper
 
-import results
-
-sys.path.insert(0, str(pathlib.Path(__file__).resolve().parent.parent / 'tests'))
+ROOT = pathlib.Path(__file__).resolve().parents[2]
+sys.path += [str(ROOT / 'benchmarks'), str(ROOT / 'tests')]
+import results  # noqa: E402
 from support.servers import Cache, excerpt, free_port, server  # noqa: E402
 
 INTERVAL = 60  # seconds between passes
@@ -245,7 +245,7 @@ def needed(n_processes, cpu):
 
 def main():
     arguments = results.make_parser(__doc__, server=SERVERS).parse_args()
-    client = f'{arguments.folder}/bench-fleet'
+    client = f'{arguments.folder}/fleet/bench-fleet'
 
     wire = measure_wire(client)
     print(f'a line has {wire["bytes"]:.1f} bytes and takes its sender {wire["cpu"]:.2f} µs')
