@@ -25,7 +25,7 @@ static VekTestingRecorder *record_pass(void) {
   return recorder;
 }
 
-static void checks_pass_for_what_was_brought(void) {
+TEST(checks_pass_for_what_was_brought) {
   g_autoptr(VekTestingRecorder) recorder = record_pass();
   vek_testing_assert_count(recorder, "requests", DIMENSIONS("host", "h1"), 3);
   vek_testing_assert_count(recorder, "requests", (char *[]){"host", "h1", NULL}, 3);
@@ -38,7 +38,7 @@ static void checks_pass_for_what_was_brought(void) {
   vek_testing_assert_text(recorder, A_PASS "\n");
 }
 
-static void numbers_that_are_not_finite_equal_themselves(void) {
+TEST(numbers_that_are_not_finite_equal_themselves) {
   g_autoptr(VekTestingRecorder) recorder = vek_testing_recorder_new();
   VekMetricReporter *reporter = VEK_METRIC_REPORTER(recorder);
   VekMetricReporterInterface *operations = VEK_METRIC_REPORTER_GET_IFACE(reporter);
@@ -62,7 +62,7 @@ static void assert_failed(gboolean passed, GError **error, VekTestingError code,
   g_clear_error(error);
 }
 
-static void failures_tell_what_was_brought(void) {
+TEST(failures_tell_what_was_brought) {
   static const VekTestingError missing = VEK_TESTING_ERROR_MISSING;
   static const VekTestingError different = VEK_TESTING_ERROR_DIFFERENT;
   g_autoptr(VekTestingRecorder) recorder = record_pass();
@@ -99,7 +99,7 @@ static void failures_tell_what_was_brought(void) {
                 "expected nothing; the pass brought:\n" A_PASS);
 }
 
-static void failures_tell_that_there_was_no_pass_or_an_empty_one(void) {
+TEST(failures_tell_that_there_was_no_pass_or_an_empty_one) {
   static const VekTestingError missing = VEK_TESTING_ERROR_MISSING;
   g_autoptr(VekTestingRecorder) recorder = vek_testing_recorder_new();
   GError *error = NULL;
@@ -118,7 +118,7 @@ static void failures_tell_that_there_was_no_pass_or_an_empty_one(void) {
   vek_testing_assert_text(recorder, "");
 }
 
-static void missing_snapshot_has_no_number_of_samples(void) {
+TEST(missing_snapshot_has_no_number_of_samples) {
   g_autoptr(VekTestingRecorder) recorder = vek_testing_recorder_new();
   VekMetricReporter *reporter = VEK_METRIC_REPORTER(recorder);
   VekMetricReporterInterface *operations = VEK_METRIC_REPORTER_GET_IFACE(reporter);
@@ -130,7 +130,7 @@ static void missing_snapshot_has_no_number_of_samples(void) {
                 "no samples of latency; the pass brought:\naggregated latency (null)");
 }
 
-static void failed_assertion_ends_the_test_where_it_stands(void) {
+TEST(failed_assertion_ends_the_test_where_it_stands) {
   if (g_test_subprocess()) {
     g_autoptr(VekTestingRecorder) recorder = record_pass();
     vek_testing_assert_count(recorder, "requests", DIMENSIONS("host", "h1"), 4);
@@ -145,18 +145,19 @@ static void failed_assertion_ends_the_test_where_it_stands(void) {
   g_test_trap_assert_stderr(message);
 }
 
-static void failed_checks_do_nothing(void) {
-  static const char *not_a_recorder = "VEK_TESTING_IS_RECORDER(recorder)";
+#define ERROR_IS_SET "error == NULL || *error == NULL"
+
+TEST(failed_checks_do_nothing) {
   g_autoptr(VekTestingRecorder) recorder = record_pass();
   g_autoptr(GObject) object = g_object_new(G_TYPE_OBJECT, NULL);
   void *wrong[] = {NULL, object};
   for (gsize i = 0; i < G_N_ELEMENTS(wrong); i++) {
-    ASSERT_REFUSED(vek_testing_check_count, not_a_recorder, (wrong[i], "a", NULL, 0, NULL));
-    ASSERT_REFUSED(vek_testing_check_value, not_a_recorder, (wrong[i], "a", NULL, 0, 0, NULL));
-    ASSERT_REFUSED(vek_testing_check_n_samples, not_a_recorder, (wrong[i], "a", NULL, 0, NULL));
-    ASSERT_REFUSED(vek_testing_check_n_ranges, not_a_recorder, (wrong[i], "a", 0, NULL));
-    ASSERT_REFUSED(vek_testing_check_nothing, not_a_recorder, (wrong[i], "a", NULL));
-    ASSERT_REFUSED(vek_testing_check_text, not_a_recorder, (wrong[i], "a", NULL));
+    ASSERT_REFUSED(vek_testing_check_count, NOT_A_RECORDER, (wrong[i], "a", NULL, 0, NULL));
+    ASSERT_REFUSED(vek_testing_check_value, NOT_A_RECORDER, (wrong[i], "a", NULL, 0, 0, NULL));
+    ASSERT_REFUSED(vek_testing_check_n_samples, NOT_A_RECORDER, (wrong[i], "a", NULL, 0, NULL));
+    ASSERT_REFUSED(vek_testing_check_n_ranges, NOT_A_RECORDER, (wrong[i], "a", 0, NULL));
+    ASSERT_REFUSED(vek_testing_check_nothing, NOT_A_RECORDER, (wrong[i], "a", NULL));
+    ASSERT_REFUSED(vek_testing_check_text, NOT_A_RECORDER, (wrong[i], "a", NULL));
   }
   ASSERT_REFUSED(vek_testing_check_count, "name != NULL", (recorder, NULL, NULL, 0, NULL));
   ASSERT_REFUSED(vek_testing_check_value, "name != NULL", (recorder, NULL, NULL, 0, 0, NULL));
@@ -169,36 +170,21 @@ static void failed_checks_do_nothing(void) {
   ASSERT_REFUSED(vek_testing_check_value, "tolerance >= 0", (recorder, "load", NULL, 0, -1, NULL));
   ASSERT_REFUSED(vek_testing_check_value, "tolerance >= 0", (recorder, "load", NULL, 0, nan, NULL));
 
-  static const char *set = "error == NULL || *error == NULL";
   g_autoptr(GError) error = g_error_new_literal(VEK_TESTING_ERROR, 0, "set");
-  ASSERT_REFUSED(vek_testing_check_count, set, (recorder, "a", NULL, 0, &error));
-  ASSERT_REFUSED(vek_testing_check_value, set, (recorder, "a", NULL, 0, 0, &error));
-  ASSERT_REFUSED(vek_testing_check_n_samples, set, (recorder, "a", NULL, 0, &error));
-  ASSERT_REFUSED(vek_testing_check_n_ranges, set, (recorder, "a", 0, &error));
-  ASSERT_REFUSED(vek_testing_check_nothing, set, (recorder, "a", &error));
-  ASSERT_REFUSED(vek_testing_check_text, set, (recorder, "a", &error));
+  ASSERT_REFUSED(vek_testing_check_count, ERROR_IS_SET, (recorder, "a", NULL, 0, &error));
+  ASSERT_REFUSED(vek_testing_check_value, ERROR_IS_SET, (recorder, "a", NULL, 0, 0, &error));
+  ASSERT_REFUSED(vek_testing_check_n_samples, ERROR_IS_SET, (recorder, "a", NULL, 0, &error));
+  ASSERT_REFUSED(vek_testing_check_n_ranges, ERROR_IS_SET, (recorder, "a", 0, &error));
+  ASSERT_REFUSED(vek_testing_check_nothing, ERROR_IS_SET, (recorder, "a", &error));
+  ASSERT_REFUSED(vek_testing_check_text, ERROR_IS_SET, (recorder, "a", &error));
 }
 
-static void assertion_with_wrong_arguments_fails(void) {
+TEST(assertion_with_wrong_arguments_fails) {
   if (g_test_subprocess()) {
-    g_log_set_always_fatal(G_LOG_FATAL_MASK);
     vek_testing_assert_text(NULL, "");
     return;
   }
   g_test_trap_subprocess(NULL, 0, 0);
   g_test_trap_assert_failed();
   g_test_trap_assert_stderr("*assertion_with_wrong_arguments_fails: wrong arguments\n*");
-}
-
-int main(int argc, char **argv) {
-  g_test_init(&argc, &argv, NULL);
-  ADD_TEST("checks", checks_pass_for_what_was_brought);
-  ADD_TEST("checks", numbers_that_are_not_finite_equal_themselves);
-  ADD_TEST("checks", failures_tell_what_was_brought);
-  ADD_TEST("checks", failures_tell_that_there_was_no_pass_or_an_empty_one);
-  ADD_TEST("checks", missing_snapshot_has_no_number_of_samples);
-  ADD_TEST("checks", failed_assertion_ends_the_test_where_it_stands);
-  ADD_TEST("checks", failed_checks_do_nothing);
-  ADD_TEST("checks", assertion_with_wrong_arguments_fails);
-  return g_test_run();
 }

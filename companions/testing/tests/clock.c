@@ -1,10 +1,5 @@
 #include "support.h"
 
-#include <vekmetrics-testing/clock.h>
-
-#define REAL_START G_GINT64_CONSTANT(1000000000000000)
-#define MONOTONIC_START G_GINT64_CONSTANT(1000000000)
-
 static void assert_times(gint64 real_time, gint64 monotonic_time) {
   for (int i = 0; i < 2; i++) {
     g_assert_cmpint(g_get_real_time(), ==, real_time);
@@ -12,8 +7,7 @@ static void assert_times(gint64 real_time, gint64 monotonic_time) {
   }
 }
 
-static void stands_still_until_it_is_moved(void) {
-  assert_times(REAL_START, MONOTONIC_START);
+TEST(stands_still_until_it_is_moved) {
   vek_testing_clock_set(1000, 1);
   assert_times(1000, 1);
   vek_testing_clock_advance(G_USEC_PER_SEC);
@@ -22,7 +16,7 @@ static void stands_still_until_it_is_moved(void) {
   assert_times(-999000, -999999);
 }
 
-static void is_read_by_the_library(void) {
+TEST(is_read_by_the_library) {
   vek_testing_clock_set(1000, 1);
   g_autoptr(VekMetricSnapshot) snapshot = vek_metric_snapshot_new(NULL, 0);
   g_assert_cmpint(vek_metric_snapshot_get_time(snapshot), ==, 1000);
@@ -45,7 +39,7 @@ static void count_and_advance(gboolean monotonic) {
   vek_testing_clock_advance(5);
 }
 
-static void hook_is_called_after_each_reading(void) {
+TEST(hook_is_called_after_each_reading) {
   vek_testing_clock_set(1000, 1);
   vek_testing_clock_set_hook(count_and_advance);
   g_assert_cmpint(g_get_monotonic_time(), ==, 1);
@@ -62,20 +56,11 @@ static gboolean on_timeout(gpointer n_dispatched) {
   return G_SOURCE_REMOVE;
 }
 
-static void main_loop_keeps_to_the_real_clock(void) {
+TEST(main_loop_keeps_to_the_real_clock) {
   guint n_dispatched = 0;
   vek_testing_clock_set(1000, 1);
   g_timeout_add(1, on_timeout, &n_dispatched);
   while (n_dispatched == 0)
     g_main_context_iteration(NULL, TRUE);
   assert_times(1000, 1);
-}
-
-int main(int argc, char **argv) {
-  g_test_init(&argc, &argv, NULL);
-  ADD_TEST("clock", stands_still_until_it_is_moved);
-  ADD_TEST("clock", is_read_by_the_library);
-  ADD_TEST("clock", hook_is_called_after_each_reading);
-  ADD_TEST("clock", main_loop_keeps_to_the_real_clock);
-  return g_test_run();
 }

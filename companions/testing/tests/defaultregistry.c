@@ -1,6 +1,6 @@
 #include "support.h"
 
-static void pushed_registry_is_the_default_until_it_is_popped(void) {
+TEST(pushed_registry_is_the_default_until_it_is_popped) {
   VekMetricRegistry *before = g_object_new(VEK_TYPE_METRIC_REGISTRY, NULL);
   vek_metric_registry_set_default(before);
   g_autoptr(VekMetricCounter) requests =
@@ -26,7 +26,7 @@ static void pushed_registry_is_the_default_until_it_is_popped(void) {
   g_assert_finalize_object(before);
 }
 
-static void popped_registry_goes_unless_somebody_holds_it(void) {
+TEST(popped_registry_goes_unless_somebody_holds_it) {
   VekMetricRegistry *registry = vek_testing_registry_push();
   g_object_add_weak_pointer(G_OBJECT(registry), (gpointer *)&registry);
   vek_testing_registry_pop();
@@ -37,7 +37,7 @@ static void popped_registry_goes_unless_somebody_holds_it(void) {
   g_assert_finalize_object(registry);
 }
 
-static void no_default_registry_before_is_no_matter(void) {
+TEST(no_default_registry_before_is_no_matter) {
   vek_metric_registry_set_default(NULL);
   VekMetricRegistry *registry = vek_testing_registry_push();
   g_assert_true(vek_metric_registry_get_default() == registry);
@@ -46,7 +46,7 @@ static void no_default_registry_before_is_no_matter(void) {
   vek_metric_registry_set_default(NULL);
 }
 
-static void autoptr_pops_at_the_end_of_its_scope(void) {
+TEST(autoptr_pops_at_the_end_of_its_scope) {
   VekMetricRegistry *before = vek_metric_registry_get_default();
   {
     g_autoptr(VekTestingRegistry) outer = vek_testing_registry_push();
@@ -59,7 +59,7 @@ static void autoptr_pops_at_the_end_of_its_scope(void) {
   g_assert_true(vek_metric_registry_get_default() == before);
 }
 
-static void default_that_the_test_replaced_goes_too(void) {
+TEST(default_that_the_test_replaced_goes_too) {
   VekMetricRegistry *before = vek_metric_registry_get_default();
   vek_testing_registry_push();
   VekMetricRegistry *own = g_object_new(VEK_TYPE_METRIC_REGISTRY, NULL);
@@ -69,21 +69,9 @@ static void default_that_the_test_replaced_goes_too(void) {
   g_assert_finalize_object(own);
 }
 
-static void pop_without_a_push_is_refused(void) {
+TEST(pop_without_a_push_is_refused) {
   VekMetricRegistry *before = vek_metric_registry_get_default();
-  expect_refusal("vek_testing_registry_pop", "pushed != NULL");
   vek_testing_registry_pop();
-  g_test_assert_expected_messages();
+  ASSERT_FAILED_CHECK("vek_testing_registry_pop", "pushed != NULL");
   g_assert_true(vek_metric_registry_get_default() == before);
-}
-
-int main(int argc, char **argv) {
-  g_test_init(&argc, &argv, NULL);
-  ADD_TEST("defaultregistry", pushed_registry_is_the_default_until_it_is_popped);
-  ADD_TEST("defaultregistry", popped_registry_goes_unless_somebody_holds_it);
-  ADD_TEST("defaultregistry", no_default_registry_before_is_no_matter);
-  ADD_TEST("defaultregistry", autoptr_pops_at_the_end_of_its_scope);
-  ADD_TEST("defaultregistry", default_that_the_test_replaced_goes_too);
-  ADD_TEST("defaultregistry", pop_without_a_push_is_refused);
-  return g_test_run();
 }

@@ -2,50 +2,31 @@
 
 #define DIMENSIONS(...) ((char *[]){__VA_ARGS__, NULL})
 
-typedef struct {
-  VekMetricRegistry *registry;
-  VekTestingRecorder *recorder;
-} Fixture;
-
-static Fixture *fixture_new(void) {
-  Fixture *fixture = g_new(Fixture, 1);
-  fixture->registry = g_object_new(VEK_TYPE_METRIC_REGISTRY, NULL);
-  fixture->recorder = vek_testing_recorder_new();
-  return fixture;
+static void report(VekTestingRecorder *recorder) {
+  vek_metric_registry_report(fixture.registry, VEK_METRIC_REPORTER(recorder));
 }
 
-static void fixture_free(Fixture *fixture) {
-  g_object_unref(fixture->registry);
-  g_assert_finalize_object(fixture->recorder);
-  g_free(fixture);
-}
-G_DEFINE_AUTOPTR_CLEANUP_FUNC(Fixture, fixture_free)
-
-static void report(Fixture *fixture) {
-  vek_metric_registry_report(fixture->registry, VEK_METRIC_REPORTER(fixture->recorder));
+static VekMetricReporterInterface *get_operations(VekTestingRecorder *recorder) {
+  return VEK_METRIC_REPORTER_GET_IFACE(recorder);
 }
 
-static VekMetricReporterInterface *get_operations(Fixture *fixture) {
-  return VEK_METRIC_REPORTER_GET_IFACE(fixture->recorder);
-}
-
-static void assert_text(Fixture *fixture, const char *expected) {
-  g_autofree char *text = vek_testing_recorder_get_text(fixture->recorder);
+static void assert_text(VekTestingRecorder *recorder, const char *expected) {
+  g_autofree char *text = vek_testing_recorder_get_text(recorder);
   g_assert_cmpstr(text, ==, expected);
 }
 
-static void text_has_a_line_for_each_call_sorted_by_key(void) {
-  g_autoptr(Fixture) fixture = fixture_new();
+TEST(text_has_a_line_for_each_call_sorted_by_key) {
+  g_autoptr(VekTestingRecorder) recorder = vek_testing_recorder_new();
   g_autoptr(VekMetricCounter) requests = vek_metric_registry_counter_new(
-      fixture->registry, "requests", "Count", DIMENSIONS("host", "h1", "zone", "b"));
+      fixture.registry, "requests", "Count", DIMENSIONS("host", "h1", "zone", "b"));
   g_autoptr(VekMetricCounter) errors =
-      vek_metric_registry_counter_new(fixture->registry, "errors", NULL, NULL);
+      vek_metric_registry_counter_new(fixture.registry, "errors", NULL, NULL);
   g_autoptr(VekMetricGauge) load =
-      vek_metric_registry_gauge_new(fixture->registry, "load", "Percent", 0, NULL);
+      vek_metric_registry_gauge_new(fixture.registry, "load", "Percent", 0, NULL);
   g_autoptr(VekMetricHistogram) latency =
-      vek_metric_registry_histogram_new(fixture->registry, "latency", "Seconds", NULL, NULL);
+      vek_metric_registry_histogram_new(fixture.registry, "latency", "Seconds", NULL, NULL);
   g_autoptr(VekMetricTimeline) render =
-      vek_metric_registry_timeline_new(fixture->registry, "render");
+      vek_metric_registry_timeline_new(fixture.registry, "render");
   vek_metric_counter_add(requests, 42);
   vek_metric_gauge_set_value(load, 0.1);
   vek_metric_histogram_set(latency, 1);
@@ -53,8 +34,8 @@ static void text_has_a_line_for_each_call_sorted_by_key(void) {
   vek_metric_timeline_add_range(render, 1, 100, 250);
   vek_metric_timeline_add_range(render, 2, -300, -420);
 
-  report(fixture);
-  assert_text(fixture,
+  report(recorder);
+  assert_text(recorder,
               "count errors 0\n"
               "count requests{host=h1,zone=b} 42 Count\n"
               "aggregated latency n=2 sum=4 min=1 max=3 Seconds\n"
@@ -62,20 +43,20 @@ static void text_has_a_line_for_each_call_sorted_by_key(void) {
               "timeline render [2:-300..-420 1:100..250]\n");
 }
 
-static void lines_of_the_same_key_stay_as_they_came(void) {
-  g_autoptr(Fixture) fixture = fixture_new();
-  VekMetricReporterInterface *operations = get_operations(fixture);
-  VekMetricReporter *reporter = VEK_METRIC_REPORTER(fixture->recorder);
+TEST(lines_of_the_same_key_stay_as_they_came) {
+  g_autoptr(VekTestingRecorder) recorder = vek_testing_recorder_new();
+  VekMetricReporterInterface *operations = get_operations(recorder);
+  VekMetricReporter *reporter = VEK_METRIC_REPORTER(recorder);
   operations->process_count(reporter, "b.c", DIMENSIONS("a"), NULL, 0, 1);
   operations->process_count(reporter, "a.b.c", NULL, NULL, 0, 2);
   operations->process_count(reporter, "c", DIMENSIONS("a", "b"), NULL, 0, 3);
   operations->process_count(reporter, "a", NULL, NULL, 0, 4);
   operations->flush(reporter);
-  assert_text(fixture, "count a 4\ncount b.c{a} 1\ncount a.b.c 2\ncount c{a=b} 3\n");
+  assert_text(recorder, "count a 4\ncount b.c{a} 1\ncount a.b.c 2\ncount c{a=b} 3\n");
 }
 
-static void odd_strings_are_quoted(void) {
-  g_autoptr(Fixture) fixture = fixture_new();
+TEST(odd_strings_are_quoted) {
+  g_autoptr(VekTestingRecorder) recorder = vek_testing_recorder_new();
   static const struct {
     const char *string, *shown;
   } rows[] = {
@@ -104,41 +85,42 @@ static void odd_strings_are_quoted(void) {
   for (gsize i = 0; i < G_N_ELEMENTS(rows); i++) {
     char *string = (char *)rows[i].string;
     const char *shown = rows[i].shown;
-    VekMetricReporter *reporter = VEK_METRIC_REPORTER(fixture->recorder);
-    get_operations(fixture)->process_count(reporter, string, DIMENSIONS("x", string), string, 0, 1);
-    get_operations(fixture)->flush(reporter);
+    VekMetricReporter *reporter = VEK_METRIC_REPORTER(recorder);
+    get_operations(recorder)->process_count(reporter, string, DIMENSIONS("x", string), string, 0,
+                                            1);
+    get_operations(recorder)->flush(reporter);
 
     const char *value = string ? shown : NULL;
     g_autofree char *expected = value
                                     ? g_strdup_printf("count %s{x=%s} 1 %s\n", shown, value, value)
                                     : g_strdup("count (null){x} 1\n");
-    assert_text(fixture, expected);
-    g_autofree char *text = vek_testing_recorder_get_text(fixture->recorder);
+    assert_text(recorder, expected);
+    g_autofree char *text = vek_testing_recorder_get_text(recorder);
     g_assert_true(g_utf8_validate(text, -1, NULL));
   }
 }
 
-static void no_dimensions_and_an_empty_vector_are_told_apart(void) {
-  g_autoptr(Fixture) fixture = fixture_new();
+TEST(no_dimensions_and_an_empty_vector_are_told_apart) {
+  g_autoptr(VekTestingRecorder) recorder = vek_testing_recorder_new();
   char *none[] = {NULL};
   g_autoptr(VekMetricCounter) with =
-      vek_metric_registry_counter_new(fixture->registry, "requests", NULL, none);
+      vek_metric_registry_counter_new(fixture.registry, "requests", NULL, none);
   g_autoptr(VekMetricCounter) without =
-      vek_metric_registry_counter_new(fixture->registry, "requests", "", NULL);
+      vek_metric_registry_counter_new(fixture.registry, "requests", "", NULL);
   vek_metric_counter_add(with, 1);
   vek_metric_counter_add(without, 2);
-  report(fixture);
-  assert_text(fixture, "count requests{} 1\ncount requests 2 \"\"\n");
+  report(recorder);
+  assert_text(recorder, "count requests{} 1\ncount requests 2 \"\"\n");
 
   gint64 count;
-  g_assert_true(vek_testing_recorder_get_count(fixture->recorder, "requests", none, &count));
+  g_assert_true(vek_testing_recorder_get_count(recorder, "requests", none, &count));
   g_assert_cmpint(count, ==, 1);
-  g_assert_true(vek_testing_recorder_get_count(fixture->recorder, "requests", NULL, &count));
+  g_assert_true(vek_testing_recorder_get_count(recorder, "requests", NULL, &count));
   g_assert_cmpint(count, ==, 2);
 }
 
-static void numbers_are_as_long_as_they_need(void) {
-  g_autoptr(Fixture) fixture = fixture_new();
+TEST(numbers_are_as_long_as_they_need) {
+  g_autoptr(VekTestingRecorder) recorder = vek_testing_recorder_new();
   static const struct {
     double value;
     const char *shown;
@@ -156,47 +138,47 @@ static void numbers_are_as_long_as_they_need(void) {
       {-G_MAXDOUBLE * 10, "-inf"},
   };
   for (gsize i = 0; i < G_N_ELEMENTS(rows); i++) {
-    VekMetricReporter *reporter = VEK_METRIC_REPORTER(fixture->recorder);
-    get_operations(fixture)->process_value(reporter, "load", NULL, NULL, 0, rows[i].value);
-    get_operations(fixture)->flush(reporter);
+    VekMetricReporter *reporter = VEK_METRIC_REPORTER(recorder);
+    get_operations(recorder)->process_value(reporter, "load", NULL, NULL, 0, rows[i].value);
+    get_operations(recorder)->flush(reporter);
     g_autofree char *expected = g_strdup_printf("value load %s\n", rows[i].shown);
-    assert_text(fixture, expected);
+    assert_text(recorder, expected);
   }
 }
 
-static void numbers_that_are_none_have_no_sign(void) {
-  g_autoptr(Fixture) fixture = fixture_new();
-  VekMetricReporter *reporter = VEK_METRIC_REPORTER(fixture->recorder);
+TEST(numbers_that_are_none_have_no_sign) {
+  g_autoptr(VekTestingRecorder) recorder = vek_testing_recorder_new();
+  VekMetricReporter *reporter = VEK_METRIC_REPORTER(recorder);
   double nan = g_ascii_strtod("nan", NULL);
-  get_operations(fixture)->process_value(reporter, "a", NULL, NULL, 0, nan);
-  get_operations(fixture)->process_value(reporter, "b", NULL, NULL, 0, -nan);
-  get_operations(fixture)->flush(reporter);
-  assert_text(fixture, "value a nan\nvalue b nan\n");
+  get_operations(recorder)->process_value(reporter, "a", NULL, NULL, 0, nan);
+  get_operations(recorder)->process_value(reporter, "b", NULL, NULL, 0, -nan);
+  get_operations(recorder)->flush(reporter);
+  assert_text(recorder, "value a nan\nvalue b nan\n");
 }
 
-static void times_are_shown_when_asked_for(void) {
-  g_autoptr(Fixture) fixture = fixture_new();
+TEST(times_are_shown_when_asked_for) {
+  g_autoptr(VekTestingRecorder) recorder = vek_testing_recorder_new();
   double samples[] = {1, 3};
   g_autoptr(VekMetricSnapshot) snapshot = vek_metric_snapshot_new(samples, 2);
   GSList range = {&(VekMetricRange){1, 2, 3}, NULL};
-  VekMetricReporter *reporter = VEK_METRIC_REPORTER(fixture->recorder);
-  VekMetricReporterInterface *operations = get_operations(fixture);
+  VekMetricReporter *reporter = VEK_METRIC_REPORTER(recorder);
+  VekMetricReporterInterface *operations = get_operations(recorder);
   operations->process_count(reporter, "a", NULL, "Count", 1000, 1);
   operations->process_value(reporter, "b", NULL, NULL, -1, 0.5);
   operations->process_aggregated(reporter, "c", NULL, NULL, snapshot);
   operations->process_timeline_samples(reporter, "d", &range);
   operations->flush(reporter);
-  assert_text(fixture,
+  assert_text(recorder,
               "count a 1 Count\n"
               "value b 0.5\n"
               "aggregated c n=2 sum=4 min=1 max=3\n"
               "timeline d [1:2..3]\n");
 
   gboolean times;
-  g_object_get(fixture->recorder, "times", &times, NULL);
+  g_object_get(recorder, "times", &times, NULL);
   g_assert_false(times);
-  g_object_set(fixture->recorder, "times", TRUE, NULL);
-  g_object_get(fixture->recorder, "times", &times, NULL);
+  g_object_set(recorder, "times", TRUE, NULL);
+  g_object_get(recorder, "times", &times, NULL);
   g_assert_true(times);
   g_autofree char *expected = g_strdup_printf(
       "count a 1 Count @1000\n"
@@ -205,16 +187,16 @@ static void times_are_shown_when_asked_for(void) {
       "\n"
       "timeline d [1:2..3]\n",
       vek_metric_snapshot_get_time(snapshot));
-  assert_text(fixture, expected);
+  assert_text(recorder, expected);
 }
 
-static void figures_can_be_asked_for_one_by_one(void) {
-  g_autoptr(Fixture) fixture = fixture_new();
+TEST(figures_can_be_asked_for_one_by_one) {
+  g_autoptr(VekTestingRecorder) recorder = vek_testing_recorder_new();
   double sample = 2.5;
   g_autoptr(VekMetricSnapshot) snapshot = vek_metric_snapshot_new(&sample, 1);
   GSList old = {&(VekMetricRange){1, 100, 250}, NULL}, ranges = {&(VekMetricRange){2, 3, 4}, &old};
-  VekMetricReporter *reporter = VEK_METRIC_REPORTER(fixture->recorder);
-  VekMetricReporterInterface *operations = get_operations(fixture);
+  VekMetricReporter *reporter = VEK_METRIC_REPORTER(recorder);
+  VekMetricReporterInterface *operations = get_operations(recorder);
   operations->process_count(reporter, "all", NULL, NULL, 1, 1);
   operations->process_count(reporter, "all", DIMENSIONS("host", "h1"), NULL, 1, 2);
   operations->process_value(reporter, "all", DIMENSIONS("host", "h1"), NULL, 1, 0.25);
@@ -225,7 +207,6 @@ static void figures_can_be_asked_for_one_by_one(void) {
 
   gint64 count = -1;
   double value = -1;
-  VekTestingRecorder *recorder = fixture->recorder;
   g_assert_true(vek_testing_recorder_get_count(recorder, "all", NULL, &count));
   g_assert_cmpint(count, ==, 1);
   g_assert_true(vek_testing_recorder_get_count(recorder, "all", DIMENSIONS("host", "h1"), &count));
@@ -251,35 +232,35 @@ static void figures_can_be_asked_for_one_by_one(void) {
   g_assert_null(vek_testing_recorder_get_ranges(recorder, "none"));
 }
 
-static void missing_snapshot_is_shown_as_such(void) {
-  g_autoptr(Fixture) fixture = fixture_new();
-  VekMetricReporter *reporter = VEK_METRIC_REPORTER(fixture->recorder);
-  get_operations(fixture)->process_aggregated(reporter, "latency", NULL, "Seconds", NULL);
-  get_operations(fixture)->process_timeline_samples(reporter, "render", NULL);
-  get_operations(fixture)->flush(reporter);
-  assert_text(fixture, "aggregated latency (null) Seconds\ntimeline render []\n");
-  g_assert_null(vek_testing_recorder_get_snapshot(fixture->recorder, "latency", NULL));
+TEST(missing_snapshot_is_shown_as_such) {
+  g_autoptr(VekTestingRecorder) recorder = vek_testing_recorder_new();
+  VekMetricReporter *reporter = VEK_METRIC_REPORTER(recorder);
+  get_operations(recorder)->process_aggregated(reporter, "latency", NULL, "Seconds", NULL);
+  get_operations(recorder)->process_timeline_samples(reporter, "render", NULL);
+  get_operations(recorder)->flush(reporter);
+  assert_text(recorder, "aggregated latency (null) Seconds\ntimeline render []\n");
+  g_assert_null(vek_testing_recorder_get_snapshot(recorder, "latency", NULL));
 }
 
-static void only_the_last_pass_that_ended_is_kept(void) {
-  g_autoptr(Fixture) fixture = fixture_new();
-  assert_text(fixture, NULL);
-  report(fixture);
-  assert_text(fixture, "");
+TEST(only_the_last_pass_that_ended_is_kept) {
+  g_autoptr(VekTestingRecorder) recorder = vek_testing_recorder_new();
+  assert_text(recorder, NULL);
+  report(recorder);
+  assert_text(recorder, "");
 
-  VekMetricReporter *reporter = VEK_METRIC_REPORTER(fixture->recorder);
-  get_operations(fixture)->process_count(reporter, "a", NULL, NULL, 0, 1);
-  assert_text(fixture, "");
-  get_operations(fixture)->flush(reporter);
-  assert_text(fixture, "count a 1\n");
-  get_operations(fixture)->process_count(reporter, "b", NULL, NULL, 0, 2);
-  g_assert_true(vek_testing_recorder_get_count(fixture->recorder, "a", NULL, NULL));
-  get_operations(fixture)->flush(reporter);
-  assert_text(fixture, "count b 2\n");
+  VekMetricReporter *reporter = VEK_METRIC_REPORTER(recorder);
+  get_operations(recorder)->process_count(reporter, "a", NULL, NULL, 0, 1);
+  assert_text(recorder, "");
+  get_operations(recorder)->flush(reporter);
+  assert_text(recorder, "count a 1\n");
+  get_operations(recorder)->process_count(reporter, "b", NULL, NULL, 0, 2);
+  g_assert_true(vek_testing_recorder_get_count(recorder, "a", NULL, NULL));
+  get_operations(recorder)->flush(reporter);
+  assert_text(recorder, "count b 2\n");
 
-  vek_testing_recorder_clear(fixture->recorder);
-  assert_text(fixture, NULL);
-  g_assert_false(vek_testing_recorder_get_count(fixture->recorder, "b", NULL, NULL));
+  vek_testing_recorder_clear(recorder);
+  assert_text(recorder, NULL);
+  g_assert_false(vek_testing_recorder_get_count(recorder, "b", NULL, NULL));
 }
 
 static void append_line(VekTestingRecorder *recorder, const char *line, gpointer record) {
@@ -287,52 +268,32 @@ static void append_line(VekTestingRecorder *recorder, const char *line, gpointer
   g_string_append_printf(record, "%s\n", line);
 }
 
-static void each_call_is_signalled_as_it_comes(void) {
-  g_autoptr(Fixture) fixture = fixture_new();
+TEST(each_call_is_signalled_as_it_comes) {
+  g_autoptr(VekTestingRecorder) recorder = vek_testing_recorder_new();
   g_autoptr(GString) record = g_string_new(NULL);
-  g_signal_connect(fixture->recorder, "recorded", G_CALLBACK(append_line), record);
-  VekMetricReporter *reporter = VEK_METRIC_REPORTER(fixture->recorder);
-  get_operations(fixture)->process_count(reporter, "b", NULL, NULL, 1, 1);
-  g_object_set(fixture->recorder, "times", TRUE, NULL);
-  get_operations(fixture)->process_count(reporter, "a", NULL, NULL, 2, 2);
-  get_operations(fixture)->flush(reporter);
+  g_signal_connect(recorder, "recorded", G_CALLBACK(append_line), record);
+  VekMetricReporter *reporter = VEK_METRIC_REPORTER(recorder);
+  get_operations(recorder)->process_count(reporter, "b", NULL, NULL, 1, 1);
+  g_object_set(recorder, "times", TRUE, NULL);
+  get_operations(recorder)->process_count(reporter, "a", NULL, NULL, 2, 2);
+  get_operations(recorder)->flush(reporter);
   g_assert_cmpstr(record->str, ==, "count b 1\ncount a 2 @2\nflush\n");
 }
 
-static void failed_checks_do_nothing(void) {
-  g_autoptr(Fixture) fixture = fixture_new();
-  static const char *not_a_recorder = "VEK_TESTING_IS_RECORDER(recorder)";
-  void *wrong[] = {NULL, fixture->registry};
+TEST(failed_checks_do_nothing) {
+  g_autoptr(VekTestingRecorder) recorder = vek_testing_recorder_new();
+  void *wrong[] = {NULL, fixture.registry};
   for (gsize i = 0; i < G_N_ELEMENTS(wrong); i++) {
-    ASSERT_REFUSED(vek_testing_recorder_get_text, not_a_recorder, (wrong[i]));
-    ASSERT_REFUSED(vek_testing_recorder_get_count, not_a_recorder, (wrong[i], "a", NULL, NULL));
-    ASSERT_REFUSED(vek_testing_recorder_get_value, not_a_recorder, (wrong[i], "a", NULL, NULL));
-    ASSERT_REFUSED(vek_testing_recorder_get_snapshot, not_a_recorder, (wrong[i], "a", NULL));
-    ASSERT_REFUSED(vek_testing_recorder_get_ranges, not_a_recorder, (wrong[i], "a"));
-    expect_refusal("vek_testing_recorder_clear", not_a_recorder);
+    ASSERT_REFUSED(vek_testing_recorder_get_text, NOT_A_RECORDER, (wrong[i]));
+    ASSERT_REFUSED(vek_testing_recorder_get_count, NOT_A_RECORDER, (wrong[i], "a", NULL, NULL));
+    ASSERT_REFUSED(vek_testing_recorder_get_value, NOT_A_RECORDER, (wrong[i], "a", NULL, NULL));
+    ASSERT_REFUSED(vek_testing_recorder_get_snapshot, NOT_A_RECORDER, (wrong[i], "a", NULL));
+    ASSERT_REFUSED(vek_testing_recorder_get_ranges, NOT_A_RECORDER, (wrong[i], "a"));
     vek_testing_recorder_clear(wrong[i]);
-    g_test_assert_expected_messages();
+    ASSERT_FAILED_CHECK("vek_testing_recorder_clear", NOT_A_RECORDER);
   }
-  VekTestingRecorder *recorder = fixture->recorder;
   ASSERT_REFUSED(vek_testing_recorder_get_count, "name != NULL", (recorder, NULL, NULL, NULL));
   ASSERT_REFUSED(vek_testing_recorder_get_value, "name != NULL", (recorder, NULL, NULL, NULL));
   ASSERT_REFUSED(vek_testing_recorder_get_snapshot, "name != NULL", (recorder, NULL, NULL));
   ASSERT_REFUSED(vek_testing_recorder_get_ranges, "name != NULL", (recorder, NULL));
-}
-
-int main(int argc, char **argv) {
-  g_test_init(&argc, &argv, NULL);
-  ADD_TEST("recorder", text_has_a_line_for_each_call_sorted_by_key);
-  ADD_TEST("recorder", lines_of_the_same_key_stay_as_they_came);
-  ADD_TEST("recorder", odd_strings_are_quoted);
-  ADD_TEST("recorder", no_dimensions_and_an_empty_vector_are_told_apart);
-  ADD_TEST("recorder", numbers_are_as_long_as_they_need);
-  ADD_TEST("recorder", numbers_that_are_none_have_no_sign);
-  ADD_TEST("recorder", times_are_shown_when_asked_for);
-  ADD_TEST("recorder", figures_can_be_asked_for_one_by_one);
-  ADD_TEST("recorder", missing_snapshot_is_shown_as_such);
-  ADD_TEST("recorder", only_the_last_pass_that_ended_is_kept);
-  ADD_TEST("recorder", each_call_is_signalled_as_it_comes);
-  ADD_TEST("recorder", failed_checks_do_nothing);
-  return g_test_run();
 }

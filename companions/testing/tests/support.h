@@ -2,29 +2,20 @@
 
 /* What the tests of the companion share. */
 
-#include <vekmetrics-testing/vekmetrics-testing.h>
+#include "support/fixture.h"
 
 #define DIMENSIONS(...) ((char *[]){__VA_ARGS__, NULL})
 
-/* Adds a test named after its function: "/group/its-words". */
-#define ADD_TEST(group, test)                                                               \
-  G_STMT_START {                                                                            \
-    g_autofree char *path_of_test_ = g_strdelimit(g_strdup("/" group "/" #test), "_", '-'); \
-    g_test_add_func(path_of_test_, test);                                                   \
-  }                                                                                         \
-  G_STMT_END
+/* Takes the critical of a failed check of the companion. */
+#define ASSERT_FAILED_CHECK(function, condition) \
+  assert_logged("VEK:testing", G_LOG_LEVEL_CRITICAL, function ": assertion '" condition "' failed")
 
-/* The critical of a failed check is to come. */
-static inline void expect_refusal(const char *function, const char *condition) {
-  g_autofree char *pattern = g_strdup_printf("%s: assertion '%s' failed", function, condition);
-  g_test_expect_message("VEK:testing", G_LOG_LEVEL_CRITICAL, pattern);
-}
+#define NOT_A_RECORDER "VEK_TESTING_IS_RECORDER(recorder)"
 
-/* Calls a function with arguments that its check refuses: it returns FALSE or NULL. */
+/* Calls a function with arguments that a check refuses: it returns FALSE or NULL. */
 #define ASSERT_REFUSED(function, condition, arguments) \
   G_STMT_START {                                       \
-    expect_refusal(#function, condition);              \
     g_assert_false(function arguments);                \
-    g_test_assert_expected_messages();                 \
+    ASSERT_FAILED_CHECK(#function, condition);         \
   }                                                    \
   G_STMT_END
