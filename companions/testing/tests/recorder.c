@@ -1,7 +1,5 @@
 #include "support.h"
 
-#define DIMENSIONS(...) ((char *[]){__VA_ARGS__, NULL})
-
 static void report(VekTestingRecorder *recorder) {
   vek_metric_registry_report(fixture.registry, VEK_METRIC_REPORTER(recorder));
 }

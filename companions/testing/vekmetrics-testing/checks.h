@@ -15,6 +15,13 @@ G_BEGIN_DECLS
  */
 #define VEK_TESTING_ERROR (vek_testing_error_quark())
 
+/**
+ * vek_testing_error_quark:
+ *
+ * Gets the domain of the errors of failed checks.
+ *
+ * Returns: the domain
+ */
 VEK_EXPORT
 GQuark vek_testing_error_quark(void);
 
