@@ -90,10 +90,10 @@ TEST(tries_come_after_one_to_sixty_seconds_shortened_at_random) {
 }
 
 TEST(a_server_that_comes_late_gets_every_line) {
-  fake_clock_set(TIMESTAMP, 0);
+  vek_testing_clock_set(TIMESTAMP, 0);
   g_autoptr(LineServer) server = refusing_server_new();
   g_autoptr(VekMetricReporter) reporter = fail_to_connect(server);
-  fake_clock_advance(30 * G_USEC_PER_SEC);
+  vek_testing_clock_advance(30 * G_USEC_PER_SEC);
   send_count(reporter, "a", 1);
   end_delay();
   run_until(get_delay() > 0); /* no second warning */
@@ -177,7 +177,7 @@ TEST(what_a_server_says_is_thrown_away) {
 }
 
 TEST(a_write_that_was_not_taken_whole_is_sent_again) {
-  fake_clock_set(TIMESTAMP, 0);
+  vek_testing_clock_set(TIMESTAMP, 0);
   g_autoptr(LineServer) server = line_server_new("127.0.0.1");
   g_autoptr(VekMetricReporter) reporter = connect_to_silent(server);
   process_many(reporter, 0, MANY_LINES);
@@ -206,7 +206,7 @@ TEST(a_write_that_was_not_taken_whole_is_sent_again) {
 }
 
 TEST(a_server_that_does_not_read_costs_the_oldest_lines) {
-  fake_clock_set(TIMESTAMP, 0);
+  vek_testing_clock_set(TIMESTAMP, 0);
   g_autoptr(LineServer) server = line_server_new("127.0.0.1");
   g_autoptr(VekMetricReporter) reporter = connect_to_silent(server);
   g_object_set(reporter, "max-lines", 100, NULL);
@@ -227,7 +227,7 @@ TEST(a_server_that_does_not_read_costs_the_oldest_lines) {
   assert_logged("VEK:service", G_LOG_LEVEL_WARNING, warning);
   assert_nothing_logged();
 
-  fake_clock_advance(9 * G_USEC_PER_SEC);
+  vek_testing_clock_advance(9 * G_USEC_PER_SEC);
   line_server_read(server);
   run_until(!is_busy(reporter));
   assert_outage_over(server, 9, (guint)dropped);
