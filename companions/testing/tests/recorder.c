@@ -192,7 +192,10 @@ TEST(figures_can_be_asked_for_one_by_one) {
   g_autoptr(VekTestingRecorder) recorder = vek_testing_recorder_new();
   double sample = 2.5;
   g_autoptr(VekMetricSnapshot) snapshot = vek_metric_snapshot_new(&sample, 1);
-  GSList old = {&(VekMetricRange){1, 100, 250}, NULL}, ranges = {&(VekMetricRange){2, 3, 4}, &old};
+  static VekMetricRange first = {1, 100, 250}; /* static: its padding is compared as well */
+  static VekMetricRange second = {2, 3, 4};
+  GSList old = {&first, NULL};
+  GSList ranges = {&second, &old};
   VekMetricReporter *reporter = VEK_METRIC_REPORTER(recorder);
   VekMetricReporterInterface *operations = get_operations(recorder);
   operations->process_count(reporter, "all", NULL, NULL, 1, 1);
@@ -217,9 +220,9 @@ TEST(figures_can_be_asked_for_one_by_one) {
                 snapshot);
   GSList *kept = vek_testing_recorder_get_ranges(recorder, "all");
   g_assert_cmpuint(g_slist_length(kept), ==, 2);
-  g_assert_true(kept->data != ranges.data);
-  g_assert_cmpmem(kept->data, sizeof(VekMetricRange), ranges.data, sizeof(VekMetricRange));
-  g_assert_cmpmem(kept->next->data, sizeof(VekMetricRange), old.data, sizeof(VekMetricRange));
+  g_assert_true(kept->data != &second);
+  g_assert_cmpmem(kept->data, sizeof second, &second, sizeof second);
+  g_assert_cmpmem(kept->next->data, sizeof first, &first, sizeof first);
 
   g_assert_false(vek_testing_recorder_get_count(recorder, "none", NULL, &count));
   g_assert_cmpint(count, ==, 0);
