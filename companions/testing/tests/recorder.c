@@ -178,21 +178,21 @@ TEST(times_are_shown_when_asked_for) {
   g_object_set(recorder, "times", TRUE, NULL);
   g_object_get(recorder, "times", &times, NULL);
   g_assert_true(times);
-  g_autofree char *expected = g_strdup_printf(
-      "count a 1 Count @1000\n"
-      "value b 0.5 @-1\n"
-      "aggregated c n=2 sum=4 min=1 max=3 @%" G_GINT64_FORMAT
-      "\n"
-      "timeline d [1:2..3]\n",
-      vek_metric_snapshot_get_time(snapshot));
-  assert_text(recorder, expected);
+  assert_text(recorder,
+              "count a 1 Count @1000\n"
+              "value b 0.5 @-1\n"
+              "aggregated c n=2 sum=4 min=1 max=3 @1000\n"
+              "timeline d [1:2..3]\n");
 }
 
 TEST(figures_can_be_asked_for_one_by_one) {
   g_autoptr(VekTestingRecorder) recorder = vek_testing_recorder_new();
   double sample = 2.5;
   g_autoptr(VekMetricSnapshot) snapshot = vek_metric_snapshot_new(&sample, 1);
-  GSList old = {&(VekMetricRange){1, 100, 250}, NULL}, ranges = {&(VekMetricRange){2, 3, 4}, &old};
+  static VekMetricRange first = {1, 100, 250}; /* static: its padding is compared as well */
+  static VekMetricRange second = {2, 3, 4};
+  GSList old = {&first, NULL};
+  GSList ranges = {&second, &old};
   VekMetricReporter *reporter = VEK_METRIC_REPORTER(recorder);
   VekMetricReporterInterface *operations = get_operations(recorder);
   operations->process_count(reporter, "all", NULL, NULL, 1, 1);
@@ -217,9 +217,9 @@ TEST(figures_can_be_asked_for_one_by_one) {
                 snapshot);
   GSList *kept = vek_testing_recorder_get_ranges(recorder, "all");
   g_assert_cmpuint(g_slist_length(kept), ==, 2);
-  g_assert_true(kept->data != ranges.data);
-  g_assert_cmpmem(kept->data, sizeof(VekMetricRange), ranges.data, sizeof(VekMetricRange));
-  g_assert_cmpmem(kept->next->data, sizeof(VekMetricRange), old.data, sizeof(VekMetricRange));
+  g_assert_true(kept->data != &second);
+  g_assert_cmpmem(kept->data, sizeof second, &second, sizeof second);
+  g_assert_cmpmem(kept->next->data, sizeof first, &first, sizeof first);
 
   g_assert_false(vek_testing_recorder_get_count(recorder, "none", NULL, &count));
   g_assert_cmpint(count, ==, 0);
