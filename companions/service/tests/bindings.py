@@ -34,4 +34,4 @@ def graphite_reporters_send_lines():
         assert reporter.props.connected and reporter.props.max_lines == 100000
 
 
-tap.run('service-in-python', [graphite_reporters_send_lines])
+tap.run([graphite_reporters_send_lines])

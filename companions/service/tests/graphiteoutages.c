@@ -1,8 +1,7 @@
 /* Tests of how VekServiceGraphiteReporter lives with servers that come and go. */
 
-#include "support/fakeclock.h"
+#include "support/fixture.h"
 #include "support/lineserver.h"
-#include "support/logcapture.h"
 
 #include <string.h>
 
@@ -51,7 +50,7 @@ static VekMetricReporter *connect_to_silent(LineServer *server) {
   return reporter;
 }
 
-static void lines_before_the_connection_go_out_with_it(void) {
+TEST(lines_before_the_connection_go_out_with_it) {
   g_autoptr(LineServer) server = line_server_new("127.0.0.1");
   g_autoptr(VekMetricReporter) reporter =
       vek_service_graphite_reporter_new("site", server->address, server->port);
@@ -63,7 +62,7 @@ static void lines_before_the_connection_go_out_with_it(void) {
   assert_lines(reporter, 0, 2, 0);
 }
 
-static void nothing_goes_out_before_a_flush(void) {
+TEST(nothing_goes_out_before_a_flush) {
   g_autoptr(LineServer) server = line_server_new("127.0.0.1");
   g_autoptr(VekMetricReporter) reporter = connect_reporter(server, NULL);
   process_count(reporter, "a", 1);
@@ -74,7 +73,7 @@ static void nothing_goes_out_before_a_flush(void) {
   assert_received(server, "a 1 1700000000\n");
 }
 
-static void tries_come_after_one_to_sixty_seconds_shortened_at_random(void) {
+TEST(tries_come_after_one_to_sixty_seconds_shortened_at_random) {
   static const guint seconds[] = {1, 2, 4, 8, 16, 32};
   g_random_set_seed(11);
   g_autoptr(LineServer) server = refusing_server_new();
@@ -95,7 +94,7 @@ static void tries_come_after_one_to_sixty_seconds_shortened_at_random(void) {
   g_assert_cmpuint(longest - shortest, >, 5000);
 }
 
-static void a_server_that_comes_late_gets_every_line(void) {
+TEST(a_server_that_comes_late_gets_every_line) {
   fake_clock_set(TIMESTAMP, 0);
   g_autoptr(LineServer) server = refusing_server_new();
   g_autoptr(VekMetricReporter) reporter = fail_to_connect(server);
@@ -114,7 +113,7 @@ static void a_server_that_comes_late_gets_every_line(void) {
   assert_lines(reporter, 0, 2, 0);
 }
 
-static void the_series_begins_again_once_a_connection_has_lasted(void) {
+TEST(the_series_begins_again_once_a_connection_has_lasted) {
   g_autoptr(LineServer) server = refusing_server_new();
   g_autoptr(VekMetricReporter) reporter = fail_to_connect(server);
   line_server_start(server);
@@ -141,7 +140,7 @@ static void the_series_begins_again_once_a_connection_has_lasted(void) {
   g_assert_cmpuint(get_delay(), <=, 1000);
 }
 
-static void a_server_that_closes_is_noticed_while_nothing_is_sent(void) {
+TEST(a_server_that_closes_is_noticed_while_nothing_is_sent) {
   g_autoptr(LineServer) server = line_server_new("127.0.0.1");
   g_autoptr(VekMetricReporter) reporter = connect_reporter(server, NULL);
   line_server_close(server);
@@ -158,7 +157,7 @@ static void a_server_that_closes_is_noticed_while_nothing_is_sent(void) {
   assert_outage(server, "*reset by peer");
 }
 
-static void a_server_that_has_closed_is_noticed_before_lines_are_sent(void) {
+TEST(a_server_that_has_closed_is_noticed_before_lines_are_sent) {
   g_autoptr(LineServer) server = line_server_new("127.0.0.1");
   g_autoptr(VekMetricReporter) reporter = connect_to_silent(server);
   line_server_close(server);
@@ -170,7 +169,7 @@ static void a_server_that_has_closed_is_noticed_before_lines_are_sent(void) {
   assert_lines(reporter, 1, 0, 0);
 }
 
-static void what_a_server_says_is_thrown_away(void) {
+TEST(what_a_server_says_is_thrown_away) {
   g_autoptr(LineServer) server = line_server_new("127.0.0.1");
   g_autoptr(VekMetricReporter) reporter = connect_reporter(server, NULL);
   GSocket *socket = g_socket_connection_get_socket(server->connection);
@@ -182,7 +181,7 @@ static void what_a_server_says_is_thrown_away(void) {
   g_assert_true(is_connected(reporter));
 }
 
-static void a_write_that_was_not_taken_whole_is_sent_again(void) {
+TEST(a_write_that_was_not_taken_whole_is_sent_again) {
   fake_clock_set(TIMESTAMP, 0);
   g_autoptr(LineServer) server = line_server_new("127.0.0.1");
   g_autoptr(VekMetricReporter) reporter = connect_to_silent(server);
@@ -211,7 +210,7 @@ static void a_write_that_was_not_taken_whole_is_sent_again(void) {
   assert_many(server->received->str, (int)sent, MANY_LINES - 1);
 }
 
-static void a_server_that_does_not_read_costs_the_oldest_lines(void) {
+TEST(a_server_that_does_not_read_costs_the_oldest_lines) {
   fake_clock_set(TIMESTAMP, 0);
   g_autoptr(LineServer) server = line_server_new("127.0.0.1");
   g_autoptr(VekMetricReporter) reporter = connect_to_silent(server);
@@ -252,7 +251,7 @@ static void a_server_that_does_not_read_costs_the_oldest_lines(void) {
   assert_many(newest, n_lines - 99, n_lines - 1);
 }
 
-static void fewer_lines_may_wait_from_now_on(void) {
+TEST(fewer_lines_may_wait_from_now_on) {
   g_autoptr(LineServer) server = refusing_server_new();
   g_autoptr(VekMetricReporter) reporter = fail_to_connect(server);
   for (int i = 0; i < 5; i++)
@@ -269,7 +268,7 @@ static void fewer_lines_may_wait_from_now_on(void) {
   assert_outage_over(server, 0, 4);
 }
 
-static void a_pass_of_more_lines_than_may_wait_is_sent_meanwhile(void) {
+TEST(a_pass_of_more_lines_than_may_wait_is_sent_meanwhile) {
   g_autoptr(LineServer) server = line_server_new("127.0.0.1");
   g_autoptr(VekMetricReporter) reporter = connect_reporter(server, NULL);
   g_object_set(reporter, "max-lines", 2, NULL);
@@ -282,7 +281,7 @@ static void a_pass_of_more_lines_than_may_wait_is_sent_meanwhile(void) {
                   "a 4 1700000000\n");
 }
 
-static void writes_are_joined_and_at_most_64_kib(void) {
+TEST(writes_are_joined_and_at_most_64_kib) {
   g_autoptr(LineServer) server = line_server_new("127.0.0.1");
   g_autoptr(VekMetricReporter) reporter = connect_reporter(server, NULL);
   n_writes = 0;
@@ -314,7 +313,7 @@ static void writes_are_joined_and_at_most_64_kib(void) {
   g_string_free(expected, TRUE);
 }
 
-static void is_busy_while_anything_is_under_way(void) {
+TEST(is_busy_while_anything_is_under_way) {
   g_autoptr(LineServer) server = refusing_server_new();
   g_autoptr(VekMetricReporter) reporter =
       vek_service_graphite_reporter_new(NULL, server->address, server->port);
@@ -334,7 +333,7 @@ static void is_busy_while_anything_is_under_way(void) {
   g_assert_false(is_busy(reporter)); /* that waits for a flush */
 }
 
-static void ipv6_servers_are_reached(void) {
+TEST(ipv6_servers_are_reached) {
   g_autoptr(LineServer) server = line_server_new("::1");
   if (!server) {
     g_test_skip("this machine has no IPv6");
@@ -358,7 +357,7 @@ static void assert_notified(GString *record, const char *expected) {
   g_string_truncate(record, 0);
 }
 
-static void properties_notify_at_flushes_and_events_not_at_lines(void) {
+TEST(properties_notify_at_flushes_and_events_not_at_lines) {
   g_autoptr(LineServer) server = refusing_server_new();
   g_autoptr(GString) record = g_string_new(NULL);
   g_autoptr(VekMetricReporter) reporter = fail_to_connect(server);
@@ -389,7 +388,7 @@ static void on_notify_dispose(GObject *reporter, G_GNUC_UNUSED GParamSpec *pspec
   g_object_run_dispose(reporter);
 }
 
-static void a_handler_may_end_the_reporter(void) {
+TEST(a_handler_may_end_the_reporter) {
   g_autoptr(LineServer) server = line_server_new("127.0.0.1");
   static const char *const signals[] = {"notify::queued-lines", "notify::connected"};
   for (guint i = 0; i < G_N_ELEMENTS(signals); i++) {
@@ -407,7 +406,7 @@ static void a_handler_may_end_the_reporter(void) {
   }
 }
 
-static void a_reporter_without_references_sends_what_it_can(void) {
+TEST(a_reporter_without_references_sends_what_it_can) {
   g_autoptr(LineServer) server = line_server_new("127.0.0.1");
   VekMetricReporter *reporter =
       vek_service_graphite_reporter_new(NULL, server->address, server->port);
@@ -436,7 +435,7 @@ static gboolean is_gone(GWeakRef *weak) {
   return !object;
 }
 
-static void disposed_while_it_connects_it_is_gone(void) {
+TEST(disposed_while_it_connects_it_is_gone) {
   g_autoptr(LineServer) server = line_server_new("127.0.0.1");
   VekMetricReporter *reporter =
       vek_service_graphite_reporter_new(NULL, server->address, server->port);
@@ -492,7 +491,7 @@ static void test_resolver_class_init(TestResolverClass *klass) {
 
 static void test_resolver_init(G_GNUC_UNUSED TestResolver *self) {}
 
-static void a_name_is_looked_up_for_each_connection(void) {
+TEST(a_name_is_looked_up_for_each_connection) {
   g_autoptr(GResolver) before = g_resolver_get_default();
   g_autoptr(GResolver) resolver = g_object_new(test_resolver_get_type(), NULL);
   TestResolver *names = (TestResolver *)resolver;
@@ -525,30 +524,4 @@ static void a_name_is_looked_up_for_each_connection(void) {
   run_until(get_delay() > 0); /* it does not remember the address */
   g_assert_cmpuint(names->n_lookups, >, 0);
   g_resolver_set_default(before);
-}
-
-int main(int argc, char **argv) {
-  g_test_init(&argc, &argv, NULL);
-  log_capture_init();
-  ADD_TEST("graphiteoutages", lines_before_the_connection_go_out_with_it);
-  ADD_TEST("graphiteoutages", nothing_goes_out_before_a_flush);
-  ADD_TEST("graphiteoutages", tries_come_after_one_to_sixty_seconds_shortened_at_random);
-  ADD_TEST("graphiteoutages", a_server_that_comes_late_gets_every_line);
-  ADD_TEST("graphiteoutages", the_series_begins_again_once_a_connection_has_lasted);
-  ADD_TEST("graphiteoutages", a_server_that_closes_is_noticed_while_nothing_is_sent);
-  ADD_TEST("graphiteoutages", a_server_that_has_closed_is_noticed_before_lines_are_sent);
-  ADD_TEST("graphiteoutages", what_a_server_says_is_thrown_away);
-  ADD_TEST("graphiteoutages", a_write_that_was_not_taken_whole_is_sent_again);
-  ADD_TEST("graphiteoutages", a_server_that_does_not_read_costs_the_oldest_lines);
-  ADD_TEST("graphiteoutages", fewer_lines_may_wait_from_now_on);
-  ADD_TEST("graphiteoutages", a_pass_of_more_lines_than_may_wait_is_sent_meanwhile);
-  ADD_TEST("graphiteoutages", writes_are_joined_and_at_most_64_kib);
-  ADD_TEST("graphiteoutages", is_busy_while_anything_is_under_way);
-  ADD_TEST("graphiteoutages", ipv6_servers_are_reached);
-  ADD_TEST("graphiteoutages", properties_notify_at_flushes_and_events_not_at_lines);
-  ADD_TEST("graphiteoutages", a_handler_may_end_the_reporter);
-  ADD_TEST("graphiteoutages", a_reporter_without_references_sends_what_it_can);
-  ADD_TEST("graphiteoutages", disposed_while_it_connects_it_is_gone);
-  ADD_TEST("graphiteoutages", a_name_is_looked_up_for_each_connection);
-  return g_test_run();
 }

@@ -1,8 +1,7 @@
 /* Tests of VekServiceGraphiteReporter, against servers of their own on loopback. */
 
-#include "support/fakeclock.h"
+#include "support/fixture.h"
 #include "support/lineserver.h"
-#include "support/logcapture.h"
 
 #include <float.h>
 #include <math.h>
@@ -60,7 +59,7 @@ static void report_anything(GRand *rand, VekMetricReporter *one, VekMetricReport
   }
 }
 
-static void lines_are_those_of_the_carbon_reporter_byte_for_byte(void) {
+TEST(lines_are_those_of_the_carbon_reporter_byte_for_byte) {
   static const char *const prefixes[] = {NULL, "", "site", "a.b;c"};
   g_autoptr(GRand) rand = g_rand_new_with_seed(11);
   for (guint i = 0; i < G_N_ELEMENTS(prefixes); i++) {
@@ -87,7 +86,7 @@ static void lines_are_those_of_the_carbon_reporter_byte_for_byte(void) {
   }
 }
 
-static void what_would_break_a_line_becomes_an_underscore(void) {
+TEST(what_would_break_a_line_becomes_an_underscore) {
   static const struct {
     const char *name;
     const char *written;
@@ -125,7 +124,7 @@ static void what_would_break_a_line_becomes_an_underscore(void) {
   }
 }
 
-static void quantiles_add_a_line_each(void) {
+TEST(quantiles_add_a_line_each) {
   g_autoptr(LineServer) server = line_server_new("127.0.0.1");
   g_autoptr(VekMetricReporter) reporter = connect_reporter(server, "site");
   g_object_set(reporter, "quantiles",
@@ -161,7 +160,7 @@ static void quantiles_add_a_line_each(void) {
                   "site.w.max 5.000000 1700000000\n");
 }
 
-static void dimensions_are_written_as_tags_on_demand(void) {
+TEST(dimensions_are_written_as_tags_on_demand) {
   static const struct {
     char *dimensions[5];
     const char *expected;
@@ -198,7 +197,7 @@ static void dimensions_are_written_as_tags_on_demand(void) {
                   "a_b.w.p50;host=h1 2.000000 1700000000\n");
 }
 
-static void properties_have_their_defaults_and_read_back(void) {
+TEST(properties_have_their_defaults_and_read_back) {
   g_autoptr(GObject) reporter =
       g_object_new(VEK_SERVICE_TYPE_GRAPHITE_REPORTER, "host", "127.0.0.1", NULL);
   g_autofree char *prefix = NULL, *host = NULL;
@@ -227,7 +226,7 @@ static void properties_have_their_defaults_and_read_back(void) {
   run_until_idle();
 }
 
-static void bad_arguments_are_refused(void) {
+TEST(bad_arguments_are_refused) {
   static const struct {
     const char *host;
     guint port;
@@ -249,7 +248,7 @@ static void bad_arguments_are_refused(void) {
                 "vek_service_drain_is_busy: assertion 'VEK_SERVICE_IS_DRAIN(drain)' failed");
 }
 
-static void reporter_without_a_host_does_nothing(void) {
+TEST(reporter_without_a_host_does_nothing) {
   static const char *const hosts[] = {NULL, ""};
   for (guint i = 0; i < G_N_ELEMENTS(hosts); i++) {
     g_autoptr(VekMetricReporter) reporter =
@@ -267,7 +266,7 @@ static void reporter_without_a_host_does_nothing(void) {
   }
 }
 
-static void bad_property_values_are_refused_and_change_nothing(void) {
+TEST(bad_property_values_are_refused_and_change_nothing) {
   g_autoptr(LineServer) server = line_server_new("127.0.0.1");
   g_autoptr(VekMetricReporter) reporter = connect_reporter(server, NULL);
   g_object_set(reporter, "max-lines", 5, "quantiles", g_variant_new_parsed("[0.5]"), NULL);
@@ -310,7 +309,7 @@ static void bad_property_values_are_refused_and_change_nothing(void) {
   }
 }
 
-static void every_operation_is_set_but_that_for_timelines(void) {
+TEST(every_operation_is_set_but_that_for_timelines) {
   g_autoptr(GTypeClass) klass = g_type_class_ref(VEK_SERVICE_TYPE_GRAPHITE_REPORTER);
   VekMetricReporterInterface *iface = g_type_interface_peek(klass, VEK_TYPE_METRIC_REPORTER);
   g_assert_nonnull(iface->process_count);
@@ -318,19 +317,4 @@ static void every_operation_is_set_but_that_for_timelines(void) {
   g_assert_null(iface->process_timeline_samples);
   g_assert_nonnull(iface->process_aggregated);
   g_assert_nonnull(iface->flush);
-}
-
-int main(int argc, char **argv) {
-  g_test_init(&argc, &argv, NULL);
-  log_capture_init();
-  ADD_TEST("graphitereporter", lines_are_those_of_the_carbon_reporter_byte_for_byte);
-  ADD_TEST("graphitereporter", what_would_break_a_line_becomes_an_underscore);
-  ADD_TEST("graphitereporter", quantiles_add_a_line_each);
-  ADD_TEST("graphitereporter", dimensions_are_written_as_tags_on_demand);
-  ADD_TEST("graphitereporter", properties_have_their_defaults_and_read_back);
-  ADD_TEST("graphitereporter", bad_arguments_are_refused);
-  ADD_TEST("graphitereporter", reporter_without_a_host_does_nothing);
-  ADD_TEST("graphitereporter", bad_property_values_are_refused_and_change_nothing);
-  ADD_TEST("graphitereporter", every_operation_is_set_but_that_for_timelines);
-  return g_test_run();
 }

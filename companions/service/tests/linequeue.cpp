@@ -4,7 +4,9 @@
 
 #include <string.h>
 
-using vek::LineQueue;
+#include "support/fixture.h"
+
+using vekin::LineQueue;
 
 namespace {
 
@@ -58,7 +60,9 @@ void reconnect(Scene *scene) {
   g_string_truncate(scene->unread, 0);
 }
 
-void lines_stay_whole_and_in_order_whatever_happens() {
+}  // namespace
+
+TEST(lines_stay_whole_and_in_order_whatever_happens) {
   for (guint32 seed = 0; seed < 30; seed++) {
     g_autoptr(GRand) rand = g_rand_new_with_seed(seed);
     Scene scene = {};
@@ -98,7 +102,7 @@ void lines_stay_whole_and_in_order_whatever_happens() {
   }
 }
 
-void the_oldest_of_which_nothing_was_sent_goes() {
+TEST(the_oldest_of_which_nothing_was_sent_goes) {
   static const struct {
     gsize n_sent;
     const char *left;
@@ -132,7 +136,7 @@ void the_oldest_of_which_nothing_was_sent_goes() {
   }
 }
 
-void a_waiting_line_takes_little_more_than_its_text() {
+TEST(a_waiting_line_takes_little_more_than_its_text) {
   Scene scene = {};
   scene.queue.max_lines = G_MAXUINT;
   for (int i = 0; i < 10000; i++)
@@ -148,17 +152,4 @@ void a_waiting_line_takes_little_more_than_its_text() {
   g_assert_cmpuint(n_bytes, >, 600000);
   g_assert_cmpuint(10 * n_allocated, <=, 12 * n_bytes);
   scene.queue.clear();
-}
-
-}  // namespace
-
-int main(int argc, char **argv) {
-  g_test_init(&argc, &argv, nullptr);
-  g_test_add_func("/linequeue/lines-stay-whole-and-in-order-whatever-happens",
-                  lines_stay_whole_and_in_order_whatever_happens);
-  g_test_add_func("/linequeue/the-oldest-of-which-nothing-was-sent-goes",
-                  the_oldest_of_which_nothing_was_sent_goes);
-  g_test_add_func("/linequeue/a-waiting-line-takes-little-more-than-its-text",
-                  a_waiting_line_takes_little_more_than_its_text);
-  return g_test_run();
 }

@@ -204,4 +204,4 @@ TESTS = {
 }
 
 if __name__ == '__main__':
-    tap.run('restarts-of-' + sys.argv[3], [TESTS[sys.argv[3]]])
+    tap.run([TESTS[sys.argv[3]]])

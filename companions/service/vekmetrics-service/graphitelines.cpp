@@ -33,7 +33,7 @@ static void append_tag(GString *text, const char *name, const char *value) {
   append_clean(text, *value == '~' ? value + 1 : value, ";");
 }
 
-using vek::GraphiteLines;
+using vekin::GraphiteLines;
 
 void GraphiteLines::init() {
   key = g_string_sized_new(128);
@@ -87,7 +87,7 @@ const GString *GraphiteLines::make(const char *suffix, const char *value, gint64
   return line;
 }
 
-vek::QuantileSuffix::QuantileSuffix(gdouble quantile) {
+vekin::QuantileSuffix::QuantileSuffix(gdouble quantile) {
   char digits[24];
   g_ascii_formatd(digits, sizeof digits, "%.15f", quantile);
   gsize length = strlen(digits);

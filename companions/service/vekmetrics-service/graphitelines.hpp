@@ -2,7 +2,7 @@
 
 #include "common/internal.hpp"
 
-namespace vek {
+namespace vekin {
 
 // The text of lines: a key for each metric, and from it a line for each of its figures.
 struct GraphiteLines {
@@ -28,4 +28,4 @@ struct QuantileSuffix {
   explicit QuantileSuffix(gdouble quantile);
 };
 
-}  // namespace vek
+}  // namespace vekin

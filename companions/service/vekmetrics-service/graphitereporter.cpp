@@ -18,8 +18,8 @@ struct _VekServiceGraphiteReporter {
   GVariant *quantiles;  // NULL for none
   gboolean tags;
 
-  vek::GraphiteLines lines;
-  vek::LineSender sender;
+  vekin::GraphiteLines lines;
+  vekin::LineSender sender;
   gboolean opened;  // FALSE without a host, and after dispose
 
   struct {  // what the properties were when they last notified
@@ -29,7 +29,7 @@ struct _VekServiceGraphiteReporter {
     guint64 dropped;
   } notified;
 };
-static_assert(vek::ZeroFillable<VekServiceGraphiteReporter>);
+static_assert(vekin::ZeroFillable<VekServiceGraphiteReporter>);
 
 static constexpr guint kDefaultPort = 2003;
 static constexpr guint kDefaultMaxLines = 100000;
@@ -86,7 +86,7 @@ static void notify_changes(VekServiceGraphiteReporter *self) {
 }
 
 static void on_changed(GObject *owner) {
-  notify_changes(vek::as<VekServiceGraphiteReporter>(owner));
+  notify_changes(vekin::as<VekServiceGraphiteReporter>(owner));
 }
 
 static void queue_line(VekServiceGraphiteReporter *self, const char *suffix, const char *value,
@@ -98,24 +98,24 @@ static void vek_service_graphite_reporter_process_count(VekMetricReporter *repor
                                                         const gchar *name, gchar **dimensions,
                                                         const gchar *unit, gint64 timestamp,
                                                         gint64 count) {
-  auto *self = vek::as<VekServiceGraphiteReporter>(reporter);
+  auto *self = vekin::as<VekServiceGraphiteReporter>(reporter);
   if (!self->opened)
     return;
 
   self->lines.begin(self->prefix, self->tags, name, dimensions, unit);
-  queue_line(self, "", vek::Decimal(count).text, timestamp);
+  queue_line(self, "", vekin::Decimal(count).text, timestamp);
 }
 
 static void vek_service_graphite_reporter_process_value(VekMetricReporter *reporter,
                                                         const gchar *name, gchar **dimensions,
                                                         const gchar *unit, gint64 timestamp,
                                                         gdouble value) {
-  auto *self = vek::as<VekServiceGraphiteReporter>(reporter);
+  auto *self = vekin::as<VekServiceGraphiteReporter>(reporter);
   if (!self->opened)
     return;
 
   self->lines.begin(self->prefix, self->tags, name, dimensions, unit);
-  queue_line(self, "", vek::FixedPoint(value).text, timestamp);
+  queue_line(self, "", vekin::FixedPoint(value).text, timestamp);
 }
 
 // None for NULL.
@@ -129,27 +129,27 @@ static void vek_service_graphite_reporter_process_aggregated(VekMetricReporter *
                                                              const gchar *name, gchar **dimensions,
                                                              const gchar *unit,
                                                              VekMetricSnapshot *snapshot) {
-  auto *self = vek::as<VekServiceGraphiteReporter>(reporter);
+  auto *self = vekin::as<VekServiceGraphiteReporter>(reporter);
   if (!self->opened)
     return;
 
   self->lines.begin(self->prefix, self->tags, name, dimensions, unit);
   gint64 time = vek_metric_snapshot_get_time(snapshot);
   auto queue_value = [&](const char *suffix, gdouble value) {
-    queue_line(self, suffix, vek::FixedPoint(value).text, time);
+    queue_line(self, suffix, vekin::FixedPoint(value).text, time);
   };
   queue_value(".average", vek_metric_snapshot_get_average(snapshot));
-  queue_line(self, ".n_samples", vek::Decimal(vek_metric_snapshot_get_n_samples(snapshot)).text,
+  queue_line(self, ".n_samples", vekin::Decimal(vek_metric_snapshot_get_n_samples(snapshot)).text,
              time);
   queue_value(".min", vek_metric_snapshot_get_min(snapshot));
   queue_value(".max", vek_metric_snapshot_get_max(snapshot));
   for (gdouble quantile : as_span(self->quantiles))
-    queue_value(vek::QuantileSuffix(quantile).text,
+    queue_value(vekin::QuantileSuffix(quantile).text,
                 vek_metric_snapshot_get_quantile(snapshot, quantile));
 }
 
 static void vek_service_graphite_reporter_flush(VekMetricReporter *reporter) {
-  auto *self = vek::as<VekServiceGraphiteReporter>(reporter);
+  auto *self = vekin::as<VekServiceGraphiteReporter>(reporter);
   if (!self->opened)
     return;
 
@@ -165,7 +165,7 @@ static void vek_service_graphite_reporter_reporter_init(VekMetricReporterInterfa
 }
 
 static gboolean vek_service_graphite_reporter_is_busy(VekServiceDrain *drain) {
-  return vek::as<VekServiceGraphiteReporter>(drain)->sender.is_busy();
+  return vekin::as<VekServiceGraphiteReporter>(drain)->sender.is_busy();
 }
 
 static void vek_service_graphite_reporter_drain_init(VekServiceDrainInterface *iface) {
@@ -179,7 +179,7 @@ static bool are_from_0_to_1(GVariant *quantiles) {
 
 static void vek_service_graphite_reporter_set_property(GObject *object, guint id,
                                                        const GValue *value, GParamSpec *pspec) {
-  auto *self = vek::as<VekServiceGraphiteReporter>(object);
+  auto *self = vekin::as<VekServiceGraphiteReporter>(object);
 
   switch (id) {
   case PROP_PREFIX: self->prefix = g_value_dup_string(value); break;
@@ -203,7 +203,7 @@ static void vek_service_graphite_reporter_set_property(GObject *object, guint id
 
 static void vek_service_graphite_reporter_get_property(GObject *object, guint id, GValue *value,
                                                        GParamSpec *pspec) {
-  auto *self = vek::as<VekServiceGraphiteReporter>(object);
+  auto *self = vekin::as<VekServiceGraphiteReporter>(object);
 
   switch (id) {
   case PROP_PREFIX: g_value_set_string(value, self->prefix); break;
@@ -221,7 +221,7 @@ static void vek_service_graphite_reporter_get_property(GObject *object, guint id
 }
 
 static void vek_service_graphite_reporter_dispose(GObject *object) {
-  auto *self = vek::as<VekServiceGraphiteReporter>(object);
+  auto *self = vekin::as<VekServiceGraphiteReporter>(object);
   self->opened = FALSE;
   self->sender.connection.close();
 
@@ -229,7 +229,7 @@ static void vek_service_graphite_reporter_dispose(GObject *object) {
 }
 
 static void vek_service_graphite_reporter_finalize(GObject *object) {
-  auto *self = vek::as<VekServiceGraphiteReporter>(object);
+  auto *self = vekin::as<VekServiceGraphiteReporter>(object);
   self->sender.queue.clear();
   self->lines.clear();
   g_clear_pointer(&self->quantiles, g_variant_unref);
@@ -242,7 +242,7 @@ static void vek_service_graphite_reporter_finalize(GObject *object) {
 static void vek_service_graphite_reporter_constructed(GObject *object) {
   G_OBJECT_CLASS(vek_service_graphite_reporter_parent_class)->constructed(object);
 
-  auto *self = vek::as<VekServiceGraphiteReporter>(object);
+  auto *self = vekin::as<VekServiceGraphiteReporter>(object);
   vek_return_if_fail(self->host != NULL && *self->host != '\0');
   self->sender.open(self->host, static_cast<guint16>(self->port), object, on_changed);
   self->opened = TRUE;
@@ -258,15 +258,16 @@ static void vek_service_graphite_reporter_class_init(VekServiceGraphiteReporterC
 
   constexpr auto kReadable = static_cast<GParamFlags>(G_PARAM_READABLE | G_PARAM_STATIC_STRINGS);
   properties[PROP_PREFIX] =
-      g_param_spec_string("prefix", "prefix", "prefix", nullptr, vek::kConstructOnly);
-  properties[PROP_HOST] = g_param_spec_string("host", "host", "host", nullptr, vek::kConstructOnly);
-  properties[PROP_PORT] =
-      g_param_spec_uint("port", "port", "port", 1, G_MAXUINT16, kDefaultPort, vek::kConstructOnly);
+      g_param_spec_string("prefix", "prefix", "prefix", nullptr, vekin::kConstructOnly);
+  properties[PROP_HOST] =
+      g_param_spec_string("host", "host", "host", nullptr, vekin::kConstructOnly);
+  properties[PROP_PORT] = g_param_spec_uint("port", "port", "port", 1, G_MAXUINT16, kDefaultPort,
+                                            vekin::kConstructOnly);
   properties[PROP_MAX_LINES] = g_param_spec_uint("max-lines", "max-lines", "max-lines", 1,
-                                                 G_MAXUINT, kDefaultMaxLines, vek::kConstruct);
-  properties[PROP_QUANTILES] = g_param_spec_variant("quantiles", "quantiles", "quantiles",
-                                                    G_VARIANT_TYPE("ad"), nullptr, vek::kConstruct);
-  properties[PROP_TAGS] = g_param_spec_boolean("tags", "tags", "tags", FALSE, vek::kConstruct);
+                                                 G_MAXUINT, kDefaultMaxLines, vekin::kConstruct);
+  properties[PROP_QUANTILES] = g_param_spec_variant(
+      "quantiles", "quantiles", "quantiles", G_VARIANT_TYPE("ad"), nullptr, vekin::kConstruct);
+  properties[PROP_TAGS] = g_param_spec_boolean("tags", "tags", "tags", FALSE, vekin::kConstruct);
   properties[PROP_CONNECTED] =
       g_param_spec_boolean("connected", "connected", "connected", FALSE, kReadable);
   properties[PROP_QUEUED_LINES] =

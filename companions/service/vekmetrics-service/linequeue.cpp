@@ -2,8 +2,8 @@
 
 #include <string.h>
 
-using vek::LineQueue;
-using Chunk = vek::LineQueue::Chunk;
+using vekin::LineQueue;
+using Chunk = vekin::LineQueue::Chunk;
 
 static Chunk *chunk_new(gsize size) {
   auto *chunk = g_new0(Chunk, 1);
@@ -13,7 +13,7 @@ static Chunk *chunk_new(gsize size) {
 }
 
 static void chunk_free(gpointer data) {
-  auto *chunk = vek::as<Chunk>(data);
+  auto *chunk = vekin::as<Chunk>(data);
   g_free(chunk->text);
   g_free(chunk);
 }
@@ -38,7 +38,7 @@ static gsize find_next_line(const Chunk *chunk, gsize position) {
 
 // Cuts the chunk in two, between lines.
 static void split(GQueue *chunks, GList *link, gsize position) {
-  auto *chunk = vek::as<Chunk>(link->data);
+  auto *chunk = vekin::as<Chunk>(link->data);
   Chunk *rest = chunk_new(chunk->end - position);
   rest->end = chunk->end - position;
   memcpy(rest->text, chunk->text + position, rest->end);

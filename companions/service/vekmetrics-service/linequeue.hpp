@@ -2,7 +2,7 @@
 
 #include "common/internal.hpp"
 
-namespace vek {
+namespace vekin {
 
 // Lines that wait to be sent, joined in chunks so that one costs hardly more than its text.
 //
@@ -47,4 +47,4 @@ private:
 };
 static_assert(ZeroFillable<LineQueue>);
 
-}  // namespace vek
+}  // namespace vekin

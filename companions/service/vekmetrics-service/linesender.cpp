@@ -1,6 +1,6 @@
 #include "linesender.hpp"
 
-using vek::LineSender;
+using vekin::LineSender;
 
 // False if one has begun already.
 static bool begin_outage(LineSender *self, guint64 dropped_before) {
@@ -38,13 +38,13 @@ static void send_lines(LineSender *self) {
 }
 
 static void on_ready(gpointer user_data) {
-  auto *self = vek::as<LineSender>(user_data);
+  auto *self = vekin::as<LineSender>(user_data);
   send_lines(self);
   self->on_changed(self->connection.owner);
 }
 
 static void on_lost(gpointer user_data, const char *reason) {
-  auto *self = vek::as<LineSender>(user_data);
+  auto *self = vekin::as<LineSender>(user_data);
   self->queue.rewind();
   if (begin_outage(self, self->queue.n_dropped))
     vek_warning("No connection to %s:%u, lines wait for it: %s", self->connection.host,

@@ -3,7 +3,7 @@
 #include "linequeue.hpp"
 #include "serverconnection.hpp"
 
-namespace vek {
+namespace vekin {
 
 // Brings lines to a server that comes and goes, and tells the log of each outage: a time in which
 // there is no connection, or lines are dropped because the server does not keep up.
@@ -30,4 +30,4 @@ struct LineSender {
 };
 static_assert(ZeroFillable<LineSender>);
 
-}  // namespace vek
+}  // namespace vekin

@@ -1,6 +1,6 @@
 #include "serverconnection.hpp"
 
-using vek::ServerConnection;
+using vekin::ServerConnection;
 
 static constexpr guint kLongestDelay = 60;  // seconds
 
@@ -21,7 +21,7 @@ static void attach(GSource *source) {
 }
 
 static gboolean on_retry(gpointer user_data) {
-  auto *self = vek::as<ServerConnection>(user_data);
+  auto *self = vekin::as<ServerConnection>(user_data);
   clear_source(&self->retry);
   self->open();
   return G_SOURCE_REMOVE;
@@ -57,7 +57,7 @@ static bool has_ended(ServerConnection *self) {
 }
 
 static gboolean on_readable(GSocket *, GIOCondition, gpointer user_data) {
-  auto *self = vek::as<ServerConnection>(user_data);
+  auto *self = vekin::as<ServerConnection>(user_data);
   auto *owner = g_object_ref(self->owner);  // whatever is called may let go of it
   has_ended(self);
   g_object_unref(owner);
@@ -65,14 +65,14 @@ static gboolean on_readable(GSocket *, GIOCondition, gpointer user_data) {
 }
 
 static gboolean on_writable(GSocket *, GIOCondition, gpointer user_data) {
-  auto *self = vek::as<ServerConnection>(user_data);
+  auto *self = vekin::as<ServerConnection>(user_data);
   clear_source(&self->writable);
   self->on_ready(self->user_data);
   return G_SOURCE_REMOVE;
 }
 
 static void release_owner(gpointer user_data) {
-  g_object_unref(vek::as<ServerConnection>(user_data)->owner);
+  g_object_unref(vekin::as<ServerConnection>(user_data)->owner);
 }
 
 static GSource *watch(ServerConnection *self, GIOCondition condition, GSocketSourceFunc callback,
@@ -85,7 +85,7 @@ static GSource *watch(ServerConnection *self, GIOCondition condition, GSocketSou
 }
 
 static void on_connected(GObject *client, GAsyncResult *result, gpointer user_data) {
-  auto *self = vek::as<ServerConnection>(user_data);
+  auto *self = vekin::as<ServerConnection>(user_data);
   g_autoptr(GError) error = nullptr;
   g_autoptr(GSocketConnection) stream =
       g_socket_client_connect_finish(G_SOCKET_CLIENT(client), result, &error);

@@ -4,7 +4,7 @@
 
 #include <gio/gio.h>
 
-namespace vek {
+namespace vekin {
 
 // A TCP connection that is made anew whenever it breaks, until it is closed.
 struct ServerConnection {
@@ -38,4 +38,4 @@ struct ServerConnection {
 };
 static_assert(ZeroFillable<ServerConnection>);
 
-}  // namespace vek
+}  // namespace vekin

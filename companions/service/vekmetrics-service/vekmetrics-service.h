@@ -4,3 +4,5 @@
 
 #include <vekmetrics-service/drain.h>
 #include <vekmetrics-service/graphitereporter.h>
+#include <vekmetrics-service/prometheusreporter.h>
+#include <vekmetrics-service/session.h>

@@ -1,5 +1,3 @@
-#define _GNU_SOURCE /* RTLD_NEXT */
-
 #include "lineserver.h"
 
 #include "support/logcapture.h"

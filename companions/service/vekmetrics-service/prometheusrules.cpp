@@ -1,0 +1,119 @@
+#include "prometheusrules.hpp"
+
+#include "common/internal.hpp"
+#include "common/numbers.hpp"
+
+#include <math.h>
+#include <string.h>
+
+namespace vekin::prometheus {
+
+namespace {
+
+struct Label {
+  char *name;
+  const char *value;  // of the dimensions
+};
+
+void clear_label(gpointer label) {
+  g_free(as<Label>(label)->name);
+}
+
+int compare_labels(gconstpointer a, gconstpointer b) {
+  return strcmp(static_cast<const Label *>(a)->name, static_cast<const Label *>(b)->name);
+}
+
+// Appends the characters that a name may have, and "_" for each other one. A digit cannot begin it.
+void append_allowed(GString *text, const char *string, const char *punctuation) {
+  g_autofree char *mended =
+      g_utf8_validate(string, -1, nullptr) ? nullptr : g_utf8_make_valid(string, -1);
+  if (mended)
+    string = mended;
+  if (*string == '\0' || g_ascii_isdigit(*string))
+    g_string_append_c(text, '_');
+  for (const char *c = string; *c; c = g_utf8_next_char(c))
+    g_string_append_c(text, g_ascii_isalnum(*c) || strchr(punctuation, *c) ? *c : '_');
+}
+
+bool has_label(const GArray *labels, const char *name) {
+  for (guint i = 0; i < labels->len; i++)
+    if (g_str_equal(g_array_index(labels, Label, i).name, name))
+      return true;
+  return false;
+}
+
+// A label that no other of the metric has. The formats keep those that begin with "__", "quantile"
+// and "le" for themselves.
+char *make_label_name(const char *dimension, const GArray *labels) {
+  auto *name = g_string_new(nullptr);
+  append_allowed(name, dimension, "_");
+  if (g_str_has_prefix(name->str, "__") || g_str_equal(name->str, "quantile") ||
+      g_str_equal(name->str, "le"))
+    g_string_prepend(name, "dim_");
+
+  gsize length = name->len;
+  for (guint number = 2; has_label(labels, name->str); number++) {
+    g_string_truncate(name, length);
+    g_string_append_c(name, '_');
+    g_string_append(name, Decimal(number).text);
+  }
+  return g_string_free(name, FALSE);
+}
+
+}  // namespace
+
+void append_name(GString *text, const char *prefix, const char *name) {
+  g_autofree char *joined = g_strconcat(prefix ? prefix : "", name, nullptr);
+  append_allowed(text, joined, "_:");
+}
+
+char *make_labels(const char *const *dimensions) {
+  auto *text = g_string_new(nullptr);
+  g_autoptr(GArray) labels = g_array_new(FALSE, FALSE, sizeof(Label));
+  g_array_set_clear_func(labels, clear_label);
+  for (auto *pair = dimensions; pair && pair[0] && pair[1]; pair += 2) {
+    Label label = {make_label_name(pair[0], labels), pair[1]};
+    g_array_append_val(labels, label);
+  }
+  g_array_sort(labels, compare_labels);
+
+  for (guint i = 0; i < labels->len; i++) {
+    auto &label = g_array_index(labels, Label, i);
+    if (*label.value == '\0')
+      continue;  // to the formats an empty label is none
+    if (text->len > 0)
+      g_string_append_c(text, ',');
+    g_string_append(text, label.name);
+    g_string_append(text, "=\"");
+    append_escaped(text, label.value, Quotes::escaped);
+    g_string_append_c(text, '"');
+  }
+  return g_string_free(text, FALSE);
+}
+
+void append_escaped(GString *text, const char *string, Quotes quotes) {
+  g_autofree char *mended =
+      g_utf8_validate(string, -1, nullptr) ? nullptr : g_utf8_make_valid(string, -1);
+  for (const char *c = mended ? mended : string; *c; c++) {
+    if (*c == '\n') {
+      g_string_append(text, "\\n");
+      continue;
+    }
+    if (*c == '\\' || (*c == '"' && quotes == Quotes::escaped))
+      g_string_append_c(text, '\\');
+    g_string_append_c(text, *c);
+  }
+}
+
+void append_number(GString *text, gdouble value) {
+  if (isnan(value))
+    g_string_append(text, "NaN");
+  else if (isinf(value))
+    g_string_append(text, value < 0 ? "-Inf" : "+Inf");
+  else if (value == trunc(value) && fabs(value) < 1e15 && !signbit(value))
+    g_string_append(text, Decimal(static_cast<gint64>(value)).text);  // sooner done
+  else
+    g_string_append(text, RoundTrip(value).text);
+}
+
+}  // namespace vekin::prometheus
