@@ -1,7 +1,6 @@
-"""The companion in Python, as TAP: bindings.py SUPPORT, which is the folder of tap.py."""
+"""The companion in Python, as TAP."""
 
 import socket
-import sys
 
 import gi
 
@@ -9,8 +8,7 @@ gi.require_version('Vek', '1.0')
 gi.require_version('VekService', '1.0')
 from gi.repository import GLib, Vek, VekService  # pylint: disable=wrong-import-position
 
-sys.path.append(sys.argv[1])
-import tap  # pylint: disable=wrong-import-position
+from support import tap  # pylint: disable=wrong-import-position
 
 
 def graphite_reporters_send_lines():

@@ -7,23 +7,19 @@
  * when it is connected, and one when it no longer is, with how many lines were sent until then.
  * The input's end ends it once all is sent. It reconnects fifty times as fast as others. */
 
-#define _GNU_SOURCE /* RTLD_NEXT */
+#include "support/replace.h"
 
-#include "support/fakeclock.h"
-
-#include <dlfcn.h>
 #include <stdio.h>
 #include <stdlib.h>
 #include <vekmetrics-service/vekmetrics-service.h>
+#include <vekmetrics-testing/clock.h>
 #include <vekmetrics/vekmetrics.h>
 
 enum { N_COUNTERS = 5 };
 
 /* In place of GLib's, which it calls; GIO's own delays are shorter. */
 GSource *g_timeout_source_new(guint interval) {
-  __typeof__(&g_timeout_source_new) next = NULL;
-  *(void **)&next = dlsym(RTLD_NEXT, __func__);
-  return next(interval >= 750 ? interval / 50 : interval);
+  return NEXT(g_timeout_source_new)(interval >= 750 ? interval / 50 : interval);
 }
 
 static VekMetricRegistry *registry;

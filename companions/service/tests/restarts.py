@@ -1,9 +1,8 @@
 #!/usr/bin/python3
 """Kills real servers under load, starts them again, and reads the figures back.
 
-restarts.py SUPPORT CLIENT SERVER: SUPPORT is the folder with the package "support", SERVER is cache
-or relay. Servers are restarted as often as VEK_RESTARTS says, by default 4 times, which several at
-once share; every second time one is killed the hard way.
+restarts.py CLIENT SERVER: SERVER is cache or relay. Servers are restarted as often as VEK_RESTARTS
+says, by default 4 times, which several at once share; every second time one is killed the hard way.
 """
 
 import concurrent.futures
@@ -22,8 +21,6 @@ import threading
 import time
 import unittest
 
-sys.path.append(sys.argv[1])
-# pylint: disable=wrong-import-position
 from support import tap
 from support.servers import DEADLINE, Cache, free_port, server, wait_for
 
@@ -32,7 +29,7 @@ try:
 except ImportError:
     whisper = None
 
-CLIENT = sys.argv[2]
+CLIENT = sys.argv[1]
 RESTARTS = int(os.environ.get('VEK_RESTARTS', '4'))
 RESTARTS_OF_ONE = 5
 KEYS = [f'c{i}' for i in range(5)]
@@ -204,4 +201,4 @@ TESTS = {
 }
 
 if __name__ == '__main__':
-    tap.run([TESTS[sys.argv[3]]])
+    tap.run([TESTS[sys.argv[2]]])
