@@ -242,7 +242,7 @@ TEST(ranges_are_walked_the_newest_first) {
   for (const VekMetricRange &range : ranges)
     walked += std::to_string(range.id) + ':' + std::to_string(range.start) + '-' +
               std::to_string(range.end) + ' ';
-  g_assert_cmpstr(walked.c_str(), ==, "2:300..420 1:100..250 ");
+  g_assert_cmpstr(walked.c_str(), ==, "2:300-420 1:100-250 ");
   for (const VekMetricRange &range : timeline.move_data())
     g_assert_cmpint(range.id, ==, 0); /* there is none */
 

@@ -100,7 +100,7 @@ TEST(construction_keeps_a_store_that_is_there) {
   G_OBJECT_GET_CLASS(timeline)->constructed(G_OBJECT(timeline));
   fixture_report();
   assert_recorded(fixture.record,
-                  "a timeline render [1:100-250]\n"
+                  "a timeline render [1:100..250]\n"
                   "a flush\n");
 }
 
