@@ -22,6 +22,7 @@ struct Family {
   char *name;
   char *sample_name;  // the same; with "_total" behind it if the family is a counter
   Type type;
+  bool is_negative;  // whether it has shown a negative quantile
   const Series *of;  // the first of its names and units: the help tells of it
   Figure figure;     // of that series
   GArray *samples;   // of Sample, by labels

@@ -4,6 +4,7 @@
 #include "common/numbers.hpp"
 #include "prometheusrules.hpp"
 
+#include <algorithm>
 #include <iterator>
 
 namespace vek::prometheus {
@@ -25,11 +26,12 @@ constexpr const char *kQuantileLabels[] = {"quantile=\"0.5\"", "quantile=\"0.9\"
                                            "quantile=\"0.99\""};
 static_assert(std::size(kQuantileLabels) == std::size(kQuantiles));
 
-const char *get_type_name(Type type, const Dialect &dialect) {
-  switch (type) {
+// OpenMetrics refuses summaries with negative quantiles.
+const char *get_type_name(const Family *family, const Dialect &dialect) {
+  switch (family->type) {
   case Type::counter: return "counter";
   case Type::gauge: return "gauge";
-  case Type::summary: return "summary";
+  case Type::summary: return family->is_negative ? "gauge" : "summary";
   case Type::unknown: break;
   }
   return dialect.unknown;
@@ -62,7 +64,7 @@ void append_header(GString *text, const Family *family, const Dialect &dialect) 
   g_string_append(text, "\n# TYPE ");
   g_string_append(text, name);
   g_string_append_c(text, ' ');
-  g_string_append(text, get_type_name(family->type, dialect));
+  g_string_append(text, get_type_name(family, dialect));
   g_string_append_c(text, '\n');
 }
 
@@ -125,7 +127,22 @@ bool is_shown(const Family *family, const Sample &sample) {
   return now.aggregate.n_samples > 0;
 }
 
-void append_family(GString *text, const Family *family, const Dialect &dialect) {
+bool shows_negative_quantile(const Family *family) {
+  for (guint i = 0; i < family->samples->len; i++) {
+    auto &sample = g_array_index(family->samples, Sample, i);
+    auto &quantiles = sample.series->now.aggregate.quantiles;
+    if (sample.figure == Figure::quantiles &&
+        std::any_of(std::begin(quantiles), std::end(quantiles), [](gdouble q) { return q < 0; }))
+      return true;
+  }
+  return false;
+}
+
+void append_family(GString *text, Family *family, const Dialect &dialect, GHashTable *negative) {
+  if (family->type == Type::summary && !family->is_negative && shows_negative_quantile(family)) {
+    family->is_negative = true;
+    g_hash_table_add(negative, g_strdup(family->name));
+  }
   bool has_header = false;
   for (guint i = 0; i < family->samples->len; i++) {
     auto &sample = g_array_index(family->samples, Sample, i);
@@ -140,10 +157,11 @@ void append_family(GString *text, const Family *family, const Dialect &dialect) 
 
 }  // namespace
 
-void append_families(GString *text, GPtrArray *families, VekServicePrometheusFormat format) {
+void append_families(GString *text, GPtrArray *families, VekServicePrometheusFormat format,
+                     GHashTable *negative) {
   auto &dialect = format == VEK_SERVICE_PROMETHEUS_FORMAT_OPENMETRICS ? kOpenMetrics : kText;
   for (guint i = 0; i < families->len; i++)
-    append_family(text, as<Family>(families->pdata[i]), dialect);
+    append_family(text, as<Family>(families->pdata[i]), dialect, negative);
   g_string_append(text, dialect.end);
 }
 
