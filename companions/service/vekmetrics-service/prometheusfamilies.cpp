@@ -75,6 +75,8 @@ void free_family(gpointer data) {
     g_free(family->sample_name);
   g_free(family->name);
   g_array_unref(family->samples);
+  for (char *header : family->headers)
+    g_free(header);
   g_free(family);
 }
 
