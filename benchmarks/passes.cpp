@@ -3,7 +3,6 @@
 
 #include "fixtures.hpp"
 #include "runner.hpp"
-#include "straightforward.hpp"
 
 #include <prometheus/counter.h>
 #include <prometheus/registry.h>
@@ -31,30 +30,11 @@ void run_library(benchmark::State &state, VekMetricReporter *reporter, Settle se
   state.SetItemsProcessed(state.iterations() * n_metrics);
 }
 
-template <int n_metrics = 1000, typename Settle>
-void run_straightforward(benchmark::State &state, VekMetricReporter *reporter, Settle settle) {
-  static auto *const registry = [] {
-    auto *made = new straightforward::Registry;
-    make_counters(registry_new(), n_metrics,
-                  [&](VekMetricCounter *counter) { made->add(counter); });
-    return made;
-  }();
-  for (auto _ : state) {
-    registry->report(reporter);
-    settle();
-  }
-  state.SetItemsProcessed(state.iterations() * n_metrics);
-}
-
 void nothing() {}
 
 template <int n_metrics>
 void null_library(benchmark::State &state) {
   run_library<n_metrics>(state, null_reporter_new(), nothing);
-}
-
-void null_straightforward(benchmark::State &state) {
-  run_straightforward(state, null_reporter_new(), nothing);
 }
 
 void swallow(const char *) {}
@@ -65,20 +45,9 @@ void console_library(benchmark::State &state) {
   g_set_print_handler(nullptr);
 }
 
-void console_straightforward(benchmark::State &state) {
-  g_set_print_handler(swallow);
-  run_straightforward(state, straightforward::console_reporter_new(), nothing);
-  g_set_print_handler(nullptr);
-}
-
 void csv_library(benchmark::State &state) {
   NullFolder folder("log.csv");
   run_library(state, vek_metric_log_reporter_new("log", folder.path), nothing);
-}
-
-void csv_straightforward(benchmark::State &state) {
-  NullFolder folder("log.csv");
-  run_straightforward(state, straightforward::csv_reporter_new("log", folder.path), nothing);
 }
 
 // The write goes on in a thread of GIO; its completion is taken at the next settling.
@@ -88,12 +57,6 @@ void json_library(benchmark::State &state) {
               settle_main_context);
 }
 
-void json_straightforward(benchmark::State &state) {
-  NullFolder folder("log.json");
-  run_straightforward(state, straightforward::json_reporter_new("log", folder.path),
-                      settle_main_context);
-}
-
 // What a pass has queued is sent to its end: each line completes in an iteration.
 void carbon_library(benchmark::State &state) {
   auto *server = new Server();
@@ -101,12 +64,6 @@ void carbon_library(benchmark::State &state) {
   // Until the connection is there.
   g_main_context_iteration(nullptr, TRUE);
   run_library(state, reporter, settle_main_context);
-}
-
-void carbon_straightforward(benchmark::State &state) {
-  auto *server = new Server();
-  run_straightforward(state, straightforward::carbon_reporter_new("127.0.0.1", server->port),
-                      settle_main_context);
 }
 
 void text_prometheus(benchmark::State &state) {
@@ -126,16 +83,11 @@ void text_prometheus(benchmark::State &state) {
 
 const std::vector<Case> cases = {
     {"pass into nothing/library", null_library<1000>},
-    {"pass into nothing/straightforward", null_straightforward},
     {"pass into nothing of 100000/library", null_library<100000>},
     {"pass into nothing of 1000000/library", null_library<1000000>},
     {"pass into console/library", console_library},
-    {"pass into console/straightforward", console_straightforward},
     {"pass into CSV/library", csv_library},
-    {"pass into CSV/straightforward", csv_straightforward},
     {"pass into JSON/library", json_library},
-    {"pass into JSON/straightforward", json_straightforward},
     {"pass into carbon/library", carbon_library},
-    {"pass into carbon/straightforward", carbon_straightforward},
     {"collect and text/prometheus", text_prometheus},
 };

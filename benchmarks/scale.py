@@ -16,6 +16,8 @@ CASES = {
     'pass-console': 'a million counters, a console reporter',
     'pass-csv': 'a million counters, a CSV reporter',
     'pass-carbon': 'a million counters, a carbon reporter',
+    'pass-json-1000': 'a thousand counters, a JSON log reporter',
+    'pass-json-100000': 'a hundred thousand counters, a JSON log reporter',
     'pass-json': 'a million counters, a JSON log reporter',
     'pass-all': 'a million counters, two reporters of each kind',
     'waits': 'the registry of a million counters, during a pass',

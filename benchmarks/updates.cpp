@@ -1,4 +1,4 @@
-// The operations of hot paths, against the GLib calls that each cannot do without ("floor") and
+// The operations of hot paths, against the GLib calls that each cannot do without ("baseline") and
 // against prometheus-cpp.
 
 #include "fixtures.hpp"
@@ -28,18 +28,18 @@ void counter_add_library(benchmark::State &state) {
     vek_metric_counter_add(counter, 1);
 }
 
-struct FloorCounter {
+struct BaselineCounter {
   GRWLock lock;
   gint64 time;
   gint64 count;
-} floor_counter;
+} baseline_counter;
 
-void counter_add_floor(benchmark::State &state) {
+void counter_add_baseline(benchmark::State &state) {
   for (auto _ : state) {
-    g_rw_lock_writer_lock(&floor_counter.lock);
-    floor_counter.time = g_get_real_time();
-    floor_counter.count += 1;
-    g_rw_lock_writer_unlock(&floor_counter.lock);
+    g_rw_lock_writer_lock(&baseline_counter.lock);
+    baseline_counter.time = g_get_real_time();
+    baseline_counter.count += 1;
+    g_rw_lock_writer_unlock(&baseline_counter.lock);
   }
 }
 
@@ -48,18 +48,18 @@ void gauge_set_library(benchmark::State &state) {
     vek_metric_gauge_set_value(gauge, 0.5);
 }
 
-struct FloorGauge {
+struct BaselineGauge {
   GRWLock lock;
   gint64 time;
   gdouble value;
-} floor_gauge;
+} baseline_gauge;
 
-void gauge_set_floor(benchmark::State &state) {
+void gauge_set_baseline(benchmark::State &state) {
   for (auto _ : state) {
-    g_rw_lock_writer_lock(&floor_gauge.lock);
-    floor_gauge.time = g_get_real_time();
-    floor_gauge.value = 0.5;
-    g_rw_lock_writer_unlock(&floor_gauge.lock);
+    g_rw_lock_writer_lock(&baseline_gauge.lock);
+    baseline_gauge.time = g_get_real_time();
+    baseline_gauge.value = 0.5;
+    g_rw_lock_writer_unlock(&baseline_gauge.lock);
   }
 }
 
@@ -73,7 +73,7 @@ void meter_rate_library(benchmark::State &state) {
     benchmark::DoNotOptimize(vek_metric_meter_get_rate(meter));
 }
 
-struct FloorMeter {
+struct BaselineMeter {
   GRWLock lock;
   gdouble total;
   gdouble uncounted;
@@ -89,25 +89,25 @@ struct FloorMeter {
     uncounted = 0.0;
     last_tick = now;
   }
-} floor_meter;
+} baseline_meter;
 
-void meter_mark_floor(benchmark::State &state) {
+void meter_mark_baseline(benchmark::State &state) {
   for (auto _ : state) {
-    g_rw_lock_writer_lock(&floor_meter.lock);
-    floor_meter.total += 1.0;
-    floor_meter.uncounted += 1.0;
-    floor_meter.tick();
-    g_rw_lock_writer_unlock(&floor_meter.lock);
+    g_rw_lock_writer_lock(&baseline_meter.lock);
+    baseline_meter.total += 1.0;
+    baseline_meter.uncounted += 1.0;
+    baseline_meter.tick();
+    g_rw_lock_writer_unlock(&baseline_meter.lock);
   }
 }
 
-void meter_rate_floor(benchmark::State &state) {
+void meter_rate_baseline(benchmark::State &state) {
   for (auto _ : state) {
-    if (!g_rw_lock_writer_trylock(&floor_meter.lock))
+    if (!g_rw_lock_writer_trylock(&baseline_meter.lock))
       continue;
-    floor_meter.tick();
-    benchmark::DoNotOptimize(floor_meter.rate * 1e6);
-    g_rw_lock_writer_unlock(&floor_meter.lock);
+    baseline_meter.tick();
+    benchmark::DoNotOptimize(baseline_meter.rate * 1e6);
+    g_rw_lock_writer_unlock(&baseline_meter.lock);
   }
 }
 
@@ -120,7 +120,7 @@ VekMetricTimer *timer =
     vek_metric_registry_timer_new(registry_new(), "t", "Milliseconds", nullptr, nullptr);
 
 template <gsize size>
-struct FloorRing {
+struct BaselineRing {
   GMutex lock;
   gsize n_samples;
   gsize next;
@@ -149,17 +149,17 @@ private:
     next = next + 1 == size ? 0 : next + 1;
   }
 };
-FloorRing<60> floor_histogram;
-FloorRing<2048> floor_fixed_time;
+BaselineRing<60> baseline_histogram;
+BaselineRing<2048> baseline_fixed_time;
 
 void fixed_time_add_library(benchmark::State &state) {
   for (auto _ : state)
     vek_metric_store_add(fixed_time_store, 0.5);
 }
 
-void fixed_time_add_floor(benchmark::State &state) {
+void fixed_time_add_baseline(benchmark::State &state) {
   for (auto _ : state)
-    floor_fixed_time.add_stamped(0.5);
+    baseline_fixed_time.add_stamped(0.5);
 }
 
 void histogram_set_library(benchmark::State &state) {
@@ -167,9 +167,9 @@ void histogram_set_library(benchmark::State &state) {
     vek_metric_histogram_set(histogram, 0.5);
 }
 
-void histogram_set_floor(benchmark::State &state) {
+void histogram_set_baseline(benchmark::State &state) {
   for (auto _ : state)
-    floor_histogram.add(0.5);
+    baseline_histogram.add(0.5);
 }
 
 prometheus::Histogram::BucketBoundaries buckets{0.1, 0.2, 0.3, 0.4, 0.5, 0.6, 0.7, 0.8, 0.9};
@@ -192,10 +192,10 @@ void timer_set_usec_library(benchmark::State &state) {
     vek_metric_timer_set_usec(timer, ++usec);
 }
 
-void timer_set_usec_floor(benchmark::State &state) {
+void timer_set_usec_baseline(benchmark::State &state) {
   gint64 usec = 0;
   for (auto _ : state)
-    floor_histogram.add(static_cast<gdouble>(++usec) / 1000.0);
+    baseline_histogram.add(static_cast<gdouble>(++usec) / 1000.0);
 }
 
 void timer_start_stop_library(benchmark::State &state) {
@@ -205,11 +205,11 @@ void timer_start_stop_library(benchmark::State &state) {
   }
 }
 
-void timer_start_stop_floor(benchmark::State &state) {
+void timer_start_stop_baseline(benchmark::State &state) {
   for (auto _ : state) {
     gint64 start = g_get_monotonic_time();
     gint64 elapsed = g_get_monotonic_time() - start;
-    floor_histogram.add(static_cast<gdouble>(elapsed) / 1000.0);
+    baseline_histogram.add(static_cast<gdouble>(elapsed) / 1000.0);
   }
 }
 
@@ -230,6 +230,63 @@ void scope_timed_c_calls(benchmark::State &state) {
   for (auto _ : state) {
     gint64 start = g_get_monotonic_time();
     vek_metric_timer_set_usec(timer, g_get_monotonic_time() - start);
+  }
+}
+
+// Every kind once, by the methods of the C++ interface and by the C calls. References to metrics
+// are held by both sides.
+
+struct Kinds {
+  vek::Registry registry = vek::Registry::create();
+  vek::Counter counter = registry.counter("c", "Count");
+  vek::Gauge gauge = registry.gauge("g", "Count");
+  vek::Meter meter = registry.meter("m", "Count");
+  vek::Histogram histogram = registry.histogram("h", "Count");
+  vek::Timer timer = registry.timer("t", "Milliseconds");
+};
+
+void update_by_methods(benchmark::State &state) {
+  Kinds kinds;
+  for (auto _ : state) {
+    kinds.counter.inc();
+    kinds.gauge.set(0.5);
+    kinds.meter.mark(1.0);
+    kinds.histogram.set(0.5);
+    kinds.timer.set_usec(1);
+    benchmark::DoNotOptimize(kinds.counter.count());
+  }
+}
+
+void update_by_c_calls(benchmark::State &state) {
+  Kinds kinds;
+  VekMetricCounter *counter = kinds.counter;
+  VekMetricGauge *gauge = kinds.gauge;
+  VekMetricMeter *meter = kinds.meter;
+  VekMetricHistogram *histogram = kinds.histogram;
+  VekMetricTimer *timer = kinds.timer;
+  for (auto _ : state) {
+    vek_metric_counter_inc(counter);
+    vek_metric_gauge_set_value(gauge, 0.5);
+    vek_metric_meter_mark(meter, 1.0);
+    vek_metric_histogram_set(histogram, 0.5);
+    vek_metric_timer_set_usec(timer, 1);
+    benchmark::DoNotOptimize(vek_metric_counter_get_count(counter));
+  }
+}
+
+void snapshot_by_methods(benchmark::State &state) {
+  Kinds kinds;
+  for (auto _ : state)
+    benchmark::DoNotOptimize(kinds.timer.snapshot().quantile(0.5));
+}
+
+void snapshot_by_c_calls(benchmark::State &state) {
+  Kinds kinds;
+  auto *histogram = static_cast<VekMetricHistogram *>(kinds.timer);
+  for (auto _ : state) {
+    VekMetricSnapshot *snapshot = vek_metric_histogram_get_snapshot(histogram);
+    benchmark::DoNotOptimize(vek_metric_snapshot_get_quantile(snapshot, 0.5));
+    vek_metric_snapshot_unref(snapshot);
   }
 }
 
@@ -268,7 +325,7 @@ int compare(const void *a, const void *b) {
 }
 
 template <gsize n_samples>
-void snapshot_floor(benchmark::State &state) {
+void snapshot_baseline(benchmark::State &state) {
   auto samples = make_samples(n_samples);
   gsize turn = 0;
   for (auto _ : state) {
@@ -296,7 +353,7 @@ void look_up_library(benchmark::State &state) {
     g_object_unref(vek_metric_registry_get_metric(registry, "requests", as_strv(*dimensions)));
 }
 
-struct FloorRegistry {
+struct BaselineRegistry {
   GRWLock lock{};
   GHashTable *metrics = g_hash_table_new_full(g_str_hash, g_str_equal, g_free, g_object_unref);
 
@@ -307,12 +364,12 @@ struct FloorRegistry {
 };
 
 template <auto *dimensions>
-void look_up_floor(benchmark::State &state) {
-  FloorRegistry registry;
-  g_hash_table_insert(registry.metrics, FloorRegistry::get_key("requests", as_strv(*dimensions)),
+void look_up_baseline(benchmark::State &state) {
+  BaselineRegistry registry;
+  g_hash_table_insert(registry.metrics, BaselineRegistry::get_key("requests", as_strv(*dimensions)),
                       g_object_ref(counter));
   for (auto _ : state) {
-    g_autofree char *key = FloorRegistry::get_key("requests", as_strv(*dimensions));
+    g_autofree char *key = BaselineRegistry::get_key("requests", as_strv(*dimensions));
     g_rw_lock_reader_lock(&registry.lock);
     auto *metric = static_cast<GObject *>(g_hash_table_lookup(registry.metrics, key));
     g_object_ref(metric);
@@ -329,7 +386,7 @@ void look_up_prometheus(benchmark::State &state) {
 }
 
 // A metric of no more than its properties, the lock and two numbers.
-struct FloorMetric {
+struct BaselineMetric {
   GObject parent_instance;
   GRWLock lock;
   gint64 time;
@@ -339,13 +396,13 @@ struct FloorMetric {
   char **dimensions;
   gboolean active;
 };
-struct FloorMetricClass {
+struct BaselineMetricClass {
   GObjectClass parent_class;
 };
-G_DEFINE_TYPE(FloorMetric, floor_metric, G_TYPE_OBJECT)
+G_DEFINE_TYPE(BaselineMetric, baseline_metric, G_TYPE_OBJECT)
 
-void floor_metric_set_property(GObject *object, guint id, const GValue *value, GParamSpec *) {
-  auto *self = reinterpret_cast<FloorMetric *>(object);
+void baseline_metric_set_property(GObject *object, guint id, const GValue *value, GParamSpec *) {
+  auto *self = reinterpret_cast<BaselineMetric *>(object);
   switch (id) {
   case 1: self->name = g_value_dup_string(value); break;
   case 2: self->unit = g_value_dup_string(value); break;
@@ -354,19 +411,19 @@ void floor_metric_set_property(GObject *object, guint id, const GValue *value, G
   }
 }
 
-void floor_metric_finalize(GObject *object) {
-  auto *self = reinterpret_cast<FloorMetric *>(object);
+void baseline_metric_finalize(GObject *object) {
+  auto *self = reinterpret_cast<BaselineMetric *>(object);
   g_rw_lock_clear(&self->lock);
   g_free(self->name);
   g_free(self->unit);
   g_strfreev(self->dimensions);
-  G_OBJECT_CLASS(floor_metric_parent_class)->finalize(object);
+  G_OBJECT_CLASS(baseline_metric_parent_class)->finalize(object);
 }
 
-void floor_metric_class_init(FloorMetricClass *klass) {
+void baseline_metric_class_init(BaselineMetricClass *klass) {
   auto *object_class = G_OBJECT_CLASS(klass);
-  object_class->set_property = floor_metric_set_property;
-  object_class->finalize = floor_metric_finalize;
+  object_class->set_property = baseline_metric_set_property;
+  object_class->finalize = baseline_metric_finalize;
   auto only = static_cast<GParamFlags>(G_PARAM_WRITABLE | G_PARAM_CONSTRUCT_ONLY);
   auto also = static_cast<GParamFlags>(G_PARAM_WRITABLE | G_PARAM_CONSTRUCT);
   g_object_class_install_property(object_class, 1,
@@ -379,20 +436,20 @@ void floor_metric_class_init(FloorMetricClass *klass) {
                                   g_param_spec_boolean("active", "", "", TRUE, also));
 }
 
-void floor_metric_init(FloorMetric *self) {
+void baseline_metric_init(BaselineMetric *self) {
   g_rw_lock_init(&self->lock);
   g_rw_lock_writer_lock(&self->lock);
   self->time = g_get_real_time();
   g_rw_lock_writer_unlock(&self->lock);
 }
 
-FloorMetric *floor_create(FloorRegistry &registry, const char *name, const char *unit,
-                          char **dimensions) {
-  auto *created = static_cast<FloorMetric *>(g_object_new(
-      floor_metric_get_type(), "name", name, "unit", unit, "dimensions", dimensions, nullptr));
-  char *key = FloorRegistry::get_key(created->name, created->dimensions);
+BaselineMetric *baseline_create(BaselineRegistry &registry, const char *name, const char *unit,
+                                char **dimensions) {
+  auto *created = static_cast<BaselineMetric *>(g_object_new(
+      baseline_metric_get_type(), "name", name, "unit", unit, "dimensions", dimensions, nullptr));
+  char *key = BaselineRegistry::get_key(created->name, created->dimensions);
   g_rw_lock_writer_lock(&registry.lock);
-  auto *stored = static_cast<FloorMetric *>(g_hash_table_lookup(registry.metrics, key));
+  auto *stored = static_cast<BaselineMetric *>(g_hash_table_lookup(registry.metrics, key));
   if (!stored) {
     g_hash_table_insert(registry.metrics, key, g_object_ref(created));
     g_rw_lock_writer_unlock(&registry.lock);
@@ -428,12 +485,12 @@ void create_library(benchmark::State &state) {
   }
 }
 
-void create_floor(benchmark::State &state) {
+void create_baseline(benchmark::State &state) {
   auto names = make_names();
   while (state.KeepRunningBatch(kBatch)) {
-    FloorRegistry registry;
+    BaselineRegistry registry;
     for (const auto &name : names)
-      g_object_unref(floor_create(registry, name.c_str(), "Count", as_strv(one_pair)));
+      g_object_unref(baseline_create(registry, name.c_str(), "Count", as_strv(one_pair)));
     state.PauseTiming();
     g_hash_table_unref(registry.metrics);
     state.ResumeTiming();
@@ -449,11 +506,33 @@ void get_again_library(benchmark::State &state) {
   g_object_unref(first);
 }
 
-void get_again_floor(benchmark::State &state) {
-  FloorRegistry registry;
-  auto *first = floor_create(registry, "requests", "Count", as_strv(one_pair));
+// Dimensions with a value that is computed at run time.
+
+void get_again_by_methods(benchmark::State &state) {
+  auto registry = vek::Registry::create();
+  std::string host = "h1";
+  vek::Counter first = registry.counter("requests", "Count", {{"host", host}});
   for (auto _ : state)
-    g_object_unref(floor_create(registry, "requests", "Count", as_strv(one_pair)));
+    registry.counter("requests", "Count", {{"host", host}});
+}
+
+void get_again_by_c_calls(benchmark::State &state) {
+  auto *registry = registry_new();
+  std::string host = "h1";
+  auto *first = vek_metric_registry_counter_new(registry, "requests", "Count", as_strv(one_pair));
+  for (auto _ : state) {
+    const char *dimensions[] = {"host", host.c_str(), nullptr};
+    g_object_unref(
+        vek_metric_registry_counter_new(registry, "requests", "Count", as_strv(dimensions)));
+  }
+  g_object_unref(first);
+}
+
+void get_again_baseline(benchmark::State &state) {
+  BaselineRegistry registry;
+  auto *first = baseline_create(registry, "requests", "Count", as_strv(one_pair));
+  for (auto _ : state)
+    g_object_unref(baseline_create(registry, "requests", "Count", as_strv(one_pair)));
   g_object_unref(first);
 }
 
@@ -461,41 +540,47 @@ void get_again_floor(benchmark::State &state) {
 
 const std::vector<Case> cases = {
     {"counter add/library", counter_add_library},
-    {"counter add/floor", counter_add_floor},
+    {"counter add/baseline", counter_add_baseline},
     {"counter add/prometheus", counter_inc_prometheus},
     {"increment by a tally/library", tally_library},
     {"increment by a tally/prometheus", counter_inc_prometheus},
     {"scoped timer/library", scope_timed_library},
     {"scoped timer/C calls", scope_timed_c_calls},
+    {"update by methods/library", update_by_methods},
+    {"update by methods/C calls", update_by_c_calls},
+    {"snapshot by methods/library", snapshot_by_methods},
+    {"snapshot by methods/C calls", snapshot_by_c_calls},
+    {"metric got by methods/library", get_again_by_methods},
+    {"metric got by methods/C calls", get_again_by_c_calls},
     {"counter add of two threads/library", counter_add_library, 2},
-    {"counter add of two threads/floor", counter_add_floor, 2},
+    {"counter add of two threads/baseline", counter_add_baseline, 2},
     {"gauge set/library", gauge_set_library},
-    {"gauge set/floor", gauge_set_floor},
+    {"gauge set/baseline", gauge_set_baseline},
     {"meter mark/library", meter_mark_library},
-    {"meter mark/floor", meter_mark_floor},
+    {"meter mark/baseline", meter_mark_baseline},
     {"meter rate/library", meter_rate_library},
-    {"meter rate/floor", meter_rate_floor},
+    {"meter rate/baseline", meter_rate_baseline},
     {"fixed-time add/library", fixed_time_add_library},
-    {"fixed-time add/floor", fixed_time_add_floor},
+    {"fixed-time add/baseline", fixed_time_add_baseline},
     {"histogram set/library", histogram_set_library},
-    {"histogram set/floor", histogram_set_floor},
+    {"histogram set/baseline", histogram_set_baseline},
     {"histogram set/prometheus histogram", histogram_set_prometheus_histogram},
     {"histogram set/prometheus summary", histogram_set_prometheus_summary},
     {"timer set_usec/library", timer_set_usec_library},
-    {"timer set_usec/floor", timer_set_usec_floor},
+    {"timer set_usec/baseline", timer_set_usec_baseline},
     {"timer start and stop/library", timer_start_stop_library},
-    {"timer start and stop/floor", timer_start_stop_floor},
+    {"timer start and stop/baseline", timer_start_stop_baseline},
     {"snapshot of 60/library", snapshot_library<60>},
-    {"snapshot of 60/floor", snapshot_floor<60>},
+    {"snapshot of 60/baseline", snapshot_baseline<60>},
     {"snapshot of 2048/library", snapshot_library<2048>},
-    {"snapshot of 2048/floor", snapshot_floor<2048>},
+    {"snapshot of 2048/baseline", snapshot_baseline<2048>},
     {"look-up with one pair/library", look_up_library<&one_pair>},
-    {"look-up with one pair/floor", look_up_floor<&one_pair>},
+    {"look-up with one pair/baseline", look_up_baseline<&one_pair>},
     {"look-up with one pair/prometheus", look_up_prometheus},
     {"look-up with two pairs/library", look_up_library<&two_pairs>},
-    {"look-up with two pairs/floor", look_up_floor<&two_pairs>},
+    {"look-up with two pairs/baseline", look_up_baseline<&two_pairs>},
     {"metric created/library", create_library},
-    {"metric created/floor", create_floor},
+    {"metric created/baseline", create_baseline},
     {"metric got again/library", get_again_library},
-    {"metric got again/floor", get_again_floor},
+    {"metric got again/baseline", get_again_baseline},
 };

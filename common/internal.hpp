@@ -3,6 +3,8 @@
 // What the sources of the library and of its companions share: failed checks, logging, property
 // flags, guards, casts, list views. Each library is compiled with its log domain (G_LOG_DOMAIN) and
 // the folder that its messages name (VEK_SOURCE_FOLDER).
+//
+// Private C++ is in the namespace vekin. Applications that include the C++ header see vek alone.
 
 #include <glib-object.h>
 
@@ -32,7 +34,7 @@
 // Structured messages, with the source path, the line and the function's plain name.
 #define vek_log(level, ...)                                                                      \
   do {                                                                                           \
-    static constexpr vek::SourcePath source(VEK_SOURCE_FOLDER, __FILE__);                        \
+    static constexpr vekin::SourcePath source(VEK_SOURCE_FOLDER, __FILE__);                      \
     g_log_structured_standard(G_LOG_DOMAIN, level, source.text, G_STRINGIFY(__LINE__), __func__, \
                               __VA_ARGS__);                                                      \
   } while (false)
@@ -44,12 +46,12 @@
 #define vek_assert(condition)                                                              \
   do {                                                                                     \
     if (!(condition)) [[unlikely]] {                                                       \
-      static constexpr vek::SourcePath source(VEK_SOURCE_FOLDER, __FILE__);                \
+      static constexpr vekin::SourcePath source(VEK_SOURCE_FOLDER, __FILE__);              \
       g_assertion_message_expr(G_LOG_DOMAIN, source.text, __LINE__, __func__, #condition); \
     }                                                                                      \
   } while (false)
 
-namespace vek {
+namespace vekin {
 
 // The source path as logs carry it: the library's folder, as in "../vekmetrics/", and the file's
 // stem, from whichever folder the compiler was called.
@@ -71,6 +73,13 @@ inline constexpr auto kConstruct =
     static_cast<GParamFlags>(G_PARAM_READWRITE | G_PARAM_CONSTRUCT | G_PARAM_STATIC_STRINGS);
 inline constexpr auto kConstructOnly =
     static_cast<GParamFlags>(G_PARAM_READWRITE | G_PARAM_CONSTRUCT_ONLY | G_PARAM_STATIC_STRINGS);
+
+// The description of a property by one of the g_param_spec_...() functions, with its name for nick
+// and blurb: property<g_param_spec_uint>("rotate", 0, G_MAXUINT, 0).
+template <auto make_spec, GParamFlags flags = kConstructOnly, typename... Rest>
+GParamSpec *property(const char *name, Rest... rest) {
+  return make_spec(name, name, name, rest..., flags);
+}
 
 // Instances are zero-filled and no constructor runs, so their members must not need one.
 template <typename T>
@@ -118,6 +127,12 @@ private:
   GSList *list;
 };
 
+// Lets go of a T; GLib's containers call it for their elements.
+template <typename T, void (*release)(T *)>
+void release_element(gpointer element) {
+  release(static_cast<T *>(element));
+}
+
 // A string vector joined by ".", as g_strjoinv() does it, at the end of a text. Byte by byte: that
 // is inline, and the strings are short.
 inline void append_joined(GString *text, char **strings) {
@@ -143,8 +158,7 @@ T *as(gpointer instance) {
 
 // Whether an instance is of a type or of one derived from it. GObject tells a derived type only by
 // a call, and a type itself only after it was asked for; here the type that passed last passes at
-// once. Where that counts, a file overloads its header's VEK_IS_... by one that calls this. All
-// else is in a function of its own, or its needs would burden the short way.
+// once. All else is in a function of its own, or its needs would burden the short way.
 template <GType (*get_type)()>
 [[gnu::visibility("hidden")]] constinit std::atomic<GType> passed_last = 0;
 
@@ -165,6 +179,14 @@ bool is_a(gpointer instance) {
   return is_a_slowly<get_type>(instance);
 }
 
+// Makes a header's type test quicker: for a pointer of its type, C++ prefers this overload. Each
+// type whose functions check their instance has one, in its source or, if others check it too, in
+// its private header. VEK_QUICK_TYPE_TEST(METRIC_TIMER, VekMetricTimer, vek_metric_timer)
+#define VEK_QUICK_TYPE_TEST(NAME, Type, type)      \
+  inline bool VEK_IS_##NAME(Type *instance) {      \
+    return vekin::is_a<type##_get_type>(instance); \
+  }
+
 // A cast that warns of an unrelated type in every build and returns the pointer all the same;
 // GObject's cast macros check nothing in optimised builds from GLib 2.75 on.
 template <typename T>
@@ -174,4 +196,4 @@ T *warned_cast(gpointer instance, GType type) {
   return as<T>(instance);
 }
 
-}  // namespace vek
+}  // namespace vekin

@@ -1,6 +1,6 @@
 #pragma once
 
-// Numbers as text, the same in every locale: vek::Decimal(42).text.
+// Numbers as text, the same in every locale: vekin::Decimal(42).text.
 
 #include <glib.h>
 
@@ -9,7 +9,7 @@
 
 #include <float.h>
 
-namespace vek {
+namespace vekin {
 
 // An integer as "%lli" or "%lu" gives it, without the long way through a format.
 struct Decimal {
@@ -34,4 +34,4 @@ struct RoundTrip {
   explicit RoundTrip(gdouble value) { g_ascii_dtostr(text, sizeof text, value); }
 };
 
-}  // namespace vek
+}  // namespace vekin

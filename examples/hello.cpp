@@ -3,12 +3,12 @@
 #include <vekmetrics/vekmetrics.hpp>
 
 int main() {
-  VekMetricRegistry *registry = vek_metric_registry_get_default();
-  vek::Reporter console(vek_metric_console_reporter_new());
-  vek::Counter greetings(vek_metric_registry_counter_new(registry, "greetings", "Count", nullptr));
+  auto registry = vek::Registry::get_default();
+  auto console = vek::ConsoleReporter::create();
+  vek::Counter greetings = registry.counter("greetings", "Count");
 
-  vek_metric_counter_inc(greetings);
-  vek_metric_counter_add(greetings, 2);
+  greetings.inc();
+  greetings.add(2);
 
-  vek_metric_registry_report(registry, console);
+  registry.report(console);
 }

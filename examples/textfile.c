@@ -1,7 +1,11 @@
-/* A reporter of one's own: the Prometheus text format, for the textfile folder of a node exporter.
+/* A custom reporter: it writes the Prometheus text format, for the textfile collector of a node
+ * exporter.
  *
- * At each flush the file is replaced as a whole: whoever reads it sees one report or the next, and
- * never half of one.
+ * Each flush replaces the whole file, so a reader sees one complete report or the next.
+ *
+ * Prometheus takes a counter that falls for one that was restarted: rate() and increase() then add
+ * what it fell to. Counters of this library may fall, so each is written as a gauge, for delta(),
+ * unless the program names it as one that only rises.
  *
  *   textfile /var/lib/prometheus/node-exporter/example.prom
  */
@@ -16,7 +20,8 @@ struct _TextfileReporter {
   GObject parent_instance;
 
   char *path;
-  GTree *families; /* from name to Family: sorted, for the format wants a family in one piece */
+  char **rising;   /* the names of the counters that never fall */
+  GTree *families; /* from name to Family: sorted, the format wants a family in one piece */
 };
 
 /* All samples of one name. */
@@ -114,7 +119,9 @@ static void textfile_reporter_process_count(VekMetricReporter *reporter, const c
                                             char **dimensions, const char *unit, gint64 timestamp,
                                             gint64 count) {
   (void)timestamp; /* a node exporter takes none */
-  add_sample(reporter, "counter", name, "_total", dimensions, unit,
+  TextfileReporter *self = TEXTFILE_REPORTER(reporter);
+  gboolean rises = g_strv_contains((const char *const *)self->rising, name);
+  add_sample(reporter, rises ? "counter" : "gauge", name, rises ? "_total" : "", dimensions, unit,
              g_strdup_printf("%" G_GINT64_FORMAT, count));
 }
 
@@ -177,6 +184,7 @@ static void textfile_reporter_reporter_init(VekMetricReporterInterface *iface) {
 static void textfile_reporter_finalize(GObject *object) {
   TextfileReporter *self = TEXTFILE_REPORTER(object);
   g_free(self->path);
+  g_strfreev(self->rising);
   g_tree_unref(self->families);
 
   G_OBJECT_CLASS(textfile_reporter_parent_class)->finalize(object);
@@ -190,36 +198,46 @@ static void textfile_reporter_init(TextfileReporter *self) {
   self->families = string_tree_new(family_free);
 }
 
-static VekMetricReporter *textfile_reporter_new(const char *path) {
+/* Makes a reporter that writes to a file. The vector names the counters that never fall. */
+static VekMetricReporter *textfile_reporter_new(const char *path, char **rising) {
   TextfileReporter *self = g_object_new(TEXTFILE_TYPE_REPORTER, NULL);
   self->path = g_strdup(path);
+  self->rising = g_strdupv(rising);
   return VEK_METRIC_REPORTER(self);
 }
 
-/* A little of every kind, reported once. */
+/* Reports metrics of every kind in each pass. A program with a main loop registers the reporter
+ * instead, and has a pass every minute. */
 int main(int argc, char **argv) {
-  if (argc != 2) {
-    g_printerr("Usage: %s FILE.prom\n", argv[0]);
+  if (argc != 2 && argc != 3) {
+    g_printerr("Usage: %s FILE.prom [PASSES]\n", argv[0]);
     return 2;
   }
+  gint64 n_passes = argc == 3 ? g_ascii_strtoll(argv[2], NULL, 10) : 1;
+  char *rising[] = {"http.requests", NULL};
   VekMetricRegistry *registry = vek_metric_registry_get_default();
-  g_autoptr(VekMetricReporter) reporter = textfile_reporter_new(argv[1]);
+  g_autoptr(VekMetricReporter) reporter = textfile_reporter_new(argv[1], rising);
 
   char *h1[] = {"host", "h1", NULL}, *h2[] = {"host", "\"h2\\", NULL};
   g_autoptr(VekMetricCounter) some =
       vek_metric_registry_counter_new(registry, "http.requests", "Count", h1);
   g_autoptr(VekMetricCounter) others =
       vek_metric_registry_counter_new(registry, "http.requests", "Count", h2);
+  g_autoptr(VekMetricCounter) connections =
+      vek_metric_registry_counter_new(registry, "connections", "Count", NULL);
   g_autoptr(VekMetricGauge) load = vek_metric_registry_gauge_new(registry, "load", NULL, 0, NULL);
   g_autoptr(VekMetricTimer) timer =
       vek_metric_registry_timer_new(registry, "response", "Seconds", NULL, h1);
 
-  vek_metric_counter_add(some, 42);
-  vek_metric_counter_add(others, 7);
-  vek_metric_gauge_set_value(load, 0.25);
-  for (int i = 1; i <= 4; i++)
-    vek_metric_timer_set_usec(timer, i * 250000);
-
-  vek_metric_registry_report(registry, reporter);
+  vek_metric_counter_add(connections, 99);
+  for (gint64 pass = 0; pass < n_passes; pass++) {
+    vek_metric_counter_add(some, 42);
+    vek_metric_counter_add(others, 7);
+    vek_metric_counter_add(connections, pass % 2 == 0 ? 1 : -1); /* one is opened or closed */
+    vek_metric_gauge_set_value(load, 0.25);
+    for (int i = 1; i <= 4; i++)
+      vek_metric_timer_set_usec(timer, i * 250000);
+    vek_metric_registry_report(registry, reporter);
+  }
   return 0;
 }

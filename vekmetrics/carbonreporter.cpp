@@ -18,7 +18,7 @@ struct _VekMetricCarbonReporter {
   gboolean disabled;
   GSocketConnection *connection;  // NULL until it is there
 };
-static_assert(vek::ZeroFillable<VekMetricCarbonReporter>);
+static_assert(vekin::ZeroFillable<VekMetricCarbonReporter>);
 
 namespace {
 
@@ -48,7 +48,8 @@ static void on_metric_sent_callback(GObject *source, GAsyncResult *result, gpoin
   g_autoptr(GError) error = nullptr;
   gsize bytes_written = 0;
   if (g_output_stream_write_all_finish(G_OUTPUT_STREAM(source), result, &bytes_written, &error)) {
-    vek_debug("Carbon reporter write operation succeeded (bytes_written: %lu)", bytes_written);
+    vek_debug("Carbon reporter write operation succeeded (bytes_written: %" G_GSIZE_FORMAT ")",
+              bytes_written);
   } else {
     vek_warning("Carbon reporter write operation failed with error: %s", error->message);
     vek_warning("Carbon reporter will be disabled");
@@ -75,14 +76,14 @@ static void send_metrics(VekMetricCarbonReporter *self) {
   self->write_in_progress = TRUE;
   vek_debug("Sending message to carbon server: %s", line);
   auto *write = g_new(Write, 1);
-  *write = {.reporter = vek::as<VekMetricCarbonReporter>(g_object_ref(self)), .line = line};
+  *write = {.reporter = vekin::as<VekMetricCarbonReporter>(g_object_ref(self)), .line = line};
   g_output_stream_write_all_async(g_io_stream_get_output_stream(G_IO_STREAM(self->connection)),
                                   line, strlen(line), G_PRIORITY_DEFAULT, self->cancellable,
                                   on_metric_sent_callback, write);
 }
 
 static void on_socket_client_connect(GObject *source, GAsyncResult *result, gpointer user_data) {
-  auto *self = vek::as<VekMetricCarbonReporter>(user_data);
+  auto *self = vekin::as<VekMetricCarbonReporter>(user_data);
 
   g_autoptr(GError) error = nullptr;
   self->connection = g_socket_client_connect_finish(G_SOCKET_CLIENT(source), result, &error);
@@ -107,7 +108,7 @@ static char *process_keyname(VekMetricCarbonReporter *self, const char *name, ch
     g_string_append_c(key, '.');
   }
   if (dimensions) {  // an empty vector adds its "." all the same
-    vek::append_joined(key, dimensions);
+    vekin::append_joined(key, dimensions);
     g_string_append_c(key, '.');
   }
   if (unit) {  // and so does an empty unit
@@ -126,36 +127,36 @@ static gint64 to_seconds(gint64 microseconds) {
 static void queue_line(VekMetricCarbonReporter *self, const char *key, const char *suffix,
                        const char *value, gint64 seconds) {
   g_queue_push_tail(self->pending_lines, g_strconcat(key, suffix, " ", value, " ",
-                                                     vek::Decimal(seconds).text, "\n", nullptr));
+                                                     vekin::Decimal(seconds).text, "\n", nullptr));
 }
 
 static void vek_metric_carbon_reporter_process_count(VekMetricReporter *reporter, const gchar *name,
                                                      gchar **dimensions, const gchar *unit,
                                                      gint64 timestamp, gint64 count) {
-  auto *self = vek::as<VekMetricCarbonReporter>(reporter);
+  auto *self = vekin::as<VekMetricCarbonReporter>(reporter);
   if (self->disabled)
     return;
 
   g_autofree char *key = process_keyname(self, name, dimensions, unit);
-  queue_line(self, key, "", vek::Decimal(count).text, to_seconds(timestamp));
+  queue_line(self, key, "", vekin::Decimal(count).text, to_seconds(timestamp));
 }
 
 static void vek_metric_carbon_reporter_process_value(VekMetricReporter *reporter, const gchar *name,
                                                      gchar **dimensions, const gchar *unit,
                                                      gint64 timestamp, gdouble value) {
-  auto *self = vek::as<VekMetricCarbonReporter>(reporter);
+  auto *self = vekin::as<VekMetricCarbonReporter>(reporter);
   if (self->disabled)
     return;
 
   g_autofree char *key = process_keyname(self, name, dimensions, unit);
-  queue_line(self, key, "", vek::FixedPoint(value).text, to_seconds(timestamp));
+  queue_line(self, key, "", vekin::FixedPoint(value).text, to_seconds(timestamp));
 }
 
 static void vek_metric_carbon_reporter_process_aggregated(VekMetricReporter *reporter,
                                                           const gchar *name, gchar **dimensions,
                                                           const gchar *unit,
                                                           VekMetricSnapshot *snapshot) {
-  auto *self = vek::as<VekMetricCarbonReporter>(reporter);
+  auto *self = vekin::as<VekMetricCarbonReporter>(reporter);
   if (self->disabled)
     return;
 
@@ -165,14 +166,14 @@ static void vek_metric_carbon_reporter_process_aggregated(VekMetricReporter *rep
   gsize n_samples = vek_metric_snapshot_get_n_samples(snapshot);
   gdouble min = vek_metric_snapshot_get_min(snapshot);
   gdouble max = vek_metric_snapshot_get_max(snapshot);
-  queue_line(self, key, ".average", vek::FixedPoint(average).text, seconds);
-  queue_line(self, key, ".n_samples", vek::Decimal(n_samples).text, seconds);
-  queue_line(self, key, ".min", vek::FixedPoint(min).text, seconds);
-  queue_line(self, key, ".max", vek::FixedPoint(max).text, seconds);
+  queue_line(self, key, ".average", vekin::FixedPoint(average).text, seconds);
+  queue_line(self, key, ".n_samples", vekin::Decimal(n_samples).text, seconds);
+  queue_line(self, key, ".min", vekin::FixedPoint(min).text, seconds);
+  queue_line(self, key, ".max", vekin::FixedPoint(max).text, seconds);
 }
 
 static void vek_metric_carbon_reporter_flush(VekMetricReporter *reporter) {
-  auto *self = vek::as<VekMetricCarbonReporter>(reporter);
+  auto *self = vekin::as<VekMetricCarbonReporter>(reporter);
   if (!self->disabled)
     send_metrics(self);
 }
@@ -186,7 +187,7 @@ static void vek_metric_carbon_reporter_reporter_init(VekMetricReporterInterface 
 
 static void vek_metric_carbon_reporter_set_property(GObject *object, guint id, const GValue *value,
                                                     GParamSpec *pspec) {
-  auto *self = vek::as<VekMetricCarbonReporter>(object);
+  auto *self = vekin::as<VekMetricCarbonReporter>(object);
 
   switch (id) {
   case PROP_PREFIX: self->prefix = g_value_dup_string(value); break;
@@ -198,7 +199,7 @@ static void vek_metric_carbon_reporter_set_property(GObject *object, guint id, c
 
 static void vek_metric_carbon_reporter_get_property(GObject *object, guint id, GValue *value,
                                                     GParamSpec *pspec) {
-  auto *self = vek::as<VekMetricCarbonReporter>(object);
+  auto *self = vekin::as<VekMetricCarbonReporter>(object);
 
   switch (id) {
   case PROP_PREFIX: g_value_set_string(value, self->prefix); break;
@@ -209,7 +210,7 @@ static void vek_metric_carbon_reporter_get_property(GObject *object, guint id, G
 }
 
 static void vek_metric_carbon_reporter_dispose(GObject *object) {
-  auto *self = vek::as<VekMetricCarbonReporter>(object);
+  auto *self = vekin::as<VekMetricCarbonReporter>(object);
   self->disabled = TRUE;  // whoever still holds the object finds no queue in it
   if (self->cancellable)
     g_cancellable_cancel(self->cancellable);
@@ -224,7 +225,7 @@ static void vek_metric_carbon_reporter_dispose(GObject *object) {
 }
 
 static void vek_metric_carbon_reporter_constructed(GObject *object) {
-  auto *self = vek::as<VekMetricCarbonReporter>(object);
+  auto *self = vekin::as<VekMetricCarbonReporter>(object);
   g_autoptr(GSocketClient) client = g_socket_client_new();
   g_autoptr(GSocketAddress) address =
       self->server_address
@@ -238,6 +239,9 @@ static void vek_metric_carbon_reporter_constructed(GObject *object) {
                 self->server_address, self->server_port);
     self->disabled = TRUE;
   }
+  // A connection under way holds what it needs of them.
+  g_clear_object(&address);
+  g_clear_object(&client);
 
   G_OBJECT_CLASS(vek_metric_carbon_reporter_parent_class)->constructed(object);
 }
@@ -249,12 +253,9 @@ static void vek_metric_carbon_reporter_class_init(VekMetricCarbonReporterClass *
   object_class->dispose = vek_metric_carbon_reporter_dispose;
   object_class->constructed = vek_metric_carbon_reporter_constructed;
 
-  properties[PROP_PREFIX] =
-      g_param_spec_string("prefix", "prefix", "prefix", nullptr, vek::kConstructOnly);
-  properties[PROP_SERVER_ADDRESS] = g_param_spec_string(
-      "server-address", "server-address", "server-address", nullptr, vek::kConstructOnly);
-  properties[PROP_SERVER_PORT] = g_param_spec_uint("server-port", "server-port", "server-port", 0,
-                                                   65535, 2003, vek::kConstructOnly);
+  properties[PROP_PREFIX] = vekin::property<g_param_spec_string>("prefix", nullptr);
+  properties[PROP_SERVER_ADDRESS] = vekin::property<g_param_spec_string>("server-address", nullptr);
+  properties[PROP_SERVER_PORT] = vekin::property<g_param_spec_uint>("server-port", 0, 65535, 2003);
   g_object_class_install_properties(object_class, N_PROPERTIES, properties);
 }
 

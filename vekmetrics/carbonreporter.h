@@ -11,19 +11,21 @@ G_BEGIN_DECLS
 /**
  * VekMetricCarbonReporter:
  *
- * Sends a report pass to a carbon server: lines of the plaintext protocol over one TCP connection.
+ * Sends each pass to a carbon server, as lines of the plaintext protocol over one TCP connection.
  *
- * The connection is begun at construction. Lines wait in a queue without bound until a flush finds
- * the connection there; then they go out one write at a time, in order, and nothing here ever
- * blocks. Whatever fails (the address, the connection, a write) is logged and disables the
- * reporter for good; lines that are already in the queue when a write fails are still tried.
+ * Construction starts to connect. Lines wait in an unlimited queue until a flush finds the
+ * connection established. They are then sent in order, one asynchronous write at a time. A failure
+ * of the address, the connection or a write is logged and disables the reporter permanently; lines
+ * that are in the queue when a write fails are still tried.
  *
- * A line is a key, a value and whole seconds. The key is the prefix, the strings of the
- * dimensions, the unit and the name, joined by ".", with nothing escaped. A histogram or a timer
- * gives four lines: `.average`, `.n_samples`, `.min` and `.max`.
+ * A line is a key, a value and a time in whole seconds. The key is the prefix, the dimension
+ * strings, the unit and the name, joined by ".". Nothing is escaped. A histogram or a timer gives
+ * four lines: `.average`, `.n_samples`, `.min` and `.max`. `.n_samples` is what the store held, not
+ * a number of events.
  *
- * All calls and the completions belong on one thread: that of the main context that is
- * thread-default when the reporter is made and flushed.
+ * A counter is sent with the time of its last change, so the series of a counter at rest has gaps.
+ *
+ * All calls must be made on one thread, whose thread-default main context runs the completions.
  */
 VEK_EXPORT
 G_DECLARE_FINAL_TYPE(VekMetricCarbonReporter, vek_metric_carbon_reporter, VEK,
@@ -51,11 +53,11 @@ G_DECLARE_FINAL_TYPE(VekMetricCarbonReporter, vek_metric_carbon_reporter, VEK,
  * vek_metric_carbon_reporter_new:
  * @prefix: (nullable): the first component of every key; %NULL or empty for none
  * @server_address: (nullable): the server's IPv4 or IPv6 address as text; host names are not
- *   looked up, and what is not an address is logged and leaves the reporter disabled
- * @server_port: the server's TCP port, up to 65,535; carbon's own is 2003. GObject refuses a
+ *   resolved. Anything else is logged, and the reporter is disabled
+ * @server_port: the server's TCP port, up to 65,535; carbon's own is 2003. GObject rejects a
  *   larger one with a warning, and the port is then 0, where no server is
  *
- * Makes a carbon reporter and begins to connect it.
+ * Creates a carbon reporter, which starts to connect.
  *
  * Returns: (transfer full) (type VekMetricCarbonReporter): a new reporter
  */

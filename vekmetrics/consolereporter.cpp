@@ -11,7 +11,7 @@ struct _VekMetricConsoleReporter {
   GHashTable *sections;  // from section key to Section
   GString *key;          // where the key of a line's section is put together
 };
-static_assert(vek::ZeroFillable<VekMetricConsoleReporter>);
+static_assert(vekin::ZeroFillable<VekMetricConsoleReporter>);
 
 namespace {
 
@@ -37,7 +37,7 @@ G_DEFINE_TYPE_WITH_CODE(VekMetricConsoleReporter, vek_metric_console_reporter, G
                                               vek_metric_console_reporter_reporter_init))
 
 static void free_section(gpointer data) {
-  auto *section = vek::as<Section>(data);
+  auto *section = vekin::as<Section>(data);
   g_strfreev(section->dimensions);
   g_ptr_array_unref(section->lines);
   g_slice_free(Section, section);
@@ -46,14 +46,14 @@ static void free_section(gpointer data) {
 static void put_section_key(GString *key, char **dimensions) {
   g_string_truncate(key, 0);
   if (dimensions)
-    vek::append_joined(key, dimensions);
+    vekin::append_joined(key, dimensions);
   else
     g_string_append(key, "general");
 }
 
 static Section *get_section(VekMetricConsoleReporter *self, char **dimensions) {
   put_section_key(self->key, dimensions);
-  auto *section = vek::as<Section>(g_hash_table_lookup(self->sections, self->key->str));
+  auto *section = vekin::as<Section>(g_hash_table_lookup(self->sections, self->key->str));
   if (!section) {
     char *key = g_strdup(self->key->str);
     section = g_slice_new(Section);
@@ -76,7 +76,7 @@ static void add_line(VekMetricReporter *reporter, const char *name, char **dimen
   memcpy(line, name, name_size);
   memcpy(line + name_size, text, text_size);
 
-  auto *section = get_section(vek::as<VekMetricConsoleReporter>(reporter), dimensions);
+  auto *section = get_section(vekin::as<VekMetricConsoleReporter>(reporter), dimensions);
   g_ptr_array_add(section->lines, line);
 }
 
@@ -122,7 +122,7 @@ static void print_section(gpointer data, gpointer) {
 static void vek_metric_console_reporter_process_count(VekMetricReporter *reporter,
                                                       const gchar *name, gchar **dimensions,
                                                       const gchar *, gint64, gint64 count) {
-  add_line(reporter, name, dimensions, vek::Decimal(count).text);
+  add_line(reporter, name, dimensions, vekin::Decimal(count).text);
 }
 
 static void vek_metric_console_reporter_process_value(VekMetricReporter *reporter,
@@ -143,14 +143,14 @@ static void vek_metric_console_reporter_process_aggregated(VekMetricReporter *re
   gdouble p10 = vek_metric_snapshot_get_quantile(snapshot, 0.1);
   gdouble p50 = vek_metric_snapshot_get_quantile(snapshot, 0.5);
   gdouble p90 = vek_metric_snapshot_get_quantile(snapshot, 0.9);
-  g_autofree char *text =
-      g_strdup_printf("avg: %f, n samples: %lu, max: %f, min: %f, p10: %f, p50: %f, p90: %f",
-                      average, n_samples, max, min, p10, p50, p90);
+  g_autofree char *text = g_strdup_printf("avg: %f, n samples: %" G_GSIZE_FORMAT
+                                          ", max: %f, min: %f, p10: %f, p50: %f, p90: %f",
+                                          average, n_samples, max, min, p10, p50, p90);
   add_line(reporter, name, dimensions, text);
 }
 
 static void vek_metric_console_reporter_flush(VekMetricReporter *reporter) {
-  auto *self = vek::as<VekMetricConsoleReporter>(reporter);
+  auto *self = vekin::as<VekMetricConsoleReporter>(reporter);
   g_autoptr(GList) sections = g_hash_table_get_values(self->sections);
   sections = g_list_sort(sections, compare_sections);
   g_list_foreach(sections, print_section, nullptr);
@@ -165,7 +165,7 @@ static void vek_metric_console_reporter_reporter_init(VekMetricReporterInterface
 }
 
 static void vek_metric_console_reporter_finalize(GObject *object) {
-  auto *self = vek::as<VekMetricConsoleReporter>(object);
+  auto *self = vekin::as<VekMetricConsoleReporter>(object);
   g_hash_table_unref(self->sections);
   g_string_free(self->key, TRUE);
 

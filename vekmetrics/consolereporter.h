@@ -11,12 +11,12 @@ G_BEGIN_DECLS
 /**
  * VekMetricConsoleReporter:
  *
- * Prints a report pass as text: a section for each set of dimensions, a line for each metric.
+ * Prints each pass as text: a section for each set of dimensions, a line for each metric.
  *
- * Sections are sorted by the number of their dimensions, then by their key; lines by name. All of
- * it goes through `g_print()`, at the flush. Timelines, units and times are not printed.
+ * Sections are sorted by the number of their dimensions, then by their key; lines are sorted by
+ * name. The flush prints all of it with `g_print()`. Timelines, units and times are not printed.
  *
- * Takes no lock: one console reporter must not serve two passes at the same time.
+ * A console reporter takes no lock and must not serve two passes at the same time.
  */
 VEK_EXPORT
 G_DECLARE_FINAL_TYPE(VekMetricConsoleReporter, vek_metric_console_reporter, VEK,
@@ -25,7 +25,7 @@ G_DECLARE_FINAL_TYPE(VekMetricConsoleReporter, vek_metric_console_reporter, VEK,
 /**
  * vek_metric_console_reporter_new:
  *
- * Makes a console reporter.
+ * Creates a console reporter.
  *
  * Returns: (transfer full) (type VekMetricConsoleReporter): a new reporter
  */

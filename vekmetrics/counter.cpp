@@ -12,42 +12,44 @@ struct _VekMetricCounter {
   gint64 time;   // of the last change, wall clock in µs
   gint64 count;
 };
-static_assert(vek::ZeroFillable<VekMetricCounter>);
+static_assert(vekin::ZeroFillable<VekMetricCounter>);
 
 G_DEFINE_TYPE(VekMetricCounter, vek_metric_counter, VEK_TYPE_METRIC)
+VEK_QUICK_TYPE_TEST(METRIC_COUNTER, VekMetricCounter, vek_metric_counter)
 
 static void add_value(VekMetricCounter *self, gint64 value) {
-  vek::WriterLock held(self->lock);
+  vekin::WriterLock held(self->lock);
   self->time = g_get_real_time();
-  self->count = vek::wrapping_add(self->count, value);
+  self->count = vekin::wrapping_add(self->count, value);
 }
 
 static gint64 read_count(VekMetricCounter *self) {
-  vek::ReaderLock held(self->lock);
+  vekin::ReaderLock held(self->lock);
   return self->count;
 }
 
 static gint64 read_time(VekMetricCounter *self) {
-  vek::ReaderLock held(self->lock);
+  vekin::ReaderLock held(self->lock);
   return self->time;
 }
 
 static void vek_metric_counter_finalize(GObject *object) {
-  g_rw_lock_clear(&vek::as<VekMetricCounter>(object)->lock);
+  g_rw_lock_clear(&vekin::as<VekMetricCounter>(object)->lock);
 
   G_OBJECT_CLASS(vek_metric_counter_parent_class)->finalize(object);
 }
 
 static void vek_metric_counter_report(VekMetric *metric, GSList *reporters) {
-  auto *self = vek::as<VekMetricCounter>(metric);
-  auto [name, unit, dimensions, ahead, active] = *vek_metric_get_private(metric);
+  auto *self = vekin::as<VekMetricCounter>(metric);
+  auto *priv = vek_metric_get_private(metric);
 
   // The time first, and the lock let go between: an add that comes between shows a newer count
   // with an older time, and never a change with a time after it.
   gint64 time = read_time(self);
   gint64 count = read_count(self);
-  for (auto *reporter : vek::Each<VekMetricReporter>(reporters))
-    vek_metric_reporter_process_count(reporter, name, dimensions, unit, time, count);
+  for (auto *reporter : vekin::Each<VekMetricReporter>(reporters))
+    vek_metric_reporter_process_count(reporter, priv->name, priv->dimensions, priv->unit, time,
+                                      count);
 }
 
 static void vek_metric_counter_class_init(VekMetricCounterClass *klass) {
@@ -56,9 +58,8 @@ static void vek_metric_counter_class_init(VekMetricCounterClass *klass) {
 }
 
 static void vek_metric_counter_init(VekMetricCounter *self) {
-  g_rw_lock_init(&self->lock);
-  vek_metric_get_private(vek::as<VekMetric>(self))->ahead = self->lock.p;
-  vek::WriterLock held(self->lock);
+  vek_metric_init_lock(vekin::as<VekMetric>(self), &self->lock);
+  vekin::WriterLock held(self->lock);
   self->time = g_get_real_time();
 }
 
@@ -97,7 +98,6 @@ VekMetricCounter *vek_metric_registry_counter_new(VekMetricRegistry *registry, c
   vek_return_val_if_fail(VEK_IS_METRIC_REGISTRY(registry), nullptr);
   vek_return_val_if_fail(name != NULL, nullptr);
 
-  auto *metric = vek::create_metric(registry, VEK_TYPE_METRIC_COUNTER, name, "unit", unit,
-                                    dimensions ? "dimensions" : nullptr, dimensions, nullptr);
-  return vek::warned_cast<VekMetricCounter>(metric, VEK_TYPE_METRIC_COUNTER);
+  return vekin::create_kind<VekMetricCounter>(registry, VEK_TYPE_METRIC_COUNTER, name, unit,
+                                              dimensions);
 }

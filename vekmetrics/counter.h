@@ -11,10 +11,11 @@ G_BEGIN_DECLS
 /**
  * VekMetricCounter:
  *
- * A running total that goes up and down, stamped with the time of its last change.
+ * A running total that goes up and down, with the time of its last change.
  *
- * Reports pass on the total and never reset it. Not for figures that are read rather than
- * counted: that is a gauge. Any thread may call any operation.
+ * A report passes on the total and never resets it, so a reader that misses a report loses nothing:
+ * what came in a minute is the difference of two totals. A figure that is read rather than counted
+ * belongs in a [class@MetricGauge]. Any thread may call any operation.
  */
 VEK_EXPORT
 G_DECLARE_FINAL_TYPE(VekMetricCounter, vek_metric_counter, VEK, METRIC_COUNTER, VekMetric)
@@ -22,7 +23,7 @@ G_DECLARE_FINAL_TYPE(VekMetricCounter, vek_metric_counter, VEK, METRIC_COUNTER, 
 /**
  * vek_metric_counter_add:
  * @counter: a counter
- * @value: what to add; may be negative, and 0 moves only the time
+ * @value: the number to add; may be negative, and 0 changes only the time
  *
  * Adds to the count, which wraps at 64 bits, and sets the counter's time to now.
  *
@@ -44,7 +45,7 @@ void vek_metric_counter_inc(VekMetricCounter *counter);
  * vek_metric_counter_dec:
  * @counter: a counter
  *
- * Takes 1 from the count, as [method@MetricCounter.add] does.
+ * Subtracts 1 from the count, as [method@MetricCounter.add] does.
  */
 VEK_EXPORT
 void vek_metric_counter_dec(VekMetricCounter *counter);
@@ -64,7 +65,7 @@ gint64 vek_metric_counter_get_count(VekMetricCounter *counter);
  * vek_metric_counter_get_time:
  * @counter: a counter
  *
- * Gets when the counter last changed; at first, when it was made.
+ * Gets the time of the last change, or of creation if there was none.
  *
  * Returns: wall-clock microseconds since the Unix epoch; 0 after a failed check
  */
@@ -78,8 +79,8 @@ gint64 vek_metric_counter_get_time(VekMetricCounter *counter);
  * @unit: (nullable): free text; it is not part of the key
  * @dimensions: (nullable) (array zero-terminated=1): alternating names and values; copied
  *
- * Makes a counter, or gets the metric that the registry already has under the key. One of another
- * kind is returned as it is, after GObject's warning of an invalid cast.
+ * Creates a counter, or returns the metric that already has its key, which may be inactive or of
+ * another kind: see [class@MetricRegistry].
  *
  * Returns: (transfer full) (nullable): the counter; %NULL after a failed check
  */

@@ -4,18 +4,17 @@
 
 enum : guint { PROP_DIRNAME = 1, PROP_BASENAME };
 
-static_assert(vek::ZeroFillable<vek::CsvFile>);
+static_assert(vekin::ZeroFillable<vekin::CsvFile>);
 
-void vek::CsvFile::install_properties(GObjectClass *object_class) {
-  g_object_class_install_property(
-      object_class, PROP_DIRNAME,
-      g_param_spec_string("dirname", "dirname", "dirname", nullptr, vek::kConstructOnly));
-  g_object_class_install_property(
-      object_class, PROP_BASENAME,
-      g_param_spec_string("basename", "basename", "basename", nullptr, vek::kConstructOnly));
+void vekin::CsvFile::install_properties(GObjectClass *object_class) {
+  g_object_class_install_property(object_class, PROP_DIRNAME,
+                                  vekin::property<g_param_spec_string>("dirname", nullptr));
+  g_object_class_install_property(object_class, PROP_BASENAME,
+                                  vekin::property<g_param_spec_string>("basename", nullptr));
 }
 
-void vek::CsvFile::set_property(GObject *object, guint id, const GValue *value, GParamSpec *pspec) {
+void vekin::CsvFile::set_property(GObject *object, guint id, const GValue *value,
+                                  GParamSpec *pspec) {
   switch (id) {
   case PROP_DIRNAME: dirname = g_value_dup_string(value); break;
   case PROP_BASENAME: basename = g_value_dup_string(value); break;
@@ -23,7 +22,8 @@ void vek::CsvFile::set_property(GObject *object, guint id, const GValue *value, 
   }
 }
 
-void vek::CsvFile::get_property(GObject *object, guint id, GValue *value, GParamSpec *pspec) const {
+void vekin::CsvFile::get_property(GObject *object, guint id, GValue *value,
+                                  GParamSpec *pspec) const {
   switch (id) {
   case PROP_DIRNAME: g_value_set_string(value, dirname); break;
   case PROP_BASENAME: g_value_set_string(value, basename); break;
@@ -31,7 +31,7 @@ void vek::CsvFile::get_property(GObject *object, guint id, GValue *value, GParam
   }
 }
 
-bool vek::CsvFile::open() {
+bool vekin::CsvFile::open() {
   if (!basename || !dirname)
     return true;
   if (g_mkdir_with_parents(dirname, 0755) != 0)
@@ -45,12 +45,12 @@ bool vek::CsvFile::open() {
   return true;
 }
 
-void vek::CsvFile::flush() {
+void vekin::CsvFile::flush() {
   if (file)
     fflush(file);
 }
 
-void vek::CsvFile::close() {
+void vekin::CsvFile::close() {
   g_free(basename);
   g_free(dirname);
   g_clear_pointer(&file, fclose);

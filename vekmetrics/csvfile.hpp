@@ -4,7 +4,7 @@
 
 #include <stdio.h>
 
-namespace vek {
+namespace vekin {
 
 // The file of the CSV log and the timeline reporter: "<basename>.csv" in a directory, opened once,
 // at construction, and only appended to. Both reporters keep one behind their GObject instance and
@@ -26,4 +26,4 @@ struct CsvFile {
   void close();
 };
 
-}  // namespace vek
+}  // namespace vekin

@@ -10,10 +10,10 @@ G_BEGIN_DECLS
 /**
  * VekMetricDimension:
  *
- * One name and its value, reference-counted and never changed.
+ * An immutable, reference-counted pair of a name and a value.
  *
- * Metrics keep their dimensions as one flat vector of strings; these records are for code that
- * needs each pair by itself. The count is changed atomically: threads may share a record.
+ * Metrics keep their dimensions as one flat vector of strings. These records are for code that
+ * needs each pair as an object. Threads may share a record: its count is atomic.
  */
 typedef struct _VekMetricDimension VekMetricDimension;
 
@@ -25,7 +25,7 @@ GType vek_metric_dimension_get_type(void) G_GNUC_CONST;
  * @name: (nullable): the dimension's name
  * @value: (nullable): the dimension's value
  *
- * Makes a record with copies of both strings; %NULL is stored as %NULL.
+ * Creates a record with copies of both strings; %NULL is stored as %NULL.
  *
  * Returns: (transfer full): a new record with one reference
  */

@@ -11,7 +11,7 @@ struct _VekMetricFixedSizeStore {
   gdouble *samples;
   gsize next;  // where the next sample goes; once the ring is full, the oldest is there
 };
-static_assert(vek::ZeroFillable<VekMetricFixedSizeStore>);
+static_assert(vekin::ZeroFillable<VekMetricFixedSizeStore>);
 
 enum : guint { PROP_WINDOW_SIZE = 1, N_PROPERTIES };
 static GParamSpec *properties[N_PROPERTIES];
@@ -19,7 +19,7 @@ static GParamSpec *properties[N_PROPERTIES];
 G_DEFINE_TYPE(VekMetricFixedSizeStore, vek_metric_fixed_size_store, VEK_TYPE_METRIC_STORE)
 
 static void vek_metric_fixed_size_store_finalize(GObject *object) {
-  auto *self = vek::as<VekMetricFixedSizeStore>(object);
+  auto *self = vekin::as<VekMetricFixedSizeStore>(object);
   g_mutex_clear(&self->lock);
   g_free(self->samples);
 
@@ -28,7 +28,7 @@ static void vek_metric_fixed_size_store_finalize(GObject *object) {
 
 static void vek_metric_fixed_size_store_set_property(GObject *object, guint id, const GValue *value,
                                                      GParamSpec *pspec) {
-  auto *self = vek::as<VekMetricFixedSizeStore>(object);
+  auto *self = vekin::as<VekMetricFixedSizeStore>(object);
 
   switch (id) {
   case PROP_WINDOW_SIZE: self->window_size = g_value_get_uint(value); break;
@@ -38,7 +38,7 @@ static void vek_metric_fixed_size_store_set_property(GObject *object, guint id, 
 
 static void vek_metric_fixed_size_store_get_property(GObject *object, guint id, GValue *value,
                                                      GParamSpec *pspec) {
-  auto *self = vek::as<VekMetricFixedSizeStore>(object);
+  auto *self = vekin::as<VekMetricFixedSizeStore>(object);
 
   switch (id) {
   case PROP_WINDOW_SIZE: g_value_set_uint(value, static_cast<guint>(self->window_size)); break;
@@ -49,13 +49,13 @@ static void vek_metric_fixed_size_store_get_property(GObject *object, guint id, 
 static void vek_metric_fixed_size_store_constructed(GObject *object) {
   G_OBJECT_CLASS(vek_metric_fixed_size_store_parent_class)->constructed(object);
 
-  auto *self = vek::as<VekMetricFixedSizeStore>(object);
+  auto *self = vekin::as<VekMetricFixedSizeStore>(object);
   self->samples = g_new0(gdouble, self->window_size);
 }
 
 static void vek_metric_fixed_size_store_add(VekMetricStore *store, gdouble value) {
-  auto *self = vek::as<VekMetricFixedSizeStore>(store);
-  vek::MutexLock held(self->lock);
+  auto *self = vekin::as<VekMetricFixedSizeStore>(store);
+  vekin::MutexLock held(self->lock);
   self->samples[self->next] = value;
   self->n_samples = MIN(self->n_samples + 1, self->window_size);
   if (++self->next == self->window_size)
@@ -63,8 +63,8 @@ static void vek_metric_fixed_size_store_add(VekMetricStore *store, gdouble value
 }
 
 static VekMetricSnapshot *vek_metric_fixed_size_store_get_snapshot(VekMetricStore *store) {
-  auto *self = vek::as<VekMetricFixedSizeStore>(store);
-  vek::MutexLock held(self->lock);
+  auto *self = vekin::as<VekMetricFixedSizeStore>(store);
+  vekin::MutexLock held(self->lock);
   return vek_metric_snapshot_new(self->samples, self->n_samples);
 }
 
@@ -79,8 +79,8 @@ static void vek_metric_fixed_size_store_class_init(VekMetricFixedSizeStoreClass 
   store_class->add = vek_metric_fixed_size_store_add;
   store_class->get_snapshot = vek_metric_fixed_size_store_get_snapshot;
 
-  properties[PROP_WINDOW_SIZE] = g_param_spec_uint("window-size", "window-size", "window-size", 1,
-                                                   G_MAXUINT, 60, vek::kConstructOnly);
+  properties[PROP_WINDOW_SIZE] =
+      vekin::property<g_param_spec_uint>("window-size", 1, G_MAXUINT, 60);
   g_object_class_install_properties(object_class, N_PROPERTIES, properties);
 }
 

@@ -12,8 +12,10 @@ G_BEGIN_DECLS
  *
  * Keeps the newest samples, up to a fixed number.
  *
- * A snapshot shows them all and removes none. Memory is taken once, 8 bytes a sample. Ranges are
- * not supported.
+ * A snapshot shows all of them and removes none, so a sample stays until enough newer ones have
+ * come, which may take days. For latencies, use a [class@MetricFixedTimeStore].
+ *
+ * Memory is allocated once, 8 bytes a sample. Ranges are not supported.
  */
 VEK_EXPORT
 G_DECLARE_FINAL_TYPE(VekMetricFixedSizeStore, vek_metric_fixed_size_store, VEK,
@@ -22,15 +24,15 @@ G_DECLARE_FINAL_TYPE(VekMetricFixedSizeStore, vek_metric_fixed_size_store, VEK,
 /**
  * VekMetricFixedSizeStore:window-size:
  *
- * How many samples are kept at the most.
+ * The largest number of samples that are kept.
  */
 
 /**
  * vek_metric_fixed_size_store_new:
- * @window_size: how many samples to keep, at least 1
+ * @window_size: the number of samples to keep, from 1 to 2^29 - 1, as a snapshot takes no more
  *
- * Makes a store of the newest @window_size samples. GObject refuses 0 with a warning; the store
- * then has room for none, and adding a sample ends the process.
+ * Creates a store of the newest @window_size samples. GObject rejects 0 with a warning; the store
+ * then has no room, and adding a sample ends the process.
  *
  * Returns: (transfer full) (type VekMetricFixedSizeStore): a new store
  */

@@ -15,7 +15,7 @@ struct _VekMetricFixedTimeStore {
   gint64 *timestamps;  // when the sample was added, monotonic clock in µs
   gsize next;
 };
-static_assert(vek::ZeroFillable<VekMetricFixedTimeStore>);
+static_assert(vekin::ZeroFillable<VekMetricFixedTimeStore>);
 
 enum : guint { PROP_TIME_WINDOW = 1, PROP_MAX_SIZE, N_PROPERTIES };
 static GParamSpec *properties[N_PROPERTIES];
@@ -80,7 +80,7 @@ static void drop_expired(VekMetricFixedTimeStore *self, gint64 cutoff) {
 }
 
 static void vek_metric_fixed_time_store_finalize(GObject *object) {
-  auto *self = vek::as<VekMetricFixedTimeStore>(object);
+  auto *self = vekin::as<VekMetricFixedTimeStore>(object);
   g_mutex_clear(&self->lock);
   g_free(self->samples);
   g_free(self->timestamps);
@@ -90,7 +90,7 @@ static void vek_metric_fixed_time_store_finalize(GObject *object) {
 
 static void vek_metric_fixed_time_store_set_property(GObject *object, guint id, const GValue *value,
                                                      GParamSpec *pspec) {
-  auto *self = vek::as<VekMetricFixedTimeStore>(object);
+  auto *self = vekin::as<VekMetricFixedTimeStore>(object);
 
   switch (id) {
   case PROP_TIME_WINDOW: self->time_window = g_value_get_int64(value); break;
@@ -101,7 +101,7 @@ static void vek_metric_fixed_time_store_set_property(GObject *object, guint id, 
 
 static void vek_metric_fixed_time_store_get_property(GObject *object, guint id, GValue *value,
                                                      GParamSpec *pspec) {
-  auto *self = vek::as<VekMetricFixedTimeStore>(object);
+  auto *self = vekin::as<VekMetricFixedTimeStore>(object);
 
   switch (id) {
   case PROP_TIME_WINDOW: g_value_set_int64(value, self->time_window); break;
@@ -113,15 +113,15 @@ static void vek_metric_fixed_time_store_get_property(GObject *object, guint id, 
 static void vek_metric_fixed_time_store_constructed(GObject *object) {
   G_OBJECT_CLASS(vek_metric_fixed_time_store_parent_class)->constructed(object);
 
-  auto *self = vek::as<VekMetricFixedTimeStore>(object);
+  auto *self = vekin::as<VekMetricFixedTimeStore>(object);
   self->samples = g_new0(gdouble, self->max_size);
   self->timestamps = g_new0(gint64, self->max_size);
 }
 
 static void vek_metric_fixed_time_store_add(VekMetricStore *store, gdouble value) {
-  auto *self = vek::as<VekMetricFixedTimeStore>(store);
+  auto *self = vekin::as<VekMetricFixedTimeStore>(store);
   gint64 now = g_get_monotonic_time();  // before the lock: waiting for it is no part of the age
-  vek::MutexLock held(self->lock);
+  vekin::MutexLock held(self->lock);
   self->samples[self->next] = value;
   self->timestamps[self->next] = now;
   self->n_samples = MIN(self->n_samples + 1, self->max_size);
@@ -130,9 +130,9 @@ static void vek_metric_fixed_time_store_add(VekMetricStore *store, gdouble value
 }
 
 static VekMetricSnapshot *vek_metric_fixed_time_store_get_snapshot(VekMetricStore *store) {
-  auto *self = vek::as<VekMetricFixedTimeStore>(store);
+  auto *self = vekin::as<VekMetricFixedTimeStore>(store);
   gint64 now = g_get_monotonic_time();
-  vek::MutexLock held(self->lock);
+  vekin::MutexLock held(self->lock);
   drop_expired(self, now - self->time_window);
   return vek_metric_snapshot_new(self->samples, self->n_samples);
 }
@@ -148,11 +148,9 @@ static void vek_metric_fixed_time_store_class_init(VekMetricFixedTimeStoreClass 
   store_class->add = vek_metric_fixed_time_store_add;
   store_class->get_snapshot = vek_metric_fixed_time_store_get_snapshot;
 
-  properties[PROP_TIME_WINDOW] =
-      g_param_spec_int64("time-window", "time-window", "time-window", G_USEC_PER_SEC, G_MAXINT64,
-                         60 * G_USEC_PER_SEC, vek::kConstructOnly);
-  properties[PROP_MAX_SIZE] = g_param_spec_uint("max-size", "max-size", "max-size", 1, G_MAXUINT,
-                                                2048, vek::kConstructOnly);
+  properties[PROP_TIME_WINDOW] = vekin::property<g_param_spec_int64>(
+      "time-window", G_USEC_PER_SEC, G_MAXINT64, 60 * G_USEC_PER_SEC);
+  properties[PROP_MAX_SIZE] = vekin::property<g_param_spec_uint>("max-size", 1, G_MAXUINT, 2048);
   g_object_class_install_properties(object_class, N_PROPERTIES, properties);
 }
 

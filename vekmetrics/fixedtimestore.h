@@ -10,15 +10,15 @@ G_BEGIN_DECLS
 /**
  * VekMetricFixedTimeStore:
  *
- * Keeps the samples of a recent span of time, up to a fixed number.
+ * Keeps the samples of a recent span of time, up to a fixed number. This is the store for
+ * latencies: a report shows how things were lately, whether much happened or little.
  *
- * Ages are measured on the monotonic clock, and samples that have become too old are discarded
- * only when a snapshot is taken. One whose age is exactly the window stays only if it is the
- * newest. After a snapshot that discarded some, the next sample goes one slot past those that were
- * kept. The slot between still holds an old sample, and that counts again: the newest sample shows
- * only once another is added.
+ * Ages are measured on the monotonic clock. A snapshot discards the samples that are too old; a
+ * sample whose age is exactly the window stays only if it is the newest. The first sample after
+ * such a snapshot is stored one slot further: the slot before it counts an old sample again, and
+ * the newest sample shows only once another is added.
  *
- * Memory is taken once, 16 bytes a sample. Ranges are not supported.
+ * Memory is allocated once, 16 bytes a sample. Ranges are not supported.
  */
 VEK_EXPORT
 G_DECLARE_FINAL_TYPE(VekMetricFixedTimeStore, vek_metric_fixed_time_store, VEK,
@@ -27,24 +27,24 @@ G_DECLARE_FINAL_TYPE(VekMetricFixedTimeStore, vek_metric_fixed_time_store, VEK,
 /**
  * VekMetricFixedTimeStore:time-window:
  *
- * How old a sample may become, in microseconds.
+ * The greatest age of a sample in microseconds.
  */
 
 /**
  * VekMetricFixedTimeStore:max-size:
  *
- * How many samples are kept at the most.
+ * The largest number of samples that are kept.
  */
 
 /**
  * vek_metric_fixed_time_store_new:
- * @time_window: how old a sample may become, in microseconds, at least 1,000,000
- * @max_size: how many samples to keep at the most, from 1 to 2^29 - 1
+ * @time_window: the greatest age of a sample in microseconds, at least 1,000,000
+ * @max_size: the largest number of samples to keep, from 1 to 2^29 - 1: their size in bytes must
+ *   fit into 32 bits
  *
- * Makes a store of the samples of the last @time_window. GObject refuses numbers below the limits
- * with a warning. A store whose @time_window was refused shows only samples of the moment in which
- * the snapshot is taken. One whose @max_size was refused has room for none, and adding a sample
- * ends the process.
+ * Creates a store of the samples of the last @time_window. GObject rejects numbers below the limits
+ * with a warning. If @time_window was rejected, a snapshot shows only samples of that moment. If
+ * @max_size was rejected, the store has no room, and adding a sample ends the process.
  *
  * Returns: (transfer full) (type VekMetricFixedTimeStore): a new store
  */

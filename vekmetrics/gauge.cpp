@@ -18,12 +18,13 @@ struct _VekMetricGauge {
   gdouble previous_value;      // as it stood when that interval began
   gint64 last_reported_start;  // of the interval whose boundary was last reported
 };
-static_assert(vek::ZeroFillable<VekMetricGauge>);
+static_assert(vekin::ZeroFillable<VekMetricGauge>);
 
 enum : guint { PROP_INTERVAL = 1, N_PROPERTIES };
 static GParamSpec *properties[N_PROPERTIES];
 
 G_DEFINE_TYPE(VekMetricGauge, vek_metric_gauge, VEK_TYPE_METRIC)
+VEK_QUICK_TYPE_TEST(METRIC_GAUGE, VekMetricGauge, vek_metric_gauge)
 
 static bool has_interval(const VekMetricGauge *self) {
   return self->interval >= 1;
@@ -71,7 +72,7 @@ static bool read(VekMetricGauge *self, gdouble *value, gint64 *stamp) {
 
 // The same for a report, which tells of each boundary once.
 static bool take_report(VekMetricGauge *self, gdouble *value, gint64 *stamp) {
-  vek::WriterLock held(self->lock);
+  vekin::WriterLock held(self->lock);
   if (!read(self, value, stamp))
     return false;
   return !has_interval(self) || std::exchange(self->last_reported_start, *stamp) != *stamp;
@@ -79,7 +80,7 @@ static bool take_report(VekMetricGauge *self, gdouble *value, gint64 *stamp) {
 
 static void vek_metric_gauge_set_property(GObject *object, guint id, const GValue *value,
                                           GParamSpec *pspec) {
-  auto *self = vek::as<VekMetricGauge>(object);
+  auto *self = vekin::as<VekMetricGauge>(object);
 
   switch (id) {
   case PROP_INTERVAL: self->interval = g_value_get_int64(value); break;
@@ -89,7 +90,7 @@ static void vek_metric_gauge_set_property(GObject *object, guint id, const GValu
 
 static void vek_metric_gauge_get_property(GObject *object, guint id, GValue *value,
                                           GParamSpec *pspec) {
-  auto *self = vek::as<VekMetricGauge>(object);
+  auto *self = vekin::as<VekMetricGauge>(object);
 
   switch (id) {
   case PROP_INTERVAL: g_value_set_int64(value, self->interval); break;
@@ -98,20 +99,21 @@ static void vek_metric_gauge_get_property(GObject *object, guint id, GValue *val
 }
 
 static void vek_metric_gauge_finalize(GObject *object) {
-  g_rw_lock_clear(&vek::as<VekMetricGauge>(object)->lock);
+  g_rw_lock_clear(&vekin::as<VekMetricGauge>(object)->lock);
 
   G_OBJECT_CLASS(vek_metric_gauge_parent_class)->finalize(object);
 }
 
 static void vek_metric_gauge_report(VekMetric *metric, GSList *reporters) {
-  auto [name, unit, dimensions, ahead, active] = *vek_metric_get_private(metric);
+  auto *priv = vek_metric_get_private(metric);
 
   gdouble value;
   gint64 stamp;
-  if (!take_report(vek::as<VekMetricGauge>(metric), &value, &stamp))
+  if (!take_report(vekin::as<VekMetricGauge>(metric), &value, &stamp))
     return;
-  for (auto *reporter : vek::Each<VekMetricReporter>(reporters))
-    vek_metric_reporter_process_value(reporter, name, dimensions, unit, stamp, value);
+  for (auto *reporter : vekin::Each<VekMetricReporter>(reporters))
+    vek_metric_reporter_process_value(reporter, priv->name, priv->dimensions, priv->unit, stamp,
+                                      value);
 }
 
 static void vek_metric_gauge_class_init(VekMetricGaugeClass *klass) {
@@ -121,20 +123,18 @@ static void vek_metric_gauge_class_init(VekMetricGaugeClass *klass) {
   object_class->finalize = vek_metric_gauge_finalize;
   VEK_METRIC_CLASS(klass)->report = vek_metric_gauge_report;
 
-  properties[PROP_INTERVAL] =
-      g_param_spec_int64("interval", "interval", "interval", 0, G_MAXINT64, 0, vek::kConstructOnly);
+  properties[PROP_INTERVAL] = vekin::property<g_param_spec_int64>("interval", 0, G_MAXINT64, 0);
   g_object_class_install_properties(object_class, N_PROPERTIES, properties);
 }
 
 static void vek_metric_gauge_init(VekMetricGauge *self) {
-  g_rw_lock_init(&self->lock);
-  vek_metric_get_private(vek::as<VekMetric>(self))->ahead = self->lock.p;
+  vek_metric_init_lock(vekin::as<VekMetric>(self), &self->lock);
 }
 
 void vek_metric_gauge_set_value(VekMetricGauge *gauge, gdouble value) {
   vek_return_if_fail(VEK_IS_METRIC_GAUGE(gauge));
 
-  vek::WriterLock held(gauge->lock);
+  vekin::WriterLock held(gauge->lock);
   gint64 now = g_get_real_time();
   if (has_interval(gauge))
     roll(gauge, now);
@@ -145,7 +145,7 @@ void vek_metric_gauge_set_value(VekMetricGauge *gauge, gdouble value) {
 void vek_metric_gauge_add_value(VekMetricGauge *gauge, gdouble value) {
   vek_return_if_fail(VEK_IS_METRIC_GAUGE(gauge));
 
-  vek::WriterLock held(gauge->lock);
+  vekin::WriterLock held(gauge->lock);
   gint64 now = g_get_real_time();
   // Only who finds the new interval here starts its sum from zero; if a report, a read or a set
   // found it first, the sum carries on.
@@ -161,7 +161,7 @@ gdouble vek_metric_gauge_get_value(VekMetricGauge *gauge, gint64 *time) {
   gdouble value = 0.0;
   gint64 stamp = 0;
   {
-    vek::WriterLock held(gauge->lock);
+    vekin::WriterLock held(gauge->lock);
     read(gauge, &value, &stamp);
   }
   if (time)
@@ -172,7 +172,7 @@ gdouble vek_metric_gauge_get_value(VekMetricGauge *gauge, gint64 *time) {
 gint64 vek_metric_gauge_get_last_change_time(VekMetricGauge *gauge) {
   vek_return_val_if_fail(VEK_IS_METRIC_GAUGE(gauge), 0);
 
-  vek::ReaderLock held(gauge->lock);
+  vekin::ReaderLock held(gauge->lock);
   return gauge->time;
 }
 
@@ -182,8 +182,6 @@ VekMetricGauge *vek_metric_registry_gauge_new(VekMetricRegistry *registry, const
   vek_return_val_if_fail(VEK_IS_METRIC_REGISTRY(registry), nullptr);
   vek_return_val_if_fail(name != NULL, nullptr);
 
-  auto *metric =
-      vek::create_metric(registry, VEK_TYPE_METRIC_GAUGE, name, "unit", unit, "interval", interval,
-                         dimensions ? "dimensions" : nullptr, dimensions, nullptr);
-  return vek::warned_cast<VekMetricGauge>(metric, VEK_TYPE_METRIC_GAUGE);
+  return vekin::create_kind<VekMetricGauge>(registry, VEK_TYPE_METRIC_GAUGE, name, unit, dimensions,
+                                            "interval", interval);
 }

@@ -11,13 +11,16 @@ G_BEGIN_DECLS
 /**
  * VekMetricGauge:
  *
- * One value that is set outright or added to.
+ * A value that is set or added to.
  *
- * Without an interval a gauge reports its value at every pass. With one, time is divided into
- * intervals that are aligned to the Unix epoch, and each boundary is reported once, with the value
- * that stood when the interval began. Values added within an interval then give the sum of the
- * interval: the first addition that finds a new interval begun starts again from 0. If a report, a
- * read or a set has found it first, the sum carries on.
+ * Without an interval, a gauge reports its value in every pass. With an interval, wall-clock time
+ * is divided into intervals aligned to the Unix epoch, and each boundary is reported once, with the
+ * value that the gauge had when the new interval began.
+ *
+ * Values that are only added then give the sum of each interval, but not reliably: the sum starts
+ * again from 0 only if an addition is the first operation of the new interval. After a report, a
+ * read or a set in the new interval, the old sum carries on. To know how much came in each minute,
+ * use a [class@MetricCounter] and subtract.
  *
  * A gauge that was never changed reports nothing. Any thread may call any operation.
  */
@@ -47,7 +50,7 @@ void vek_metric_gauge_set_value(VekMetricGauge *gauge, gdouble value);
  * @gauge: a gauge
  * @value: what to add; may be negative
  *
- * Adds to the value; with an interval, to the sum of the interval.
+ * Adds to the value. If this is the first operation of a new interval, the value starts from 0.
  *
  * Does nothing after a failed check.
  */
@@ -58,13 +61,14 @@ void vek_metric_gauge_add_value(VekMetricGauge *gauge, gdouble value);
  * vek_metric_gauge_get_value:
  * @gauge: a gauge
  * @time: (out) (optional): where to store the time of the value, in wall-clock microseconds since
- *   the Unix epoch: now, or with an interval its beginning; 0 if there is no value. Left alone
- *   after a failed check
+ *   the Unix epoch: now, or the beginning of the interval if there are intervals; 0 if
+ *   there is no value. Unchanged after a failed check
  *
- * Gets the value that a report would carry now.
+ * Gets the value that a report would pass on now. With an interval, this may begin the new
+ * interval, and sums then carry on.
  *
- * Returns: the value; 0.0 if the gauge was never changed, or with an interval not after the
- *   beginning of the one before; 0.0 after a failed check
+ * Returns: the value; 0.0 if the gauge was never changed, or not since the beginning of the
+ *   previous interval; 0.0 after a failed check
  */
 VEK_EXPORT
 gdouble vek_metric_gauge_get_value(VekMetricGauge *gauge, gint64 *time);
@@ -73,9 +77,9 @@ gdouble vek_metric_gauge_get_value(VekMetricGauge *gauge, gint64 *time);
  * vek_metric_gauge_get_last_change_time:
  * @gauge: a gauge
  *
- * Gets when the value was last set or added to.
+ * Gets the time of the last change.
  *
- * Returns: wall-clock microseconds since the Unix epoch; 0 if it never was, and after a failed
+ * Returns: wall-clock microseconds since the Unix epoch; 0 if there was none, and after a failed
  *   check
  */
 VEK_EXPORT
@@ -86,12 +90,12 @@ gint64 vek_metric_gauge_get_last_change_time(VekMetricGauge *gauge);
  * @registry: a registry
  * @name: the gauge's name
  * @unit: (nullable): free text; it is not part of the key
- * @interval: the length of an interval in microseconds, or 0 for none; GObject refuses a negative
- *   one with a warning, which leaves none
+ * @interval: the length of an interval in microseconds, or 0 for none; GObject rejects a negative
+ *   length with a warning, and the gauge has no interval
  * @dimensions: (nullable) (array zero-terminated=1): alternating names and values; copied
  *
- * Makes a gauge, or gets the metric that the registry already has under the key, with its own
- * interval. One of another kind is returned as it is, after GObject's warning of an invalid cast.
+ * Creates a gauge, or returns the metric that already has its key, with its own interval. That
+ * metric may be inactive or of another kind: see [class@MetricRegistry].
  *
  * Returns: (transfer full) (nullable): the gauge; %NULL after a failed check
  */

@@ -12,16 +12,13 @@ static constexpr guint kDefaultWindowSize = 60;  // samples
 struct VekMetricHistogramPrivate {
   VekMetricStore *store;
 };
-static_assert(vek::ZeroFillable<VekMetricHistogramPrivate>);
+static_assert(vekin::ZeroFillable<VekMetricHistogramPrivate>);
 
 enum : guint { PROP_STORE = 1, N_PROPERTIES };
 static GParamSpec *properties[N_PROPERTIES];
 
 G_DEFINE_TYPE_WITH_PRIVATE(VekMetricHistogram, vek_metric_histogram, VEK_TYPE_METRIC)
-
-static bool VEK_IS_METRIC_HISTOGRAM(VekMetricHistogram *histogram) {
-  return vek::is_a<vek_metric_histogram_get_type>(histogram);
-}
+VEK_QUICK_TYPE_TEST(METRIC_HISTOGRAM, VekMetricHistogram, vek_metric_histogram)
 
 static VekMetricHistogramPrivate *get_private(VekMetricHistogram *self) {
   return static_cast<VekMetricHistogramPrivate *>(vek_metric_histogram_get_instance_private(self));
@@ -29,7 +26,7 @@ static VekMetricHistogramPrivate *get_private(VekMetricHistogram *self) {
 
 static void vek_metric_histogram_set_property(GObject *object, guint id, const GValue *value,
                                               GParamSpec *pspec) {
-  auto *priv = get_private(vek::as<VekMetricHistogram>(object));
+  auto *priv = get_private(vekin::as<VekMetricHistogram>(object));
 
   switch (id) {
   case PROP_STORE: priv->store = static_cast<VekMetricStore *>(g_value_dup_object(value)); break;
@@ -39,7 +36,7 @@ static void vek_metric_histogram_set_property(GObject *object, guint id, const G
 
 static void vek_metric_histogram_get_property(GObject *object, guint id, GValue *value,
                                               GParamSpec *pspec) {
-  auto *priv = get_private(vek::as<VekMetricHistogram>(object));
+  auto *priv = get_private(vekin::as<VekMetricHistogram>(object));
 
   switch (id) {
   case PROP_STORE: g_value_set_object(value, priv->store); break;
@@ -48,7 +45,7 @@ static void vek_metric_histogram_get_property(GObject *object, guint id, GValue 
 }
 
 static void vek_metric_histogram_dispose(GObject *object) {
-  g_clear_object(&get_private(vek::as<VekMetricHistogram>(object))->store);
+  g_clear_object(&get_private(vekin::as<VekMetricHistogram>(object))->store);
 
   G_OBJECT_CLASS(vek_metric_histogram_parent_class)->dispose(object);
 }
@@ -56,17 +53,18 @@ static void vek_metric_histogram_dispose(GObject *object) {
 static void vek_metric_histogram_constructed(GObject *object) {
   G_OBJECT_CLASS(vek_metric_histogram_parent_class)->constructed(object);
 
-  auto *priv = get_private(vek::as<VekMetricHistogram>(object));
+  auto *priv = get_private(vekin::as<VekMetricHistogram>(object));
   if (!priv->store)
     priv->store = vek_metric_fixed_size_store_new(kDefaultWindowSize);
 }
 
 static void vek_metric_histogram_report(VekMetric *metric, GSList *reporters) {
-  auto [name, unit, dimensions, ahead, active] = *vek_metric_get_private(metric);
+  auto *priv = vek_metric_get_private(metric);
 
-  auto *snapshot = vek_metric_histogram_get_snapshot(vek::as<VekMetricHistogram>(metric));
-  for (auto *reporter : vek::Each<VekMetricReporter>(reporters))
-    vek_metric_reporter_process_aggregated(reporter, name, dimensions, unit, snapshot);
+  auto *snapshot = vek_metric_histogram_get_snapshot(vekin::as<VekMetricHistogram>(metric));
+  for (auto *reporter : vekin::Each<VekMetricReporter>(reporters))
+    vek_metric_reporter_process_aggregated(reporter, priv->name, priv->dimensions, priv->unit,
+                                           snapshot);
   vek_metric_snapshot_unref(snapshot);  // checks it: a store that gave none is heard of once more
 }
 
@@ -78,14 +76,13 @@ static void vek_metric_histogram_class_init(VekMetricHistogramClass *klass) {
   object_class->constructed = vek_metric_histogram_constructed;
   VEK_METRIC_CLASS(klass)->report = vek_metric_histogram_report;
 
-  properties[PROP_STORE] =
-      g_param_spec_object("store", "store", "store", VEK_TYPE_METRIC_STORE, vek::kConstructOnly);
+  properties[PROP_STORE] = vekin::property<g_param_spec_object>("store", VEK_TYPE_METRIC_STORE);
   g_object_class_install_properties(object_class, N_PROPERTIES, properties);
 }
 
 static void vek_metric_histogram_init(VekMetricHistogram *) {}
 
-void vek::add_sample(VekMetricHistogram *histogram, gdouble value) {
+void vekin::add_sample(VekMetricHistogram *histogram, gdouble value) {
   auto *store = get_private(histogram)->store;
   if (!store) [[unlikely]]
     return vek_metric_store_add(store, value);  // once disposed: its check says so
@@ -95,7 +92,7 @@ void vek::add_sample(VekMetricHistogram *histogram, gdouble value) {
 void vek_metric_histogram_set(VekMetricHistogram *histogram, gdouble value) {
   vek_return_if_fail(VEK_IS_METRIC_HISTOGRAM(histogram));
 
-  vek::add_sample(histogram, value);
+  vekin::add_sample(histogram, value);
 }
 
 VekMetricSnapshot *vek_metric_histogram_get_snapshot(VekMetricHistogram *histogram) {
@@ -110,8 +107,6 @@ VekMetricHistogram *vek_metric_registry_histogram_new(VekMetricRegistry *registr
   vek_return_val_if_fail(VEK_IS_METRIC_REGISTRY(registry), nullptr);
   vek_return_val_if_fail(name != NULL, nullptr);
 
-  auto *metric =
-      vek::create_metric(registry, VEK_TYPE_METRIC_HISTOGRAM, name, "unit", unit, "store", store,
-                         dimensions ? "dimensions" : nullptr, dimensions, nullptr);
-  return vek::warned_cast<VekMetricHistogram>(metric, VEK_TYPE_METRIC_HISTOGRAM);
+  return vekin::create_kind<VekMetricHistogram>(registry, VEK_TYPE_METRIC_HISTOGRAM, name, unit,
+                                                dimensions, "store", store);
 }

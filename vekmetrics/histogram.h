@@ -13,11 +13,15 @@ G_BEGIN_DECLS
 /**
  * VekMetricHistogram:
  *
- * A distribution of samples. It keeps them in a store, which alone decides which of them count:
- * the last so many, or those of a recent time.
+ * A distribution of samples, kept in a store. The store decides which samples are reported: the
+ * newest, up to a fixed number, or those of a recent span of time.
  *
- * Reports pass on a snapshot of the samples and their statistics. Any thread may call any
- * operation.
+ * A report passes on a snapshot of the samples that the store holds. Its number of samples is not a
+ * number of events: with the default store it stops at 60, however many there were, and the next
+ * report may show the same samples again. Use a [class@MetricCounter] to count events.
+ *
+ * For latencies and other figures whose rate varies, use a [class@MetricFixedTimeStore]: the last
+ * 60 samples may span a millisecond or a day. Any thread may call any operation.
  */
 VEK_EXPORT
 G_DECLARE_DERIVABLE_TYPE(VekMetricHistogram, vek_metric_histogram, VEK, METRIC_HISTOGRAM, VekMetric)
@@ -25,7 +29,7 @@ G_DECLARE_DERIVABLE_TYPE(VekMetricHistogram, vek_metric_histogram, VEK, METRIC_H
 /**
  * VekMetricHistogram:store:
  *
- * Where the samples are kept; %NULL at construction makes a store of the last 60.
+ * Where the samples are kept; %NULL at construction makes a store of the newest 60.
  */
 
 /**
@@ -66,12 +70,11 @@ VekMetricSnapshot *vek_metric_histogram_get_snapshot(VekMetricHistogram *histogr
  * @registry: a registry
  * @name: the histogram's name
  * @unit: (nullable): free text; it is not part of the key
- * @store: (nullable) (transfer none): a store of samples; %NULL for one of the last 60
+ * @store: (nullable) (transfer none): a store of samples; %NULL for the newest 60
  * @dimensions: (nullable) (array zero-terminated=1): alternating names and values; copied
  *
- * Makes a histogram, or gets the metric that the registry already has under the key, which then
- * does not use @store. One of another kind is returned as it is, after GObject's warning of an
- * invalid cast.
+ * Creates a histogram, or returns the metric that already has its key, with its own store. That
+ * metric may be inactive or of another kind: see [class@MetricRegistry].
  *
  * Returns: (transfer full) (nullable): the histogram; %NULL after a failed check
  */

@@ -2,9 +2,9 @@
 
 #include "histogram.h"
 
-namespace vek {
+namespace vekin {
 
 // vek_metric_histogram_set() of what is known to be a histogram.
 void add_sample(VekMetricHistogram *histogram, gdouble value);
 
-}  // namespace vek
+}  // namespace vekin

@@ -9,12 +9,16 @@
 
 namespace {
 
-// The JSON text in the making.
+// The array in the making. Builder and generator serve one data point at a time: a tree of all
+// would take many times the memory of their text.
 struct Document {
+  GString *text;
   JsonBuilder *builder;
-  bool has_exponents;  // of some double
-  gint64 date_second;  // the date that was last written as text, as many data points are of one
-  char *date_text;
+  JsonGenerator *generator;
+  bool has_exponents = false;  // of some double of the data point
+  GRegex *ending = nullptr;    // of a double, to be repaired; NULL until needed
+  gint64 date_second = 0;  // the date that was last written as text, as many data points are of one
+  char *date_text = nullptr;
 };
 
 }  // namespace
@@ -106,37 +110,54 @@ static void add_object(Document &document, VekMetricDatum *datum) {
 // shows no point in ".0", after an exponent too: 1e+22.0. And it leaves U+001F as it is. Inside of
 // a string a backslash comes before each quote; so where a quote comes after a letter and before a
 // colon, the name of a member ends and its value follows.
-static char *repair(const char *json) {
-  g_autoptr(GRegex) ending = g_regex_new(R"re((?<=[a-z])":-?\de[-+]\d+\K\.0)re", G_REGEX_RAW,
-                                         G_REGEX_MATCH_DEFAULT, nullptr);
+static char *repair(Document &document, const char *json) {
+  if (!document.ending)
+    document.ending = g_regex_new(R"re((?<=[a-z])":-?\de[-+]\d+\K\.0)re", G_REGEX_RAW,
+                                  G_REGEX_MATCH_DEFAULT, nullptr);
   g_autofree char *text =
-      g_regex_replace_literal(ending, json, -1, 0, "", G_REGEX_MATCH_DEFAULT, nullptr);
+      g_regex_replace_literal(document.ending, json, -1, 0, "", G_REGEX_MATCH_DEFAULT, nullptr);
   g_auto(GStrv) parts = g_strsplit(text, "\x1f", -1);
   return g_strjoinv("\\u001f", parts);
 }
 
-static char *serialise(GPtrArray *data) {
-  g_autoptr(JsonBuilder) builder = json_builder_new();
-  Document document = {builder, false, 0, nullptr};
-  json_builder_begin_array(builder);
-  for (guint i = 0; i < data->len; i++)
-    add_object(document, static_cast<VekMetricDatum *>(data->pdata[i]));
-  json_builder_end_array(builder);
-  g_free(document.date_text);
+static void append_object(Document &document, VekMetricDatum *datum) {
+  json_builder_reset(document.builder);
+  document.has_exponents = false;
+  add_object(document, datum);
+  g_autoptr(JsonNode) root = json_builder_get_root(document.builder);
+  json_generator_set_root(document.generator, root);
 
-  g_autoptr(JsonNode) root = json_builder_get_root(builder);
-  g_autoptr(JsonGenerator) generator = json_generator_new();
-  json_generator_set_root(generator, root);
-  g_autofree char *json = json_generator_to_data(generator, nullptr);
-  if (document.has_exponents || strchr(json, '\x1f'))
-    return repair(json);
-  return g_steal_pointer(&json);
+  gsize start = document.text->len;
+  json_generator_to_gstring(document.generator, document.text);
+  const char *json = document.text->str + start;
+  if (document.has_exponents || strchr(json, '\x1f')) {
+    g_autofree char *repaired = repair(document, json);
+    g_string_truncate(document.text, start);
+    g_string_append(document.text, repaired);
+  }
 }
 
-char *vek::make_json_line(GPtrArray *data) {
-  g_autofree char *json = serialise(data);
+static GString *serialise(GPtrArray *data) {
+  g_autoptr(JsonBuilder) builder = json_builder_new();
+  g_autoptr(JsonGenerator) generator = json_generator_new();
+  Document document = {.text = g_string_new("["), .builder = builder, .generator = generator};
+  for (guint i = 0; i < data->len; i++) {
+    if (i > 0)
+      g_string_append_c(document.text, ',');
+    append_object(document, static_cast<VekMetricDatum *>(data->pdata[i]));
+  }
+  g_string_append(document.text, "]\n");
+  g_clear_pointer(&document.ending, g_regex_unref);
+  g_free(document.date_text);
+  return document.text;
+}
+
+char *vekin::make_json_line(GPtrArray *data) {
+  GString *line = serialise(data);
   g_autoptr(GDateTime) epoch = g_date_time_new_from_unix_utc(0);
   g_autoptr(GDateTime) now = g_date_time_add(epoch, g_get_real_time());
-  g_autofree char *time = g_date_time_format(now, "%F %T");
-  return g_strdup_printf("%s,%06d %s\n", time, g_date_time_get_microsecond(now), json);
+  g_autofree char *date = g_date_time_format(now, "%F %T");
+  g_autofree char *time = g_strdup_printf("%s,%06d ", date, g_date_time_get_microsecond(now));
+  g_string_prepend(line, time);
+  return g_string_free(line, FALSE);
 }

@@ -1,15 +1,12 @@
 #include "jsonlogreporter.h"
 
 #include "common/internal.hpp"
-#include "dimension.h"
+#include "jsondata.hpp"
 #include "jsonline.hpp"
-#include "metricdatum.h"
 #include "metricutils.h"
 
 #include <gio/gio.h>
 #include <string.h>
-#include <algorithm>
-#include <string_view>
 
 struct _VekMetricJsonLogReporter {
   GObject parent_instance;
@@ -27,7 +24,7 @@ struct _VekMetricJsonLogReporter {
   char *current_buffer;               // the line that is being written
   GCancellable *cancellable;
 };
-static_assert(vek::ZeroFillable<VekMetricJsonLogReporter>);
+static_assert(vekin::ZeroFillable<VekMetricJsonLogReporter>);
 
 enum : guint {
   PROP_DIRNAME = 1,
@@ -39,133 +36,11 @@ enum : guint {
 };
 static GParamSpec *properties[N_PROPERTIES];
 
-static constexpr std::string_view known_units[] = {
-    "Seconds",
-    "Microseconds",
-    "Milliseconds",
-    "Bytes",
-    "Kilobytes",
-    "Megabytes",
-    "Gigabytes",
-    "Terabytes",
-    "Bits",
-    "Kilobits",
-    "Megabits",
-    "Gigabits",
-    "Terabits",
-    "Percent",
-    "Count",
-    "Bytes/Second",
-    "Kilobytes/Second",
-    "Megabytes/Second",
-    "Gigabytes/Second",
-    "Terabytes/Second",
-    "Bits/Second",
-    "Kilobits/Second",
-    "Megabits/Second",
-    "Gigabits/Second",
-    "Terabits/Second",
-    "Count/Second",
-};
-static_assert(std::size(known_units) == 26);
-
 static void vek_metric_json_log_reporter_reporter_init(VekMetricReporterInterface *iface);
 
 G_DEFINE_TYPE_WITH_CODE(VekMetricJsonLogReporter, vek_metric_json_log_reporter, G_TYPE_OBJECT,
                         G_IMPLEMENT_INTERFACE(VEK_TYPE_METRIC_REPORTER,
                                               vek_metric_json_log_reporter_reporter_init))
-
-// Collecting data points.
-
-static void unref_dimension(gpointer dimension) {
-  vek_metric_dimension_unref(static_cast<VekMetricDimension *>(dimension));
-}
-
-static void unref_datum(gpointer datum) {
-  vek_metric_datum_unref(static_cast<VekMetricDatum *>(datum));
-}
-
-// The instance, then the metric's pairs; a name without a value is not one.
-static GPtrArray *make_dimensions(VekMetricJsonLogReporter *self, char **dimensions) {
-  auto *list = g_ptr_array_new_with_free_func(unref_dimension);
-  if (self->instance_id)
-    g_ptr_array_add(list, vek_metric_dimension_new("instance", self->instance_id));
-  for (char **pair = dimensions; pair && pair[0] && pair[1]; pair += 2)
-    g_ptr_array_add(list, vek_metric_dimension_new(pair[0], pair[1]));
-  return list;
-}
-
-static bool is_known_unit(std::string_view unit) {
-  return std::find(std::begin(known_units), std::end(known_units), unit) != std::end(known_units);
-}
-
-// Collects a data point that has all but its figures, and returns it, borrowed.
-static VekMetricDatum *add_datum(VekMetricJsonLogReporter *self, const char *name,
-                                 GPtrArray *dimensions, const char *unit, gint64 timestamp) {
-  auto *datum = vek_metric_datum_new(name);
-  if (dimensions->len > 0)
-    vek_metric_datum_set_dimensions(
-        datum, reinterpret_cast<VekMetricDimension **>(dimensions->pdata), dimensions->len);
-  vek_metric_datum_set_timestamp(datum, timestamp);
-  if (unit && is_known_unit(unit))
-    vek_metric_datum_set_unit(datum, unit);
-
-  if (!self->data)
-    self->data = g_ptr_array_new_with_free_func(unref_datum);
-  g_ptr_array_add(self->data, datum);
-  return datum;
-}
-
-static void add_value(VekMetricJsonLogReporter *self, const char *name, char **dimensions,
-                      const char *unit, gint64 timestamp, gdouble value) {
-  g_autoptr(GPtrArray) list = make_dimensions(self, dimensions);
-  vek_metric_datum_set_value(add_datum(self, name, list, unit, timestamp), value);
-}
-
-static void add_percentile(VekMetricJsonLogReporter *self, const char *name, const char *suffix,
-                           GPtrArray *dimensions, const char *unit, VekMetricSnapshot *snapshot,
-                           gdouble quantile) {
-  g_autofree char *full_name = g_strdup_printf("%s_%s", name, suffix);
-  auto *datum =
-      add_datum(self, full_name, dimensions, unit, vek_metric_snapshot_get_time(snapshot));
-  vek_metric_datum_set_value(datum, vek_metric_snapshot_get_quantile(snapshot, quantile));
-}
-
-static void vek_metric_json_log_reporter_process_count(VekMetricReporter *reporter,
-                                                       const gchar *name, gchar **dimensions,
-                                                       const gchar *unit, gint64 timestamp,
-                                                       gint64 count) {
-  add_value(vek::as<VekMetricJsonLogReporter>(reporter), name, dimensions, unit, timestamp,
-            static_cast<gdouble>(count));
-}
-
-static void vek_metric_json_log_reporter_process_value(VekMetricReporter *reporter,
-                                                       const gchar *name, gchar **dimensions,
-                                                       const gchar *unit, gint64 timestamp,
-                                                       gdouble value) {
-  add_value(vek::as<VekMetricJsonLogReporter>(reporter), name, dimensions, unit, timestamp, value);
-}
-
-static void vek_metric_json_log_reporter_process_aggregated(VekMetricReporter *reporter,
-                                                            const gchar *name, gchar **dimensions,
-                                                            const gchar *unit,
-                                                            VekMetricSnapshot *snapshot) {
-  auto *self = vek::as<VekMetricJsonLogReporter>(reporter);
-  gsize n_samples = vek_metric_snapshot_get_n_samples(snapshot);
-  if (n_samples == 0)
-    return;
-
-  g_autoptr(GPtrArray) list = make_dimensions(self, dimensions);
-  auto *datum = add_datum(self, name, list, unit, vek_metric_snapshot_get_time(snapshot));
-  vek_metric_datum_set_statistic_values(datum, n_samples, vek_metric_snapshot_get_sum(snapshot),
-                                        vek_metric_snapshot_get_min(snapshot),
-                                        vek_metric_snapshot_get_max(snapshot));
-  add_percentile(self, name, "p50", list, unit, snapshot, 0.5);
-  add_percentile(self, name, "p90", list, unit, snapshot, 0.9);
-  add_percentile(self, name, "p99", list, unit, snapshot, 0.99);
-}
-
-// Writing lines of them.
 
 static char *get_log_file(const char *basename, const char *dirname) {
   vek_assert(basename != NULL);
@@ -210,7 +85,7 @@ static void write_next_buffer(VekMetricJsonLogReporter *self);
 static void on_stream_flushed(GObject *source, GAsyncResult *result, gpointer user_data) {
   vek_assert(VEK_IS_METRIC_JSON_LOG_REPORTER(user_data));
   vek_assert(G_IS_OUTPUT_STREAM(source));
-  g_autoptr(VekMetricJsonLogReporter) self = vek::as<VekMetricJsonLogReporter>(user_data);
+  g_autoptr(VekMetricJsonLogReporter) self = vekin::as<VekMetricJsonLogReporter>(user_data);
   vek_assert(self->io_operation_in_progress);
 
   self->io_operation_in_progress = FALSE;
@@ -233,7 +108,7 @@ static void on_stream_flushed(GObject *source, GAsyncResult *result, gpointer us
 
 static void on_log_written(GObject *source, GAsyncResult *result, gpointer user_data) {
   vek_assert(VEK_IS_METRIC_JSON_LOG_REPORTER(user_data));
-  g_autoptr(VekMetricJsonLogReporter) self = vek::as<VekMetricJsonLogReporter>(user_data);
+  g_autoptr(VekMetricJsonLogReporter) self = vekin::as<VekMetricJsonLogReporter>(user_data);
   g_clear_pointer(&self->current_buffer, g_free);
   vek_assert(G_IS_OUTPUT_STREAM(source));
 
@@ -268,13 +143,38 @@ static void write_next_buffer(VekMetricJsonLogReporter *self) {
                                   self->cancellable, on_log_written, g_object_ref(self));
 }
 
+static void vek_metric_json_log_reporter_process_count(VekMetricReporter *reporter,
+                                                       const gchar *name, gchar **dimensions,
+                                                       const gchar *unit, gint64 timestamp,
+                                                       gint64 count) {
+  auto *self = vekin::as<VekMetricJsonLogReporter>(reporter);
+  vekin::add_value(&self->data, self->instance_id, name, dimensions, unit, timestamp,
+                   static_cast<gdouble>(count));
+}
+
+static void vek_metric_json_log_reporter_process_value(VekMetricReporter *reporter,
+                                                       const gchar *name, gchar **dimensions,
+                                                       const gchar *unit, gint64 timestamp,
+                                                       gdouble value) {
+  auto *self = vekin::as<VekMetricJsonLogReporter>(reporter);
+  vekin::add_value(&self->data, self->instance_id, name, dimensions, unit, timestamp, value);
+}
+
+static void vek_metric_json_log_reporter_process_aggregated(VekMetricReporter *reporter,
+                                                            const gchar *name, gchar **dimensions,
+                                                            const gchar *unit,
+                                                            VekMetricSnapshot *snapshot) {
+  auto *self = vekin::as<VekMetricJsonLogReporter>(reporter);
+  vekin::add_snapshot(&self->data, self->instance_id, name, dimensions, unit, snapshot);
+}
+
 static void vek_metric_json_log_reporter_flush(VekMetricReporter *reporter) {
-  auto *self = vek::as<VekMetricJsonLogReporter>(reporter);
+  auto *self = vekin::as<VekMetricJsonLogReporter>(reporter);
   g_autoptr(GPtrArray) data = g_steal_pointer(&self->data);
   if (!self->output_stream || !data)
     return;
 
-  g_queue_push_tail(&self->pending_buffers, vek::make_json_line(data));
+  g_queue_push_tail(&self->pending_buffers, vekin::make_json_line(data));
   if (!self->io_operation_in_progress)
     write_next_buffer(self);
 }
@@ -288,7 +188,7 @@ static void vek_metric_json_log_reporter_reporter_init(VekMetricReporterInterfac
 
 static void vek_metric_json_log_reporter_set_property(GObject *object, guint id,
                                                       const GValue *value, GParamSpec *pspec) {
-  auto *self = vek::as<VekMetricJsonLogReporter>(object);
+  auto *self = vekin::as<VekMetricJsonLogReporter>(object);
 
   switch (id) {
   case PROP_DIRNAME: self->dirname = g_value_dup_string(value); break;
@@ -302,7 +202,7 @@ static void vek_metric_json_log_reporter_set_property(GObject *object, guint id,
 
 static void vek_metric_json_log_reporter_get_property(GObject *object, guint id, GValue *value,
                                                       GParamSpec *pspec) {
-  auto *self = vek::as<VekMetricJsonLogReporter>(object);
+  auto *self = vekin::as<VekMetricJsonLogReporter>(object);
 
   switch (id) {
   case PROP_DIRNAME: g_value_set_string(value, self->dirname); break;
@@ -315,7 +215,7 @@ static void vek_metric_json_log_reporter_get_property(GObject *object, guint id,
 }
 
 static void vek_metric_json_log_reporter_finalize(GObject *object) {
-  auto *self = vek::as<VekMetricJsonLogReporter>(object);
+  auto *self = vekin::as<VekMetricJsonLogReporter>(object);
   g_cancellable_cancel(self->cancellable);
   g_object_unref(self->cancellable);
   g_free(self->basename);
@@ -332,7 +232,7 @@ static void vek_metric_json_log_reporter_finalize(GObject *object) {
 static void vek_metric_json_log_reporter_constructed(GObject *object) {
   G_OBJECT_CLASS(vek_metric_json_log_reporter_parent_class)->constructed(object);
 
-  auto *self = vek::as<VekMetricJsonLogReporter>(object);
+  auto *self = vekin::as<VekMetricJsonLogReporter>(object);
   if (self->dirname && self->basename)
     open_log_file(self);
   g_queue_init(&self->pending_buffers);
@@ -345,16 +245,12 @@ static void vek_metric_json_log_reporter_class_init(VekMetricJsonLogReporterClas
   object_class->finalize = vek_metric_json_log_reporter_finalize;
   object_class->constructed = vek_metric_json_log_reporter_constructed;
 
-  properties[PROP_DIRNAME] =
-      g_param_spec_string("dirname", "dirname", "dirname", nullptr, vek::kConstructOnly);
-  properties[PROP_BASENAME] =
-      g_param_spec_string("basename", "basename", "basename", nullptr, vek::kConstructOnly);
+  properties[PROP_DIRNAME] = vekin::property<g_param_spec_string>("dirname", nullptr);
+  properties[PROP_BASENAME] = vekin::property<g_param_spec_string>("basename", nullptr);
   properties[PROP_INSTANCE_ID] = g_param_spec_string("instance-id", "instance id", "instance id",
-                                                     nullptr, vek::kConstructOnly);
-  properties[PROP_MAX_REPORTS] = g_param_spec_uint("max-reports", "max-reports", "max-reports", 0,
-                                                   G_MAXUINT, 0, vek::kConstructOnly);
-  properties[PROP_ROTATE] =
-      g_param_spec_uint("rotate", "rotate", "rotate", 0, G_MAXUINT, 0, vek::kConstructOnly);
+                                                     nullptr, vekin::kConstructOnly);
+  properties[PROP_MAX_REPORTS] = vekin::property<g_param_spec_uint>("max-reports", 0, G_MAXUINT, 0);
+  properties[PROP_ROTATE] = vekin::property<g_param_spec_uint>("rotate", 0, G_MAXUINT, 0);
   g_object_class_install_properties(object_class, N_PROPERTIES, properties);
 }
 

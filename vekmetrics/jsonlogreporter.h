@@ -11,20 +11,19 @@ G_BEGIN_DECLS
 /**
  * VekMetricJsonLogReporter:
  *
- * Appends each report pass to a log file as one line: the time, then a compact JSON array with an
- * object for each data point. After a set number of reports the file is rotated.
+ * Appends each pass to a log file as one line: the time, then a compact JSON array with an object
+ * for each data point. After a given number of reports the file is rotated.
  *
  * A counter, a gauge or a meter gives one data point; a histogram or a timer that holds samples
  * gives four: its statistics, then the quantiles 0.5, 0.9 and 0.99 under its name with `_p50`,
- * `_p90` and `_p99`. Units that are not known are left out; data points with more than ten
- * dimensions lose them all. Values are limited to ±2.348543e108, statistics are not; NaN and
+ * `_p90` and `_p99`. Unknown units are left out, and data points with more than ten
+ * dimensions lose all of them. Values are limited to ±2.348543e108, statistics are not; NaN and
  * infinite statistics are written as `null`.
  *
- * Lines are written asynchronously, one write and flush at a time. What fails is logged; data that
+ * Lines are written asynchronously, one write and flush at a time. Failures are logged; data that
  * is flushed while no file is open is lost.
  *
- * All calls and the completions belong on one thread: that of the main context that is
- * thread-default when the reporter is flushed.
+ * All calls must be made on one thread, whose thread-default main context runs the completions.
  */
 VEK_EXPORT
 G_DECLARE_FINAL_TYPE(VekMetricJsonLogReporter, vek_metric_json_log_reporter, VEK,
@@ -51,25 +50,26 @@ G_DECLARE_FINAL_TYPE(VekMetricJsonLogReporter, vek_metric_json_log_reporter, VEK
 /**
  * VekMetricJsonLogReporter:max-reports:
  *
- * How many reports a file takes before it is rotated; 0 for no limit.
+ * The number of reports in a file before it is rotated; 0 for no limit.
  */
 
 /**
  * VekMetricJsonLogReporter:rotate:
  *
- * How many old files are kept.
+ * The number of rotated files to keep.
  */
 
 /**
  * vek_metric_json_log_reporter_new:
  * @basename: (nullable) (type filename): the file's name without its ".json"
- * @dirname: (nullable) (type filename): its directory, made if it is missing
+ * @dirname: (nullable) (type filename): its directory, created if it is missing
  * @instance_id: (nullable): the value of a first dimension "instance" of every data point; %NULL
  *   for none
- * @max_reports: how many reports a file takes before it is rotated; 0 for no limit
- * @rotate: how many old files to keep, under the numbers 1 to @rotate, the newest under 1
+ * @max_reports: the number of reports in a file before it is rotated; 0 for no limit
+ * @rotate: the number of rotated files to keep; they are numbered from 1, the newest
  *
- * Makes a JSON log reporter and opens its file. Without a name or a directory, nothing is written.
+ * Creates a JSON log reporter and opens its file. Without a name or a directory, nothing is
+ * written.
  *
  * Returns: (transfer full) (type VekMetricJsonLogReporter): a new reporter
  */

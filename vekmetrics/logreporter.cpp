@@ -9,9 +9,9 @@
 struct _VekMetricLogReporter {
   GObject parent_instance;
 
-  vek::CsvFile log;
+  vekin::CsvFile log;
 };
-static_assert(vek::ZeroFillable<VekMetricLogReporter>);
+static_assert(vekin::ZeroFillable<VekMetricLogReporter>);
 
 static void vek_metric_log_reporter_reporter_init(VekMetricReporterInterface *iface);
 
@@ -31,46 +31,57 @@ static char *join_dimensions(char **dimensions) {
   return g_string_free(g_steal_pointer(&text), FALSE);
 }
 
+namespace {
+
+// The columns behind the dimensions. A lone figure leaves the others empty.
+struct Figures {
+  const char *figure;
+  const char *n_samples = "", *min = "", *max = "", *p10 = "", *p50 = "", *p90 = "";
+};
+
+}  // namespace
+
 static void log_entry(VekMetricReporter *reporter, gint64 timestamp, const char *name,
-                      char **dimensions, const char *c1, const char *c2 = "", const char *c3 = "",
-                      const char *c4 = "", const char *c5 = "", const char *c6 = "",
-                      const char *c7 = "") {
-  FILE *file = vek::as<VekMetricLogReporter>(reporter)->log.file;
+                      char **dimensions, const Figures &figures) {
+  FILE *file = vekin::as<VekMetricLogReporter>(reporter)->log.file;
   if (!file)
     return;
 
   g_autofree char *joined = join_dimensions(dimensions);
   fprintf(file, "%lli,%s,%s,%s,%s,%s,%s,%s,%s,%s\n", static_cast<long long>(timestamp), name,
-          joined, c1, c2, c3, c4, c5, c6, c7);
+          joined, figures.figure, figures.n_samples, figures.min, figures.max, figures.p10,
+          figures.p50, figures.p90);
 }
 
 static void vek_metric_log_reporter_process_count(VekMetricReporter *reporter, const gchar *name,
                                                   gchar **dimensions, const gchar *,
                                                   gint64 timestamp, gint64 count) {
-  log_entry(reporter, timestamp, name, dimensions, vek::Decimal(count).text);
+  log_entry(reporter, timestamp, name, dimensions, {vekin::Decimal(count).text});
 }
 
 static void vek_metric_log_reporter_process_value(VekMetricReporter *reporter, const gchar *name,
                                                   gchar **dimensions, const gchar *,
                                                   gint64 timestamp, gdouble value) {
-  log_entry(reporter, timestamp, name, dimensions, vek::RoundTrip(value).text);
+  log_entry(reporter, timestamp, name, dimensions, {vekin::RoundTrip(value).text});
 }
 
 static void vek_metric_log_reporter_process_aggregated(VekMetricReporter *reporter,
                                                        const gchar *name, gchar **dimensions,
                                                        const gchar *, VekMetricSnapshot *snapshot) {
-  log_entry(reporter, vek_metric_snapshot_get_time(snapshot), name, dimensions,
-            vek::RoundTrip(vek_metric_snapshot_get_average(snapshot)).text,
-            vek::Decimal(vek_metric_snapshot_get_n_samples(snapshot)).text,
-            vek::RoundTrip(vek_metric_snapshot_get_min(snapshot)).text,
-            vek::RoundTrip(vek_metric_snapshot_get_max(snapshot)).text,
-            vek::RoundTrip(vek_metric_snapshot_get_quantile(snapshot, 0.1)).text,
-            vek::RoundTrip(vek_metric_snapshot_get_quantile(snapshot, 0.5)).text,
-            vek::RoundTrip(vek_metric_snapshot_get_quantile(snapshot, 0.9)).text);
+  // The order of a call's arguments is the compiler's; that of braces is the written one.
+  gint64 timestamp = vek_metric_snapshot_get_time(snapshot);
+  log_entry(reporter, timestamp, name, dimensions,
+            {.figure = vekin::RoundTrip(vek_metric_snapshot_get_average(snapshot)).text,
+             .n_samples = vekin::Decimal(vek_metric_snapshot_get_n_samples(snapshot)).text,
+             .min = vekin::RoundTrip(vek_metric_snapshot_get_min(snapshot)).text,
+             .max = vekin::RoundTrip(vek_metric_snapshot_get_max(snapshot)).text,
+             .p10 = vekin::RoundTrip(vek_metric_snapshot_get_quantile(snapshot, 0.1)).text,
+             .p50 = vekin::RoundTrip(vek_metric_snapshot_get_quantile(snapshot, 0.5)).text,
+             .p90 = vekin::RoundTrip(vek_metric_snapshot_get_quantile(snapshot, 0.9)).text});
 }
 
 static void vek_metric_log_reporter_flush(VekMetricReporter *reporter) {
-  vek::as<VekMetricLogReporter>(reporter)->log.flush();
+  vekin::as<VekMetricLogReporter>(reporter)->log.flush();
 }
 
 static void vek_metric_log_reporter_reporter_init(VekMetricReporterInterface *iface) {
@@ -82,16 +93,16 @@ static void vek_metric_log_reporter_reporter_init(VekMetricReporterInterface *if
 
 static void vek_metric_log_reporter_set_property(GObject *object, guint id, const GValue *value,
                                                  GParamSpec *pspec) {
-  vek::as<VekMetricLogReporter>(object)->log.set_property(object, id, value, pspec);
+  vekin::as<VekMetricLogReporter>(object)->log.set_property(object, id, value, pspec);
 }
 
 static void vek_metric_log_reporter_get_property(GObject *object, guint id, GValue *value,
                                                  GParamSpec *pspec) {
-  vek::as<VekMetricLogReporter>(object)->log.get_property(object, id, value, pspec);
+  vekin::as<VekMetricLogReporter>(object)->log.get_property(object, id, value, pspec);
 }
 
 static void vek_metric_log_reporter_finalize(GObject *object) {
-  vek::as<VekMetricLogReporter>(object)->log.close();
+  vekin::as<VekMetricLogReporter>(object)->log.close();
 
   G_OBJECT_CLASS(vek_metric_log_reporter_parent_class)->finalize(object);
 }
@@ -99,7 +110,7 @@ static void vek_metric_log_reporter_finalize(GObject *object) {
 static void vek_metric_log_reporter_constructed(GObject *object) {
   G_OBJECT_CLASS(vek_metric_log_reporter_parent_class)->constructed(object);
 
-  auto &log = vek::as<VekMetricLogReporter>(object)->log;
+  auto &log = vekin::as<VekMetricLogReporter>(object)->log;
   if (!log.open())
     fprintf(stderr, "Cannot create metric dir \"%s\": %d.\n", log.dirname, errno);
 }
@@ -110,7 +121,7 @@ static void vek_metric_log_reporter_class_init(VekMetricLogReporterClass *klass)
   object_class->get_property = vek_metric_log_reporter_get_property;
   object_class->finalize = vek_metric_log_reporter_finalize;
   object_class->constructed = vek_metric_log_reporter_constructed;
-  vek::CsvFile::install_properties(object_class);
+  vekin::CsvFile::install_properties(object_class);
 }
 
 static void vek_metric_log_reporter_init(VekMetricLogReporter *) {}

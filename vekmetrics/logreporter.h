@@ -11,16 +11,16 @@ G_BEGIN_DECLS
 /**
  * VekMetricLogReporter:
  *
- * Appends every figure to a CSV file, a line each: the time in microseconds, the name, the
- * dimensions as `name=value;`, and seven columns of figures.
+ * Appends a line to a CSV file for each metric: the time in microseconds, the name, the dimensions
+ * as `name=value;`, and seven columns of figures.
  *
- * A count or a value fills the first of those columns; a histogram or a timer fills them with
- * average, number of samples, minimum, maximum and the quantiles 0.1, 0.5 and 0.9. There is no
- * header, nothing is quoted, and the unit is left out. Doubles read back to the same double, with
- * a point in every locale.
+ * A count or a value fills the first of these columns. A histogram or a timer fills all of them:
+ * average, number of samples, minimum, maximum, and the quantiles 0.1, 0.5 and 0.9. There is no
+ * header and no quoting, and the unit is left out. Doubles are written so that they read back
+ * exactly, with a decimal point in every locale.
  *
- * The file is opened once, at construction. If that fails, a message goes to standard error and
- * nothing is ever written. All its calls belong to the thread that runs the passes.
+ * The file is opened once, at construction. If that fails, a message is printed to standard error
+ * and nothing is written. All calls must be made on the thread that runs the passes.
  */
 VEK_EXPORT
 G_DECLARE_FINAL_TYPE(VekMetricLogReporter, vek_metric_log_reporter, VEK, METRIC_LOG_REPORTER,
@@ -41,9 +41,9 @@ G_DECLARE_FINAL_TYPE(VekMetricLogReporter, vek_metric_log_reporter, VEK, METRIC_
 /**
  * vek_metric_log_reporter_new:
  * @basename: (nullable) (type filename): the file's name without its ".csv"
- * @dirname: (nullable) (type filename): its directory, made if it is missing
+ * @dirname: (nullable) (type filename): its directory, created if it is missing
  *
- * Makes a CSV log reporter and opens its file. Without a name or a directory, nothing is written.
+ * Creates a CSV log reporter and opens its file. Without a name or a directory, nothing is written.
  *
  * Returns: (transfer full) (type VekMetricLogReporter): a new reporter
  */

@@ -18,12 +18,13 @@ struct _VekMetricMeter {
   gint64 last_tick;  // monotonic clock in µs; 0 while the clock is not started
   gint64 time;       // of the last tick, wall clock in µs; at first, of creation
 };
-static_assert(vek::ZeroFillable<VekMetricMeter>);
+static_assert(vekin::ZeroFillable<VekMetricMeter>);
 
 enum : guint { PROP_TIME_CONSTANT = 1, PROP_SAMPLING_PERIOD, N_PROPERTIES };
 static GParamSpec *properties[N_PROPERTIES];
 
 G_DEFINE_TYPE(VekMetricMeter, vek_metric_meter, VEK_TYPE_METRIC)
+VEK_QUICK_TYPE_TEST(METRIC_METER, VekMetricMeter, vek_metric_meter)
 
 static constexpr gdouble per_second(gdouble rate) {
   return rate * G_USEC_PER_SEC;
@@ -54,7 +55,7 @@ static void tick_if_due(VekMetricMeter *self, gint64 now) {
 
 static void vek_metric_meter_set_property(GObject *object, guint id, const GValue *value,
                                           GParamSpec *pspec) {
-  auto *self = vek::as<VekMetricMeter>(object);
+  auto *self = vekin::as<VekMetricMeter>(object);
 
   switch (id) {
   case PROP_TIME_CONSTANT: self->time_constant = g_value_get_int64(value); break;
@@ -65,7 +66,7 @@ static void vek_metric_meter_set_property(GObject *object, guint id, const GValu
 
 static void vek_metric_meter_get_property(GObject *object, guint id, GValue *value,
                                           GParamSpec *pspec) {
-  auto *self = vek::as<VekMetricMeter>(object);
+  auto *self = vekin::as<VekMetricMeter>(object);
 
   switch (id) {
   case PROP_TIME_CONSTANT: g_value_set_int64(value, self->time_constant); break;
@@ -75,21 +76,22 @@ static void vek_metric_meter_get_property(GObject *object, guint id, GValue *val
 }
 
 static void vek_metric_meter_finalize(GObject *object) {
-  g_rw_lock_clear(&vek::as<VekMetricMeter>(object)->lock);
+  g_rw_lock_clear(&vekin::as<VekMetricMeter>(object)->lock);
 
   G_OBJECT_CLASS(vek_metric_meter_parent_class)->finalize(object);
 }
 
 static void vek_metric_meter_report(VekMetric *metric, GSList *reporters) {
-  auto *self = vek::as<VekMetricMeter>(metric);
-  auto [name, unit, dimensions, ahead, active] = *vek_metric_get_private(metric);
+  auto *self = vekin::as<VekMetricMeter>(metric);
+  auto *priv = vek_metric_get_private(metric);
 
   // The time first: this report carries the stamp of the tick before the one that reading the rate
   // may make.
   gint64 time = vek_metric_meter_get_time(self);
   gdouble rate = vek_metric_meter_get_rate(self);
-  for (auto *reporter : vek::Each<VekMetricReporter>(reporters))
-    vek_metric_reporter_process_value(reporter, name, dimensions, unit, time, rate);
+  for (auto *reporter : vekin::Each<VekMetricReporter>(reporters))
+    vek_metric_reporter_process_value(reporter, priv->name, priv->dimensions, priv->unit, time,
+                                      rate);
 }
 
 static void vek_metric_meter_class_init(VekMetricMeterClass *klass) {
@@ -99,19 +101,16 @@ static void vek_metric_meter_class_init(VekMetricMeterClass *klass) {
   object_class->finalize = vek_metric_meter_finalize;
   VEK_METRIC_CLASS(klass)->report = vek_metric_meter_report;
 
-  properties[PROP_TIME_CONSTANT] =
-      g_param_spec_int64("time-constant", "time-constant", "time-constant", G_USEC_PER_SEC,
-                         G_MAXINT64, 60 * G_USEC_PER_SEC, vek::kConstructOnly);
+  properties[PROP_TIME_CONSTANT] = vekin::property<g_param_spec_int64>(
+      "time-constant", G_USEC_PER_SEC, G_MAXINT64, 60 * G_USEC_PER_SEC);
   properties[PROP_SAMPLING_PERIOD] =
-      g_param_spec_int64("sampling-period", "sampling-period", "sampling-period", 1, G_MAXINT64,
-                         G_USEC_PER_SEC, vek::kConstructOnly);
+      vekin::property<g_param_spec_int64>("sampling-period", 1, G_MAXINT64, G_USEC_PER_SEC);
   g_object_class_install_properties(object_class, N_PROPERTIES, properties);
 }
 
 static void vek_metric_meter_init(VekMetricMeter *self) {
-  g_rw_lock_init(&self->lock);
-  vek_metric_get_private(vek::as<VekMetric>(self))->ahead = self->lock.p;
-  vek::WriterLock held(self->lock);
+  vek_metric_init_lock(vekin::as<VekMetric>(self), &self->lock);
+  vekin::WriterLock held(self->lock);
   self->time = g_get_real_time();
 }
 
@@ -119,7 +118,7 @@ void vek_metric_meter_mark(VekMetricMeter *meter, gdouble value) {
   vek_return_if_fail(VEK_IS_METRIC_METER(meter));
   vek_return_if_fail(value >= 0);
 
-  vek::WriterLock held(meter->lock);
+  vekin::WriterLock held(meter->lock);
   if (meter->last_tick == 0) {
     // A rate needs a beginning: this mark is that, and is not counted.
     meter->last_tick = g_get_monotonic_time();
@@ -136,7 +135,7 @@ gdouble vek_metric_meter_get_rate(VekMetricMeter *meter) {
 
   if (!g_rw_lock_writer_trylock(&meter->lock)) {
     // Somebody is at it: do not wait to update.
-    vek::ReaderLock held(meter->lock);
+    vekin::ReaderLock held(meter->lock);
     return per_second(meter->rate);
   }
   tick_if_due(meter, g_get_monotonic_time());
@@ -148,14 +147,14 @@ gdouble vek_metric_meter_get_rate(VekMetricMeter *meter) {
 gdouble vek_metric_meter_get_total(VekMetricMeter *meter) {
   vek_return_val_if_fail(VEK_IS_METRIC_METER(meter), 0.0);
 
-  vek::ReaderLock held(meter->lock);
+  vekin::ReaderLock held(meter->lock);
   return meter->total;
 }
 
 gint64 vek_metric_meter_get_time(VekMetricMeter *meter) {
   vek_return_val_if_fail(VEK_IS_METRIC_METER(meter), 0);
 
-  vek::ReaderLock held(meter->lock);
+  vekin::ReaderLock held(meter->lock);
   return meter->time;
 }
 
@@ -164,7 +163,6 @@ VekMetricMeter *vek_metric_registry_meter_new(VekMetricRegistry *registry, const
   vek_return_val_if_fail(VEK_IS_METRIC_REGISTRY(registry), nullptr);
   vek_return_val_if_fail(name != NULL, nullptr);
 
-  auto *metric = vek::create_metric(registry, VEK_TYPE_METRIC_METER, name, "unit", unit,
-                                    dimensions ? "dimensions" : nullptr, dimensions, nullptr);
-  return vek::warned_cast<VekMetricMeter>(metric, VEK_TYPE_METRIC_METER);
+  return vekin::create_kind<VekMetricMeter>(registry, VEK_TYPE_METRIC_METER, name, unit,
+                                            dimensions);
 }

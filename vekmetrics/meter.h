@@ -11,15 +11,16 @@ G_BEGIN_DECLS
 /**
  * VekMetricMeter:
  *
- * The rate at which something arrives, per second: events, or bytes when each mark says how many.
+ * The rate per second at which something arrives: events, or bytes if each mark says how many.
  *
- * The rate is a moving average. It is brought up to date by marks and reads themselves, once more
- * than a sampling period has passed: the new rate is the old one plus `alpha` times the difference
- * between the rate since the last time and the old one, where `alpha` is the time elapsed divided
- * by the time constant. This weight is linear and not limited to 1, so after a long silence the
- * rate overshoots; it never becomes negative.
+ * The rate is a moving average. A mark or a read updates it if more than the sampling period has
+ * passed since the last update: `alpha` times the difference between the rate since the last update
+ * and the old rate is added to the old rate, where `alpha` is the time elapsed divided by the time
+ * constant. The weight is linear and not limited to 1, so the rate overshoots after a long silence;
+ * it never becomes negative.
  *
- * The first mark only starts the clock and is not counted. Any thread may call any operation.
+ * The first mark only starts the clock and is not counted: call `mark(0)` after creation to count
+ * all that follows. Any thread may call any operation.
  */
 VEK_EXPORT
 G_DECLARE_FINAL_TYPE(VekMetricMeter, vek_metric_meter, VEK, METRIC_METER, VekMetric)
@@ -27,15 +28,15 @@ G_DECLARE_FINAL_TYPE(VekMetricMeter, vek_metric_meter, VEK, METRIC_METER, VekMet
 /**
  * VekMetricMeter:time-constant:
  *
- * Over how many microseconds the moving average forgets; at least 1,000,000. A registry's meters
- * have 60,000,000, which is the default.
+ * The time constant of the moving average in microseconds, at least 1,000,000. The meters of a
+ * registry have the default, 60,000,000.
  */
 
 /**
  * VekMetricMeter:sampling-period:
  *
- * How many microseconds pass at least between two updates of the rate; at least 1. A registry's
- * meters have 1,000,000, which is the default.
+ * The shortest time between two updates of the rate in microseconds, at least 1. The meters of a
+ * registry have the default, 1,000,000.
  */
 
 /**
@@ -43,7 +44,7 @@ G_DECLARE_FINAL_TYPE(VekMetricMeter, vek_metric_meter, VEK, METRIC_METER, VekMet
  * @meter: a meter
  * @value: how much arrived, at least 0
  *
- * Counts what arrived, except for the first mark, which only starts the clock.
+ * Counts what arrived. The first mark only starts the clock and is not counted.
  *
  * Does nothing after a failed check, as when @value is negative or not a number.
  */
@@ -54,8 +55,8 @@ void vek_metric_meter_mark(VekMetricMeter *meter, gdouble value);
  * vek_metric_meter_get_rate:
  * @meter: a meter
  *
- * Gets the moving rate, brought up to date if that is due. While another thread holds the meter,
- * the rate is returned as it stands. A read before any mark starts the clock.
+ * Gets the moving rate, updated if an update is due and no other thread is using the meter. A read
+ * before the first mark starts the clock.
  *
  * Returns: the rate per second; 0.0 after a failed check
  */
@@ -77,7 +78,7 @@ gdouble vek_metric_meter_get_total(VekMetricMeter *meter);
  * vek_metric_meter_get_time:
  * @meter: a meter
  *
- * Gets when the rate was last brought up to date; at first, when the meter was made.
+ * Gets the time of the last update of the rate, or of creation if there was none.
  *
  * Returns: wall-clock microseconds since the Unix epoch; 0 after a failed check
  */
@@ -91,9 +92,9 @@ gint64 vek_metric_meter_get_time(VekMetricMeter *meter);
  * @unit: (nullable): free text; it is not part of the key
  * @dimensions: (nullable) (array zero-terminated=1): alternating names and values; copied
  *
- * Makes a meter with a time constant of 60 seconds and a sampling period of 1 second, or gets the
- * metric that the registry already has under the key. One of another kind is returned as it is,
- * after GObject's warning of an invalid cast.
+ * Creates a meter with a time constant of 60 seconds and a sampling period of 1 second, or returns
+ * the metric that already has its key, which may be inactive or of another kind: see
+ * [class@MetricRegistry].
  *
  * Returns: (transfer full) (nullable): the meter; %NULL after a failed check
  */

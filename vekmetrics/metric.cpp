@@ -12,7 +12,7 @@ gint vek_metric_private_offset;
 
 static void vek_metric_set_property(GObject *object, guint id, const GValue *value,
                                     GParamSpec *pspec) {
-  auto *priv = vek_metric_get_private(vek::as<VekMetric>(object));
+  auto *priv = vek_metric_get_private(vekin::as<VekMetric>(object));
 
   switch (id) {
   case PROP_NAME: priv->name = g_value_dup_string(value); break;
@@ -24,7 +24,7 @@ static void vek_metric_set_property(GObject *object, guint id, const GValue *val
 }
 
 static void vek_metric_get_property(GObject *object, guint id, GValue *value, GParamSpec *pspec) {
-  auto *priv = vek_metric_get_private(vek::as<VekMetric>(object));
+  auto *priv = vek_metric_get_private(vekin::as<VekMetric>(object));
 
   switch (id) {
   case PROP_NAME: g_value_set_string(value, priv->name); break;
@@ -36,7 +36,7 @@ static void vek_metric_get_property(GObject *object, guint id, GValue *value, GP
 }
 
 static void vek_metric_dispose(GObject *object) {
-  auto *priv = vek_metric_get_private(vek::as<VekMetric>(object));
+  auto *priv = vek_metric_get_private(vekin::as<VekMetric>(object));
 
   // Here and not in finalize: a disposed metric has no name, unit or dimensions any more.
   g_clear_pointer(&priv->name, g_free);
@@ -54,12 +54,11 @@ static void vek_metric_class_init(VekMetricClass *klass) {
   object_class->get_property = vek_metric_get_property;
   object_class->dispose = vek_metric_dispose;
 
-  properties[PROP_NAME] = g_param_spec_string("name", "name", "name", nullptr, vek::kConstructOnly);
-  properties[PROP_UNIT] = g_param_spec_string("unit", "unit", "unit", nullptr, vek::kConstructOnly);
-  properties[PROP_DIMENSIONS] = g_param_spec_boxed("dimensions", "dimensions", "dimensions",
-                                                   G_TYPE_STRV, vek::kConstructOnly);
+  properties[PROP_NAME] = vekin::property<g_param_spec_string>("name", nullptr);
+  properties[PROP_UNIT] = vekin::property<g_param_spec_string>("unit", nullptr);
+  properties[PROP_DIMENSIONS] = vekin::property<g_param_spec_boxed>("dimensions", G_TYPE_STRV);
   properties[PROP_ACTIVE] =
-      g_param_spec_boolean("active", "active", "active", TRUE, vek::kConstruct);
+      vekin::property<g_param_spec_boolean, vekin::kConstruct>("active", TRUE);
   g_object_class_install_properties(object_class, N_PROPERTIES, properties);
 }
 

@@ -10,12 +10,12 @@ G_BEGIN_DECLS
 /**
  * VekMetric:
  *
- * What every kind of metric is: a name, a unit, dimensions, and a flag that says whether its
- * registry still reports it.
+ * The base of all kinds of metric: a name, a unit, dimensions, and a flag that says whether the
+ * registry still reports the metric.
  *
  * The name, the unit and the dimensions are set at construction and never change, so any thread
- * may read them without a lock. Metrics are made by a [class@MetricRegistry], one for each key,
- * and live until the application has let go of them and a periodic report pass has noticed.
+ * may read them without a lock. A [class@MetricRegistry] makes metrics and holds a reference to
+ * each. It retires a metric once the application has dropped its own references.
  */
 VEK_EXPORT
 G_DECLARE_DERIVABLE_TYPE(VekMetric, vek_metric, VEK, METRIC, GObject)
@@ -23,14 +23,18 @@ G_DECLARE_DERIVABLE_TYPE(VekMetric, vek_metric, VEK, METRIC, GObject)
 /**
  * VekMetric:active:
  *
- * Whether the registry still reports the metric. Passes and [method@Metric.mark_inactive] turn it
- * off without a notification.
+ * Whether the registry still reports the metric. Passes and [method@Metric.mark_inactive] clear it
+ * without a notification.
  */
 
 /**
  * VekMetric:dimensions:
  *
  * Alternating names and values; %NULL for none, and once the metric is disposed.
+ *
+ * The vector should have an even number of strings, which is not checked. Of an odd vector, the
+ * last string is part of the registry's key, and the outputs differ: carbon keys include it, CSV
+ * files show it with nothing behind its "=", and the console and the JSON log leave it out.
  */
 
 /**
@@ -49,8 +53,8 @@ G_DECLARE_DERIVABLE_TYPE(VekMetric, vek_metric, VEK, METRIC, GObject)
 /**
  * VekMetricClass:
  * @parent_class: the parent class
- * @report: hands the metric's current figures to each reporter of the list, in list order; every
- *   concrete kind must set it
+ * @report: passes the current figures to each reporter of the list, in list order; every concrete
+ *   kind must set it
  *
  * The class structure of [class@Metric].
  */
@@ -60,9 +64,9 @@ struct _VekMetricClass {
   /**
    * VekMetricClass::report:
    * @metric: a metric
-   * @reporters: (element-type VekMetricReporter): the reporters to call, borrowed for the call
+   * @reporters: (element-type VekMetricReporter): the reporters, borrowed for the call
    *
-   * Gathers the metric's figures once and hands them to each reporter, in list order.
+   * Gathers the figures once and passes them to each reporter, in list order.
    */
   void (*report)(VekMetric *metric, GSList *reporters);
 };
@@ -95,12 +99,12 @@ const gchar *vek_metric_get_unit(VekMetric *metric);
  * vek_metric_get_dimensions: (get-property dimensions)
  * @metric: a metric
  *
- * Gets the metric's dimensions, as alternating names and values: name 1, value 1, name 2,
- * value 2, and so on. An empty vector is not the same as none.
+ * Gets the metric's dimensions as alternating names and values: name 1, value 1, name 2, value 2,
+ * and so on. An empty vector differs from %NULL: it puts a "." in front of the name in the key.
  *
- * Returns: (transfer none) (nullable) (array zero-terminated=1): the metric's own vector, neither
- *   to be changed nor freed; %NULL if it has none, after a failed check, and once the metric is
- *   disposed
+ * Returns: (transfer none) (nullable) (array zero-terminated=1): the metric's own vector, which
+ *   must not be changed or freed; %NULL if it has none, after a failed check, and once the metric
+ *   is disposed
  */
 VEK_EXPORT
 gchar **vek_metric_get_dimensions(VekMetric *metric);
@@ -109,7 +113,7 @@ gchar **vek_metric_get_dimensions(VekMetric *metric);
  * vek_metric_is_active:
  * @metric: a metric
  *
- * Tells whether the registry still reports the metric.
+ * Checks whether the registry still reports the metric.
  *
  * Returns: %TRUE until the metric is marked inactive; %FALSE after a failed check
  */
@@ -120,8 +124,8 @@ gboolean vek_metric_is_active(VekMetric *metric);
  * vek_metric_mark_inactive:
  * @metric: a metric
  *
- * Retires the metric: no pass reports it any more, and the next periodic pass removes it from its
- * registry, also when the application still holds it. The "active" property is not notified.
+ * Retires the metric: no later pass reports it, and the next periodic pass removes it from its
+ * registry even if the application still holds it. The "active" property is not notified.
  *
  * Does nothing after a failed check.
  */

@@ -21,10 +21,6 @@ struct _VekMetricDatum {
 
 G_DEFINE_BOXED_TYPE(VekMetricDatum, vek_metric_datum, vek_metric_datum_ref, vek_metric_datum_unref)
 
-static void unref_dimension(gpointer dimension) {
-  vek_metric_dimension_unref(static_cast<VekMetricDimension *>(dimension));
-}
-
 VekMetricDatum *vek_metric_datum_new(const gchar *metric_name) {
   auto *datum = g_slice_new0(VekMetricDatum);
   datum->ref_count = 1;
@@ -74,7 +70,8 @@ void vek_metric_datum_set_dimensions(VekMetricDatum *datum, VekMetricDimension *
   vek_return_if_fail(n_dimensions > 0 && n_dimensions <= 10);
 
   // An earlier array is not released: its elements may have been borrowed.
-  datum->dimensions = g_ptr_array_new_full(n_dimensions, unref_dimension);
+  datum->dimensions = g_ptr_array_new_full(
+      n_dimensions, vekin::release_element<VekMetricDimension, vek_metric_dimension_unref>);
   for (guint i = 0; i < n_dimensions; i++)
     g_ptr_array_add(datum->dimensions, vek_metric_dimension_ref(dimensions[i]));
 }

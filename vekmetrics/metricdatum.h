@@ -14,8 +14,8 @@ G_BEGIN_DECLS
  * One data point: a metric's name, up to ten dimensions, a time, a unit, and a value, statistics
  * of samples, or both.
  *
- * A datum is filled right after it was made, each setter called once, and only read from then on.
- * Its reference count is changed atomically; nothing else is guarded.
+ * Fill a datum right after creation, calling each setter once, and only read it from then on. The
+ * reference count is atomic; nothing else is guarded.
  */
 typedef struct _VekMetricDatum VekMetricDatum;
 
@@ -26,7 +26,7 @@ GType vek_metric_datum_get_type(void) G_GNUC_CONST;
  * vek_metric_datum_new: (constructor)
  * @metric_name: (nullable): the metric's name; copied
  *
- * Makes a data point that has nothing but a name.
+ * Creates a data point with a name only.
  *
  * Returns: (transfer full): a new datum with one reference
  */
@@ -67,7 +67,7 @@ const gchar *vek_metric_datum_get_metric_name(VekMetricDatum *datum);
 /**
  * vek_metric_datum_get_dimensions:
  * @datum: a datum
- * @n_dimensions: (out): where to store how many there are, not %NULL; left alone after a failed
+ * @n_dimensions: (out): where to store their number, not %NULL; unchanged after a failed
  *   check
  *
  * Gets the dimensions.
@@ -82,10 +82,10 @@ VekMetricDimension **vek_metric_datum_get_dimensions(VekMetricDatum *datum, guin
  * vek_metric_datum_set_dimensions:
  * @datum: a datum
  * @dimensions: (array length=n_dimensions) (transfer none): the dimensions
- * @n_dimensions: how many there are, from 1 to 10
+ * @n_dimensions: their number, from 1 to 10
  *
- * Gives the datum references to the dimensions. To be called once: what an earlier call gave stays
- * allocated, as callers may have borrowed it.
+ * Sets the dimensions; the datum takes a reference to each. Call it once: the dimensions of an
+ * earlier call stay allocated, as callers may have borrowed them.
  *
  * Does nothing after a failed check.
  */
@@ -133,7 +133,7 @@ const gchar *vek_metric_datum_get_unit(VekMetricDatum *datum);
  * @datum: a datum
  * @unit: (nullable): the unit; copied
  *
- * Sets the unit. To be called once: what an earlier call gave stays allocated, as callers may have
+ * Sets the unit. Call it once: the unit of an earlier call stays allocated, as callers may have
  * borrowed it.
  *
  * Does nothing after a failed check.
@@ -155,7 +155,7 @@ gdouble vek_metric_datum_get_value(VekMetricDatum *datum);
 /**
  * vek_metric_datum_set_value:
  * @datum: a datum
- * @value: the value, limited to ±2.348543e108; what is not a number is stored as it is
+ * @value: the value, limited to ±2.348543e108; not-a-number is stored as it is
  *
  * Sets the value.
  *
@@ -168,7 +168,7 @@ void vek_metric_datum_set_value(VekMetricDatum *datum, gdouble value);
  * vek_metric_datum_get_value_set:
  * @datum: a datum
  *
- * Tells whether the value was set.
+ * Checks whether the value was set.
  *
  * Returns: %TRUE once it was; %FALSE after a failed check
  */
@@ -178,13 +178,13 @@ gboolean vek_metric_datum_get_value_set(VekMetricDatum *datum);
 /**
  * vek_metric_datum_get_statistic_values:
  * @datum: a datum
- * @sample_count: (out): where to store how many samples there were
+ * @sample_count: (out): where to store the number of samples
  * @sum: (out): where to store their sum
  * @minimum: (out): where to store the smallest
  * @maximum: (out): where to store the largest
  *
- * Gets the statistics; all zero if they were not set. All are left alone after a failed check, and
- * none may be %NULL.
+ * Gets the statistics, which are 0 if they were not set. After a failed check nothing is stored. No
+ * pointer may be %NULL.
  */
 VEK_EXPORT
 void vek_metric_datum_get_statistic_values(VekMetricDatum *datum, guint64 *sample_count,
@@ -193,12 +193,12 @@ void vek_metric_datum_get_statistic_values(VekMetricDatum *datum, guint64 *sampl
 /**
  * vek_metric_datum_set_statistic_values:
  * @datum: a datum
- * @sample_count: how many samples there were
+ * @sample_count: the number of samples
  * @sum: their sum
  * @minimum: the smallest
  * @maximum: the largest
  *
- * Sets the statistics, stored as they are given.
+ * Sets the statistics, which are not checked.
  *
  * Does nothing after a failed check.
  */
@@ -210,7 +210,7 @@ void vek_metric_datum_set_statistic_values(VekMetricDatum *datum, guint64 sample
  * vek_metric_datum_get_statistic_values_set:
  * @datum: a datum
  *
- * Tells whether the statistics were set.
+ * Checks whether the statistics were set.
  *
  * Returns: %TRUE once they were; %FALSE after a failed check
  */

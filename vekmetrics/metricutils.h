@@ -9,15 +9,15 @@ G_BEGIN_DECLS
  * vek_metrics_rotate_files:
  * @fname: (type filename): the name of a file in @logdir
  * @logdir: (type filename): the directory
- * @n_files: the highest number that an old copy may bear; 0 keeps none. Each number up to it is
- *   tried, whether there is such a file or not
+ * @n_files: the largest number of a rotated file; 0 keeps none. The time taken grows with it,
+ *   whether the files exist or not
  *
- * Makes room for a fresh file: `name.1` becomes `name.2` and so on, the newest first, and the file
- * itself becomes `name.1`. What bore the number @n_files is replaced.
+ * Rotates a file: `name.1` becomes `name.2` and so on, and the file itself becomes `name.1`. The
+ * file with the number @n_files is replaced.
  *
- * Nothing happens when the file does not exist. Gaps in the numbers stay, numbers above @n_files
- * are left alone, and a rename that fails stops nothing and is not logged. No other program may
- * rotate the same files at the same time.
+ * Nothing happens if the file does not exist. Gaps in the numbers stay, files with larger numbers
+ * are not touched, and a failed rename is ignored and not logged. No other program may rotate the
+ * same files at the same time.
  *
  * Does nothing after a failed check.
  */

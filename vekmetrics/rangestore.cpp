@@ -8,12 +8,12 @@ struct _VekMetricRangeStore {
   GMutex lock;     // guards the field below
   GSList *ranges;  // of VekMetricRange, the newest first
 };
-static_assert(vek::ZeroFillable<VekMetricRangeStore>);
+static_assert(vekin::ZeroFillable<VekMetricRangeStore>);
 
 G_DEFINE_TYPE(VekMetricRangeStore, vek_metric_range_store, VEK_TYPE_METRIC_STORE)
 
 static void vek_metric_range_store_finalize(GObject *object) {
-  auto *self = vek::as<VekMetricRangeStore>(object);
+  auto *self = vekin::as<VekMetricRangeStore>(object);
   g_mutex_clear(&self->lock);
   g_slist_free_full(self->ranges, g_free);
 
@@ -22,8 +22,8 @@ static void vek_metric_range_store_finalize(GObject *object) {
 
 static void vek_metric_range_store_add_range(VekMetricStore *store, gint id, gint64 start,
                                              gint64 end) {
-  auto *self = vek::as<VekMetricRangeStore>(store);
-  vek::MutexLock held(self->lock);
+  auto *self = vekin::as<VekMetricRangeStore>(store);
+  vekin::MutexLock held(self->lock);
   auto *range = g_new(VekMetricRange, 1);
   *range = {.id = id, .start = start, .end = end};
   self->ranges = g_slist_prepend(self->ranges, range);
@@ -43,6 +43,6 @@ VekMetricStore *vek_metric_range_store_new(void) {
 }
 
 GSList *vek_metric_range_store_move_data(VekMetricRangeStore *store) {
-  vek::MutexLock held(store->lock);
+  vekin::MutexLock held(store->lock);
   return g_steal_pointer(&store->ranges);
 }

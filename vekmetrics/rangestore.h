@@ -11,10 +11,10 @@ G_BEGIN_DECLS
  * @start: its first bound
  * @end: its second bound
  *
- * One range of a timeline: the three numbers as the application gave them. The library gives the
- * bounds no unit and does not compare them.
+ * One range of a timeline: three numbers as the application gave them. The bounds have no unit, and
+ * the end may lie before the start.
  *
- * Each record is a block of its own, freed with `g_free()`.
+ * Free a range with `g_free()`.
  */
 typedef struct {
   gint id;
@@ -29,7 +29,7 @@ G_DEFINE_AUTOPTR_CLEANUP_FUNC(VekMetricRange, g_free)
 /**
  * VekMetricRangeStore:
  *
- * Collects ranges until they are moved out all at once. It grows without bound until then.
+ * Collects ranges until all of them are moved out. There is no limit to their number.
  *
  * Samples and snapshots are not supported.
  */
@@ -40,7 +40,7 @@ G_DECLARE_FINAL_TYPE(VekMetricRangeStore, vek_metric_range_store, VEK, METRIC_RA
 /**
  * vek_metric_range_store_new:
  *
- * Makes an empty store.
+ * Creates an empty store.
  *
  * Returns: (transfer full): a new store
  */
@@ -51,10 +51,10 @@ VekMetricStore *vek_metric_range_store_new(void);
  * vek_metric_range_store_move_data:
  * @store: a range store; not checked
  *
- * Takes all the ranges out of the store, in constant time.
+ * Moves all ranges out of the store, in constant time.
  *
- * Returns: (transfer full) (nullable) (element-type VekMetricRange): the ranges, the newest first,
- *   to be freed with `g_slist_free_full (list, g_free)`; %NULL if there are none
+ * Returns: (transfer full) (nullable) (element-type VekMetricRange): the ranges, the newest first;
+ *   free them with `g_slist_free_full (list, g_free)`; %NULL if there are none
  */
 VEK_EXPORT
 GSList *vek_metric_range_store_move_data(VekMetricRangeStore *store);

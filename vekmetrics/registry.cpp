@@ -2,11 +2,10 @@
 
 #include "common/internal.hpp"
 #include "metric.hpp"
+#include "pass.hpp"
 #include "registry.hpp"
-#include "reporter.hpp"
 
 #include <span>
-#include <utility>
 
 static constexpr guint kReportInterval = 60;  // seconds
 
@@ -18,15 +17,11 @@ struct _VekMetricRegistry {
   GHashTable *metrics;  // from key to VekMetric
   guint report_source_id;
 };
-static_assert(vek::ZeroFillable<VekMetricRegistry>);
+static_assert(vekin::ZeroFillable<VekMetricRegistry>);
 
 static VekMetricRegistry *metric_registry;  // the default; unguarded
 
 G_DEFINE_TYPE(VekMetricRegistry, vek_metric_registry, G_TYPE_OBJECT)
-
-static bool VEK_IS_METRIC_REGISTRY(VekMetricRegistry *registry) {
-  return vek::is_a<vek_metric_registry_get_type>(registry);
-}
 
 // Puts a string and a "." at the beginning of the room and takes them off it, if they fit. Byte by
 // byte: strings of keys are so short that calls to measure and to copy them would take longer.
@@ -87,83 +82,11 @@ private:
 
 }  // namespace
 
-static void report_metric(VekMetric *metric, GSList *reporters) {
-  vek_return_if_fail(VEK_IS_METRIC(metric));
-
-  gboolean &active = vek_metric_get_private(metric)->active;
-  if (!active)
-    return;
-  vek_metric_report(metric, reporters);
-
-  // Only the table holds it: this was its last report.
-  if (vek::as<GObject>(metric)->ref_count == 1)
-    active = FALSE;
-}
-
 static gboolean remove_metric(gpointer, gpointer value, gpointer) {
-  auto *metric = vek::as<VekMetric>(value);
+  auto *metric = vekin::as<VekMetric>(value);
   vek_return_val_if_fail(VEK_IS_METRIC(metric), FALSE);
 
   return !vek_metric_get_private(metric)->active;
-}
-
-template <gsize size>
-static void fetch_ahead(gconstpointer memory) {
-  static constexpr gsize kCacheLine = 64;
-  auto *start = static_cast<const char *>(memory);
-  for (gsize at = 0; at < size; at += kCacheLine)
-    __builtin_prefetch(start + at);
-  __builtin_prefetch(start + size - 1);
-}
-
-namespace {
-
-// Metrics that wait for their report. They lie scattered over the heap, and a pass over many would
-// wait for memory at each: so what the reports of a batch will read is fetched for all of it first.
-class Batch {
-public:
-  explicit Batch(GSList *reporters) : reporters(reporters) {}
-
-  void add(VekMetric *metric) {
-    fetch_ahead<kMetricSize>(vek_metric_get_private(metric));
-    metrics[n_metrics++] = metric;
-    if (n_metrics == std::size(metrics))
-      report();
-  }
-
-  // Not inline: add() then has no registers to save.
-  [[gnu::noinline]] void report() {
-    std::span waiting(metrics, std::exchange(n_metrics, 0));
-    for (auto *metric : waiting)
-      if (auto *ahead = VEK_IS_METRIC(metric) ? vek_metric_get_private(metric)->ahead : nullptr)
-        fetch_ahead<kLockSize>(ahead);
-    for (auto *metric : waiting)
-      report_metric(metric, reporters);
-  }
-
-private:
-  // Private data, then the instance, then the fields of its kind: of a counter all of them.
-  static constexpr gsize kMetricSize = 112;
-  static constexpr gsize kLockSize = 56;
-
-  GSList *reporters;
-  VekMetric *metrics[128];
-  gsize n_metrics = 0;
-};
-
-}  // namespace
-
-static void add_to_batch(gpointer, gpointer metric, gpointer batch) {
-  vek::as<Batch>(batch)->add(vek::as<VekMetric>(metric));
-}
-
-static void run_pass(VekMetricRegistry *self, GSList *reporters) {
-  Batch batch(reporters);
-  g_hash_table_foreach(self->metrics, add_to_batch, &batch);
-  batch.report();
-
-  for (auto *reporter : vek::Each<VekMetricReporter>(reporters))
-    vek_metric_reporter_flush(reporter);
 }
 
 static gboolean report_metrics_callback(gpointer data) {
@@ -171,19 +94,19 @@ static gboolean report_metrics_callback(gpointer data) {
 
   // The pass works on the list as it is now: a reporter registered later waits for the next.
   auto *reporters = static_cast<GSList *>(g_atomic_pointer_get(&self->reporters));
-  if (vek::ReaderLock held(self->lock); reporters)
-    run_pass(self, reporters);
+  if (vekin::ReaderLock held(self->lock); reporters)
+    vekin::run_pass(self->metrics, reporters);
 
-  vek::WriterLock held(self->lock);
+  vekin::WriterLock held(self->lock);
   g_hash_table_foreach_remove(self->metrics, remove_metric, nullptr);
   return G_SOURCE_CONTINUE;
 }
 
 static void vek_metric_registry_dispose(GObject *object) {
-  auto *self = vek::as<VekMetricRegistry>(object);
+  auto *self = vekin::as<VekMetricRegistry>(object);
 
   {
-    vek::WriterLock held(self->lock);
+    vekin::WriterLock held(self->lock);
     g_slist_free_full(g_steal_pointer(&self->reporters), g_object_unref);
     g_clear_pointer(&self->metrics, g_hash_table_unref);
     g_clear_handle_id(&self->report_source_id, g_source_remove);
@@ -193,7 +116,7 @@ static void vek_metric_registry_dispose(GObject *object) {
 }
 
 static void vek_metric_registry_finalize(GObject *object) {
-  g_rw_lock_clear(&vek::as<VekMetricRegistry>(object)->lock);
+  g_rw_lock_clear(&vekin::as<VekMetricRegistry>(object)->lock);
 
   G_OBJECT_CLASS(vek_metric_registry_parent_class)->finalize(object);
 }
@@ -209,16 +132,16 @@ static void vek_metric_registry_init(VekMetricRegistry *self) {
   self->metrics = g_hash_table_new_full(g_str_hash, g_str_equal, g_free, g_object_unref);
 }
 
-VekMetric *vek::create_metric(VekMetricRegistry *registry, GType type, ...) {
+VekMetric *vekin::create_metric(VekMetricRegistry *registry, GType type, ...) {
   va_list properties;
   va_start(properties, type);
-  auto *created = vek::as<VekMetric>(g_object_new_valist(type, "name", properties));
+  auto *created = vekin::as<VekMetric>(g_object_new_valist(type, "name", properties));
   va_end(properties);
   Key key(vek_metric_get_name(created), vek_metric_get_dimensions(created));
 
   VekMetric *stored;
   {
-    vek::WriterLock held(registry->lock);
+    vekin::WriterLock held(registry->lock);
     stored = static_cast<VekMetric *>(g_hash_table_lookup(registry->metrics, key));
     if (!stored) {
       g_hash_table_insert(registry->metrics, g_strdup(key), g_object_ref(created));
@@ -246,9 +169,9 @@ VekMetric *vek_metric_registry_get_metric(VekMetricRegistry *registry, const gch
   vek_return_val_if_fail(name != NULL, nullptr);
 
   Key key(name, dimensions);
-  vek::ReaderLock held(registry->lock);
+  vekin::ReaderLock held(registry->lock);
   auto *metric = static_cast<VekMetric *>(g_hash_table_lookup(registry->metrics, key));
-  return metric ? vek::as<VekMetric>(g_object_ref(metric)) : nullptr;
+  return metric ? vekin::as<VekMetric>(g_object_ref(metric)) : nullptr;
 }
 
 void vek_metric_registry_register_reporter(VekMetricRegistry *registry,
@@ -256,7 +179,7 @@ void vek_metric_registry_register_reporter(VekMetricRegistry *registry,
   vek_return_if_fail(VEK_IS_METRIC_REGISTRY(registry));
   vek_return_if_fail(VEK_IS_METRIC_REPORTER(reporter));
 
-  vek::WriterLock held(registry->lock);
+  vekin::WriterLock held(registry->lock);
   // The timer holds no reference: dispose removes it.
   if (!registry->reporters)
     registry->report_source_id =
@@ -271,8 +194,8 @@ void vek_metric_registry_report(VekMetricRegistry *registry, VekMetricReporter *
 
   auto *reporters = g_slist_prepend(nullptr, g_object_ref(reporter));
   {
-    vek::ReaderLock held(registry->lock);
-    run_pass(registry, reporters);
+    vekin::ReaderLock held(registry->lock);
+    vekin::run_pass(registry->metrics, reporters);
   }
   g_slist_free_full(reporters, g_object_unref);
 }

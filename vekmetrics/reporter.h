@@ -11,15 +11,15 @@ G_BEGIN_DECLS
 /**
  * VekMetricReporter:
  *
- * An output: what a report pass hands the metrics' figures to.
+ * An output for the figures of a report pass.
  *
- * In a pass each metric calls one of the four process operations on every reporter; when all
- * metrics have been handled, the registry calls `flush`, which is where a reporter writes what it
- * has gathered. The order of the metrics is not defined. An application writes a reporter of its
- * own by implementing this interface; only `flush` must be there.
+ * In a pass, each metric calls one of the four process operations on every reporter, in undefined
+ * order of the metrics. Then the registry calls `flush`, where a reporter writes what it has
+ * collected. Applications implement this interface for reporters of their own; only `flush` is
+ * required.
  *
- * A pass holds the registry's reader lock: nothing called from it may create metrics in, or
- * register reporters with, the same registry. The reporters of this library take no lock, so one
+ * A pass holds the registry's reader lock: nothing called from a pass may create metrics in the
+ * same registry or register reporters with it. The reporters of this library take no lock, so one
  * of them must not serve two passes at the same time.
  */
 VEK_EXPORT
@@ -28,16 +28,16 @@ G_DECLARE_INTERFACE(VekMetricReporter, vek_metric_reporter, VEK, METRIC_REPORTER
 /**
  * VekMetricReporterInterface:
  * @parent_interface: the parent interface
- * @process_count: takes a counter's count; may be unset
- * @process_value: takes a gauge's value or a meter's rate; may be unset
- * @process_timeline_samples: takes a timeline's ranges; may be unset
- * @process_aggregated: takes the samples of a histogram or a timer; may be unset
- * @flush: writes out what was gathered; must be set
+ * @process_count: takes a counter's count; optional
+ * @process_value: takes a gauge's value or a meter's rate; optional
+ * @process_timeline_samples: takes a timeline's ranges; optional
+ * @process_aggregated: takes the samples of a histogram or a timer; optional
+ * @flush: writes what was collected; required
  *
  * The operations of a reporter.
  *
  * Every pointer is borrowed for the call: a reporter copies what it keeps, or takes a reference to
- * the snapshot. Figures whose operation is unset are passed over silently.
+ * the snapshot. Figures whose operation is not set are skipped silently.
  */
 struct _VekMetricReporterInterface {
   GTypeInterface parent_interface;
@@ -62,7 +62,7 @@ struct _VekMetricReporterInterface {
    * @name: the metric's name
    * @dimensions: (nullable) (array zero-terminated=1): alternating names and values
    * @unit: (nullable): the metric's unit
-   * @timestamp: what time the value is of, in wall-clock microseconds since the Unix epoch
+   * @timestamp: the time of the value, in wall-clock microseconds since the Unix epoch
    * @value: the value of a gauge, or the rate of a meter per second
    *
    * Takes the value of a gauge or the rate of a meter.
@@ -74,8 +74,8 @@ struct _VekMetricReporterInterface {
    * VekMetricReporterInterface::process_timeline_samples:
    * @reporter: a reporter
    * @name: the metric's name
-   * @samples: (nullable) (element-type VekMetricRange): the ranges since the pass before, the
-   *   newest first
+   * @samples: (nullable) (element-type VekMetricRange): the ranges since the previous pass,
+   *   the newest first
    *
    * Takes the ranges of a timeline.
    */
@@ -98,7 +98,7 @@ struct _VekMetricReporterInterface {
    * VekMetricReporterInterface::flush:
    * @reporter: a reporter
    *
-   * Writes out what was gathered since the flush before.
+   * Writes what was collected since the previous flush.
    */
   void (*flush)(VekMetricReporter *reporter);
 };

@@ -10,11 +10,11 @@ G_BEGIN_DECLS
 /**
  * VekMetricSnapshot:
  *
- * The samples that a store held at one moment, sorted ascending, with their statistics.
+ * The samples of a store at one moment, in ascending order, with their statistics.
  *
- * A snapshot is reference-counted and never changes, so any number of threads may read it. All
- * figures are in the unit of the samples. A sample that is not a number compares equal to
- * everything: where such samples come to stand after sorting is not defined.
+ * A snapshot is reference-counted and immutable, so any number of threads may read it. All figures
+ * are in the unit of the samples. A sample that is not a number compares equal to every other, so
+ * the order of samples is undefined if there is one.
  */
 typedef struct _VekMetricSnapshot VekMetricSnapshot;
 
@@ -24,10 +24,10 @@ GType vek_metric_snapshot_get_type(void) G_GNUC_CONST;
 /**
  * vek_metric_snapshot_new: (constructor)
  * @samples: (nullable) (array length=n_samples): the samples, in any order; copied
- * @n_samples: how many there are, below 2^29
+ * @n_samples: the number of samples, below 2^29: their size in bytes must fit into 32 bits
  *
- * Copies and sorts the samples and stamps the copy with the current wall-clock time. If @samples is
- * %NULL and @n_samples is not 0, the snapshot has that number and statistics of 0.
+ * Copies and sorts the samples, and records the current wall-clock time. If @samples is %NULL and
+ * @n_samples is not 0, the snapshot has that number of samples and statistics of 0.
  *
  * Returns: (transfer full): a new snapshot with one reference
  */
@@ -58,7 +58,7 @@ void vek_metric_snapshot_unref(VekMetricSnapshot *snapshot);
  * vek_metric_snapshot_get_time:
  * @snapshot: a snapshot
  *
- * Gets when the snapshot was made, whenever its samples were recorded.
+ * Gets the time when the snapshot was taken. The samples may be older.
  *
  * Returns: wall-clock microseconds since the Unix epoch; 0 after a failed check
  */
@@ -69,7 +69,7 @@ gint64 vek_metric_snapshot_get_time(VekMetricSnapshot *snapshot);
  * vek_metric_snapshot_get_n_samples:
  * @snapshot: a snapshot
  *
- * Gets the number of samples.
+ * Gets the number of samples, which the store limits: it is not a number of events.
  *
  * Returns: the number given at creation; 0 after a failed check
  */
@@ -80,7 +80,7 @@ gsize vek_metric_snapshot_get_n_samples(VekMetricSnapshot *snapshot);
  * vek_metric_snapshot_get_sum:
  * @snapshot: a snapshot
  *
- * Adds the samples up, the smallest first.
+ * Gets the sum of the samples, added from the smallest to the largest.
  *
  * Returns: the sum; 0.0 without samples and after a failed check
  */
@@ -123,13 +123,13 @@ gdouble vek_metric_snapshot_get_max(VekMetricSnapshot *snapshot);
 /**
  * vek_metric_snapshot_get_quantile:
  * @snapshot: a snapshot
- * @q: the fraction of the samples that lie below, from 0 to 1
+ * @q: the fraction of the samples that are smaller, from 0 to 1
  *
- * Gets a quantile by linear interpolation: the sorted samples are numbered from 0, the wanted
- * position is @q times the last number, and between two samples the value is interpolated.
+ * Gets a quantile by linear interpolation. The samples are numbered from 0 in ascending order, the
+ * position is @q times the last number, and the value between two samples is interpolated.
  *
- * Below position 1 nothing is interpolated and the value is the smallest sample: of two samples,
- * every @q below 1 gives the smaller.
+ * Below position 1, the value is the smallest sample and not interpolated: of two samples, every @q
+ * below 1 gives the smaller.
  *
  * Returns: the quantile; 0.0 without samples, and after a failed check, as when @q is out of range
  *   or not a number

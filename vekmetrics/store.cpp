@@ -3,10 +3,7 @@
 #include "common/internal.hpp"
 
 G_DEFINE_TYPE(VekMetricStore, vek_metric_store, G_TYPE_OBJECT)
-
-static bool VEK_IS_METRIC_STORE(VekMetricStore *store) {
-  return vek::is_a<vek_metric_store_get_type>(store);
-}
+VEK_QUICK_TYPE_TEST(METRIC_STORE, VekMetricStore, vek_metric_store)
 
 static void vek_metric_store_class_init(VekMetricStoreClass *) {}
 

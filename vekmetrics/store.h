@@ -11,13 +11,12 @@ G_BEGIN_DECLS
 /**
  * VekMetricStore:
  *
- * Where a metric keeps its samples; the base of the stores, and of an application's own.
+ * The base of all stores, which keep the samples or ranges of a metric.
  *
- * A store sets the operations that it supports. Calling one that its class left unset ends the
- * process, for no check is spent on it: give a metric a store that serves it. Histograms and
- * timers use `add` and `get_snapshot`, timelines `add_range`.
+ * A store sets the operations that it supports. Calling an operation that its class does not set
+ * ends the process. Histograms and timers call `add` and `get_snapshot`, timelines `add_range`.
  *
- * Any thread may call any operation; each store sees to that itself.
+ * Any thread may call any operation. A store of an application must be thread-safe too.
  */
 VEK_EXPORT
 G_DECLARE_DERIVABLE_TYPE(VekMetricStore, vek_metric_store, VEK, METRIC_STORE, GObject)
@@ -29,7 +28,7 @@ G_DECLARE_DERIVABLE_TYPE(VekMetricStore, vek_metric_store, VEK, METRIC_STORE, GO
  * @add_range: records one range
  * @get_snapshot: returns a new snapshot of the samples
  *
- * The class structure of [class@MetricStore]. Every operation is unset at first.
+ * The class structure of [class@MetricStore]. No operation is set by default.
  */
 struct _VekMetricStoreClass {
   GObjectClass parent_class;
@@ -60,8 +59,8 @@ struct _VekMetricStoreClass {
    *
    * Takes a snapshot of the samples.
    *
-   * Returns: (transfer full): a new snapshot, never %NULL: reporters of the library cannot do
-   *   without one
+   * Returns: (transfer full): a new snapshot, never %NULL: the reporters of the library require
+   *   one
    */
   VekMetricSnapshot *(*get_snapshot)(VekMetricStore *store);
 };
@@ -69,7 +68,7 @@ struct _VekMetricStoreClass {
 /**
  * vek_metric_store_add:
  * @store: a store of samples
- * @value: the sample, in the unit of the metric; passed on as it is
+ * @value: the sample, in the unit of the metric; not checked
  *
  * Records one sample.
  *
@@ -85,7 +84,7 @@ void vek_metric_store_add(VekMetricStore *store, gdouble value);
  * @start: its first bound
  * @end: its second bound
  *
- * Records one range. The three numbers are neither compared nor changed.
+ * Records one range. The numbers are not checked.
  *
  * Does nothing after a failed check.
  */

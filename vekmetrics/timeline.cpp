@@ -10,12 +10,12 @@ struct _VekMetricTimeline {
 
   VekMetricStore *store;  // a range store
 };
-static_assert(vek::ZeroFillable<VekMetricTimeline>);
+static_assert(vekin::ZeroFillable<VekMetricTimeline>);
 
 G_DEFINE_TYPE(VekMetricTimeline, vek_metric_timeline, VEK_TYPE_METRIC)
 
 static void vek_metric_timeline_dispose(GObject *object) {
-  g_clear_object(&vek::as<VekMetricTimeline>(object)->store);
+  g_clear_object(&vekin::as<VekMetricTimeline>(object)->store);
 
   G_OBJECT_CLASS(vek_metric_timeline_parent_class)->dispose(object);
 }
@@ -23,13 +23,15 @@ static void vek_metric_timeline_dispose(GObject *object) {
 static void vek_metric_timeline_constructed(GObject *object) {
   G_OBJECT_CLASS(vek_metric_timeline_parent_class)->constructed(object);
 
-  vek::as<VekMetricTimeline>(object)->store = vek_metric_range_store_new();
+  auto *self = vekin::as<VekMetricTimeline>(object);
+  if (!self->store)
+    self->store = vek_metric_range_store_new();
 }
 
 static void vek_metric_timeline_report(VekMetric *metric, GSList *reporters) {
   const char *name = vek_metric_get_private(metric)->name;
-  GSList *batch = vek_metric_timeline_move_data(vek::as<VekMetricTimeline>(metric));
-  for (auto *reporter : vek::Each<VekMetricReporter>(reporters))
+  GSList *batch = vek_metric_timeline_move_data(vekin::as<VekMetricTimeline>(metric));
+  for (auto *reporter : vekin::Each<VekMetricReporter>(reporters))
     vek_metric_reporter_process_timeline_samples(reporter, name, batch);
   g_slist_free_full(batch, g_free);
 }
@@ -59,6 +61,6 @@ VekMetricTimeline *vek_metric_registry_timeline_new(VekMetricRegistry *registry,
   vek_return_val_if_fail(VEK_IS_METRIC_REGISTRY(registry), nullptr);
 
   // A missing name is not refused here: it ends in the registry's assertion.
-  auto *metric = vek::create_metric(registry, VEK_TYPE_METRIC_TIMELINE, name, nullptr);
-  return vek::warned_cast<VekMetricTimeline>(metric, VEK_TYPE_METRIC_TIMELINE);
+  auto *metric = vekin::create_metric(registry, VEK_TYPE_METRIC_TIMELINE, name, nullptr);
+  return vekin::warned_cast<VekMetricTimeline>(metric, VEK_TYPE_METRIC_TIMELINE);
 }

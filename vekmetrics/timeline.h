@@ -12,36 +12,37 @@ G_BEGIN_DECLS
 /**
  * VekMetricTimeline:
  *
- * Ranges as they happened: what ran, from when to when.
+ * Ranges of time or of anything else: what ran, from when to when.
  *
- * Each report pass moves out all that was recorded since the pass before and hands it to the
- * reporters, so each range is reported exactly once, and to nobody if there is no reporter for it.
- * Any thread may add ranges.
+ * Each pass moves out the ranges that were added since the previous pass and hands them to its
+ * reporters. A range is thus reported once, and lost if none of them is a
+ * [class@MetricTimelineReporter] or another reporter of ranges. Ranges use memory until a pass
+ * moves them out. Any thread may add ranges.
  */
 VEK_EXPORT
 G_DECLARE_FINAL_TYPE(VekMetricTimeline, vek_metric_timeline, VEK, METRIC_TIMELINE, VekMetric)
 
 /**
  * vek_metric_timeline_add_range:
- * @timeline: a timeline; not checked
+ * @timeline: a timeline; not checked, and a metric of another kind may end the process
  * @id: an integer that identifies the range, such as the number of a worker
- * @start: its first bound, in a unit of the application's choice
+ * @start: its first bound, in any unit
  * @end: its second bound
  *
- * Records one range. The three numbers are neither compared nor changed.
+ * Adds one range. The numbers are not checked.
  */
 VEK_EXPORT
 void vek_metric_timeline_add_range(VekMetricTimeline *timeline, gint id, gint64 start, gint64 end);
 
 /**
  * vek_metric_timeline_move_data:
- * @timeline: a timeline
+ * @timeline: a timeline; only checked not to be %NULL
  *
- * Takes all the ranges out of the timeline; no pass will report them.
+ * Moves all ranges out of the timeline. No pass reports them.
  *
- * Returns: (transfer full) (nullable) (element-type VekMetricRange): the ranges, the newest first,
- *   to be freed with `g_slist_free_full (list, g_free)`; %NULL if there are none, and after a
- *   failed check
+ * Returns: (transfer full) (nullable) (element-type VekMetricRange): the ranges, the newest first;
+ *   free them with `g_slist_free_full (list, g_free)`; %NULL if there are none, and after a failed
+ *   check
  */
 VEK_EXPORT
 GSList *vek_metric_timeline_move_data(VekMetricTimeline *timeline);
@@ -51,8 +52,9 @@ GSList *vek_metric_timeline_move_data(VekMetricTimeline *timeline);
  * @registry: a registry
  * @name: the timeline's name; %NULL aborts the process
  *
- * Makes a timeline, or gets the metric that the registry already has under the name. One of
- * another kind is returned as it is, after GObject's warning of an invalid cast.
+ * Creates a timeline without dimensions, or returns the metric that already has its key, which may
+ * be inactive or of another kind: see [class@MetricRegistry]. The operations of a timeline do not
+ * check the kind: where the name may be taken, test the result with `VEK_IS_METRIC_TIMELINE()`.
  *
  * Returns: (transfer full) (nullable): the timeline; %NULL after a failed check
  */

@@ -7,9 +7,9 @@
 struct _VekMetricTimelineReporter {
   GObject parent_instance;
 
-  vek::CsvFile log;
+  vekin::CsvFile log;
 };
-static_assert(vek::ZeroFillable<VekMetricTimelineReporter>);
+static_assert(vekin::ZeroFillable<VekMetricTimelineReporter>);
 
 static void vek_metric_timeline_reporter_reporter_init(VekMetricReporterInterface *iface);
 
@@ -20,16 +20,16 @@ G_DEFINE_TYPE_WITH_CODE(VekMetricTimelineReporter, vek_metric_timeline_reporter,
 static void vek_metric_timeline_reporter_process_timeline_samples(VekMetricReporter *reporter,
                                                                   const gchar *name,
                                                                   GSList *samples) {
-  FILE *file = vek::as<VekMetricTimelineReporter>(reporter)->log.file;
+  FILE *file = vekin::as<VekMetricTimelineReporter>(reporter)->log.file;
   if (!file)
     return;
-  for (auto *range : vek::Each<VekMetricRange>(samples))
+  for (auto *range : vekin::Each<VekMetricRange>(samples))
     fprintf(file, "F,%s,%d,%lli,%lli\n", name, range->id, static_cast<long long>(range->start),
             static_cast<long long>(range->end));
 }
 
 static void vek_metric_timeline_reporter_flush(VekMetricReporter *reporter) {
-  vek::as<VekMetricTimelineReporter>(reporter)->log.flush();
+  vekin::as<VekMetricTimelineReporter>(reporter)->log.flush();
 }
 
 static void vek_metric_timeline_reporter_reporter_init(VekMetricReporterInterface *iface) {
@@ -39,16 +39,16 @@ static void vek_metric_timeline_reporter_reporter_init(VekMetricReporterInterfac
 
 static void vek_metric_timeline_reporter_set_property(GObject *object, guint id,
                                                       const GValue *value, GParamSpec *pspec) {
-  vek::as<VekMetricTimelineReporter>(object)->log.set_property(object, id, value, pspec);
+  vekin::as<VekMetricTimelineReporter>(object)->log.set_property(object, id, value, pspec);
 }
 
 static void vek_metric_timeline_reporter_get_property(GObject *object, guint id, GValue *value,
                                                       GParamSpec *pspec) {
-  vek::as<VekMetricTimelineReporter>(object)->log.get_property(object, id, value, pspec);
+  vekin::as<VekMetricTimelineReporter>(object)->log.get_property(object, id, value, pspec);
 }
 
 static void vek_metric_timeline_reporter_finalize(GObject *object) {
-  vek::as<VekMetricTimelineReporter>(object)->log.close();
+  vekin::as<VekMetricTimelineReporter>(object)->log.close();
 
   G_OBJECT_CLASS(vek_metric_timeline_reporter_parent_class)->finalize(object);
 }
@@ -56,7 +56,7 @@ static void vek_metric_timeline_reporter_finalize(GObject *object) {
 static void vek_metric_timeline_reporter_constructed(GObject *object) {
   G_OBJECT_CLASS(vek_metric_timeline_reporter_parent_class)->constructed(object);
 
-  auto &log = vek::as<VekMetricTimelineReporter>(object)->log;
+  auto &log = vekin::as<VekMetricTimelineReporter>(object)->log;
   if (!log.open())
     fprintf(stderr, "Cannot create log dir \"%s\".\n", log.dirname);
 }
@@ -67,7 +67,7 @@ static void vek_metric_timeline_reporter_class_init(VekMetricTimelineReporterCla
   object_class->get_property = vek_metric_timeline_reporter_get_property;
   object_class->finalize = vek_metric_timeline_reporter_finalize;
   object_class->constructed = vek_metric_timeline_reporter_constructed;
-  vek::CsvFile::install_properties(object_class);
+  vekin::CsvFile::install_properties(object_class);
 }
 
 static void vek_metric_timeline_reporter_init(VekMetricTimelineReporter *) {}

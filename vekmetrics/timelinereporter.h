@@ -11,12 +11,12 @@ G_BEGIN_DECLS
 /**
  * VekMetricTimelineReporter:
  *
- * Appends the ranges of timelines to a CSV file, a line each: the letter F, the timeline's name,
- * the range's id, start and end. Of each pass the newest range comes first.
+ * Appends a line to a CSV file for each range of a timeline: the letter F, the timeline's name, and
+ * the range's id, start and end. In each pass, the newest range of a timeline comes first.
  *
- * Takes nothing but timelines. The file is opened once, at construction. If that fails, a message
- * goes to standard error and nothing is ever written. All its calls belong to the thread that runs
- * the passes.
+ * No other kind of metric is written. The file is opened once, at construction. If that fails, a
+ * message is printed to standard error and nothing is written. All calls must be made on the thread
+ * that runs the passes.
  */
 VEK_EXPORT
 G_DECLARE_FINAL_TYPE(VekMetricTimelineReporter, vek_metric_timeline_reporter, VEK,
@@ -37,9 +37,10 @@ G_DECLARE_FINAL_TYPE(VekMetricTimelineReporter, vek_metric_timeline_reporter, VE
 /**
  * vek_metric_timeline_reporter_new:
  * @basename: (nullable) (type filename): the file's name without its ".csv"
- * @dirname: (nullable) (type filename): its directory, made if it is missing
+ * @dirname: (nullable) (type filename): its directory, created if it is missing
  *
- * Makes a timeline reporter and opens its file. Without a name or a directory, nothing is written.
+ * Creates a timeline reporter and opens its file. Without a name or a directory, nothing is
+ * written.
  *
  * Returns: (transfer full) (type VekMetricTimelineReporter): a new reporter
  */

@@ -12,13 +12,10 @@ struct _VekMetricTimer {
   gint64 divisor;  // microseconds to the unit; 0 for a unit that is missing or not known
   gint64 start;    // monotonic clock in µs; of the last start
 };
-static_assert(vek::ZeroFillable<VekMetricTimer>);
+static_assert(vekin::ZeroFillable<VekMetricTimer>);
 
 G_DEFINE_TYPE(VekMetricTimer, vek_metric_timer, VEK_TYPE_METRIC_HISTOGRAM)
-
-static bool VEK_IS_METRIC_TIMER(VekMetricTimer *timer) {
-  return vek::is_a<vek_metric_timer_get_type>(timer);
-}
+VEK_QUICK_TYPE_TEST(METRIC_TIMER, VekMetricTimer, vek_metric_timer)
 
 static constexpr struct {
   std::string_view unit;
@@ -38,16 +35,16 @@ static gint64 find_divisor(std::string_view unit) {
 
 // With a divisor of 0 this records infinity or not-a-number: the warning at construction said so.
 static void record(VekMetricTimer *self, gint64 usec) {
-  vek::add_sample(vek::as<VekMetricHistogram>(self),
-                  static_cast<gdouble>(usec) / static_cast<gdouble>(self->divisor));
+  vekin::add_sample(vekin::as<VekMetricHistogram>(self),
+                    static_cast<gdouble>(usec) / static_cast<gdouble>(self->divisor));
 }
 
 static void vek_metric_timer_constructed(GObject *object) {
   G_OBJECT_CLASS(vek_metric_timer_parent_class)->constructed(object);
 
-  auto *self = vek::as<VekMetricTimer>(object);
-  const char *name = vek_metric_get_name(vek::as<VekMetric>(self));
-  const char *unit = vek_metric_get_unit(vek::as<VekMetric>(self));
+  auto *self = vekin::as<VekMetricTimer>(object);
+  const char *name = vek_metric_get_name(vekin::as<VekMetric>(self));
+  const char *unit = vek_metric_get_unit(vekin::as<VekMetric>(self));
   if (!unit) {
     vek_warning("Unspecified unit for timer metric %s", name);
     return;
@@ -88,8 +85,6 @@ VekMetricTimer *vek_metric_registry_timer_new(VekMetricRegistry *registry, const
   vek_return_val_if_fail(name != NULL, nullptr);
   vek_return_val_if_fail(unit != NULL, nullptr);
 
-  auto *metric =
-      vek::create_metric(registry, VEK_TYPE_METRIC_TIMER, name, "unit", unit, "store", store,
-                         dimensions ? "dimensions" : nullptr, dimensions, nullptr);
-  return vek::warned_cast<VekMetricTimer>(metric, VEK_TYPE_METRIC_TIMER);
+  return vekin::create_kind<VekMetricTimer>(registry, VEK_TYPE_METRIC_TIMER, name, unit, dimensions,
+                                            "store", store);
 }

@@ -10,11 +10,16 @@ G_BEGIN_DECLS
 /**
  * VekMetricTimer:
  *
- * A histogram of durations, converted from microseconds to the timer's unit: "Seconds",
- * "Milliseconds" or "Microseconds". With any other unit, durations are divided by zero.
+ * A histogram of durations, converted from microseconds to the timer's unit.
+ *
+ * The unit must be "Seconds", "Milliseconds" or "Microseconds". Any other unit, "ms" for example,
+ * or none is logged as a warning at creation, and every sample is then infinite or not a number.
  *
  * A timer holds one start time, for one activity at a time. Activities that overlap measure their
- * own durations and hand them to [method@MetricTimer.set_usec], which any thread may call.
+ * own durations and pass them to [method@MetricTimer.set_usec], which any thread may call.
+ *
+ * The default store keeps the newest 60 durations, whenever they were recorded. For latencies, use
+ * a [class@MetricFixedTimeStore].
  */
 VEK_EXPORT
 G_DECLARE_FINAL_TYPE(VekMetricTimer, vek_metric_timer, VEK, METRIC_TIMER, VekMetricHistogram)
@@ -23,7 +28,7 @@ G_DECLARE_FINAL_TYPE(VekMetricTimer, vek_metric_timer, VEK, METRIC_TIMER, VekMet
  * vek_metric_timer_start:
  * @timer: a timer
  *
- * Makes now the start, in place of any earlier one.
+ * Sets the start time to now. An earlier start is forgotten.
  *
  * Does nothing after a failed check.
  */
@@ -34,8 +39,11 @@ void vek_metric_timer_start(VekMetricTimer *timer);
  * vek_metric_timer_stop:
  * @timer: a timer
  *
- * Adds the time since the start as one sample. The start stays: another stop measures from it
- * again. Without any start, the time is that of the monotonic clock itself.
+ * Adds the time since the start as one sample. The start time stays: another stop measures from it
+ * again.
+ *
+ * Without a start this is not an error: the sample is the reading of the monotonic clock, on most
+ * systems the time since the machine was started.
  *
  * Does nothing after a failed check.
  */
@@ -58,13 +66,12 @@ void vek_metric_timer_set_usec(VekMetricTimer *timer, gint64 usec);
  * vek_metric_registry_timer_new:
  * @registry: a registry
  * @name: the timer's name
- * @unit: "Seconds", "Milliseconds" or "Microseconds"; anything else draws a warning
- * @store: (nullable) (transfer none): a store of samples; %NULL for one of the last 60
+ * @unit: "Seconds", "Milliseconds" or "Microseconds"; anything else is logged as a warning
+ * @store: (nullable) (transfer none): a store of samples; %NULL for the newest 60
  * @dimensions: (nullable) (array zero-terminated=1): alternating names and values; copied
  *
- * Makes a timer, or gets the metric that the registry already has under the key, which then does
- * not use @store. One of another kind is returned as it is, after GObject's warning of an invalid
- * cast.
+ * Creates a timer, or returns the metric that already has its key, with its own store and unit.
+ * That metric may be inactive or of another kind: see [class@MetricRegistry].
  *
  * Returns: (transfer full) (nullable): the timer; %NULL after a failed check
  */

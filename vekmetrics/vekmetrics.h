@@ -1,6 +1,6 @@
 #pragma once
 
-/* All of vekmetrics: the one header that applications include. */
+/* The only header that applications include. */
 
 #include <vekmetrics/carbonreporter.h>
 #include <vekmetrics/consolereporter.h>

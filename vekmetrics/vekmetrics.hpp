@@ -1,172 +1,119 @@
 #pragma once
 
-// What C++ adds to the C interface: owners, a timer and a tally for a scope, dimensions in braces,
-// and snapshots with named accessors. The C functions stay the way to do everything else, and take
-// these owners as they are. Needs C++17 and nothing but this header; nothing here costs more than
-// the C calls that it makes.
+// The C++ interface. Its classes own their references and have the C functions as methods; each
+// also converts to the pointer that the C functions take. Requires C++17. Everything is inline, and
+// a method costs what its C call costs.
+//
+// The methods are const, as those of a pointer are. They are documented in the C headers, under the
+// name that each calls. Called on an owner of nothing, a method logs a failed check and returns 0
+// or nothing.
 
-#include <vekmetrics/vekmetrics.h>
-
-#include <algorithm>
-#include <initializer_list>
-#include <utility>
-#include <vector>
+#include <vekmetrics/kinds.hpp>
+#include <vekmetrics/owner.hpp>
+#include <vekmetrics/records.hpp>
+#include <vekmetrics/scopes.hpp>
 
 namespace vek {
 
-// How a reference to a T is taken and dropped: as that of an object, if nothing else is said.
-template <typename T>
-struct Counting {
-  static void ref(T *object) { g_object_ref(object); }
-  static void unref(T *object) { g_object_unref(object); }
-};
+// Reporters. What they write, and what their arguments mean, is in the C headers.
 
-template <>
-struct Counting<VekMetricDimension> {
-  static void ref(VekMetricDimension *dimension) { vek_metric_dimension_ref(dimension); }
-  static void unref(VekMetricDimension *dimension) { vek_metric_dimension_unref(dimension); }
-};
-
-template <>
-struct Counting<VekMetricSnapshot> {
-  static void ref(VekMetricSnapshot *snapshot) { vek_metric_snapshot_ref(snapshot); }
-  static void unref(VekMetricSnapshot *snapshot) { vek_metric_snapshot_unref(snapshot); }
-};
-
-template <>
-struct Counting<VekMetricDatum> {
-  static void ref(VekMetricDatum *datum) { vek_metric_datum_ref(datum); }
-  static void unref(VekMetricDatum *datum) { vek_metric_datum_unref(datum); }
-};
-
-// Owns one reference, or nothing. Made of what a C function returns as the caller's own, it takes
-// that reference over; a copy takes one more. It passes for the pointer in every C call. What a
-// function only lends, such as the default registry, stays a plain pointer.
-template <typename T>
-class Owner {
-public:
-  Owner() = default;
-  explicit Owner(T *owned) : pointer(owned) {}
-  Owner(const Owner &other) : pointer(other.pointer) {
-    if (pointer)
-      Counting<T>::ref(pointer);
-  }
-  Owner(Owner &&other) noexcept : pointer(std::exchange(other.pointer, nullptr)) {}
-  Owner &operator=(Owner other) noexcept {
-    std::swap(pointer, other.pointer);
-    return *this;
-  }
-  ~Owner() {
-    if (pointer)
-      Counting<T>::unref(pointer);
-  }
-
-  operator T *() const { return pointer; }
-
-private:
-  T *pointer = nullptr;
-};
-
-using Counter = Owner<VekMetricCounter>;
-using Datum = Owner<VekMetricDatum>;
-using Dimension = Owner<VekMetricDimension>;
-using Gauge = Owner<VekMetricGauge>;
-using Histogram = Owner<VekMetricHistogram>;
-using Meter = Owner<VekMetricMeter>;
-using Metric = Owner<VekMetric>;
-using Registry = Owner<VekMetricRegistry>;
-using Reporter = Owner<VekMetricReporter>;
-using Store = Owner<VekMetricStore>;
-using Timeline = Owner<VekMetricTimeline>;
-using Timer = Owner<VekMetricTimer>;
-
-// A snapshot with its statistics by name. Made of nothing (nullptr), its accessors log a failed
-// check and give 0.
-class Snapshot : public Owner<VekMetricSnapshot> {
+class Reporter : public Owner<VekMetricReporter> {
 public:
   using Owner::Owner;
-
-  gint64 time() const { return vek_metric_snapshot_get_time(*this); }  // µs since the Unix epoch
-  gsize n_samples() const { return vek_metric_snapshot_get_n_samples(*this); }
-  gdouble sum() const { return vek_metric_snapshot_get_sum(*this); }
-  gdouble average() const { return vek_metric_snapshot_get_average(*this); }
-  gdouble min() const { return vek_metric_snapshot_get_min(*this); }
-  gdouble max() const { return vek_metric_snapshot_get_max(*this); }
-  gdouble quantile(gdouble q) const { return vek_metric_snapshot_get_quantile(*this, q); }
 };
 
-// The dimensions of a metric, as pairs in braces: {{"host", "h1"}, {"disk", "sda"}}. The strings
-// are borrowed, so it is best written right into the call that makes the metric.
-class Dimensions {
+class ConsoleReporter : public Derived<VekMetricConsoleReporter, Reporter> {
 public:
-  Dimensions(std::initializer_list<std::pair<const char *, const char *>> pairs) {
-    strings.reserve(2 * pairs.size() + 1);
-    for (const auto &[name, value] : pairs) {
-      strings.push_back(name);
-      strings.push_back(value);
-    }
-    strings.push_back(nullptr);
+  using Derived::Derived;
+  static ConsoleReporter create() {
+    return adopt<ConsoleReporter>(vek_metric_console_reporter_new());
   }
-
-  // For a C call, which copies the strings and changes none.
-  operator gchar **() const { return const_cast<gchar **>(strings.data()); }
-
-private:
-  std::vector<const gchar *> strings;
 };
 
-// Records the time from here to the end of the scope. It keeps its own start: any number of them
-// may share a timer, on any threads. The timer is borrowed and must outlive it.
-class ScopedTimer {
+class CarbonReporter : public Derived<VekMetricCarbonReporter, Reporter> {
 public:
-  explicit ScopedTimer(VekMetricTimer *timer) : timer(timer), start(g_get_monotonic_time()) {}
-  ~ScopedTimer() { vek_metric_timer_set_usec(timer, g_get_monotonic_time() - start); }
-  ScopedTimer(const ScopedTimer &) = delete;
-  ScopedTimer &operator=(const ScopedTimer &) = delete;
-
-private:
-  VekMetricTimer *timer;
-  gint64 start;
+  using Derived::Derived;
+  static CarbonReporter create(const gchar *prefix, const gchar *server_address,
+                               guint server_port) {
+    return adopt<CarbonReporter>(
+        vek_metric_carbon_reporter_new(prefix, server_address, server_port));
+  }
 };
 
-// Counts for a hot loop in a plain integer, and adds to its counter once for many: when the limit
-// is reached, when asked, and at the end of the scope. It belongs to one thread; what it holds back
-// no report shows yet. The counter is borrowed and must outlive it.
-class Tally {
+class JsonLogReporter : public Derived<VekMetricJsonLogReporter, Reporter> {
 public:
-  // The limit: what is not held back any more, in either direction; from 1 to G_MAXINT64 / 2.
-  explicit Tally(VekMetricCounter *counter, gint64 limit = 1024)
-      : counter(counter), limit(std::clamp<gint64>(limit, 1, G_MAXINT64 / 2)) {}
-  ~Tally() { publish(); }
-  Tally(const Tally &) = delete;
-  Tally &operator=(const Tally &) = delete;
-
-  void add(gint64 value) {
-    if (value >= limit || value <= -limit)
-      vek_metric_counter_add(counter, value);
-    else
-      hold(value);
+  using Derived::Derived;
+  static JsonLogReporter create(const gchar *basename, const gchar *dirname,
+                                const gchar *instance_id, guint max_reports, guint rotate) {
+    return adopt<JsonLogReporter>(
+        vek_metric_json_log_reporter_new(basename, dirname, instance_id, max_reports, rotate));
   }
-  void inc() { hold(1); }
-  void dec() { hold(-1); }
+};
 
-  // Adds what is held back to the counter; nothing when that is 0.
-  void publish() {
-    if (count != 0)
-      vek_metric_counter_add(counter, std::exchange(count, 0));
+class LogReporter : public Derived<VekMetricLogReporter, Reporter> {
+public:
+  using Derived::Derived;
+  static LogReporter create(const gchar *basename, const gchar *dirname) {
+    return adopt<LogReporter>(vek_metric_log_reporter_new(basename, dirname));
+  }
+};
+
+class TimelineReporter : public Derived<VekMetricTimelineReporter, Reporter> {
+public:
+  using Derived::Derived;
+  static TimelineReporter create(const gchar *basename, const gchar *dirname) {
+    return adopt<TimelineReporter>(vek_metric_timeline_reporter_new(basename, dirname));
+  }
+};
+
+// The registry makes metrics, and runs the report passes. Its arguments may be owners or pointers.
+class Registry : public Owner<VekMetricRegistry> {
+public:
+  using Owner::Owner;
+  static Registry create() {
+    return adopt<Registry>(g_object_new(VEK_TYPE_METRIC_REGISTRY, nullptr));
+  }
+  // The default registry, with a reference of the owner's.
+  static Registry get_default() {
+    return Registry(g_object_ref(vek_metric_registry_get_default()));
+  }
+  void set_default() const { vek_metric_registry_set_default(*this); }
+
+  Counter counter(const gchar *name, const gchar *unit = nullptr,
+                  const Dimensions &dimensions = {}) const {
+    return Counter(vek_metric_registry_counter_new(*this, name, unit, dimensions));
+  }
+  // The interval is in µs; 0 is none.
+  Gauge gauge(const gchar *name, const gchar *unit = nullptr, gint64 interval = 0,
+              const Dimensions &dimensions = {}) const {
+    return Gauge(vek_metric_registry_gauge_new(*this, name, unit, interval, dimensions));
+  }
+  Meter meter(const gchar *name, const gchar *unit = nullptr,
+              const Dimensions &dimensions = {}) const {
+    return Meter(vek_metric_registry_meter_new(*this, name, unit, dimensions));
+  }
+  // Without a store, the metric keeps the last 60 samples.
+  Histogram histogram(const gchar *name, const gchar *unit = nullptr,
+                      VekMetricStore *store = nullptr, const Dimensions &dimensions = {}) const {
+    return Histogram(vek_metric_registry_histogram_new(*this, name, unit, store, dimensions));
+  }
+  // The unit is "Seconds", "Milliseconds" or "Microseconds".
+  Timer timer(const gchar *name, const gchar *unit, VekMetricStore *store = nullptr,
+              const Dimensions &dimensions = {}) const {
+    return Timer(vek_metric_registry_timer_new(*this, name, unit, store, dimensions));
+  }
+  Timeline timeline(const gchar *name) const {
+    return Timeline(vek_metric_registry_timeline_new(*this, name));
   }
 
-private:
-  // Below the limit, so that the sum cannot overflow.
-  void hold(gint64 value) {
-    count += value;
-    if (count >= limit || count <= -limit)
-      publish();
+  // Nothing if the registry has no such metric.
+  Metric get_metric(const gchar *name, const Dimensions &dimensions = {}) const {
+    return Metric(vek_metric_registry_get_metric(*this, name, dimensions));
   }
-
-  VekMetricCounter *counter;
-  gint64 limit;
-  gint64 count = 0;
+  void register_reporter(VekMetricReporter *reporter) const {
+    vek_metric_registry_register_reporter(*this, reporter);
+  }
+  void report(VekMetricReporter *reporter) const { vek_metric_registry_report(*this, reporter); }
 };
 
 }  // namespace vek

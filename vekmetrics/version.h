@@ -3,31 +3,31 @@
 /**
  * VEK_MAJOR_VERSION:
  *
- * The major number of the version that is compiled against.
+ * The major version of the headers.
  */
 #define VEK_MAJOR_VERSION (0)
 
 /**
  * VEK_MINOR_VERSION:
  *
- * The minor number of the version that is compiled against.
+ * The minor version of the headers.
  */
 #define VEK_MINOR_VERSION (1)
 
 /**
  * VEK_MICRO_VERSION:
  *
- * The micro number of the version that is compiled against.
+ * The micro version of the headers.
  */
 #define VEK_MICRO_VERSION (0)
 
 /**
  * VEK_CHECK_VERSION:
- * @major: a major number
- * @minor: a minor number
- * @micro: a micro number
+ * @major: a major version
+ * @minor: a minor version
+ * @micro: a micro version
  *
- * Tells whether the version that is compiled against is at least the one given.
+ * Checks whether the headers have at least the given version.
  */
 #define VEK_CHECK_VERSION(major, minor, micro)                                                     \
   (VEK_MAJOR_VERSION > (major) || (VEK_MAJOR_VERSION == (major) && VEK_MINOR_VERSION > (minor)) || \

@@ -1,22 +1,19 @@
 #pragma once
 
-/* What the program measures: all of its metrics, made in one place.
- *
- * Any thread may update the metrics of the struct. The functions are for the main thread, where the
- * registry's own pass runs as well: so no reporter ever serves two passes at the same time. */
+/* What the program measures: all of its metrics, made in one place. Any thread may use them. */
 
 #include <vekmetrics/vekmetrics.h>
 
 typedef struct {
   VekMetricRegistry *registry;
-  GPtrArray *metrics; /* all but the next; one that only the registry holds is soon gone */
   GHashTable *errors_by_reason; /* from reason to VekMetricCounter */
+  GMutex lock;                  /* guards that table */
 
   VekMetricCounter *folders;
   VekMetricCounter *skipped; /* neither regular files nor folders */
   VekMetricCounter *errors;
   VekMetricHistogram *file_size;
-  VekMetricGauge *waiting; /* files that no thread has begun yet */
+  VekMetricGauge *open_files;
 
   /* By algorithm. */
   VekMetricCounter *bytes;
@@ -25,20 +22,10 @@ typedef struct {
   VekMetricTimer *file_time;
   VekMetricMeter *speed;      /* the bytes per second, as a moving average */
   VekMetricGauge *throughput; /* the bytes of each second by itself */
-
-  /* A VekMetricTimeline for each worker that is idle; who hashes a file takes one out meanwhile. A
-   * range is a file: the id is its number in the order in which the walk came upon them, the bounds
-   * are microseconds since the Unix epoch. */
-  GAsyncQueue *idle_workers;
 } Figures;
 
-/* Makes the metrics, for that many workers. */
-Figures *figures_new(const char *algorithm, int workers);
-
-/* Lets the metrics and the registry go, and with it the registry's hold on its reporters. */
-void figures_free(Figures *figures);
+/* Makes the metrics, for as long as the program runs. */
+void figures_init(Figures *figures);
 
 /* Counts a failure, in all and under its reason. */
 void figures_count_error(Figures *figures, int error_number);
-
-gint64 figures_get_files(Figures *figures);

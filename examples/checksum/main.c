@@ -1,169 +1,146 @@
 /* Hashes every file below some folders, on several threads, and measures itself meanwhile. */
 
-#include <errno.h>
 #include <glib-unix.h>
 #include <locale.h>
 #include <signal.h>
+#include <stdio.h>
+#include <stdlib.h>
+#include <vekmetrics-service/vekmetrics-service.h>
 
-#include "figures.h"
-#include "options.h"
-#include "output.h"
-#include "progress.h"
-#include "reporters.h"
-#include "walk.h"
 #include "work.h"
+
+/* What the program exits with. Figures that cannot be written do not change it: a program does not
+ * suffer from being measured. */
+enum { STATUS_OK = 0, STATUS_ERRORS = 1, STATUS_USAGE = 2, STATUS_INTERRUPTED = 130 };
+
+typedef struct {
+  char **folders;
+  int jobs;
+  int every; /* seconds */
+  gboolean quiet, console;
+  char *csv, *json, *timeline; /* folders */
+  char *carbon, *prefix;
+  double wait; /* seconds */
+} Options;
+
+#define EXIT_WITH_USAGE(...)                    \
+  do {                                          \
+    g_printerr("checksum: " __VA_ARGS__);       \
+    g_printerr("\nTry \"checksum --help\".\n"); \
+    exit(STATUS_USAGE);                         \
+  } while (0)
+
+static void parse(Options *options, int argc, char **argv) {
+  *options = (Options){.jobs = (int)g_get_num_processors(), .every = 60, .wait = 5.0};
+  const GOptionEntry entries[] = {
+      {"jobs", 'j', 0, G_OPTION_ARG_INT, &options->jobs,
+       "Hash this many files at a time (default: one for each processor)", "N"},
+      {"every", 'e', 0, G_OPTION_ARG_INT, &options->every,
+       "Report the figures that often (default: 60)", "SECONDS"},
+      {"quiet", 'q', 0, G_OPTION_ARG_NONE, &options->quiet, "Print no checksums", NULL},
+      {"console", 0, 0, G_OPTION_ARG_NONE, &options->console,
+       "Print the figures (the default without another place for them)", NULL},
+      {"csv", 0, 0, G_OPTION_ARG_FILENAME, &options->csv,
+       "Append a line for each figure to FOLDER/figures.csv", "FOLDER"},
+      {"json", 0, 0, G_OPTION_ARG_FILENAME, &options->json,
+       "Append a line for each report to FOLDER/figures.json", "FOLDER"},
+      {"timeline", 0, 0, G_OPTION_ARG_FILENAME, &options->timeline,
+       "Append a line for each file to FOLDER/timeline.csv", "FOLDER"},
+      {"carbon", 0, 0, G_OPTION_ARG_STRING, &options->carbon,
+       "Send the figures to the carbon server there", "ADDRESS:PORT"},
+      {"prefix", 0, 0, G_OPTION_ARG_STRING, &options->prefix,
+       "Put PREFIX and a dot before their names there", "PREFIX"},
+      {"wait", 0, 0, G_OPTION_ARG_DOUBLE, &options->wait,
+       "Wait that long for the last figures to be taken (default: 5)", "SECONDS"},
+      {G_OPTION_REMAINING, 0, 0, G_OPTION_ARG_FILENAME_ARRAY, &options->folders, NULL, NULL},
+      G_OPTION_ENTRY_NULL,
+  };
+  g_autoptr(GOptionContext) context = g_option_context_new(
+      "[FOLDER...] - hash every file below /usr/share/doc, or below the folders given");
+  g_option_context_add_main_entries(context, entries, NULL);
+  g_autoptr(GError) error = NULL;
+  if (!g_option_context_parse(context, &argc, &argv, &error))
+    EXIT_WITH_USAGE("%s", error->message);
+
+  if (options->jobs < 1 || options->jobs > 256)
+    EXIT_WITH_USAGE("--jobs takes a number from 1 to 256");
+  if (options->every < 1 || options->every > 60)
+    EXIT_WITH_USAGE("--every takes seconds from 1 to 60");
+  if (!(options->wait >= 0.0 && options->wait <= 86400.0))
+    EXIT_WITH_USAGE("--wait takes seconds from 0 to 86400");
+  if (!options->csv && !options->json && !options->timeline && !options->carbon)
+    options->console = TRUE;
+  if (!options->folders)
+    options->folders = g_strdupv((char *[]){"/usr/share/doc", NULL});
+}
+
+static VekMetricReporter *new_carbon_reporter(const Options *options) {
+  g_autoptr(GSocketConnectable) given = g_network_address_parse(options->carbon, 2003, NULL);
+  GNetworkAddress *address = given ? G_NETWORK_ADDRESS(given) : NULL;
+  /* Only numbers: the reporter looks no names up. */
+  if (!address || !g_hostname_is_ip_address(g_network_address_get_hostname(address)))
+    EXIT_WITH_USAGE("--carbon takes a numeric ADDRESS:PORT or [IPV6-ADDRESS]:PORT, not \"%s\"",
+                    options->carbon);
+  return vek_metric_carbon_reporter_new(options->prefix, g_network_address_get_hostname(address),
+                                        g_network_address_get_port(address));
+}
+
+static VekServiceSession *new_session(const Options *options) {
+  VekServiceSession *session = vek_service_session_new(NULL);
+  g_object_set(session, "period", options->every, NULL);
+  VekMetricReporter *reporters[] = {
+      options->carbon ? new_carbon_reporter(options) : NULL,
+      options->console ? vek_metric_console_reporter_new() : NULL,
+      options->csv ? vek_metric_log_reporter_new("figures", options->csv) : NULL,
+      options->json ? vek_metric_json_log_reporter_new("figures", options->json, NULL, 0, 0) : NULL,
+      options->timeline ? vek_metric_timeline_reporter_new("timeline", options->timeline) : NULL,
+  };
+  for (gsize i = 0; i < G_N_ELEMENTS(reporters); i++)
+    if (reporters[i])
+      vek_service_session_add_reporter(session, reporters[i]);
+  return session;
+}
 
 typedef struct {
   GMainLoop *loop;
-  Figures *figures;
-  Reporters *reporters;
-  Walk *walk;
-  Work *work;
-  FILE *output;      /* for the checksums; NULL if they are not wanted */
-  guint walk_source; /* 0 while enough files are queued, and at the end */
-  gboolean walked;   /* no more files are to come */
   gboolean interrupted;
 } Program;
-
-static void fail(Program *program, const char *path, int error_number) {
-  figures_count_error(program->figures, error_number);
-  output_error(path, g_strerror(error_number));
-}
-
-static void quit_if_done(Program *program) {
-  if (program->walked && work_is_idle(program->work))
-    g_main_loop_quit(program->loop);
-}
-
-static void stop(Program *program) {
-  g_clear_handle_id(&program->walk_source, g_source_remove);
-  program->walked = TRUE;
-  work_stop(program->work);
-  quit_if_done(program);
-}
-
-static gboolean on_walk(gpointer data) {
-  Program *program = data;
-  WalkStep step = walk_next(program->walk);
-  const char *path = walk_get_path(program->walk);
-
-  switch (step) {
-  case WALK_FILE: work_push(program->work, path); break;
-  case WALK_FOLDER: vek_metric_counter_inc(program->figures->folders); break;
-  case WALK_SKIPPED: vek_metric_counter_inc(program->figures->skipped); break;
-  case WALK_FAILED: fail(program, path, walk_get_error_number(program->walk)); break;
-  case WALK_END: program->walked = TRUE; break;
-  }
-  if (!program->walked && !work_is_full(program->work))
-    return G_SOURCE_CONTINUE;
-
-  program->walk_source = 0;
-  quit_if_done(program);
-  return G_SOURCE_REMOVE;
-}
-
-/* The walk takes turns with everything else: signals, timers and finished files. At the priority of
- * idleness it would stand still while reports take longer than they are apart. */
-static void walk_on(Program *program) {
-  if (program->walk_source == 0 && !program->walked)
-    program->walk_source = g_idle_add_full(G_PRIORITY_DEFAULT, on_walk, program, NULL);
-}
-
-static void on_job_done(const Job *job, gpointer data) {
-  Program *program = data;
-
-  if (job->error_number != 0)
-    fail(program, job->path, job->error_number);
-  if (job->checksum && program->output)
-    output_checksum(program->output, job->checksum, job->path);
-
-  if (program->output && ferror(program->output))
-    stop(program);
-  walk_on(program);
-  quit_if_done(program);
-}
-
-static void report(Program *program) {
-  reporters_report(program->reporters, program->figures->registry);
-}
-
-static gboolean on_every(gpointer data) {
-  report(data);
-  return G_SOURCE_CONTINUE;
-}
 
 /* The signal gets its default meaning back, as it does at the end of the run: the second one, or
  * one that comes while the last figures are written, ends the program at once. */
 static gboolean on_signal(gpointer data) {
   Program *program = data;
   program->interrupted = TRUE;
-  stop(program);
+  g_main_loop_quit(program->loop);
   return G_SOURCE_REMOVE;
-}
-
-static void run(Program *program, guint every) {
-  program->loop = g_main_loop_new(NULL, FALSE);
-  g_unix_signal_add(SIGINT, on_signal, program);
-  g_unix_signal_add(SIGTERM, on_signal, program);
-  if (every > 0)
-    g_timeout_add(every, on_every, program);
-
-  progress_start(program->figures);
-  walk_on(program);
-  g_main_loop_run(program->loop);
-  progress_stop();
-  while (g_source_remove_by_user_data(program))
-    ;
-  g_main_loop_unref(program->loop);
-}
-
-static gboolean open_output(Program *program, const Options *options) {
-  if (options->quiet)
-    return TRUE;
-  program->output = options->output ? fopen(options->output, "we") : stdout;
-  if (!program->output)
-    output_error(options->output, g_strerror(errno));
-  return program->output != NULL;
-}
-
-static int finish(Program *program, const Options *options) {
-  gboolean written = TRUE;
-  if (program->output && program->output != stdout) {
-    written = output_flush(program->output, options->output);
-    fclose(program->output);
-  }
-
-  report(program);
-  if (!output_flush(stdout, "standard output"))
-    written = FALSE;
-
-  if (program->interrupted)
-    return STATUS_INTERRUPTED;
-  gboolean read = vek_metric_counter_get_count(program->figures->errors) == 0;
-  return read && written ? STATUS_OK : STATUS_ERRORS;
 }
 
 int main(int argc, char **argv) {
   setlocale(LC_ALL, "");
-  Options options;
-  options_parse(&options, argc, argv);
-  output_init();
+  static Options options;
+  parse(&options, argc, argv);
+  VekServiceSession *session = new_session(&options);
+  static Figures figures;
+  figures_init(&figures);
 
-  Program program = {0};
-  int status = STATUS_ERRORS;
-  if (open_output(&program, &options)) {
-    program.figures = figures_new(options.algorithm, options.jobs);
-    program.reporters = reporters_new(&options, program.figures->registry);
-    program.walk = walk_new(options.folders);
-    program.work = work_new(options.jobs, options.type, program.figures, on_job_done, &program);
-    run(&program, options.every);
-    status = finish(&program, &options);
+  Program program = {.loop = g_main_loop_new(NULL, FALSE)};
+  g_unix_signal_add(SIGINT, on_signal, &program);
+  g_unix_signal_add(SIGTERM, on_signal, &program);
+  Work *work = work_new(options.folders, options.jobs, options.quiet, &figures, program.loop);
+  g_main_loop_run(program.loop);
+  while (g_source_remove_by_user_data(&program))
+    ;
 
-    work_free(program.work);
-    walk_free(program.walk);
-    figures_free(program.figures);
-    reporters_finish(program.reporters);
+  /* First what counts ends, then the session. */
+  work_free(work);
+  vek_service_session_finish(session, (guint)(options.wait * 1000.0));
+  g_object_unref(session);
+
+  gboolean well = vek_metric_counter_get_count(figures.errors) == 0;
+  g_main_loop_unref(program.loop);
+  if (fflush(stdout) != 0 || ferror(stdout)) {
+    g_printerr("checksum: standard output: write error\n");
+    well = FALSE;
   }
-  options_clear(&options);
-  return status;
+  return program.interrupted ? STATUS_INTERRUPTED : well ? STATUS_OK : STATUS_ERRORS;
 }

@@ -2,33 +2,54 @@
 
 #include <errno.h>
 #include <fcntl.h>
+#include <fts.h>
+#include <stdio.h>
 #include <unistd.h>
 
-#define BLOCK_SIZE (64 * 1024)
-#define PENDING_PER_THREAD 16
-
 struct _Work {
-  GThreadPool *pool;
-  GChecksumType type;
+  gboolean quiet;
   Figures *figures;
-  WorkCallback callback;
-  gpointer data;
-  gint64 wall_clock; /* what it is ahead of the monotonic clock, in us */
-  guint n_pending;
-  guint max_pending;
-  int n_pushed;
-  int stopped; /* atomic: what else the threads read never changes */
+  GMainLoop *loop;
+  GThread **threads;
+  int n_threads;
+  int n_started; /* atomic, as the two below */
+  int n_running;
+  int stopped;
+
+  GMutex lock; /* guards the two below */
+  FTS *walk;
+  int n_files;
 };
 
-typedef struct {
-  Job job;
-  Work *work;
-  int number; /* from 1 */
-} Task;
+static void fail(Work *work, const char *path, int error_number) {
+  figures_count_error(work->figures, error_number);
+  g_autofree char *name = g_filename_display_name(path);
+  g_printerr("checksum: %s: %s\n", name, g_strerror(error_number));
+}
 
-/* Sends the whole file through the checksum, a block at a time. */
+/* Walks on to the next regular file; only links among the folders given are followed. */
+static char *find_file(Work *work, int *number) {
+  g_mutex_lock(&work->lock);
+  char *path = NULL;
+  FTSENT *entry;
+  while (!path && !g_atomic_int_get(&work->stopped) && (entry = fts_read(work->walk))) {
+    switch (entry->fts_info) {
+    case FTS_F: path = g_strdup(entry->fts_path); break;
+    case FTS_D: vek_metric_counter_inc(work->figures->folders); break;
+    case FTS_DP: break;
+    case FTS_DNR:
+    case FTS_ERR:
+    case FTS_NS: fail(work, entry->fts_path, entry->fts_errno); break;
+    default: vek_metric_counter_inc(work->figures->skipped);
+    }
+  }
+  *number = ++work->n_files;
+  g_mutex_unlock(&work->lock);
+  return path;
+}
+
 static gboolean read_file(int file, GChecksum *checksum, Figures *figures) {
-  guint8 block[BLOCK_SIZE];
+  guint8 block[64 * 1024];
   gint64 size = 0;
   ssize_t length;
   while ((length = read(file, block, sizeof block)) > 0) {
@@ -46,98 +67,79 @@ static gboolean read_file(int file, GChecksum *checksum, Figures *figures) {
   return TRUE;
 }
 
-static void hash_file(Job *job, GChecksumType type, Figures *figures) {
-  int file = open(job->path, O_RDONLY | O_CLOEXEC);
-  if (file < 0) {
-    job->error_number = errno;
-    return;
-  }
-
-  g_autoptr(GChecksum) checksum = g_checksum_new(type);
-  if (read_file(file, checksum, figures))
-    job->checksum = g_strdup(g_checksum_get_string(checksum));
-  else
-    job->error_number = errno;
-  close(file);
+/* A line of sha256sum, which marks a name with escapes by a backslash before it all. */
+static void print_line(const char *checksum, const char *path) {
+  static const char *const escapes[][2] = {{"\\", "\\\\"}, {"\n", "\\n"}, {"\r", "\\r"}};
+  g_autoptr(GString) name = g_string_new(path);
+  for (gsize i = 0; i < G_N_ELEMENTS(escapes); i++) /* the backslash first */
+    g_string_replace(name, escapes[i][0], escapes[i][1], 0);
+  printf("%s%s  %s\n", g_str_equal(name->str, path) ? "" : "\\", checksum, name->str);
 }
 
-/* Several files are hashed at the same time, so the timer, which keeps one start time, gets each
- * duration as a whole. Times are of the monotonic clock, which is never set, and are laid on the
- * wall clock of the other figures by the same distance for all: no two ranges of a worker overlap.
- */
-static void time_file(Work *work, Job *job, int number) {
-  VekMetricTimeline *worker = g_async_queue_pop(work->figures->idle_workers);
+/* The timer is shared, and keeps one start: it is given each duration as a whole. The range is of
+ * the wall clock: its id is the number of the file in the walk. */
+static void hash_file(Work *work, const char *path, int number, VekMetricTimeline *timeline) {
   gint64 start = g_get_monotonic_time();
-  hash_file(job, work->type, work->figures);
-  gint64 end = g_get_monotonic_time();
-
-  if (job->checksum) {
-    vek_metric_timer_set_usec(work->figures->file_time, end - start);
-    vek_metric_timeline_add_range(worker, number, work->wall_clock + start, work->wall_clock + end);
+  gint64 begin = g_get_real_time();
+  int file = open(path, O_RDONLY | O_CLOEXEC);
+  g_autoptr(GChecksum) checksum = g_checksum_new(G_CHECKSUM_SHA256);
+  if (file < 0 || !read_file(file, checksum, work->figures)) {
+    fail(work, path, errno);
+  } else {
+    gint64 usec = g_get_monotonic_time() - start;
+    vek_metric_timer_set_usec(work->figures->file_time, usec);
+    vek_metric_timeline_add_range(timeline, number, begin, begin + usec);
+    if (!work->quiet)
+      print_line(g_checksum_get_string(checksum), path);
   }
-  g_async_queue_push_front(work->figures->idle_workers, worker);
+  if (file >= 0)
+    close(file);
 }
 
-static gboolean on_done(gpointer data) {
-  Task *task = data;
-  Work *work = task->work;
-
-  work->n_pending--;
-  work->callback(&task->job, work->data);
-
-  g_free(task->job.path);
-  g_free(task->job.checksum);
-  g_free(task);
+/* Called by the loop, so that it is running: one that does not run yet cannot be ended. */
+static gboolean on_end(gpointer loop) {
+  g_main_loop_quit(loop);
   return G_SOURCE_REMOVE;
 }
 
-static void on_thread(gpointer data, gpointer user_data) {
-  Task *task = data;
-  Work *work = user_data;
-
-  vek_metric_gauge_add_value(work->figures->waiting, -1.0);
-  if (!g_atomic_int_get(&work->stopped))
-    time_file(work, &task->job, task->number);
-  g_idle_add_full(G_PRIORITY_DEFAULT, on_done, task, NULL);
+static gpointer run(gpointer data) {
+  Work *work = data;
+  g_autofree char *name = g_strdup_printf("worker_%d", g_atomic_int_add(&work->n_started, 1) + 1);
+  g_autoptr(VekMetricTimeline) timeline =
+      vek_metric_registry_timeline_new(work->figures->registry, name);
+  int number;
+  char *path;
+  while ((path = find_file(work, &number))) {
+    vek_metric_gauge_add_value(work->figures->open_files, 1.0);
+    hash_file(work, path, number, timeline);
+    vek_metric_gauge_add_value(work->figures->open_files, -1.0);
+    g_free(path);
+  }
+  if (g_atomic_int_dec_and_test(&work->n_running))
+    g_idle_add(on_end, work->loop);
+  return NULL;
 }
 
-Work *work_new(int jobs, GChecksumType type, Figures *figures, WorkCallback callback,
-               gpointer data) {
+Work *work_new(char **folders, int n_threads, gboolean quiet, Figures *figures, GMainLoop *loop) {
   Work *work = g_new0(Work, 1);
-  work->pool = g_thread_pool_new(on_thread, work, jobs, FALSE, NULL);
-  work->type = type;
+  work->quiet = quiet;
   work->figures = figures;
-  work->callback = callback;
-  work->data = data;
-  work->wall_clock = g_get_real_time();
-  work->wall_clock -= g_get_monotonic_time();
-  work->max_pending = (guint)jobs * PENDING_PER_THREAD;
+  work->loop = loop;
+  work->walk = fts_open(folders, FTS_PHYSICAL | FTS_COMFOLLOW | FTS_NOCHDIR, NULL);
+  g_mutex_init(&work->lock);
+  work->n_threads = work->n_running = n_threads;
+  work->threads = g_new(GThread *, n_threads);
+  for (int i = 0; i < n_threads; i++)
+    work->threads[i] = g_thread_new("worker", run, work);
   return work;
 }
 
 void work_free(Work *work) {
-  g_thread_pool_free(work->pool, FALSE, TRUE);
-  g_free(work);
-}
-
-void work_push(Work *work, const char *path) {
-  Task *task = g_new0(Task, 1);
-  task->job.path = g_strdup(path);
-  task->work = work;
-  task->number = ++work->n_pushed;
-  work->n_pending++;
-  vek_metric_gauge_add_value(work->figures->waiting, 1.0);
-  g_thread_pool_push(work->pool, task, NULL);
-}
-
-gboolean work_is_full(Work *work) {
-  return work->n_pending >= work->max_pending;
-}
-
-gboolean work_is_idle(Work *work) {
-  return work->n_pending == 0;
-}
-
-void work_stop(Work *work) {
   g_atomic_int_set(&work->stopped, TRUE);
+  for (int i = 0; i < work->n_threads; i++)
+    g_thread_join(work->threads[i]);
+  fts_close(work->walk);
+  g_mutex_clear(&work->lock);
+  g_free(work->threads);
+  g_free(work);
 }

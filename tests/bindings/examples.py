@@ -3,10 +3,10 @@
 import pathlib
 import sys
 
-TESTS = pathlib.Path(__file__).resolve().parent.parent
-sys.path += [str(TESTS), str(TESTS / 'support')]
-import doccheck  # pylint: disable=wrong-import-position
-import tap  # pylint: disable=wrong-import-position
+from policy import doccheck
+from support import tap
+
+EXAMPLES = pathlib.Path(__file__).resolve().parents[2] / 'examples'
 
 HELLO = 'general:\ngreetings: 3\n\n'
 PRINTED = {
@@ -23,13 +23,13 @@ LANGUAGES = {'.js': 'js', '.py': 'python', '.vala': 'vala'}
 
 def make_test(name, language, printed):
     def test():
-        source = (TESTS.parent / 'examples' / name).read_text(encoding='utf-8')
+        source = (EXAMPLES / name).read_text(encoding='utf-8')
         output = doccheck.run(language, source)
         assert output == printed, f'it printed:\n{output}'
     test.__name__ = f'{name}_prints_what_it_measured'
     return test
 
 
-tap.run('examples', [make_test(name, LANGUAGES[pathlib.Path(name).suffix], printed)
-                     for name, printed in PRINTED.items()
-                     if LANGUAGES[pathlib.Path(name).suffix] in sys.argv[1:]])
+tap.run([make_test(name, LANGUAGES[pathlib.Path(name).suffix], printed)
+         for name, printed in PRINTED.items()
+         if LANGUAGES[pathlib.Path(name).suffix] in sys.argv[1:]])

@@ -12,8 +12,7 @@ import gi
 gi.require_version('Vek', '1.0')
 from gi.repository import GLib, GObject, Vek  # pylint: disable=wrong-import-position
 
-sys.path.append(str(pathlib.Path(__file__).resolve().parent.parent / 'support'))
-import tap  # pylint: disable=wrong-import-position
+from support import tap  # pylint: disable=wrong-import-position
 
 NOW = 1000000000000000
 
@@ -342,7 +341,7 @@ def stores_of_ones_own_serve_histograms():
     equal(figures(histogram.get_snapshot()), (1, 8.0, 8.0, 8.0, 8.0))
 
 
-tap.run('python', [
+tap.run([
     counters_count,
     metrics_say_what_they_are,
     arguments_that_may_be_null_are_left_out_at_the_end,

@@ -292,9 +292,11 @@ void json_reporters_write_a_line_and_rotate() {
   assert_cmpint(DirUtils.remove(folder), EQ, 0);
 }
 
+SocketConnection connection;
+
 async void take_line(SocketListener server, StringBuilder line) {
   try {
-    var connection = yield server.accept_async();
+    connection = yield server.accept_async();
     line.append(yield new DataInputStream(connection.input_stream).read_line_async());
   } catch (Error error) {
     line.append(error.message);
@@ -315,9 +317,19 @@ void carbon_reporters_send_lines() {
   var registry = new_registry();
   var counter = registry.counter_new("frames", "Count", {"host", "h1"});
   counter.add(42);
-  registry.register_reporter(new Vek.MetricCarbonReporter("app", "127.0.0.1", port));
+  var reporter = new Vek.MetricCarbonReporter("app", "127.0.0.1", port);
+  var is_gone = false;
+  reporter.weak_ref(() => is_gone = true);
+  registry.register_reporter(reporter);
   while (line.len == 0)
     MainContext.default().iteration(true);
+
+  // What is still sent must find the connection open: writing fails with a warning, which is fatal.
+  registry = null;
+  reporter = null;
+  while (!is_gone)
+    MainContext.default().iteration(true);
+  connection = null;
   assert_cmpstr(line.str, EQ, "app.host.h1.Count.frames 42 1000000000");
 }
 

@@ -1,7 +1,8 @@
 #pragma once
 
 /* Catches every log message of a test program, structured or not, with its fields; only debug
- * messages of other domains than the library's are passed over.
+ * messages of other domains than the library's are passed over. GObject's criticals are taken for
+ * warnings.
  *
  * A test takes the messages out in the order in which they came; one that leaves a message behind
  * fails. */
@@ -12,12 +13,6 @@ G_BEGIN_DECLS
 
 /* To be called once, after g_test_init(). No message is fatal then, except errors. */
 void log_capture_init(void);
-
-/* Adds a test that fails if it leaves a message behind; "_" in its path becomes "-". */
-void add_test(const char *path, void (*test)(void));
-
-/* The same, named after its function: "/group/its-words". */
-#define ADD_TEST(group, test) add_test("/" group "/" #test, test)
 
 /* Takes the oldest message: the exact domain, level and text. */
 void assert_logged(const char *domain, GLogLevelFlags level, const char *message);

@@ -5,7 +5,7 @@ import time
 
 UNITS = {'bytes': 'Bytes', 'errors': 'Count', 'file_size': 'Bytes', 'file_time': 'Milliseconds',
          'files': 'Count', 'folders': 'Count', 'skipped': 'Count', 'speed': 'Bytes/Second',
-         'throughput': 'Bytes/Second', 'waiting': 'Count'}
+         'throughput': 'Bytes/Second', 'open_files': 'Count'}
 COUNTERS = {'bytes', 'errors', 'files', 'folders', 'skipped'}
 
 

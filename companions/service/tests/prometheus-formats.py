@@ -337,5 +337,5 @@ def promtool_finds_no_fault():
 if __name__ == '__main__':
     CLIENT = sys.argv[1]
     OPENMETRICS, TEXTS, EXPECTED = random_passes()
-    tap.run('prometheus-formats', (openmetrics_is_read_as_it_was_put_in,
-                                   text_format_is_read_as_it_was_put_in, promtool_finds_no_fault))
+    tap.run([openmetrics_is_read_as_it_was_put_in, text_format_is_read_as_it_was_put_in,
+             promtool_finds_no_fault])

@@ -5,8 +5,7 @@
 #include <vekmetrics-service/vekmetrics-service.h>
 #include <vekmetrics/vekmetrics.h>
 
-#include "support/fakeclock.h"
-#include "support/logcapture.h"
+#include "support/fixture.h"
 
 #define OPENMETRICS VEK_SERVICE_PROMETHEUS_FORMAT_OPENMETRICS
 #define TEXT VEK_SERVICE_PROMETHEUS_FORMAT_TEXT
@@ -74,7 +73,7 @@ static void assert_warning(const char *message) {
   assert_logged("VEK:service", G_LOG_LEVEL_WARNING, message);
 }
 
-static void every_kind_is_written_in_both_formats(void) {
+TEST(every_kind_is_written_in_both_formats) {
   g_autoptr(Reporter) reporter = set_up();
   g_autoptr(VekMetricRegistry) registry = g_object_new(VEK_TYPE_METRIC_REGISTRY, NULL);
   static char *h1[] = {"host", "h1", NULL}, *h2[] = {"host", "h2", NULL};
@@ -184,7 +183,7 @@ static void every_kind_is_written_in_both_formats(void) {
   g_assert_true(g_str_has_suffix(text, "wait_samples 1\n"));
 }
 
-static void families_are_sorted_as_each_format_names_them(void) {
+TEST(families_are_sorted_as_each_format_names_them) {
   g_autoptr(Reporter) reporter = set_up();
   vek_service_prometheus_reporter_declare_monotonic(reporter, "x");
   count(reporter, "x", NULL, 1);
@@ -194,7 +193,7 @@ static void families_are_sorted_as_each_format_names_them(void) {
   assert_text(reporter, TEXT, "x_max gauge; x_max 2; x_total counter; x_total 1");
 }
 
-static void samples_are_sorted_by_their_labels(void) {
+TEST(samples_are_sorted_by_their_labels) {
   g_autoptr(Reporter) reporter = set_up();
   gauge(reporter, "x", "b=2", 3);
   gauge(reporter, "x", "b=1 a=2", 2);
@@ -213,7 +212,7 @@ static void samples_are_sorted_by_their_labels(void) {
               "y_samples gauge; y_samples{b=\"1\"} 1; y_samples{b=\"2\"} 1");
 }
 
-static void total_is_not_said_twice(void) {
+TEST(total_is_not_said_twice) {
   g_autoptr(Reporter) reporter = set_up();
   vek_service_prometheus_reporter_declare_monotonic(reporter, "sent.total");
   vek_service_prometheus_reporter_declare_monotonic(reporter, "_total");
@@ -223,7 +222,7 @@ static void total_is_not_said_twice(void) {
   assert_text(reporter, OPENMETRICS, "_total counter; _total_total 2; sent counter; sent_total 1");
 }
 
-static void names_declared_after_a_pass_count_in_its_text(void) {
+TEST(names_declared_after_a_pass_count_in_its_text) {
   g_autoptr(Reporter) reporter = set_up();
   count(reporter, "x", NULL, 1);
   flush(reporter);
@@ -232,7 +231,7 @@ static void names_declared_after_a_pass_count_in_its_text(void) {
   assert_text(reporter, TEXT, "x_total counter; x_total 1");
 }
 
-static void prefix_is_in_front_of_all_but_the_reporters_own(void) {
+TEST(prefix_is_in_front_of_all_but_the_reporters_own) {
   g_autoptr(Reporter) reporter = set_up();
   g_object_set(reporter, "prefix", "my-", NULL);
   gauge(reporter, "load", NULL, 1);
@@ -248,7 +247,7 @@ static void prefix_is_in_front_of_all_but_the_reporters_own(void) {
   assert_text(reporter, TEXT, "load gauge; load 1");
 }
 
-static void help_tells_of_the_first_name_and_unit(void) {
+TEST(help_tells_of_the_first_name_and_unit) {
   g_autoptr(Reporter) reporter = set_up();
   static const struct {
     const char *name, *unit, *host;
@@ -263,7 +262,7 @@ static void help_tells_of_the_first_name_and_unit(void) {
   g_assert_true(g_str_has_prefix(text, "# HELP a_b a.b, in Count\n# TYPE a_b gauge\n"));
 }
 
-static void unit_of_a_metric_may_change(void) {
+TEST(unit_of_a_metric_may_change) {
   g_autoptr(Reporter) reporter = set_up();
   for (const char *unit = "Bytes"; unit; unit = g_str_equal(unit, "Bytes") ? "Bits" : NULL) {
     get_operations(reporter)->process_value(VEK_METRIC_REPORTER(reporter), "x", NULL, unit, 0, 1);
@@ -273,7 +272,7 @@ static void unit_of_a_metric_may_change(void) {
   }
 }
 
-static void kinds_that_differ_are_unknown(void) {
+TEST(kinds_that_differ_are_unknown) {
   g_autoptr(Reporter) reporter = set_up();
   count(reporter, "a", "host=h1", 1);
   gauge(reporter, "a", "host=h2", 2);
@@ -292,7 +291,7 @@ typedef struct {
   const char *name, *dimensions;
 } Brought;
 
-static void only_the_first_of_those_that_become_one_stays(void) {
+TEST(only_the_first_of_those_that_become_one_stays) {
   static const struct {
     const char *what;
     Brought brought[2];
@@ -390,7 +389,7 @@ static void only_the_first_of_those_that_become_one_stays(void) {
   }
 }
 
-static void the_one_left_out_comes_when_the_other_goes(void) {
+TEST(the_one_left_out_comes_when_the_other_goes) {
   g_autoptr(Reporter) reporter = set_up();
   gauge(reporter, "a.b", NULL, 1);
   gauge(reporter, "a_b", NULL, 2);
@@ -402,7 +401,7 @@ static void the_one_left_out_comes_when_the_other_goes(void) {
   assert_text(reporter, TEXT, "a_b gauge; a_b 2");
 }
 
-static void what_a_pass_does_not_bring_is_gone(void) {
+TEST(what_a_pass_does_not_bring_is_gone) {
   g_autoptr(Reporter) reporter = set_up();
   gauge(reporter, "a", NULL, 1);
   gauge(reporter, "b", NULL, 2);
@@ -415,7 +414,7 @@ static void what_a_pass_does_not_bring_is_gone(void) {
   assert_text(reporter, TEXT, "");
 }
 
-static void keep_seconds_says_how_long_it_stays(void) {
+TEST(keep_seconds_says_how_long_it_stays) {
   g_autoptr(Reporter) reporter = set_up();
   g_object_set(reporter, "keep-seconds", 60, NULL);
   gauge(reporter, "a", NULL, 1);
@@ -434,7 +433,7 @@ static void keep_seconds_says_how_long_it_stays(void) {
   g_assert_cmpuint(seconds, ==, 60);
 }
 
-static void declared_counter_that_goes_down_is_warned_of_once(void) {
+TEST(declared_counter_that_goes_down_is_warned_of_once) {
   g_autoptr(Reporter) reporter = set_up();
   vek_service_prometheus_reporter_declare_monotonic(reporter, "x");
   static const gint64 counts[] = {5, 5, 4, 3};
@@ -449,7 +448,7 @@ static void declared_counter_that_goes_down_is_warned_of_once(void) {
   assert_text(reporter, TEXT, "not_declared untyped; not_declared -3; x_total counter; x_total 3");
 }
 
-static void counter_that_comes_anew_has_not_gone_down(void) {
+TEST(counter_that_comes_anew_has_not_gone_down) {
   g_autoptr(Reporter) reporter = set_up();
   vek_service_prometheus_reporter_declare_monotonic(reporter, "x");
   count(reporter, "x", NULL, 5);
@@ -460,7 +459,7 @@ static void counter_that_comes_anew_has_not_gone_down(void) {
   assert_text(reporter, TEXT, "x_total counter; x_total 1");
 }
 
-static void negative_declared_counter_is_left_out(void) {
+TEST(negative_declared_counter_is_left_out) {
   g_autoptr(Reporter) reporter = set_up();
   vek_service_prometheus_reporter_declare_monotonic(reporter, "x");
   static const gint64 counts[] = {-1, -2, 0, -1, G_MININT64, G_MAXINT64};
@@ -475,7 +474,7 @@ static void negative_declared_counter_is_left_out(void) {
   }
 }
 
-static void family_with_a_negative_quantile_is_a_gauge_from_then_on(void) {
+TEST(family_with_a_negative_quantile_is_a_gauge_from_then_on) {
   g_autoptr(Reporter) reporter = set_up();
   static const double values[] = {1, -1, 2};
   for (gsize i = 0; i < G_N_ELEMENTS(values); i++) {
@@ -490,7 +489,7 @@ static void family_with_a_negative_quantile_is_a_gauge_from_then_on(void) {
   }
 }
 
-static void values_of_all_sizes_are_written(void) {
+TEST(values_of_all_sizes_are_written) {
   g_autoptr(Reporter) reporter = set_up();
   gauge(reporter, "a", NULL, NAN);
   gauge(reporter, "b", NULL, INFINITY);
@@ -503,7 +502,7 @@ static void values_of_all_sizes_are_written(void) {
               "d gauge; d 1.7976931348623157e+308; e unknown; e -9223372036854775808");
 }
 
-static void pass_is_timed_from_its_first_call_to_its_flush(void) {
+TEST(pass_is_timed_from_its_first_call_to_its_flush) {
   g_autoptr(Reporter) reporter = set_up();
   fake_clock_advance(G_USEC_PER_SEC);
   gauge(reporter, "a", NULL, 1);
@@ -517,14 +516,14 @@ static void pass_is_timed_from_its_first_call_to_its_flush(void) {
   g_assert_nonnull(strstr(text, "\nvekmetrics_metrics 2\n"));
 }
 
-static void there_is_no_text_before_the_first_pass(void) {
+TEST(there_is_no_text_before_the_first_pass) {
   g_autoptr(Reporter) reporter = set_up();
   gauge(reporter, "a", NULL, 1);
   g_assert_null(vek_service_prometheus_reporter_get_text(reporter, TEXT));
   g_assert_null(vek_service_prometheus_reporter_get_bytes(reporter, OPENMETRICS));
 }
 
-static void text_is_made_once_for_each_pass_and_format(void) {
+TEST(text_is_made_once_for_each_pass_and_format) {
   g_autoptr(Reporter) reporter = set_up();
   flush(reporter);
   g_autoptr(GBytes) first = vek_service_prometheus_reporter_get_bytes(reporter, TEXT);
@@ -546,7 +545,7 @@ static gpointer ask_for_texts(gpointer reporter) {
   return NULL;
 }
 
-static void any_thread_may_ask_for_the_text(void) {
+TEST(any_thread_may_ask_for_the_text) {
   g_autoptr(Reporter) reporter = set_up();
   flush(reporter);
   GThread *thread = g_thread_new("asks", ask_for_texts, reporter);
@@ -559,7 +558,7 @@ static void any_thread_may_ask_for_the_text(void) {
   assert_text(reporter, TEXT, "a gauge; a 999; c gauge; c 999");
 }
 
-static void failed_checks_name_their_own_function(void) {
+TEST(failed_checks_name_their_own_function) {
   g_autoptr(Reporter) reporter = set_up();
   flush(reporter);
   g_assert_null(vek_service_prometheus_reporter_get_text(NULL, TEXT));
@@ -585,33 +584,4 @@ static void failed_checks_name_their_own_function(void) {
   assert_logged("VEK:service", G_LOG_LEVEL_CRITICAL,
                 "vek_service_prometheus_reporter_declare_monotonic: assertion 'name != NULL' "
                 "failed");
-}
-
-int main(int argc, char **argv) {
-  g_test_init(&argc, &argv, NULL);
-  log_capture_init();
-  ADD_TEST("prometheusreporter", every_kind_is_written_in_both_formats);
-  ADD_TEST("prometheusreporter", families_are_sorted_as_each_format_names_them);
-  ADD_TEST("prometheusreporter", samples_are_sorted_by_their_labels);
-  ADD_TEST("prometheusreporter", total_is_not_said_twice);
-  ADD_TEST("prometheusreporter", names_declared_after_a_pass_count_in_its_text);
-  ADD_TEST("prometheusreporter", prefix_is_in_front_of_all_but_the_reporters_own);
-  ADD_TEST("prometheusreporter", help_tells_of_the_first_name_and_unit);
-  ADD_TEST("prometheusreporter", unit_of_a_metric_may_change);
-  ADD_TEST("prometheusreporter", kinds_that_differ_are_unknown);
-  ADD_TEST("prometheusreporter", only_the_first_of_those_that_become_one_stays);
-  ADD_TEST("prometheusreporter", the_one_left_out_comes_when_the_other_goes);
-  ADD_TEST("prometheusreporter", what_a_pass_does_not_bring_is_gone);
-  ADD_TEST("prometheusreporter", keep_seconds_says_how_long_it_stays);
-  ADD_TEST("prometheusreporter", declared_counter_that_goes_down_is_warned_of_once);
-  ADD_TEST("prometheusreporter", counter_that_comes_anew_has_not_gone_down);
-  ADD_TEST("prometheusreporter", negative_declared_counter_is_left_out);
-  ADD_TEST("prometheusreporter", family_with_a_negative_quantile_is_a_gauge_from_then_on);
-  ADD_TEST("prometheusreporter", values_of_all_sizes_are_written);
-  ADD_TEST("prometheusreporter", pass_is_timed_from_its_first_call_to_its_flush);
-  ADD_TEST("prometheusreporter", there_is_no_text_before_the_first_pass);
-  ADD_TEST("prometheusreporter", text_is_made_once_for_each_pass_and_format);
-  ADD_TEST("prometheusreporter", any_thread_may_ask_for_the_text);
-  ADD_TEST("prometheusreporter", failed_checks_name_their_own_function);
-  return g_test_run();
 }

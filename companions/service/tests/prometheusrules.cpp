@@ -5,11 +5,11 @@
 #include <string.h>
 #include <vekmetrics-service/prometheusrules.hpp>
 
-#include "support/logcapture.h"
+#include "support/fixture.h"
 
-using namespace vek::prometheus;
+using namespace vekin::prometheus;
 
-static void names_are_made_of_what_the_formats_allow() {
+TEST(names_are_made_of_what_the_formats_allow) {
   static const struct {
     const char *what, *prefix, *name, *expected;
   } rows[] = {
@@ -34,7 +34,7 @@ static void names_are_made_of_what_the_formats_allow() {
   }
 }
 
-static void labels_are_made_of_what_the_formats_allow() {
+TEST(labels_are_made_of_what_the_formats_allow) {
   static const struct {
     const char *what;
     const char *dimensions[9];
@@ -75,7 +75,7 @@ static void labels_are_made_of_what_the_formats_allow() {
   g_assert_cmpstr(labels, ==, "");
 }
 
-static void quotes_are_escaped_on_demand() {
+TEST(quotes_are_escaped_on_demand) {
   g_autoptr(GString) text = g_string_new(nullptr);
   append_escaped(text, "a\"b\\c\nd", Quotes::kept);
   g_assert_cmpstr(text->str, ==, "a\"b\\\\c\\nd");
@@ -84,7 +84,7 @@ static void quotes_are_escaped_on_demand() {
   g_assert_cmpstr(text->str, ==, "a\\\"b\\\\c\\nd\xef\xbf\xbd");
 }
 
-static void numbers_read_back() {
+TEST(numbers_read_back) {
   static const struct {
     gdouble value;
     const char *expected;
@@ -116,7 +116,7 @@ static void numbers_read_back() {
   }
 }
 
-static void numbers_of_all_sizes_read_back() {
+TEST(numbers_of_all_sizes_read_back) {
   g_autoptr(GRand) random = g_rand_new_with_seed(1);
   for (int i = 0; i < 10000; i++) {
     gdouble scale = static_cast<gdouble>(g_rand_int_range(random, 1, 1000001));
@@ -129,16 +129,4 @@ static void numbers_of_all_sizes_read_back() {
     g_assert_cmpfloat(g_ascii_strtod(Number(decimal).text, nullptr), ==, decimal);
     g_assert_cmpuint(strlen(Number(decimal).text), <=, strlen("-2147.483648"));
   }
-}
-
-int main(int argc, char **argv) {
-  setlocale(LC_ALL, "");
-  g_test_init(&argc, &argv, nullptr);
-  log_capture_init();
-  ADD_TEST("prometheusrules", names_are_made_of_what_the_formats_allow);
-  ADD_TEST("prometheusrules", labels_are_made_of_what_the_formats_allow);
-  ADD_TEST("prometheusrules", quotes_are_escaped_on_demand);
-  ADD_TEST("prometheusrules", numbers_read_back);
-  ADD_TEST("prometheusrules", numbers_of_all_sizes_read_back);
-  return g_test_run();
 }

@@ -6,7 +6,7 @@
 #include <string.h>
 #include <array>
 
-namespace vek::prometheus {
+namespace vekin::prometheus {
 
 namespace {
 
@@ -229,4 +229,4 @@ int compare_sample_names(gconstpointer a, gconstpointer b) {
                 (*static_cast<Family *const *>(b))->sample_name);
 }
 
-}  // namespace vek::prometheus
+}  // namespace vekin::prometheus

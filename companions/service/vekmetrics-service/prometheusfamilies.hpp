@@ -6,7 +6,7 @@
 
 #include <span>
 
-namespace vek::prometheus {
+namespace vekin::prometheus {
 
 enum class Type { counter, gauge, summary, unknown };
 
@@ -38,4 +38,4 @@ GPtrArray *make_families(std::span<Series *const> own, GPtrArray *series, const 
 int compare_names(gconstpointer a, gconstpointer b);
 int compare_sample_names(gconstpointer a, gconstpointer b);
 
-}  // namespace vek::prometheus
+}  // namespace vekin::prometheus

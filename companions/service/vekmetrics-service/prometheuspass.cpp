@@ -7,7 +7,7 @@
 #include <algorithm>
 #include <iterator>
 
-namespace vek::prometheus {
+namespace vekin::prometheus {
 
 namespace {
 
@@ -132,4 +132,4 @@ bool take_pass(GHashTable *table, Policy &policy, gint64 time) {
   return changed;
 }
 
-}  // namespace vek::prometheus
+}  // namespace vekin::prometheus

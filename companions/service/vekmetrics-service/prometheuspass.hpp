@@ -5,7 +5,7 @@
 
 #include <vekmetrics/snapshot.h>
 
-namespace vek::prometheus {
+namespace vekin::prometheus {
 
 enum class Kind : char { count, value, aggregated };
 
@@ -75,4 +75,4 @@ Aggregate aggregate(VekMetricSnapshot *snapshot);
 // whether the families are other ones now.
 bool take_pass(GHashTable *table, Policy &policy, gint64 time);
 
-}  // namespace vek::prometheus
+}  // namespace vekin::prometheus

@@ -5,7 +5,7 @@
 #include "prometheusrules.hpp"
 #include "prometheustext.hpp"
 
-using namespace vek::prometheus;
+using namespace vekin::prometheus;
 
 namespace {
 
@@ -45,7 +45,7 @@ struct _VekServicePrometheusReporter {
   GBytes *texts[kFormats];        // NULL until asked for
   gsize sizes[kFormats];          // of the last text
 };
-static_assert(vek::ZeroFillable<VekServicePrometheusReporter>);
+static_assert(vekin::ZeroFillable<VekServicePrometheusReporter>);
 
 enum : guint { PROP_KEEP_SECONDS = 1, PROP_PREFIX, N_PROPERTIES };
 static GParamSpec *properties[N_PROPERTIES];
@@ -87,17 +87,17 @@ static void arrange_families(VekServicePrometheusReporter *self) {
 }
 
 static void add_series(gpointer, gpointer series, gpointer array) {
-  g_ptr_array_add(vek::as<GPtrArray>(array), series);
+  g_ptr_array_add(vekin::as<GPtrArray>(array), series);
 }
 
 static Series *bring(VekMetricReporter *reporter, const char *name, char **dimensions,
                      const char *unit, Kind kind) {
-  auto *self = vek::as<VekServicePrometheusReporter>(reporter);
+  auto *self = vekin::as<VekServicePrometheusReporter>(reporter);
   if (self->n_brought++ == 0)
     self->start = g_get_monotonic_time();
   auto *series = series_table_get(self->table, self->scratch, name ? name : "", dimensions, kind);
   if (g_strcmp0(series->unit, unit) != 0) [[unlikely]] {
-    vek::MutexLock held(self->lock);
+    vekin::MutexLock held(self->lock);
     g_free(series->unit);
     series->unit = g_strdup(unit);
     forget_families(self);
@@ -129,11 +129,11 @@ static void vek_service_prometheus_reporter_process_aggregated(VekMetricReporter
 }
 
 static void vek_service_prometheus_reporter_flush(VekMetricReporter *reporter) {
-  auto *self = vek::as<VekServicePrometheusReporter>(reporter);
+  auto *self = vekin::as<VekServicePrometheusReporter>(reporter);
   gint64 time = g_get_monotonic_time();
   gint64 duration = self->n_brought > 0 ? time - self->start : 0;
 
-  vek::MutexLock held(self->lock);
+  vekin::MutexLock held(self->lock);
   if (take_pass(self->table, self->policy, time)) {
     forget_families(self);
     g_ptr_array_set_size(self->series, 0);
@@ -157,7 +157,7 @@ static void vek_service_prometheus_reporter_reporter_init(VekMetricReporterInter
 static void vek_service_prometheus_reporter_set_property(GObject *object, guint id,
                                                          const GValue *value, GParamSpec *pspec) {
   auto *self = VEK_SERVICE_PROMETHEUS_REPORTER(object);
-  vek::MutexLock held(self->lock);
+  vekin::MutexLock held(self->lock);
   switch (id) {
   case PROP_KEEP_SECONDS: self->policy.keep_seconds = g_value_get_uint(value); break;
   case PROP_PREFIX:
@@ -173,7 +173,7 @@ static void vek_service_prometheus_reporter_set_property(GObject *object, guint 
 static void vek_service_prometheus_reporter_get_property(GObject *object, guint id, GValue *value,
                                                          GParamSpec *pspec) {
   auto *self = VEK_SERVICE_PROMETHEUS_REPORTER(object);
-  vek::MutexLock held(self->lock);
+  vekin::MutexLock held(self->lock);
   switch (id) {
   case PROP_KEEP_SECONDS: g_value_set_uint(value, self->policy.keep_seconds); break;
   case PROP_PREFIX: g_value_set_string(value, self->policy.prefix); break;
@@ -205,9 +205,9 @@ static void vek_service_prometheus_reporter_class_init(VekServicePrometheusRepor
   object_class->finalize = vek_service_prometheus_reporter_finalize;
 
   properties[PROP_KEEP_SECONDS] = g_param_spec_uint("keep-seconds", "keep-seconds", "keep-seconds",
-                                                    0, G_MAXUINT, 0, vek::kConstruct);
+                                                    0, G_MAXUINT, 0, vekin::kConstruct);
   properties[PROP_PREFIX] =
-      g_param_spec_string("prefix", "prefix", "prefix", nullptr, vek::kConstruct);
+      g_param_spec_string("prefix", "prefix", "prefix", nullptr, vekin::kConstruct);
   g_object_class_install_properties(object_class, N_PROPERTIES, properties);
 }
 
@@ -251,7 +251,7 @@ GBytes *vek_service_prometheus_reporter_get_bytes(VekServicePrometheusReporter *
   vek_return_val_if_fail(VEK_SERVICE_IS_PROMETHEUS_REPORTER(reporter), nullptr);
   vek_return_val_if_fail(is_format(format), nullptr);
 
-  vek::MutexLock held(reporter->lock);
+  vekin::MutexLock held(reporter->lock);
   if (!reporter->has_passed)
     return nullptr;
   auto *&kept = reporter->texts[format];
@@ -271,7 +271,7 @@ void vek_service_prometheus_reporter_declare_monotonic(VekServicePrometheusRepor
   vek_return_if_fail(VEK_SERVICE_IS_PROMETHEUS_REPORTER(reporter));
   vek_return_if_fail(name != NULL);
 
-  vek::MutexLock held(reporter->lock);
+  vekin::MutexLock held(reporter->lock);
   if (g_hash_table_contains(reporter->policy.monotonic, name))
     return;
   g_hash_table_insert(reporter->policy.monotonic, g_strdup(name), g_new0(Declaration, 1));

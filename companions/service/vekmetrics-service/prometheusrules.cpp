@@ -10,7 +10,7 @@
 #include <iterator>
 #include <limits>
 
-namespace vek::prometheus {
+namespace vekin::prometheus {
 
 namespace {
 
@@ -171,4 +171,4 @@ Number::Number(gdouble value) {
     g_ascii_dtostr(text, sizeof text, value);
 }
 
-}  // namespace vek::prometheus
+}  // namespace vekin::prometheus

@@ -5,7 +5,7 @@
 
 #include <glib.h>
 
-namespace vek::prometheus {
+namespace vekin::prometheus {
 
 enum class Quotes { kept, escaped };
 
@@ -27,4 +27,4 @@ struct Number {
   explicit Number(gdouble value);
 };
 
-}  // namespace vek::prometheus
+}  // namespace vekin::prometheus

@@ -9,7 +9,7 @@
 #include <iterator>
 #include <string_view>
 
-namespace vek::prometheus {
+namespace vekin::prometheus {
 
 namespace {
 
@@ -174,4 +174,4 @@ void append_families(GString *text, GPtrArray *families, VekServicePrometheusFor
   append(text, kDialects[format].end);
 }
 
-}  // namespace vek::prometheus
+}  // namespace vekin::prometheus

@@ -5,10 +5,10 @@
 #include "prometheusfamilies.hpp"
 #include "prometheusreporter.h"
 
-namespace vek::prometheus {
+namespace vekin::prometheus {
 
 // Adds the names of families that show their first negative quantile to `negative`.
 void append_families(GString *text, GPtrArray *families, VekServicePrometheusFormat format,
                      GHashTable *negative);
 
-}  // namespace vek::prometheus
+}  // namespace vekin::prometheus

@@ -3,4 +3,6 @@
 /* All of vekmetrics-service: the one header that applications include. */
 
 #include <vekmetrics-service/drain.h>
+#include <vekmetrics-service/graphitereporter.h>
 #include <vekmetrics-service/prometheusreporter.h>
+#include <vekmetrics-service/session.h>

@@ -16,7 +16,7 @@ VekMetricRegistry *vek_testing_registry_push(void) {
 void vek_testing_registry_pop(void) {
   vek_return_if_fail(pushed != NULL);
 
-  auto *before = vek::as<VekMetricRegistry>(pushed->data);
+  auto *before = vekin::as<VekMetricRegistry>(pushed->data);
   pushed = g_slist_delete_link(pushed, pushed);
   vek_metric_registry_set_default(before);
   g_object_unref(before);

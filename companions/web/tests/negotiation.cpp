@@ -2,11 +2,11 @@
 
 #include <vekmetrics-web/negotiation.hpp>
 
-#include "support/logcapture.h"
+#include "support/fixture.h"
 
-using namespace vek::web;
+using namespace vekin::web;
 
-static void accept_decides_over_the_format() {
+TEST(accept_decides_over_the_format) {
   static constexpr auto kOpenMetrics = VEK_SERVICE_PROMETHEUS_FORMAT_OPENMETRICS;
   static constexpr auto kText = VEK_SERVICE_PROMETHEUS_FORMAT_TEXT;
   static const struct {
@@ -45,7 +45,7 @@ static void accept_decides_over_the_format() {
   }
 }
 
-static void accept_encoding_decides_over_gzip() {
+TEST(accept_encoding_decides_over_gzip) {
   static const struct {
     const char *accept_encoding;
     bool expected;
@@ -61,7 +61,7 @@ static void accept_encoding_decides_over_gzip() {
   }
 }
 
-static void if_none_match_names_tags() {
+TEST(if_none_match_names_tags) {
   static const struct {
     const char *if_none_match;
     bool expected;
@@ -76,7 +76,7 @@ static void if_none_match_names_tags() {
   }
 }
 
-static void hosts_are_names_and_ports() {
+TEST(hosts_are_names_and_ports) {
   static const struct {
     const char *host, *expected;
     bool is_local;
@@ -107,14 +107,4 @@ static void hosts_are_names_and_ports() {
     if (name)
       g_assert_cmpint(is_local_name(name), ==, row.is_local);
   }
-}
-
-int main(int argc, char **argv) {
-  g_test_init(&argc, &argv, nullptr);
-  log_capture_init();
-  ADD_TEST("negotiation", accept_decides_over_the_format);
-  ADD_TEST("negotiation", accept_encoding_decides_over_gzip);
-  ADD_TEST("negotiation", if_none_match_names_tags);
-  ADD_TEST("negotiation", hosts_are_names_and_ports);
-  return g_test_run();
 }

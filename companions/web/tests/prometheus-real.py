@@ -167,5 +167,4 @@ def rate_is_right_over_a_restart():
 
 if __name__ == '__main__':
     PROGRAM = sys.argv[1]
-    tap.run('prometheus-real', (every_value_of_three_processes_comes_back,
-                                rate_is_right_over_a_restart))
+    tap.run([every_value_of_three_processes_comes_back, rate_is_right_over_a_restart])

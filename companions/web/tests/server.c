@@ -7,41 +7,39 @@
 #include <sys/stat.h>
 #include <vekmetrics-web/vekmetrics-web.h>
 
-#include "support/fakeclock.h"
-#include "support/logcapture.h"
+#include "support/fixture.h"
 
 typedef struct {
   VekServicePrometheusReporter *reporter;
   VekWebServer *server;
-} Fixture;
+} Served;
 
-static VekMetricReporterInterface *get_operations(Fixture *fixture) {
-  return VEK_METRIC_REPORTER_GET_IFACE(fixture->reporter);
+static VekMetricReporterInterface *get_operations(Served *served) {
+  return VEK_METRIC_REPORTER_GET_IFACE(served->reporter);
 }
 
 /* A pass over so many gauges. */
-static void pass(Fixture *fixture, int n_metrics) {
+static void pass(Served *served, int n_metrics) {
   for (int i = 0; i < n_metrics; i++) {
     g_autofree char *name = g_strdup_printf("gauge%d", i);
-    get_operations(fixture)->process_value(VEK_METRIC_REPORTER(fixture->reporter), name, NULL, NULL,
-                                           0, i);
+    get_operations(served)->process_value(VEK_METRIC_REPORTER(served->reporter), name, NULL, NULL,
+                                          0, i);
   }
-  get_operations(fixture)->flush(VEK_METRIC_REPORTER(fixture->reporter));
+  get_operations(served)->flush(VEK_METRIC_REPORTER(served->reporter));
 }
 
-static Fixture set_up(void) {
-  fake_clock_set(1700000000 * (gint64)G_USEC_PER_SEC, G_USEC_PER_SEC);
+static Served set_up(void) {
   VekServicePrometheusReporter *reporter = vek_service_prometheus_reporter_new();
-  return (Fixture){reporter, vek_web_server_new(reporter)};
+  return (Served){reporter, vek_web_server_new(reporter)};
 }
 
-static Fixture set_up_listening(int n_metrics) {
-  Fixture fixture = set_up();
+static Served set_up_listening(int n_metrics) {
+  Served served = set_up();
   g_autoptr(GError) error = NULL;
-  g_assert_true(vek_web_server_listen(fixture.server, NULL, 0, &error));
+  g_assert_true(vek_web_server_listen(served.server, NULL, 0, &error));
   g_assert_no_error(error);
-  pass(&fixture, n_metrics);
-  return fixture;
+  pass(&served, n_metrics);
+  return served;
 }
 
 static void settle(void) {
@@ -49,12 +47,12 @@ static void settle(void) {
   }
 }
 
-static void tear_down(Fixture *fixture) {
-  g_object_unref(fixture->server);
-  g_object_unref(fixture->reporter);
+static void tear_down(Served *served) {
+  g_object_unref(served->server);
+  g_object_unref(served->reporter);
   settle();
 }
-G_DEFINE_AUTO_CLEANUP_CLEAR_FUNC(Fixture, tear_down)
+G_DEFINE_AUTO_CLEANUP_CLEAR_FUNC(Served, tear_down)
 
 /* A client that sends a text and reads until the other side ends. */
 typedef struct {
@@ -90,18 +88,18 @@ static GByteArray *ask(GSocketAddress *address, const char *request) {
   return client.answer;
 }
 
-static GSocketAddress *get_address(Fixture *fixture) {
+static GSocketAddress *get_address(Served *served) {
   return g_inet_socket_address_new_from_string("127.0.0.1",
-                                               vek_web_server_get_port(fixture->server));
+                                               vek_web_server_get_port(served->server));
 }
 
 /* Sends a request, its lines between "|", and returns the answer's status and headers but for the
  * date, also between "|"; and its body. */
-static char *request(Fixture *fixture, const char *lines, GBytes **body) {
+static char *request(Served *served, const char *lines, GBytes **body) {
   g_autofree char *text = g_strdup_printf("%s|Connection: close||", lines);
   g_auto(GStrv) parts = g_strsplit(text, "|", -1);
   g_autofree char *sent = g_strjoinv("\r\n", parts);
-  g_autoptr(GSocketAddress) address = get_address(fixture);
+  g_autoptr(GSocketAddress) address = get_address(served);
   g_autoptr(GByteArray) answer = ask(address, sent);
   char *end = strstr((char *)answer->data, "\r\n\r\n");
   g_assert_nonnull(end);
@@ -117,9 +115,9 @@ static char *request(Fixture *fixture, const char *lines, GBytes **body) {
   return g_string_free(g_steal_pointer(&found), FALSE);
 }
 
-static void assert_status(Fixture *fixture, const char *lines, const char *status) {
+static void assert_status(Served *served, const char *lines, const char *status) {
   g_test_message("%s", lines);
-  g_autofree char *answer = request(fixture, lines, NULL);
+  g_autofree char *answer = request(served, lines, NULL);
   g_auto(GStrv) headers = g_strsplit(answer, "|", -1);
   g_assert_cmpstr(headers[0], ==, status);
 }
@@ -142,8 +140,8 @@ static GBytes *decompress(GBytes *compressed) {
   return g_memory_output_stream_steal_as_bytes(G_MEMORY_OUTPUT_STREAM(output));
 }
 
-static void text_is_served_in_both_formats(void) {
-  g_auto(Fixture) fixture = set_up_listening(1);
+TEST(text_is_served_in_both_formats) {
+  g_auto(Served) served = set_up_listening(1);
   static const struct {
     const char *accept, *type;
     VekServicePrometheusFormat format;
@@ -155,7 +153,7 @@ static void text_is_served_in_both_formats(void) {
   };
   for (gsize i = 0; i < G_N_ELEMENTS(rows); i++) {
     g_autofree char *text =
-        vek_service_prometheus_reporter_get_text(fixture.reporter, rows[i].format);
+        vek_service_prometheus_reporter_get_text(served.reporter, rows[i].format);
     g_autofree char *sum = g_compute_checksum_for_string(G_CHECKSUM_SHA256, text, -1);
     g_autofree char *expected = g_strdup_printf(
         "HTTP/1.1 200 OK|ETag: \"%.32s\"|Vary: Accept, Accept-Encoding|"
@@ -165,23 +163,23 @@ static void text_is_served_in_both_formats(void) {
       g_autofree char *lines = g_strdup_printf("%s /metrics HTTP/1.1|Host: localhost:9090%s",
                                                head ? "HEAD" : "GET", rows[i].accept);
       g_autoptr(GBytes) body = NULL;
-      g_autofree char *answer = request(&fixture, lines, &body);
+      g_autofree char *answer = request(&served, lines, &body);
       g_assert_cmpstr(answer, ==, expected);
       assert_bytes(body, head ? "" : text);
     }
   }
 }
 
-static void text_is_compressed_for_those_who_want_it(void) {
+TEST(text_is_compressed_for_those_who_want_it) {
   static const int sizes[] = {1, 20000};
   for (gsize i = 0; i < G_N_ELEMENTS(sizes); i++) {
-    g_auto(Fixture) fixture = set_up_listening(sizes[i]);
+    g_auto(Served) served = set_up_listening(sizes[i]);
     g_autofree char *text = vek_service_prometheus_reporter_get_text(
-        fixture.reporter, VEK_SERVICE_PROMETHEUS_FORMAT_TEXT);
+        served.reporter, VEK_SERVICE_PROMETHEUS_FORMAT_TEXT);
     for (int again = 0; again < 2; again++) {
       g_autoptr(GBytes) body = NULL;
       g_autofree char *answer =
-          request(&fixture, "GET /metrics HTTP/1.1|Host: localhost|Accept-Encoding: gzip", &body);
+          request(&served, "GET /metrics HTTP/1.1|Host: localhost|Accept-Encoding: gzip", &body);
       g_assert_nonnull(strstr(answer, "|Content-Encoding: gzip"));
       g_assert_nonnull(strstr(answer, "-gzip\"|"));
       g_autoptr(GBytes) plain = decompress(body);
@@ -190,26 +188,26 @@ static void text_is_compressed_for_those_who_want_it(void) {
   }
 }
 
-static void tag_spares_those_who_have_the_text(void) {
-  g_auto(Fixture) fixture = set_up_listening(1);
+TEST(tag_spares_those_who_have_the_text) {
+  g_auto(Served) served = set_up_listening(1);
   static const char *const encodings[] = {"identity", "gzip"};
   for (gsize i = 0; i < G_N_ELEMENTS(encodings); i++) {
     g_autofree char *first_lines =
         g_strdup_printf("GET /metrics HTTP/1.1|Host: localhost|Accept-Encoding: %s", encodings[i]);
-    g_autofree char *first = request(&fixture, first_lines, NULL);
+    g_autofree char *first = request(&served, first_lines, NULL);
     g_auto(GStrv) headers = g_strsplit(first, "|", -1);
     g_assert_true(g_str_has_prefix(headers[1], "ETag: "));
     g_autofree char *lines =
         g_strdup_printf("%s|If-None-Match: %s", first_lines, headers[1] + strlen("ETag: "));
-    assert_status(&fixture, lines, "HTTP/1.1 304 Not Modified");
+    assert_status(&served, lines, "HTTP/1.1 304 Not Modified");
     fake_clock_advance(G_USEC_PER_SEC);
-    pass(&fixture, 1);
-    assert_status(&fixture, lines, "HTTP/1.1 200 OK");
+    pass(&served, 1);
+    assert_status(&served, lines, "HTTP/1.1 200 OK");
   }
 }
 
-static void all_else_is_refused(void) {
-  g_auto(Fixture) fixture = set_up_listening(1);
+TEST(all_else_is_refused) {
+  g_auto(Served) served = set_up_listening(1);
   static const struct {
     const char *lines, *status;
   } rows[] = {
@@ -229,40 +227,40 @@ static void all_else_is_refused(void) {
       {"GET /metrics HTTP/1.0", "HTTP/1.0 403 Forbidden"},
   };
   for (gsize i = 0; i < G_N_ELEMENTS(rows); i++)
-    assert_status(&fixture, rows[i].lines, rows[i].status);
+    assert_status(&served, rows[i].lines, rows[i].status);
 
   g_autofree char *answer =
-      request(&fixture, "POST /metrics HTTP/1.1|Host: localhost|Content-Length: 0", NULL);
+      request(&served, "POST /metrics HTTP/1.1|Host: localhost|Content-Length: 0", NULL);
   g_assert_true(g_str_has_suffix(answer, "|Allow: GET, HEAD"));
 }
 
-static void hosts_that_the_program_allows_are_answered(void) {
-  g_auto(Fixture) fixture = set_up_listening(1);
-  vek_web_server_allow_host(fixture.server, "Metrics.Example");
-  assert_status(&fixture, "GET /metrics HTTP/1.1|Host: metrics.EXAMPLE:80", "HTTP/1.1 200 OK");
-  assert_status(&fixture, "GET /metrics HTTP/1.1|Host: example", "HTTP/1.1 403 Forbidden");
+TEST(hosts_that_the_program_allows_are_answered) {
+  g_auto(Served) served = set_up_listening(1);
+  vek_web_server_allow_host(served.server, "Metrics.Example");
+  assert_status(&served, "GET /metrics HTTP/1.1|Host: metrics.EXAMPLE:80", "HTTP/1.1 200 OK");
+  assert_status(&served, "GET /metrics HTTP/1.1|Host: example", "HTTP/1.1 403 Forbidden");
 }
 
-static void before_the_first_pass_there_is_nothing(void) {
-  g_auto(Fixture) fixture = set_up();
-  g_assert_true(vek_web_server_listen(fixture.server, NULL, 0, NULL));
+TEST(before_the_first_pass_there_is_nothing) {
+  g_auto(Served) served = set_up();
+  g_assert_true(vek_web_server_listen(served.server, NULL, 0, NULL));
   g_autoptr(GBytes) body = NULL;
   g_autofree char *answer =
-      request(&fixture, "GET /metrics HTTP/1.1|Host: localhost|Accept-Encoding: gzip", &body);
+      request(&served, "GET /metrics HTTP/1.1|Host: localhost|Accept-Encoding: gzip", &body);
   g_assert_true(g_str_has_prefix(answer, "HTTP/1.1 503 Service Unavailable|"));
   assert_bytes(body, "There is no text before the first report pass.\n");
 }
 
-static void nothing_is_said_to_pages_of_others(void) {
-  g_auto(Fixture) fixture = set_up_listening(1);
+TEST(nothing_is_said_to_pages_of_others) {
+  g_auto(Served) served = set_up_listening(1);
   g_autofree char *answer =
-      request(&fixture, "GET /metrics HTTP/1.1|Host: localhost|Origin: http://evil.example", NULL);
+      request(&served, "GET /metrics HTTP/1.1|Host: localhost|Origin: http://evil.example", NULL);
   g_assert_null(strstr(answer, "Access-Control"));
 }
 
-static void bodies_of_requests_are_bounded(void) {
-  g_auto(Fixture) fixture = set_up_listening(1);
-  g_autoptr(GSocketAddress) address = get_address(&fixture);
+TEST(bodies_of_requests_are_bounded) {
+  g_auto(Served) served = set_up_listening(1);
+  g_autoptr(GSocketAddress) address = get_address(&served);
   static const char *const requests[] = {
       "POST /metrics HTTP/1.1\r\nHost: localhost\r\nContent-Length: 65537\r\n\r\nx",
       "POST /metrics HTTP/1.1\r\nHost: localhost\r\nTransfer-Encoding: chunked\r\n\r\n1\r\nx\r\n",
@@ -281,8 +279,8 @@ static void bodies_of_requests_are_bounded(void) {
 }
 
 /* Connects and waits until the server has accepted. */
-static GSocket *connect_to(Fixture *fixture) {
-  g_autoptr(GSocketAddress) address = get_address(fixture);
+static GSocket *connect_to(Served *served) {
+  g_autoptr(GSocketAddress) address = get_address(served);
   GSocket *socket =
       g_socket_new(G_SOCKET_FAMILY_IPV4, G_SOCKET_TYPE_STREAM, G_SOCKET_PROTOCOL_DEFAULT, NULL);
   g_assert_true(g_socket_connect(socket, address, NULL, NULL));
@@ -297,22 +295,22 @@ static gboolean has_ended(GSocket *socket) {
   return g_socket_receive_with_blocking(socket, &byte, 1, FALSE, NULL, NULL) == 0;
 }
 
-static void the_connection_that_is_idle_for_longest_makes_room(void) {
-  g_auto(Fixture) fixture = set_up_listening(1);
+TEST(the_connection_that_is_idle_for_longest_makes_room) {
+  g_auto(Served) served = set_up_listening(1);
   g_autoptr(GPtrArray) sockets = g_ptr_array_new_with_free_func(g_object_unref);
   for (int i = 0; i < 100; i++) {
-    g_ptr_array_add(sockets, connect_to(&fixture));
+    g_ptr_array_add(sockets, connect_to(&served));
     fake_clock_advance(1000);
   }
   for (guint i = 0; i < sockets->len; i++)
     g_assert_false(has_ended(sockets->pdata[i]));
-  g_ptr_array_add(sockets, connect_to(&fixture));
+  g_ptr_array_add(sockets, connect_to(&served));
   for (guint i = 0; i < sockets->len; i++)
     g_assert_cmpint(has_ended(sockets->pdata[i]), ==, i == 0);
 
   g_ptr_array_remove_index(sockets, 50); /* which makes room too */
   settle();
-  g_ptr_array_add(sockets, connect_to(&fixture));
+  g_ptr_array_add(sockets, connect_to(&served));
   g_assert_false(has_ended(sockets->pdata[1]));
 }
 
@@ -330,14 +328,14 @@ static void sweep(void) {
   settle();
 }
 
-static void connection_on_which_nothing_happens_is_ended(void) {
-  g_auto(Fixture) fixture = set_up_listening(1);
-  g_autoptr(GSocket) idle = connect_to(&fixture);
-  g_autoptr(GSocket) half = connect_to(&fixture);
+TEST(connection_on_which_nothing_happens_is_ended) {
+  g_auto(Served) served = set_up_listening(1);
+  g_autoptr(GSocket) idle = connect_to(&served);
+  g_autoptr(GSocket) half = connect_to(&served);
   g_socket_send(half, "GET /met", 8, NULL, NULL);
   fake_clock_advance(119 * G_USEC_PER_SEC);
   sweep();
-  g_autoptr(GSocket) late = connect_to(&fixture);
+  g_autoptr(GSocket) late = connect_to(&served);
   g_assert_false(has_ended(idle));
   g_assert_false(has_ended(half));
   fake_clock_advance(G_USEC_PER_SEC);
@@ -347,12 +345,12 @@ static void connection_on_which_nothing_happens_is_ended(void) {
   g_assert_false(has_ended(late));
 }
 
-static void path_of_another_server_is_served_until_this_one_ends(void) {
-  Fixture fixture = set_up();
-  pass(&fixture, 1);
+TEST(path_of_another_server_is_served_until_this_one_ends) {
+  Served served = set_up();
+  pass(&served, 1);
   g_autoptr(SoupServer) soup_server = soup_server_new(NULL, NULL);
   g_assert_true(soup_server_listen_local(soup_server, 0, SOUP_SERVER_LISTEN_IPV4_ONLY, NULL));
-  vek_web_server_attach(fixture.server, soup_server, "/figures");
+  vek_web_server_attach(served.server, soup_server, "/figures");
   g_autoptr(GSList) listeners = soup_server_get_listeners(soup_server);
   g_autoptr(GSocketAddress) address = g_socket_get_local_address(listeners->data, NULL);
   static const struct {
@@ -363,38 +361,38 @@ static void path_of_another_server_is_served_until_this_one_ends(void) {
               {"/figures", "HTTP/1.1 404 "}};
   for (gsize i = 0; i < G_N_ELEMENTS(rows); i++) {
     if (i == 3)
-      g_object_unref(fixture.server);
+      g_object_unref(served.server);
     g_autofree char *lines = g_strdup_printf(
         "GET %s HTTP/1.1\r\nHost: localhost\r\nConnection: close\r\n\r\n", rows[i].path);
     g_autoptr(GByteArray) answer = ask(address, lines);
     g_assert_true(g_str_has_prefix((char *)answer->data, rows[i].status));
   }
-  g_object_unref(fixture.reporter);
+  g_object_unref(served.reporter);
   settle();
 }
 
-static void unix_socket_is_of_this_user_alone(void) {
-  Fixture fixture = set_up();
-  pass(&fixture, 1);
+TEST(unix_socket_is_of_this_user_alone) {
+  Served served = set_up();
+  pass(&served, 1);
   g_autofree char *folder = g_dir_make_tmp(NULL, NULL);
   g_autofree char *path = g_build_filename(folder, "metrics", NULL);
   g_autoptr(GError) error = NULL;
-  g_assert_true(vek_web_server_listen_unix(fixture.server, path, &error));
+  g_assert_true(vek_web_server_listen_unix(served.server, path, &error));
   g_assert_no_error(error);
   GStatBuf status;
   g_assert_cmpint(g_stat(path, &status), ==, 0);
   g_assert_cmpuint(status.st_mode & 077, ==, 0);
-  g_assert_cmpuint(vek_web_server_get_port(fixture.server), ==, 0);
+  g_assert_cmpuint(vek_web_server_get_port(served.server), ==, 0);
 
   g_autoptr(GSocketAddress) address = g_unix_socket_address_new(path);
   g_autoptr(GByteArray) answer =
       ask(address, "GET /metrics HTTP/1.1\r\nHost: anything\r\nConnection: close\r\n\r\n");
   g_assert_true(g_str_has_prefix((char *)answer->data, "HTTP/1.1 200 "));
 
-  g_auto(Fixture) second = set_up();
+  g_auto(Served) second = set_up();
   g_assert_false(vek_web_server_listen_unix(second.server, path, &error));
   g_assert_error(error, G_IO_ERROR, G_IO_ERROR_ADDRESS_IN_USE);
-  tear_down(&fixture);
+  tear_down(&served);
   g_assert_false(g_file_test(path, G_FILE_TEST_EXISTS));
 
   g_autoptr(GSocket) abandoned =
@@ -406,33 +404,33 @@ static void unix_socket_is_of_this_user_alone(void) {
   g_assert_cmpint(g_rmdir(folder), ==, 0);
 }
 
-static void addresses_that_are_none_are_errors(void) {
-  g_auto(Fixture) fixture = set_up();
+TEST(addresses_that_are_none_are_errors) {
+  g_auto(Served) served = set_up();
   g_autoptr(GError) error = NULL;
-  g_assert_false(vek_web_server_listen(fixture.server, "localhost", 0, &error));
+  g_assert_false(vek_web_server_listen(served.server, "localhost", 0, &error));
   g_assert_error(error, G_IO_ERROR, G_IO_ERROR_INVALID_ARGUMENT);
   g_assert_cmpstr(error->message, ==, "localhost is no IP address");
   g_clear_error(&error);
-  g_assert_false(vek_web_server_listen(fixture.server, "192.0.2.1", 0, &error));
+  g_assert_false(vek_web_server_listen(served.server, "192.0.2.1", 0, &error));
   g_assert_nonnull(error);
   g_clear_error(&error);
 
-  g_assert_true(vek_web_server_listen(fixture.server, NULL, 0, NULL));
-  g_auto(Fixture) second = set_up();
+  g_assert_true(vek_web_server_listen(served.server, NULL, 0, NULL));
+  g_auto(Served) second = set_up();
   g_assert_false(
-      vek_web_server_listen(second.server, NULL, vek_web_server_get_port(fixture.server), &error));
+      vek_web_server_listen(second.server, NULL, vek_web_server_get_port(served.server), &error));
   g_assert_error(error, G_IO_ERROR, G_IO_ERROR_ADDRESS_IN_USE);
   g_assert_false(vek_web_server_listen_unix(second.server, "/nowhere/at/all", NULL));
 }
 
-static void failed_checks_name_their_own_function(void) {
-  g_auto(Fixture) fixture = set_up();
+TEST(failed_checks_name_their_own_function) {
+  g_auto(Served) served = set_up();
   g_assert_null(vek_web_server_new(NULL));
   g_assert_false(vek_web_server_listen(NULL, NULL, 0, NULL));
-  g_assert_false(vek_web_server_listen(fixture.server, NULL, 65536, NULL));
-  g_assert_false(vek_web_server_listen_unix(fixture.server, NULL, NULL));
-  vek_web_server_attach(fixture.server, NULL, NULL);
-  vek_web_server_allow_host(fixture.server, NULL);
+  g_assert_false(vek_web_server_listen(served.server, NULL, 65536, NULL));
+  g_assert_false(vek_web_server_listen_unix(served.server, NULL, NULL));
+  vek_web_server_attach(served.server, NULL, NULL);
+  vek_web_server_allow_host(served.server, NULL);
   g_assert_cmpuint(vek_web_server_get_port(NULL), ==, 0);
   static const char *const expected[] = {
       "vek_web_server_new: assertion 'VEK_SERVICE_IS_PROMETHEUS_REPORTER(reporter)' failed",
@@ -445,24 +443,4 @@ static void failed_checks_name_their_own_function(void) {
   };
   for (gsize i = 0; i < G_N_ELEMENTS(expected); i++)
     assert_logged("VEK:web", G_LOG_LEVEL_CRITICAL, expected[i]);
-}
-
-int main(int argc, char **argv) {
-  g_test_init(&argc, &argv, NULL);
-  log_capture_init();
-  ADD_TEST("server", text_is_served_in_both_formats);
-  ADD_TEST("server", text_is_compressed_for_those_who_want_it);
-  ADD_TEST("server", tag_spares_those_who_have_the_text);
-  ADD_TEST("server", all_else_is_refused);
-  ADD_TEST("server", hosts_that_the_program_allows_are_answered);
-  ADD_TEST("server", before_the_first_pass_there_is_nothing);
-  ADD_TEST("server", nothing_is_said_to_pages_of_others);
-  ADD_TEST("server", bodies_of_requests_are_bounded);
-  ADD_TEST("server", the_connection_that_is_idle_for_longest_makes_room);
-  ADD_TEST("server", connection_on_which_nothing_happens_is_ended);
-  ADD_TEST("server", path_of_another_server_is_served_until_this_one_ends);
-  ADD_TEST("server", unix_socket_is_of_this_user_alone);
-  ADD_TEST("server", addresses_that_are_none_are_errors);
-  ADD_TEST("server", failed_checks_name_their_own_function);
-  return g_test_run();
 }

@@ -2,7 +2,7 @@
 
 #include "common/internal.hpp"
 
-namespace vek::web {
+namespace vekin::web {
 
 namespace {
 
@@ -115,4 +115,4 @@ void connection_shut_down(GSocket *socket) {
   g_socket_shutdown(socket, TRUE, TRUE, nullptr);
 }
 
-}  // namespace vek::web
+}  // namespace vekin::web

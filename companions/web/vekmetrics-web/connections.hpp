@@ -4,7 +4,7 @@
 
 #include <libsoup/soup.h>
 
-namespace vek::web {
+namespace vekin::web {
 
 inline constexpr guint kMaxConnections = 100;
 inline constexpr gint64 kMaxIdleSeconds = 120;
@@ -19,4 +19,4 @@ void connections_free(Connections *connections);
 // Ends a connection that asks for too much; libsoup notices, and cleans up.
 void connection_shut_down(GSocket *socket);
 
-}  // namespace vek::web
+}  // namespace vekin::web

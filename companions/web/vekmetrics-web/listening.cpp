@@ -4,7 +4,7 @@
 #include <glib/gstdio.h>
 #include <sys/stat.h>
 
-namespace vek::web {
+namespace vekin::web {
 
 static GSocket *make_socket(GSocketAddress *address, GError **error) {
   return g_socket_new(g_socket_address_get_family(address), G_SOCKET_TYPE_STREAM,
@@ -36,4 +36,4 @@ GSocket *listen_on_path(const char *path, GError **error) {
   return listen_on(address, error);
 }
 
-}  // namespace vek::web
+}  // namespace vekin::web

@@ -5,7 +5,7 @@
 #include <algorithm>
 #include <string_view>
 
-namespace vek::web {
+namespace vekin::web {
 
 namespace {
 
@@ -152,4 +152,4 @@ bool is_local_name(const char *name) {
          g_str_equal(name, "[::1]");
 }
 
-}  // namespace vek::web
+}  // namespace vekin::web

@@ -6,7 +6,7 @@
 
 #include <vekmetrics-service/prometheusreporter.h>
 
-namespace vek::web {
+namespace vekin::web {
 
 // The format that `Accept` prefers: OpenMetrics only if it is named and the text format is not
 // preferred to it. Whoever accepts neither gets the text format all the same.
@@ -24,4 +24,4 @@ char *get_host_name(const char *host);
 // Whether a name stands for this machine alone, whatever a name server says.
 bool is_local_name(const char *name);
 
-}  // namespace vek::web
+}  // namespace vekin::web

@@ -5,7 +5,7 @@
 #include <string.h>
 #include <algorithm>
 
-namespace vek::web {
+namespace vekin::web {
 
 namespace {
 
@@ -93,4 +93,4 @@ bool page_compress_slice(Page *page) {
   return false;
 }
 
-}  // namespace vek::web
+}  // namespace vekin::web

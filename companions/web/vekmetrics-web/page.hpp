@@ -4,7 +4,7 @@
 
 #include <gio/gio.h>
 
-namespace vek::web {
+namespace vekin::web {
 
 struct Page;
 
@@ -23,4 +23,4 @@ GBytes *page_get_compressed(const Page *page);
 // Compresses a slice. Returns whether the compressed text is there.
 bool page_compress_slice(Page *page);
 
-}  // namespace vek::web
+}  // namespace vekin::web

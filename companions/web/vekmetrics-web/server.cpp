@@ -10,7 +10,7 @@
 #include <glib/gstdio.h>
 #include <string.h>
 
-using namespace vek::web;
+using namespace vekin::web;
 
 static constexpr const char *kContentTypes[] = {
     "application/openmetrics-text; version=1.0.0; charset=utf-8",
@@ -30,7 +30,7 @@ struct _VekWebServer {
   Page *pages[2];       // the last text of each format; NULL before it is asked for
   Waiting *waiting;
 };
-static_assert(vek::ZeroFillable<VekWebServer>);
+static_assert(vekin::ZeroFillable<VekWebServer>);
 
 G_DEFINE_FINAL_TYPE(VekWebServer, vek_web_server, G_TYPE_OBJECT)
 
@@ -45,7 +45,7 @@ struct Attached {
 }  // namespace
 
 static void free_attached(gpointer data) {
-  auto *attached = vek::as<Attached>(data);
+  auto *attached = vekin::as<Attached>(data);
   soup_server_remove_handler(attached->soup_server, attached->path);
   g_object_unref(attached->soup_server);
   g_free(attached->path);
@@ -130,10 +130,10 @@ static void serve(VekWebServer *self, SoupServerMessage *message, bool is_found)
 
 static void on_request(SoupServer *soup_server, SoupServerMessage *message, const char *path,
                        GHashTable *, gpointer data) {
-  auto *self = vek::as<VekWebServer>(data);
+  auto *self = vekin::as<VekWebServer>(data);
   bool is_found = soup_server == self->soup_server && g_str_equal(path, "/metrics");
   for (guint i = 0; i < self->attached->len && !is_found; i++) {
-    auto *attached = vek::as<Attached>(self->attached->pdata[i]);
+    auto *attached = vekin::as<Attached>(self->attached->pdata[i]);
     is_found = attached->soup_server == soup_server && g_str_equal(attached->path, path);
   }
   serve(self, message, is_found);
@@ -144,7 +144,7 @@ static void on_headers(SoupServer *soup_server, SoupServerMessage *message, cons
                        GHashTable *, gpointer data) {
   soup_message_body_set_accumulate(soup_server_message_get_request_body(message), FALSE);
   auto *headers = soup_server_message_get_request_headers(message);
-  if (soup_server == vek::as<VekWebServer>(data)->soup_server &&
+  if (soup_server == vekin::as<VekWebServer>(data)->soup_server &&
       (soup_message_headers_get_encoding(headers) == SOUP_ENCODING_CHUNKED ||
        soup_message_headers_get_content_length(headers) > kMaxBody))
     connection_shut_down(soup_server_message_get_socket(message));
@@ -173,7 +173,7 @@ static void vek_web_server_dispose(GObject *object) {
   g_clear_object(&self->soup_server);
   g_ptr_array_set_size(self->attached, 0);
   for (guint i = 0; i < self->socket_paths->len; i++)
-    g_unlink(vek::as<char>(self->socket_paths->pdata[i]));
+    g_unlink(vekin::as<char>(self->socket_paths->pdata[i]));
   g_ptr_array_set_size(self->socket_paths, 0);
   for (auto &page : self->pages)
     g_clear_pointer(&page, page_unref);

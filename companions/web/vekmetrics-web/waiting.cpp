@@ -2,7 +2,7 @@
 
 #include "common/internal.hpp"
 
-namespace vek::web {
+namespace vekin::web {
 
 struct Waiting {
   GPtrArray *entries;
@@ -101,4 +101,4 @@ void send_text(SoupServerMessage *message, GBytes *text) {
   soup_message_body_append_bytes(soup_server_message_get_response_body(message), text);
 }
 
-}  // namespace vek::web
+}  // namespace vekin::web

@@ -6,7 +6,7 @@
 
 #include "page.hpp"
 
-namespace vek::web {
+namespace vekin::web {
 
 struct Waiting;
 
@@ -21,4 +21,4 @@ void waiting_add(Waiting *waiting, SoupServerMessage *message, Page *page);
 // Sends a text at once.
 void send_text(SoupServerMessage *message, GBytes *text);
 
-}  // namespace vek::web
+}  // namespace vekin::web

@@ -1,0 +1,699 @@
+#include <vekmetrics-service/vekmetrics-service.h>
+
+#include <signal.h>
+#include <string.h>
+#include <unistd.h>
+
+#include "support/fixture.h"
+#include "support/folder.h"
+#include "support/periodicpass.h"
+#include "support/tsan-tasks.h"
+
+/* The timer that was set last, for the session's are not called by a public name. */
+static guint timer_seconds;
+static guint timer_id;
+
+guint g_timeout_add_seconds_full(gint priority, guint interval, GSourceFunc function, gpointer data,
+                                 GDestroyNotify notify) {
+  g_autoptr(GSource) source = g_timeout_source_new_seconds(interval);
+  g_source_set_priority(source, priority);
+  g_source_set_callback(source, function, data, notify);
+  timer_seconds = interval;
+  timer_id = g_source_attach(source, NULL);
+  return timer_id;
+}
+
+static void fire_timer(void) {
+  GSource *timer = g_main_context_find_source_by_id(NULL, timer_id);
+  g_assert_nonnull(timer);
+  g_source_set_ready_time(timer, 0);
+  g_assert_true(g_main_context_iteration(NULL, FALSE));
+}
+
+static void assert_refused(const char *function, const char *condition) {
+  g_autofree char *message = g_strdup_printf("%s: assertion '%s' failed", function, condition);
+  assert_logged("VEK:service", G_LOG_LEVEL_CRITICAL, message);
+}
+
+/* A reporter that is busy for as long as the test wants it. */
+
+#define SLOW_TYPE_REPORTER (slow_reporter_get_type())
+G_DECLARE_FINAL_TYPE(SlowReporter, slow_reporter, SLOW, REPORTER, GObject)
+
+struct _SlowReporter {
+  GObject parent_instance;
+
+  guint n_operations; /* so many are to be under way, one after each flush */
+  gboolean busy;
+  guint n_flushes;
+};
+
+static void slow_reporter_reporter_init(VekMetricReporterInterface *iface);
+static void slow_reporter_drain_init(VekServiceDrainInterface *iface);
+
+G_DEFINE_TYPE_WITH_CODE(SlowReporter, slow_reporter, G_TYPE_OBJECT,
+                        G_IMPLEMENT_INTERFACE(VEK_TYPE_METRIC_REPORTER, slow_reporter_reporter_init)
+                            G_IMPLEMENT_INTERFACE(VEK_SERVICE_TYPE_DRAIN, slow_reporter_drain_init))
+
+static gboolean on_operation_done(gpointer reporter) {
+  SLOW_REPORTER(reporter)->busy = FALSE;
+  return G_SOURCE_REMOVE;
+}
+
+static void slow_reporter_flush(VekMetricReporter *reporter) {
+  SlowReporter *self = SLOW_REPORTER(reporter);
+  self->n_flushes++;
+  if (self->n_operations == 0)
+    return;
+  self->busy = TRUE;
+  if (self->n_operations == G_MAXUINT) /* never to end */
+    return;
+  self->n_operations--;
+  g_idle_add(on_operation_done, self);
+}
+
+static void slow_reporter_reporter_init(VekMetricReporterInterface *iface) {
+  iface->flush = slow_reporter_flush;
+}
+
+static gboolean slow_reporter_is_busy(VekServiceDrain *drain) {
+  return SLOW_REPORTER(drain)->busy;
+}
+
+static void slow_reporter_drain_init(VekServiceDrainInterface *iface) {
+  iface->is_busy = slow_reporter_is_busy;
+}
+
+static void slow_reporter_class_init(SlowReporterClass *klass) {
+  (void)klass;
+}
+
+static void slow_reporter_init(SlowReporter *self) {
+  (void)self;
+}
+
+static SlowReporter *slow_reporter_new(guint n_operations) {
+  SlowReporter *self = g_object_new(SLOW_TYPE_REPORTER, NULL);
+  self->n_operations = n_operations;
+  return self;
+}
+
+/* What most tests need: a session with one recording reporter. */
+
+static VekServiceSession *session_new(void) {
+  VekServiceSession *session = vek_service_session_new(fixture.registry);
+  vek_service_session_add_reporter(session, g_object_ref(fixture.reporter));
+  return session;
+}
+
+static void add_b(VekServiceSession *session) {
+  vek_service_session_add_reporter(session, recording_reporter_new("b", fixture.record));
+}
+
+static void count(const char *name) {
+  g_autoptr(VekMetricCounter) counter =
+      vek_metric_registry_counter_new(fixture.registry, name, NULL, NULL);
+  vek_metric_counter_inc(counter);
+}
+
+static gboolean is_registered(const char *name) {
+  g_autoptr(VekMetric) metric = vek_metric_registry_get_metric(fixture.registry, name, NULL);
+  return metric && vek_metric_is_active(metric);
+}
+
+TEST(every_reporter_sees_the_same_pass) {
+  g_autoptr(VekServiceSession) session = session_new();
+  add_b(session);
+  g_autoptr(VekMetricTimeline) timeline =
+      vek_metric_registry_timeline_new(fixture.registry, "render");
+  vek_metric_timeline_add_range(timeline, 1, 2, 3);
+
+  vek_service_session_report(session);
+  assert_recorded(fixture.record,
+                  "a timeline render [1:2-3]\nb timeline render [1:2-3]\na flush\nb flush\n");
+  run_periodic_pass(fixture.registry);
+  assert_recorded(fixture.record, "a timeline render []\nb timeline render []\na flush\nb flush\n");
+}
+
+TEST(every_operation_is_handed_on) {
+  g_autoptr(VekServiceSession) session = session_new();
+  char *dimensions[] = {(char *)"host", (char *)"h1", NULL};
+  g_autoptr(VekMetricCounter) counter =
+      vek_metric_registry_counter_new(fixture.registry, "c", "Count", dimensions);
+  vek_service_session_report(session);
+  assert_recorded(fixture.record, "a count c host,h1 Count 1000 0\na flush\n");
+  vek_metric_mark_inactive(VEK_METRIC(counter));
+
+  g_autoptr(VekMetricGauge) gauge =
+      vek_metric_registry_gauge_new(fixture.registry, "g", NULL, 0, NULL);
+  vek_metric_gauge_set_value(gauge, 0.25);
+  vek_service_session_report(session);
+  assert_recorded(fixture.record, "a value g - - 1000 0.25\na flush\n");
+  vek_metric_mark_inactive(VEK_METRIC(gauge));
+
+  g_autoptr(VekMetricHistogram) histogram =
+      vek_metric_registry_histogram_new(fixture.registry, "h", NULL, NULL, NULL);
+  vek_metric_histogram_set(histogram, 4.0);
+  vek_service_session_report(session);
+  assert_recorded(fixture.record, "a aggregated h - - 1000 n=1 sum=4 min=4 max=4\na flush\n");
+}
+
+TEST(reporter_without_operations_is_passed_over) {
+  g_autoptr(VekServiceSession) session = session_new();
+  g_autoptr(SlowReporter) slow = slow_reporter_new(0);
+  vek_service_session_add_reporter(session, VEK_METRIC_REPORTER(g_object_ref(slow)));
+  count("requests");
+  vek_service_session_report(session);
+  assert_recorded(fixture.record, "a count requests - - 1000 1\na flush\n");
+  g_assert_cmpuint(slow->n_flushes, ==, 1);
+}
+
+TEST(adding_a_reporter_twice_changes_nothing) {
+  g_autoptr(VekServiceSession) session = session_new();
+  vek_service_session_add_reporter(session, g_object_ref(fixture.reporter));
+  g_assert_cmpuint(G_OBJECT(fixture.reporter)->ref_count, ==, 2);
+  vek_service_session_report(session);
+  assert_recorded(fixture.record, "a flush\n");
+}
+
+TEST(removing_tells_whether_it_was_there) {
+  g_autoptr(VekServiceSession) session = session_new();
+  VekMetricReporter *reporter = fixture.reporter;
+  g_assert_true(vek_service_session_remove_reporter(session, reporter));
+  g_assert_false(vek_service_session_remove_reporter(session, reporter));
+  g_assert_cmpuint(G_OBJECT(reporter)->ref_count, ==, 1);
+  vek_service_session_report(session);
+  assert_recorded(fixture.record, "");
+}
+
+static void on_add_b(VekMetricReporter *reporter, gpointer data) {
+  recording_reporter_set_callback(RECORDING_REPORTER(reporter), NULL, NULL);
+  add_b(data);
+}
+
+TEST(reporter_added_in_a_pass_sees_the_next) {
+  g_autoptr(VekServiceSession) session = session_new();
+  recording_reporter_set_callback(RECORDING_REPORTER(fixture.reporter), on_add_b, session);
+  count("requests");
+  vek_service_session_report(session);
+  assert_recorded(fixture.record, "a count requests - - 1000 1\na flush\n");
+  vek_service_session_report(session);
+  assert_recorded(fixture.record,
+                  "a count requests - - 1000 1\nb count requests - - 1000 1\na flush\nb flush\n");
+}
+
+static void on_remove(VekMetricReporter *reporter, gpointer data) {
+  recording_reporter_set_callback(RECORDING_REPORTER(reporter), NULL, NULL);
+  VekServiceSession *session = data;
+  g_assert_true(vek_service_session_remove_reporter(session, reporter));
+}
+
+TEST(reporter_removed_in_a_pass_sees_its_end) {
+  g_autoptr(VekServiceSession) session = session_new();
+  recording_reporter_set_callback(RECORDING_REPORTER(fixture.reporter), on_remove, session);
+  count("requests");
+  vek_service_session_report(session);
+  assert_recorded(fixture.record, "a count requests - - 1000 1\na flush\n");
+  vek_service_session_report(session);
+  assert_recorded(fixture.record, "");
+}
+
+TEST(passes_of_its_own_retire_no_kind) {
+  g_autoptr(VekServiceSession) session = session_new();
+  VekMetricRegistry *registry = fixture.registry;
+  char *dimensions[] = {(char *)"host", (char *)"h1", NULL};
+  g_object_unref(vek_metric_registry_counter_new(registry, "counter", NULL, NULL));
+  g_object_unref(
+      vek_metric_registry_gauge_new(registry, "gauge that was never set", NULL, 0, NULL));
+  g_object_unref(vek_metric_registry_gauge_new(registry, "gauge of intervals", NULL, 60, NULL));
+  g_object_unref(vek_metric_registry_meter_new(registry, "meter", NULL, NULL));
+  g_object_unref(vek_metric_registry_histogram_new(registry, "histogram", NULL, NULL, NULL));
+  g_object_unref(vek_metric_registry_timer_new(registry, "timer", "Seconds", NULL, NULL));
+  g_object_unref(vek_metric_registry_timeline_new(registry, "timeline"));
+  g_object_unref(vek_metric_registry_counter_new(registry, "of a host", NULL, dimensions));
+
+  static const char *const keys[] = {
+      "counter",  "gauge that was never set", "gauge of intervals", "meter", "histogram", "timer",
+      "timeline", "host.h1.of a host",
+  };
+  vek_service_session_report(session);
+  for (guint i = 0; i < G_N_ELEMENTS(keys); i++)
+    g_assert_true(is_registered(keys[i]));
+  run_periodic_pass(registry);
+  for (guint i = 0; i < G_N_ELEMENTS(keys); i++)
+    g_assert_false(is_registered(keys[i]));
+}
+
+TEST(metric_made_again_after_an_own_pass_counts_on) {
+  g_autoptr(VekServiceSession) session = session_new();
+  count("requests");
+  vek_service_session_report(session);
+  count("requests");
+  g_string_truncate(fixture.record, 0);
+  run_periodic_pass(fixture.registry);
+  assert_recorded(fixture.record, "a count requests - - 1000 2\na flush\n");
+  count("requests");
+  run_periodic_pass(fixture.registry);
+  assert_recorded(fixture.record, "a count requests - - 1000 1\na flush\n");
+}
+
+TEST(retired_metric_is_gone_when_the_pass_is) {
+  g_autoptr(VekServiceSession) session = session_new();
+  VekMetricCounter *counter =
+      vek_metric_registry_counter_new(fixture.registry, "requests", NULL, NULL);
+  g_object_add_weak_pointer(G_OBJECT(counter), (gpointer *)&counter);
+  g_object_unref(counter);
+  vek_service_session_report(session);
+  g_assert_nonnull(counter);
+  run_periodic_pass(fixture.registry);
+  g_assert_null(counter);
+}
+
+static void on_count_and_let_go(VekMetricReporter *reporter, gpointer data) {
+  recording_reporter_set_callback(RECORDING_REPORTER(reporter), NULL, NULL);
+  VekMetricCounter *counter = data;
+  vek_metric_counter_inc(counter);
+  g_object_unref(counter);
+}
+
+TEST(what_is_counted_after_the_report_is_reported_next) {
+  g_autoptr(VekServiceSession) session = session_new();
+  VekMetricCounter *counter =
+      vek_metric_registry_counter_new(fixture.registry, "requests", NULL, NULL);
+  recording_reporter_set_callback(RECORDING_REPORTER(fixture.reporter), on_count_and_let_go,
+                                  counter);
+  run_periodic_pass(fixture.registry);
+  assert_recorded(fixture.record, "a count requests - - 1000 0\na flush\n");
+  run_periodic_pass(fixture.registry);
+  assert_recorded(fixture.record, "a count requests - - 1000 1\na flush\n");
+  run_periodic_pass(fixture.registry);
+  assert_recorded(fixture.record, "a flush\n");
+}
+
+/* What a constructor does first; then it waits for the end of the pass. */
+static void on_ask(VekMetricReporter *reporter, gpointer data) {
+  recording_reporter_set_callback(RECORDING_REPORTER(reporter), NULL, NULL);
+  *(VekMetric **)data = g_object_new(VEK_TYPE_METRIC_COUNTER, "name", "requests", NULL);
+}
+
+TEST(metric_that_is_asked_for_in_a_pass_is_not_retired) {
+  g_autoptr(VekServiceSession) session = session_new();
+  g_autoptr(VekMetric) asking = NULL;
+  count("requests");
+  recording_reporter_set_callback(RECORDING_REPORTER(fixture.reporter), on_ask, &asking);
+  run_periodic_pass(fixture.registry);
+  assert_recorded(fixture.record, "a count requests - - 1000 1\na flush\n");
+  g_assert_true(is_registered("requests"));
+
+  g_clear_object(&asking);
+  run_periodic_pass(fixture.registry);
+  assert_recorded(fixture.record, "a count requests - - 1000 1\na flush\n");
+  g_assert_false(is_registered("requests"));
+}
+
+TEST(metric_that_is_asked_for_once_it_is_retired_comes_back) {
+  /* Registered first, it is flushed last. */
+  g_autoptr(VekMetricRegistry) registry = g_object_new(VEK_TYPE_METRIC_REGISTRY, NULL);
+  g_autoptr(GString) record = g_string_new(NULL);
+  g_autoptr(VekMetricReporter) last = recording_reporter_new("last", record);
+  vek_metric_registry_register_reporter(registry, last);
+  g_autoptr(VekServiceSession) session = vek_service_session_new(registry);
+  g_autoptr(VekMetric) asking = NULL;
+  /* A gauge that was never set: it reports nothing, and the flush is the only call. */
+  g_object_unref(vek_metric_registry_gauge_new(registry, "requests", NULL, 0, NULL));
+
+  recording_reporter_set_callback(RECORDING_REPORTER(last), on_ask, &asking);
+  run_periodic_pass(registry);
+  assert_recorded(record, "last flush\n");
+  g_autoptr(VekMetric) found = vek_metric_registry_get_metric(registry, "requests", NULL);
+  g_assert_nonnull(found);
+  g_assert_true(vek_metric_is_active(found));
+}
+
+TEST(metric_that_the_program_retires_stays_retired) {
+  g_autoptr(VekServiceSession) session = session_new();
+  g_autoptr(VekMetricCounter) counter =
+      vek_metric_registry_counter_new(fixture.registry, "requests", NULL, NULL);
+  vek_metric_mark_inactive(VEK_METRIC(counter));
+  vek_service_session_report(session);
+  assert_recorded(fixture.record, "a flush\n");
+  count("requests");
+  g_assert_false(vek_metric_is_active(VEK_METRIC(counter)));
+}
+
+static void set_period(VekServiceSession *session, guint period) {
+  timer_id = 0;
+  g_object_set(session, "period", period, NULL);
+}
+
+TEST(period_sets_passes_between_those_of_the_registry) {
+  g_autoptr(VekServiceSession) session = session_new();
+  guint period = 0;
+  g_object_get(session, "period", &period, NULL);
+  g_assert_cmpuint(period, ==, 60);
+
+  set_period(session, 10);
+  g_assert_cmpuint(timer_seconds, ==, 10);
+  fake_clock_advance(10 * G_USEC_PER_SEC);
+  fire_timer();
+  assert_recorded(fixture.record, "a flush\n");
+  g_assert_cmpuint(timer_seconds, ==, 10);
+
+  /* A pass of the registry starts it anew. */
+  fake_clock_advance(7 * G_USEC_PER_SEC);
+  guint before = timer_id;
+  run_periodic_pass(fixture.registry);
+  g_assert_cmpuint(timer_id, !=, before);
+  g_assert_cmpuint(timer_seconds, ==, 10);
+  g_assert_null(g_main_context_find_source_by_id(NULL, before));
+}
+
+TEST(new_period_counts_from_the_last_pass) {
+  g_autoptr(VekServiceSession) session = session_new();
+  fake_clock_advance(7 * G_USEC_PER_SEC);
+  set_period(session, 10);
+  g_assert_cmpuint(timer_seconds, ==, 3);
+  set_period(session, 5);
+  g_assert_cmpuint(timer_seconds, ==, 0);
+  guint before = timer_id;
+  set_period(session, 60);
+  g_assert_cmpuint(timer_id, ==, 0);
+  g_assert_null(g_main_context_find_source_by_id(NULL, before));
+}
+
+static void on_notify(GObject *session, GParamSpec *pspec, gpointer data) {
+  (void)session, (void)pspec;
+  ++*(guint *)data;
+}
+
+TEST(period_is_notified) {
+  g_autoptr(VekServiceSession) session = session_new();
+  guint n_notified = 0;
+  g_signal_connect(session, "notify::period", G_CALLBACK(on_notify), &n_notified);
+  g_object_set(session, "period", 30, NULL);
+  g_assert_cmpuint(n_notified, ==, 1);
+}
+
+TEST(period_below_a_second_or_beyond_a_minute_is_refused) {
+  g_autoptr(VekServiceSession) session = session_new();
+  static const guint refused[] = {0, 61};
+  for (guint i = 0; i < G_N_ELEMENTS(refused); i++) {
+    guint period = 0;
+    set_period(session, refused[i]);
+    assert_logged_like("GLib-GObject", G_LOG_LEVEL_WARNING, "value * is invalid or out of range *");
+    g_object_get(session, "period", &period, NULL);
+    g_assert_cmpuint(period, ==, 60);
+    g_assert_cmpuint(timer_id, ==, 0);
+  }
+}
+
+TEST(last_pass_reaches_all_and_the_session_is_over) {
+  g_autoptr(VekServiceSession) session = session_new();
+  set_period(session, 10);
+  count("requests");
+  VekMetricReporter *reporter = fixture.reporter;
+  g_assert_true(vek_service_session_finish(session, 1000));
+  assert_recorded(fixture.record, "a count requests - - 1000 1\na flush\n");
+  g_assert_cmpuint(G_OBJECT(reporter)->ref_count, ==, 1);
+  g_assert_null(g_main_context_find_source_by_id(NULL, timer_id));
+
+  /* The registry lives on, without the session. */
+  count("requests");
+  run_periodic_pass(fixture.registry);
+  assert_recorded(fixture.record, "");
+
+  vek_service_session_add_reporter(session, g_object_ref(reporter));
+  assert_refused("vek_service_session_add_reporter", "!session_is_over");
+  g_assert_cmpuint(G_OBJECT(reporter)->ref_count, ==, 1);
+  vek_service_session_report(session);
+  assert_refused("vek_service_session_report", "!session_is_over(session)");
+  g_assert_false(vek_service_session_remove_reporter(session, reporter));
+  g_assert_true(vek_service_session_finish(session, 1000));
+  assert_recorded(fixture.record, "");
+}
+
+TEST(registry_can_have_another_session_after_the_first) {
+  g_autoptr(VekServiceSession) session = session_new();
+  vek_service_session_finish(session, 1000);
+  g_string_truncate(fixture.record, 0);
+  g_object_unref(session);
+  session = vek_service_session_new(fixture.registry);
+  add_b(session);
+  run_periodic_pass(fixture.registry);
+  assert_recorded(fixture.record, "b flush\n");
+}
+
+TEST(finish_waits_for_what_is_under_way) {
+  g_autoptr(VekServiceSession) session = session_new();
+  g_autoptr(SlowReporter) slow = slow_reporter_new(3);
+  vek_service_session_add_reporter(session, VEK_METRIC_REPORTER(g_object_ref(slow)));
+  g_assert_true(vek_service_session_finish(session, 60000));
+  g_assert_false(slow->busy);
+  /* In the last pass, and whenever it had become idle. */
+  g_assert_cmpuint(slow->n_flushes, ==, 4);
+  assert_recorded(fixture.record, "a flush\n");
+}
+
+TEST(finish_names_who_is_late) {
+  g_autoptr(VekServiceSession) session = session_new();
+  g_autoptr(SlowReporter) slow = slow_reporter_new(G_MAXUINT);
+  vek_service_session_add_reporter(session, VEK_METRIC_REPORTER(g_object_ref(slow)));
+  g_assert_false(vek_service_session_finish(session, 1));
+  assert_logged("VEK:service", G_LOG_LEVEL_WARNING, "SlowReporter was not done in time");
+  g_assert_cmpuint(slow->n_flushes, ==, 1);
+  g_assert_cmpuint(G_OBJECT(slow)->ref_count, ==, 1);
+  g_assert_false(vek_service_session_finish(session, 60000));
+}
+
+static void on_finished(GObject *session, GAsyncResult *result, gpointer data) {
+  g_autoptr(GError) error = NULL;
+  gboolean drained =
+      vek_service_session_finish_finish(VEK_SERVICE_SESSION(session), result, &error);
+  g_string_append_printf(data, "%s %s\n", drained ? "drained" : "not drained",
+                         error ? error->message : "-");
+}
+
+TEST(finish_async_leaves_the_loop_to_the_program) {
+  g_autoptr(VekServiceSession) session = session_new();
+  g_autoptr(SlowReporter) slow = slow_reporter_new(2);
+  vek_service_session_add_reporter(session, VEK_METRIC_REPORTER(g_object_ref(slow)));
+  vek_service_session_finish_async(session, 60000, NULL, on_finished, fixture.record);
+  assert_recorded(fixture.record, "a flush\n");
+  /* Who comes second waits, too. */
+  vek_service_session_finish_async(session, 0, NULL, on_finished, fixture.record);
+  g_assert_true(slow->busy);
+  while (fixture.record->len < strlen("drained -\ndrained -\n"))
+    g_main_context_iteration(NULL, TRUE);
+  assert_recorded(fixture.record, "drained -\ndrained -\n");
+
+  vek_service_session_finish_async(session, 0, NULL, on_finished, fixture.record);
+  while (fixture.record->len == 0)
+    g_main_context_iteration(NULL, TRUE);
+  assert_recorded(fixture.record, "drained -\n");
+}
+
+TEST(cancelling_ends_the_wait) {
+  g_autoptr(VekServiceSession) session = session_new();
+  g_autoptr(SlowReporter) slow = slow_reporter_new(G_MAXUINT);
+  vek_service_session_add_reporter(session, VEK_METRIC_REPORTER(g_object_ref(slow)));
+  g_autoptr(GCancellable) cancellable = g_cancellable_new();
+  g_cancellable_cancel(cancellable);
+  vek_service_session_finish_async(session, 60000, cancellable, on_finished, fixture.record);
+  assert_recorded(fixture.record, "a flush\n");
+  while (fixture.record->len == 0)
+    g_main_context_iteration(NULL, TRUE);
+  assert_recorded(fixture.record, "not drained Operation was cancelled\n");
+  g_assert_false(vek_service_session_finish(session, 60000));
+}
+
+static void on_call_back(VekMetricReporter *reporter, gpointer data) {
+  recording_reporter_set_callback(RECORDING_REPORTER(reporter), NULL, NULL);
+  VekServiceSession *session = data;
+  vek_service_session_report(session);
+  assert_refused("vek_service_session_report", "!session_is_in_pass(session)");
+  g_assert_false(vek_service_session_finish(session, 0));
+  assert_refused("vek_service_session_finish", "!session_is_in_pass(session)");
+  vek_service_session_finish_async(session, 0, NULL, NULL, NULL);
+  assert_refused("vek_service_session_finish_async", "!session_is_in_pass(session)");
+}
+
+TEST(nothing_is_reported_or_finished_within_a_pass) {
+  g_autoptr(VekServiceSession) session = session_new();
+  RecordingReporter *reporter = RECORDING_REPORTER(fixture.reporter);
+  recording_reporter_set_callback(reporter, on_call_back, session);
+  vek_service_session_report(session);
+  assert_recorded(fixture.record, "a flush\n");
+
+  g_autoptr(VekMetricCounter) counter =
+      vek_metric_registry_counter_new(fixture.registry, "requests", NULL, NULL);
+  recording_reporter_set_callback(reporter, on_call_back, session);
+  run_periodic_pass(fixture.registry);
+  assert_recorded(fixture.record, "a count requests - - 1000 0\na flush\n");
+}
+
+static gpointer report_elsewhere(gpointer session) {
+  vek_service_session_report(session);
+  assert_refused("vek_service_session_report", "main_context.is_owned");
+  g_assert_false(vek_service_session_finish(session, 0));
+  assert_refused("vek_service_session_finish", "main_context.is_owned");
+  return NULL;
+}
+
+TEST(nothing_is_reported_or_finished_on_another_thread) {
+  g_autoptr(VekServiceSession) session = session_new();
+  g_assert_true(g_main_context_acquire(NULL));
+  g_thread_join(g_thread_new("elsewhere", report_elsewhere, session));
+  g_main_context_release(NULL);
+  assert_recorded(fixture.record, "");
+}
+
+TEST(registry_has_one_session) {
+  g_autoptr(VekServiceSession) session = session_new();
+  g_assert_null(vek_service_session_new(fixture.registry));
+  assert_refused("vek_service_session_new", "!registry_has_session");
+  vek_service_session_report(session);
+  assert_recorded(fixture.record, "a flush\n");
+}
+
+TEST(failed_checks_name_their_own_function) {
+  g_autoptr(VekServiceSession) session = session_new();
+  gpointer wrong = fixture.registry;
+  g_assert_null(vek_service_session_new((VekMetricRegistry *)session));
+  assert_refused("vek_service_session_new", "registry == NULL || VEK_IS_METRIC_REGISTRY(registry)");
+
+  vek_service_session_add_reporter(session, NULL);
+  assert_refused("vek_service_session_add_reporter", "VEK_IS_METRIC_REPORTER(reporter)");
+  vek_service_session_add_reporter(session, wrong);
+  assert_refused("vek_service_session_add_reporter", "VEK_IS_METRIC_REPORTER(reporter)");
+  vek_service_session_add_reporter(wrong, g_object_ref(fixture.reporter));
+  assert_refused("vek_service_session_add_reporter", "VEK_SERVICE_IS_SESSION(session)");
+  g_assert_cmpuint(G_OBJECT(fixture.reporter)->ref_count, ==, 2);
+
+  g_assert_false(vek_service_session_remove_reporter(wrong, fixture.reporter));
+  assert_refused("vek_service_session_remove_reporter", "VEK_SERVICE_IS_SESSION(session)");
+  g_assert_false(vek_service_session_remove_reporter(session, wrong));
+  assert_refused("vek_service_session_remove_reporter", "VEK_IS_METRIC_REPORTER(reporter)");
+
+  vek_service_session_report(NULL);
+  assert_refused("vek_service_session_report", "VEK_SERVICE_IS_SESSION(session)");
+  g_assert_false(vek_service_session_finish(wrong, 0));
+  assert_refused("vek_service_session_finish", "VEK_SERVICE_IS_SESSION(session)");
+  vek_service_session_finish_async(wrong, 0, NULL, NULL, NULL);
+  assert_refused("vek_service_session_finish_async", "VEK_SERVICE_IS_SESSION(session)");
+  vek_service_session_finish_async(session, 0, wrong, NULL, NULL);
+  assert_refused("vek_service_session_finish_async",
+                 "cancellable == NULL || G_IS_CANCELLABLE(cancellable)");
+  g_assert_false(vek_service_session_finish_finish(session, NULL, NULL));
+  assert_refused("vek_service_session_finish_finish", "g_task_is_valid(result, session)");
+  g_assert_false(vek_service_session_run(wrong, NULL, 0));
+  assert_refused("vek_service_session_run", "VEK_SERVICE_IS_SESSION(session)");
+  g_assert_false(vek_service_session_run(session, NULL, 0));
+  assert_refused("vek_service_session_run", "loop != NULL");
+  g_assert_false(vek_service_drain_is_busy(wrong));
+  assert_refused("vek_service_drain_is_busy", "VEK_SERVICE_IS_DRAIN(drain)");
+}
+
+TEST(session_that_is_let_go_of_ends_silently) {
+  g_autoptr(VekServiceSession) session = session_new();
+  set_period(session, 10);
+  VekMetricReporter *reporter = fixture.reporter;
+  g_clear_object(&session);
+  assert_recorded(fixture.record, "");
+  g_assert_cmpuint(G_OBJECT(reporter)->ref_count, ==, 1);
+  g_assert_null(g_main_context_find_source_by_id(NULL, timer_id));
+  count("requests");
+  run_periodic_pass(fixture.registry);
+  assert_recorded(fixture.record, "");
+}
+
+TEST(default_registry_is_meant_by_null) {
+  g_autoptr(VekServiceSession) session = vek_service_session_new(NULL);
+  g_autoptr(VekMetricRegistry) registry = NULL;
+  g_object_get(session, "registry", &registry, NULL);
+  g_assert_true(registry == vek_metric_registry_get_default());
+  vek_metric_registry_set_default(NULL);
+}
+
+TEST(json_log_is_complete) {
+  g_autoptr(VekServiceSession) session = session_new();
+  char *folder = folder_new();
+  vek_service_session_add_reporter(session,
+                                   vek_metric_json_log_reporter_new("log", folder, NULL, 10, 1));
+  count("requests");
+  g_assert_true(vek_service_session_finish(session, 60000));
+  assert_folder(folder,
+                "log.json: 1970-01-01 00:00:00,001000 [{\"MetricName\":\"requests\",\"Timestamp\":"
+                "\"1970-01-01T00:00:00Z\",\"Value\":1.0}]\n");
+  folder_remove(folder);
+  g_string_truncate(fixture.record, 0);
+}
+
+TEST(held_json_log_is_waited_for_and_named) {
+  g_autoptr(VekServiceSession) session = session_new();
+  char *folder = folder_new();
+  g_autoptr(VekMetricReporter) held = vek_metric_json_log_reporter_new("log", folder, NULL, 10, 1);
+  vek_service_session_add_reporter(session, g_object_ref(held));
+  g_assert_false(vek_service_session_finish(session, 1));
+  assert_logged("VEK:service", G_LOG_LEVEL_WARNING,
+                "VekMetricJsonLogReporter was not done in time, or somebody else holds a reference "
+                "to it");
+  while (G_OBJECT(held)->ref_count > 1)
+    g_main_context_iteration(NULL, TRUE);
+  g_clear_object(&held);
+  folder_remove(folder);
+}
+
+static gboolean on_incoming(GSocketService *service, GSocketConnection *connection, GObject *source,
+                            gpointer data) {
+  (void)service, (void)source;
+  *(GSocketConnection **)data = g_object_ref(connection);
+  return TRUE;
+}
+
+TEST(carbon_gets_what_waited_for_its_connection) {
+  g_autoptr(VekServiceSession) session = session_new();
+  g_autoptr(GSocketConnection) connection = NULL;
+  g_autoptr(GSocketService) service = g_socket_service_new();
+  guint16 port = g_socket_listener_add_any_inet_port(G_SOCKET_LISTENER(service), NULL, NULL);
+  g_assert_cmpuint(port, !=, 0);
+  g_signal_connect(service, "incoming", G_CALLBACK(on_incoming), &connection);
+  vek_service_session_add_reporter(session,
+                                   vek_metric_carbon_reporter_new(NULL, "127.0.0.1", port));
+  count("requests");
+  g_assert_true(vek_service_session_finish(session, 60000));
+  assert_logged_like("VEK:metrics", G_LOG_LEVEL_INFO, "Established connection *");
+  assert_logged_like("VEK:metrics", G_LOG_LEVEL_DEBUG, "Sending message *");
+  assert_logged_like("VEK:metrics", G_LOG_LEVEL_DEBUG, "*succeeded (bytes_written: 13)");
+  while (!connection)
+    g_main_context_iteration(NULL, TRUE);
+
+  char line[64] = "";
+  GInputStream *input = g_io_stream_get_input_stream(G_IO_STREAM(connection));
+  gsize n_read = 0;
+  g_assert_true(g_input_stream_read_all(input, line, sizeof line - 1, &n_read, NULL, NULL));
+  g_assert_cmpstr(line, ==, "requests 1 0\n");
+}
+
+static gboolean on_signal_oneself(gpointer data) {
+  guint *n_signals = data;
+  kill(getpid(), *n_signals % 2 ? SIGTERM : SIGINT);
+  return --*n_signals > 0;
+}
+
+TEST(signal_ends_the_loop_and_another_the_wait) {
+  g_autoptr(VekServiceSession) session = session_new();
+  g_autoptr(GMainLoop) loop = g_main_loop_new(NULL, FALSE);
+  guint n_signals = 1;
+  g_idle_add(on_signal_oneself, &n_signals);
+  g_assert_true(vek_service_session_run(session, loop, 60000));
+  assert_recorded(fixture.record, "a flush\n");
+
+  g_object_unref(session);
+  session = vek_service_session_new(fixture.registry);
+  g_autoptr(SlowReporter) slow = slow_reporter_new(G_MAXUINT);
+  vek_service_session_add_reporter(session, VEK_METRIC_REPORTER(g_object_ref(slow)));
+  n_signals = 2;
+  g_timeout_add(1, on_signal_oneself, &n_signals);
+  g_assert_false(vek_service_session_run(session, loop, 60000));
+  g_assert_cmpuint(slow->n_flushes, ==, 1);
+}

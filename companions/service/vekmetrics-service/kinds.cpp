@@ -1,0 +1,64 @@
+#include "kinds.hpp"
+
+#include "common/internal.hpp"
+
+#include <vekmetrics/vekmetrics.h>
+
+static vekin::KindHooks kind_hooks;
+
+namespace {
+
+// One kind, and the functions of its class that the hooks stand before.
+template <GType (*get_type)()>
+struct Kind {
+  static VekMetricClass *klass;
+  static void (*report)(VekMetric *metric, GSList *reporters);
+  static void (*constructed)(GObject *object);
+
+  static void on_report(VekMetric *metric, GSList *reporters) {
+    kind_hooks.reports(metric, reporters);
+    report(metric, reporters);
+  }
+
+  static void on_constructed(GObject *object) {
+    constructed(object);
+    kind_hooks.made(vekin::as<VekMetric>(object));
+  }
+
+  static void read() {
+    klass = static_cast<VekMetricClass *>(g_type_class_ref(get_type()));
+    report = klass->report;
+    constructed = klass->parent_class.constructed;
+  }
+
+  static void hook() {
+    g_atomic_pointer_set(&klass->report, on_report);
+    g_atomic_pointer_set(&klass->parent_class.constructed, on_constructed);
+  }
+};
+
+template <GType (*get_type)()>
+VekMetricClass *Kind<get_type>::klass;
+template <GType (*get_type)()>
+void (*Kind<get_type>::report)(VekMetric *metric, GSList *reporters);
+template <GType (*get_type)()>
+void (*Kind<get_type>::constructed)(GObject *object);
+
+// All are read before the first is hooked: a timer would otherwise inherit a histogram's hooks.
+template <GType (*...get_types)()>
+void hook_all() {
+  (Kind<get_types>::read(), ...);
+  (Kind<get_types>::hook(), ...);
+}
+
+}  // namespace
+
+void vekin::hook_kinds(const KindHooks &hooks) {
+  static gsize hooked;
+  if (!g_once_init_enter(&hooked))
+    return;
+  kind_hooks = hooks;
+  hook_all<vek_metric_counter_get_type, vek_metric_gauge_get_type, vek_metric_histogram_get_type,
+           vek_metric_meter_get_type, vek_metric_timeline_get_type, vek_metric_timer_get_type>();
+  g_once_init_leave(&hooked, 1);
+}

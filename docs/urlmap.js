@@ -1,0 +1,8 @@
+baseURLs = [
+  ['Gio', 'https://docs.gtk.org/gio/'],
+  ['GLib', 'https://docs.gtk.org/glib/'],
+  ['GObject', 'https://docs.gtk.org/gobject/'],
+  ['Vek', '../vek-1.0/'],
+  ['VekService', '../vekservice-1.0/'],
+  ['VekTesting', '../vektesting-1.0/'],
+];

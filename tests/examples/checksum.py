@@ -1,0 +1,308 @@
+"""Tests of the example program checksum, as TAP: checksum.py CHECKSUM HURRIED-CHECKSUM
+
+The second is the same program with a registry that reports as often as it can.
+"""
+
+import contextlib
+import csv
+import json
+import os
+import pathlib
+import re
+import signal
+import socket
+import struct
+import subprocess
+import sys
+import tempfile
+import threading
+
+from support import tap
+from support.row import UNITS, Row
+
+# Longer keys than a connection holds of lines that nobody reads.
+HUGE_PREFIX = 'x' * 100_000
+
+
+class Server:
+    """A carbon server; what it has got in the end is in lines."""
+
+    def __init__(self):
+        self.socket = socket.socket()
+        # So that a connection holds little that is not read yet.
+        self.socket.setsockopt(socket.SOL_SOCKET, socket.SO_RCVBUF, 16384)
+        self.socket.setsockopt(socket.IPPROTO_TCP, socket.TCP_MAXSEG, 1000)
+        self.socket.settimeout(60)  # for a program that never comes
+        self.socket.bind(('127.0.0.1', 0))
+        self.socket.listen(1)
+        self.option = f'--carbon=127.0.0.1:{self.socket.getsockname()[1]}'
+        self.thread = threading.Thread(target=self.read)
+        self.lines = None
+
+    def read(self):
+        connection, _ = self.socket.accept()
+        with connection, connection.makefile() as lines:
+            self.lines = lines.read().splitlines()
+
+    def __enter__(self):
+        self.thread.start()
+        return self
+
+    def __exit__(self, *_):
+        self.thread.join()
+        self.socket.close()
+
+
+@contextlib.contextmanager
+def tree(n_files=0):
+    """A folder, and one in it with files of a few bytes."""
+    with tempfile.TemporaryDirectory() as folder:
+        files = pathlib.Path(folder, 'files')
+        files.mkdir()
+        for number in range(n_files):
+            (files / str(number)).write_text(str(number))
+        yield pathlib.Path(folder), files
+
+
+def run(*command, status=0, **options):
+    """Returns what a program prints on its output and as its messages."""
+    ended = subprocess.run(command, check=False, stdin=subprocess.DEVNULL, stderr=subprocess.PIPE,
+                           env=dict(os.environ, LC_ALL='C.UTF-8'),
+                           **dict({'stdout': subprocess.PIPE}, **options))
+    assert ended.returncode == status, ended
+    return ended.stdout, ended.stderr.decode()
+
+
+def split_lines(text):
+    """Sorted: files are done in any order."""
+    return sorted(text.splitlines(keepends=True))
+
+
+def split_reports(output):
+    """The lines of checksums, and the reports."""
+    lines, *reports = re.split(r'(?m)^(?=general:\n)', output)
+    return lines.splitlines(), reports
+
+
+def to_console(rows):
+    """A report on the console."""
+    sections = {}
+    for row in rows:
+        sections.setdefault(tuple(row.dimensions), []).append(row)
+    text = ''
+    for dimensions in sorted(sections, key=lambda pairs: (len(pairs), pairs)):
+        header = ', '.join(f'{name}={value}' for name, value in dimensions) or 'general'
+        lines = [row.to_console() for row in sorted(sections[dimensions], key=lambda row: row.name)]
+        text += '\n'.join([f'{header}:', *lines, '', ''])
+    return text
+
+
+def read_rows(folder):
+    with open(folder / 'figures.csv', encoding='utf-8') as file:
+        return [Row(columns) for columns in csv.reader(file)]
+
+
+def read_json(folder):
+    """The data points of each report."""
+    lines = (folder / 'figures.json').read_text(encoding='utf-8').splitlines()
+    return [json.loads(line[27:]) for line in lines]
+
+
+def read_ranges(folder):
+    with open(folder / 'timeline.csv', encoding='utf-8') as file:
+        return [(name, *map(int, numbers)) for _, name, *numbers in csv.reader(file)]
+
+
+def without_sums(points):
+    """What the CSV file has, too."""
+    for point in points:
+        if statistics := point.get('StatisticValues'):
+            statistics['Average'] = statistics.pop('Sum') / statistics['SampleCount']
+        elif point['MetricName'].endswith('_p99'):
+            del point['Value']
+    return points
+
+
+def lines_are_those_of_sha256sum():
+    with tree() as (folder, files):
+        deep = files.joinpath(*['deep'] * 100)
+        deep.mkdir(parents=True)
+        for name in ('plain', ' with spaces ', '.hidden', '-dash', '*', 'new\nline', 'back\\slash',
+                     'carriage\rreturn', '\x1b[31m', os.fsdecode(b'invalid \xff')):
+            (files / name).write_text('some')
+        for size in (0, 1, 65536, 1_000_000):
+            (deep / str(size)).write_bytes(b'\0' * size)
+        (files / 'link').symlink_to('plain')
+        os.mkfifo(files / 'fifo')
+
+        output, messages = run(CHECKSUM, '--jobs=8', f'--csv={folder}', files)
+        expected, _ = run('find', files, '-type', 'f', '-exec', 'sha256sum', '{}', '+')
+        assert split_lines(output) == split_lines(expected), output
+        assert messages == '', messages
+        figures = {(row.name, len(row.dimensions)): row.figures for row in read_rows(folder)
+                   if dict(row.dimensions).get('content') != 'empty'}
+        assert figures['files', 2] == [13.0], figures
+        assert figures['folders', 0] == [101.0], figures
+        assert figures['skipped', 0] == [2.0], figures
+        assert figures['bytes', 1] == [1_065_537.0 + 40], figures
+
+
+def what_cannot_be_read_is_named_and_counted():
+    with tree(10) as (_, files):
+        output, messages = run(CHECKSUM, '--quiet', 'missing', '/proc/self/mem', '0/below', '.',
+                               cwd=files, status=1)
+        assert split_lines(messages) == [
+            'checksum: /proc/self/mem: Input/output error\n',
+            'checksum: 0/below: Not a directory\n',
+            'checksum: missing: No such file or directory\n'], messages
+        for section in (b'general:\nerrors: 3\n', b'\nreason=failed:\nerrors: 1\n',
+                        b'\nreason=not-directory:\nerrors: 1\n',
+                        b'\nreason=not-found:\nerrors: 1\n', b'content=data:\nfiles: 10\n'):
+            assert section in output, output
+
+
+def output_that_cannot_be_written_is_an_error():
+    with tree(10) as (_, files), open('/dev/full', 'wb') as full:
+        _, messages = run(CHECKSUM, files, '--csv=.', cwd=files, status=1, stdout=full)
+        assert messages == 'checksum: standard output: write error\n', messages
+
+
+def mistakes_on_the_command_line_are_named():
+    for argument, message in {
+            '--unknown': 'Unknown option --unknown',
+            '--jobs=0': '--jobs takes a number from 1 to 256',
+            '--every=61': '--every takes seconds from 1 to 60',
+            '--wait=nan': '--wait takes seconds from 0 to 86400',
+            '--carbon=localhost:2003': '--carbon takes a numeric ADDRESS:PORT or '
+                                       '[IPV6-ADDRESS]:PORT, not "localhost:2003"',
+    }.items():
+        _, messages = run(CHECKSUM, argument, status=2)
+        assert messages == f'checksum: {message}\nTry "checksum --help".\n', messages
+
+
+def check_outputs(program, folder, files):
+    """Runs the program with every output, and compares them; returns how many reports there are."""
+    with Server() as server:
+        output, messages = run(
+            program, '--quiet', '--console', server.option, '--prefix=site', '--jobs=3',
+            '--wait=600', *(f'--{kind}={folder}' for kind in ('csv', 'json', 'timeline')), files)
+    assert messages == '', messages
+    rows = read_rows(folder)
+    lines, reports = split_reports(output.decode())
+    assert lines == [], lines
+    begin = 0
+    for report in reports:
+        end = begin + len(re.findall(r'(?m)^\w+: ', report))
+        assert to_console(rows[begin:end]) == report, report
+        begin = end
+    assert begin == len(rows)
+    assert {row.name for row in rows} == set(UNITS)
+
+    assert server.lines == [line for row in rows for line in row.to_carbon('site')]
+    points = [point for report in read_json(folder) for point in report]
+    assert without_sums(points) == [point for row in rows for point in row.to_json()]
+    assert len(read_json(folder)) == len(reports)
+
+    ranges = read_ranges(folder)
+    assert sorted(number for _, number, _, _ in ranges) == list(range(1, 1001))
+    assert {name for name, *_ in ranges} <= {'worker_1', 'worker_2', 'worker_3'}
+    assert all(start <= end for _, _, start, end in ranges)
+    return len(reports)
+
+
+def every_output_has_the_same_figures():
+    with tree(1000) as (folder, files):
+        assert check_outputs(CHECKSUM, folder, files) == 1
+
+
+def every_output_has_the_same_figures_in_many_reports():
+    with tree(1000) as (folder, files):
+        assert check_outputs(HURRIED, folder, files) > 1
+
+
+@contextlib.contextmanager
+def started(*arguments, **options):
+    with subprocess.Popen([CHECKSUM, *arguments], stdout=subprocess.PIPE, stderr=subprocess.PIPE,
+                          **options) as program:
+        try:
+            yield program
+        finally:
+            program.kill()
+
+
+def signal_ends_the_run_with_its_last_figures():
+    for number in (signal.SIGINT, signal.SIGTERM):
+        # It cannot end before the signal: it waits for somebody to read.
+        with tree(1000) as (_, files), started(*[files] * 10, pipesize=4096) as program:
+            begin = os.read(program.stdout.fileno(), 64)
+            program.send_signal(number)
+            output, messages = program.communicate()
+            lines, (report,) = split_reports((begin + output).decode())
+            assert (program.returncode, messages) == (130, b''), messages
+            assert 0 < len(lines) < 10_000, len(lines)
+            assert f'content=data:\nfiles: {len(lines)}\n' in report, report
+
+
+def wait_for_report(program):
+    while program.stdout.readline() != b'algorithm=sha256, content=empty:\n':
+        pass
+
+
+def server_that_reads_late_gets_everything():
+    with tree(10) as (folder, files):
+        server = Server()
+        with started('--quiet', '--console', server.option, f'--prefix={HUGE_PREFIX}',
+                     f'--csv={folder}', '--wait=600', files) as program:
+            wait_for_report(program)
+            with server:
+                _, messages = program.communicate()
+            assert (program.returncode, messages) == (0, b''), messages
+        assert server.lines == [line for row in read_rows(folder)
+                                for line in row.to_carbon(HUGE_PREFIX)]
+
+
+def server_that_never_reads_is_named_and_changes_nothing():
+    server = Server()
+    with tree(10) as (folder, files), server.socket:
+        output, messages = run(CHECKSUM, '--quiet', '--console', server.option, '--wait=0.01',
+                               f'--prefix={HUGE_PREFIX}', f'--csv={folder}', files)
+        assert b'\nfiles: 10\n' in output, output
+        assert 'VekMetricCarbonReporter was not done in time' in messages, messages
+        assert {row.name for row in read_rows(folder)} == set(UNITS)
+
+
+def server_that_hangs_up_is_told_of():
+    server = Server()
+    with tree(10) as (_, files), server.socket:
+        with started('--quiet', '--console', server.option, f'--prefix={HUGE_PREFIX}',
+                     '--wait=600', files) as program:
+            wait_for_report(program)
+            connection, _ = server.socket.accept()
+            connection.setsockopt(socket.SOL_SOCKET, socket.SO_LINGER, struct.pack('ii', 1, 0))
+            connection.close()
+            messages = program.communicate()[1].decode()
+            assert program.returncode == 0
+        assert 'Carbon reporter write operation failed with error: ' in messages, messages
+        assert 'in time' not in messages, messages
+
+
+def signal_ends_the_wait():
+    server = Server()
+    with tree(10) as (_, files), server.socket:
+        with started('--quiet', '--console', server.option, f'--prefix={HUGE_PREFIX}',
+                     '--wait=600', files) as program:
+            wait_for_report(program)
+            program.send_signal(signal.SIGINT)
+            assert program.communicate()[1] == b''
+            assert program.returncode == -signal.SIGINT, program.returncode
+
+
+if __name__ == '__main__':
+    CHECKSUM, HURRIED = map(os.path.abspath, sys.argv[1:3])
+    tap.run((
+        lines_are_those_of_sha256sum, what_cannot_be_read_is_named_and_counted,
+        output_that_cannot_be_written_is_an_error, mistakes_on_the_command_line_are_named,
+        every_output_has_the_same_figures, every_output_has_the_same_figures_in_many_reports,
+        signal_ends_the_run_with_its_last_figures, server_that_reads_late_gets_everything,
+        server_that_never_reads_is_named_and_changes_nothing, server_that_hangs_up_is_told_of,
+        signal_ends_the_wait))

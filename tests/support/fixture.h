@@ -1,0 +1,75 @@
+#pragma once
+
+/* A program of tests. It has no main() and no list: TEST(what_the_test_says) { ... } is all that a
+ * test needs. It is called "/program/what-the-test-says", after the program without "test-", and
+ * fails if it leaves a log message behind.
+ *
+ * Each test finds a fixture, and a clock that stands at 1000 µs. */
+
+#include "support/fakeclock.h"
+#include "support/logcapture.h"
+#include "support/recordingreporter.h"
+
+G_BEGIN_DECLS
+
+/* Begins a test, in place of the head of a function. */
+#define TEST(function)                                                 \
+  static void function(void);                                          \
+  __attribute__((constructor)) static void register_##function(void) { \
+    register_test(#function, function);                                \
+  }                                                                    \
+  static void function(void)
+
+/* Begins what is a test for each row of a table, called by the name that is the row's first field.
+ * The row is the parameter `data`. */
+#define TEST_ROWS(function, table)                                           \
+  static void function(gconstpointer data);                                  \
+  __attribute__((constructor)) static void register_##function(void) {       \
+    register_rows((table), G_N_ELEMENTS(table), sizeof(*(table)), function); \
+  }                                                                          \
+  static void function(gconstpointer data)
+
+/* What these do before main(). */
+void register_test(const char *name, void (*run)(void));
+void register_rows(gconstpointer rows, gsize n, gsize size, void (*run)(gconstpointer row));
+
+/* What each test has of its own. */
+typedef struct {
+  VekMetricRegistry *registry;
+  GString *record;             /* what the reporter has got */
+  VekMetricReporter *reporter; /* a recording reporter labelled "a"; not registered */
+} Fixture;
+extern Fixture fixture;
+
+/* Begins with a new one, as each turn of a loop may need it. */
+void fixture_reset(void);
+
+/* Runs one pass for the reporter. */
+void fixture_report(void);
+
+/* Lets the metric itself report to the reporters, or with an empty list to nobody, which no pass
+ * of a registry does. */
+void report_to(gpointer metric, GSList *reporters);
+
+/* Takes GObject's warning of a cast to an unrelated type. */
+void assert_invalid_cast(const char *from, const char *to);
+
+/* Asserts that the type has the property of its own, for reading and for construction only, with
+ * its name for nick and blurb; returns it for what is particular. */
+GParamSpec *assert_construct_only_property(GType type, const char *name);
+
+/* Asserts that the object warns of a property id that it does not know. */
+void assert_unknown_property_warns(gpointer object);
+
+/* Runs work(0, data) to work(n - 1, data) on threads that begin together, calls meanwhile(data) in
+ * this thread until they are all done, and once more after that.
+ *
+ * Returns how often a thread read a clock while another one was at it: never, if all read it under
+ * one lock. */
+guint run_threads(guint n, void (*work)(guint thread, gpointer data),
+                  void (*meanwhile)(gpointer data), gpointer data);
+
+/* The same for threads that use a metric, with passes meanwhile. */
+guint fixture_run_threads(guint n, void (*work)(guint thread, gpointer metric), gpointer metric);
+
+G_END_DECLS
