@@ -62,6 +62,12 @@ PASSES = [
     Row('pass into nothing of 1000000', 'pass into nothing of 100000/library', 1.3),
 ]
 
+# The text that Prometheus scrapes.
+TEXTS = [
+    Row('text of 11000', 'prometheus', 0.50),
+    Row('pass and text of 11000', 'prometheus', None),
+]
+
 MEMORY = [Row('counter', 'bytes', 410), Row('histogram', 'bytes', 900)]
 
 PEERS = {'pass into console/prometheus': 'collect and text/prometheus',
@@ -102,8 +108,9 @@ def time_turn(folder, rows):
     times = {}
     if any(row in UPDATES for row in rows):
         times |= run(f'{folder}/bench-updates', '--benchmark_min_time=0.05')
-    for case in dict.fromkeys(case for row in PASSES if row in rows for case in sides(row)):
-        times |= run(f'{folder}/bench-passes', exactly(case), '--benchmark_min_time=0.2')
+    for program, group in (('bench-passes', PASSES), ('bench-prometheus', TEXTS)):
+        for case in dict.fromkeys(case for row in group if row in rows for case in sides(row)):
+            times |= run(f'{folder}/{program}', exactly(case), '--benchmark_min_time=0.2')
     return times
 
 
@@ -189,7 +196,7 @@ def main():
         records = [judge(row, measured, row.count_limit) for row in rows]
         unit = 'instr.'
     else:
-        rows = UPDATES + ([] if arguments.updates else PASSES)
+        rows = UPDATES + ([] if arguments.updates else PASSES + TEXTS)
         measured = time_all(arguments.folder, rows, arguments.turns)
         records = [judge(row, measured, row.limit) for row in rows]
         sizes = measure_memory(arguments.folder)

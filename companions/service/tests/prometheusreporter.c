@@ -121,7 +121,7 @@ TEST(every_kind_is_written_in_both_formats) {
                   "# HELP size size, in Bytes\n"
                   "# TYPE size summary\n"
                   "size{quantile=\"0.5\"} 2.5\n"
-                  "size{quantile=\"0.9\"} 3.7000000000000002\n"
+                  "size{quantile=\"0.9\"} 3.7\n"
                   "size{quantile=\"0.99\"} 3.9699999999999998\n"
                   "# HELP size_avg size, in Bytes: average\n"
                   "# TYPE size_avg gauge\n"

@@ -2,6 +2,7 @@
 
 #include <locale.h>
 #include <math.h>
+#include <string.h>
 #include <vekmetrics-service/prometheusrules.hpp>
 
 #include "support/fixture.h"
@@ -93,7 +94,12 @@ TEST(numbers_read_back) {
       {1, "1"},
       {-1, "-1"},
       {0.25, "0.25"},
-      {0.1, "0.10000000000000001"},
+      {0.1, "0.1"},
+      {-0.00001, "-0.00001"},
+      {0.000001, "9.9999999999999995e-07"},
+      {0.0000001, "9.9999999999999995e-08"},
+      {0.1 + 0.2, "0.30000000000000004"},
+      {999999999.999999, "999999999.999999"},
       {999999999999999, "999999999999999"},
       {1e15, "1000000000000000"},
       {1e300, "1.0000000000000001e+300"},
@@ -104,8 +110,23 @@ TEST(numbers_read_back) {
       {-INFINITY, "-Inf"},
   };
   for (auto &row : rows) {
-    g_autoptr(GString) text = g_string_new(nullptr);
-    append_number(text, row.value);
-    g_assert_cmpstr(text->str, ==, row.expected);
+    g_assert_cmpstr(Number(row.value).text, ==, row.expected);
+    if (row.value == row.value)
+      g_assert_cmpfloat(g_ascii_strtod(row.expected, nullptr), ==, row.value);
+  }
+}
+
+TEST(numbers_of_all_sizes_read_back) {
+  g_autoptr(GRand) random = g_rand_new_with_seed(1);
+  for (int i = 0; i < 10000; i++) {
+    gdouble scale = static_cast<gdouble>(g_rand_int_range(random, 1, 1000001));
+    gdouble value = g_rand_double_range(random, -1, 1) * scale;
+    for (gdouble power = 1e-10; power < 1e20; power *= 10) {
+      gdouble sized = value * power;
+      g_assert_cmpfloat(g_ascii_strtod(Number(sized).text, nullptr), ==, sized);
+    }
+    gdouble decimal = g_rand_int_range(random, G_MININT32, G_MAXINT32) / 1e6;
+    g_assert_cmpfloat(g_ascii_strtod(Number(decimal).text, nullptr), ==, decimal);
+    g_assert_cmpuint(strlen(Number(decimal).text), <=, strlen("-2147.483648"));
   }
 }

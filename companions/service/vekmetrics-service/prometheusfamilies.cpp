@@ -75,6 +75,8 @@ void free_family(gpointer data) {
     g_free(family->sample_name);
   g_free(family->name);
   g_array_unref(family->samples);
+  for (char *header : family->headers)
+    g_free(header);
   g_free(family);
 }
 
@@ -97,7 +99,7 @@ void strip_total(GString *name) {
 }
 
 Place find_place(Arrangement &arrangement, const Series *series, const Part &part,
-                 const Policy &policy, const char *prefix) {
+                 const char *prefix) {
   auto *scratch = arrangement.scratch;
   g_string_truncate(scratch, 0);
   append_name(scratch, prefix, series->name);
@@ -105,8 +107,6 @@ Place find_place(Arrangement &arrangement, const Series *series, const Part &par
   Place place = {.name = nullptr, .type = part.type, .family = nullptr, .sample = nullptr};
   if (part.type == Type::counter)
     strip_total(scratch);
-  if (part.type == Type::summary && g_hash_table_contains(policy.negative, scratch->str))
-    place.type = Type::gauge;
   place.name = g_strdup(scratch->str);
   place.sample = g_strconcat(place.name, part.figure == Figure::quantiles ? "{q" : "{",
                              series->labels, nullptr);
@@ -136,9 +136,10 @@ const Series *find_family(Arrangement &arrangement, Place &place) {
   return nullptr;
 }
 
-Family *add_family(Arrangement &arrangement, Place &place) {
+Family *add_family(Arrangement &arrangement, Place &place, const Policy &policy) {
   auto *family = g_new0(Family, 1);
   family->type = place.type;
+  family->is_negative = g_hash_table_contains(policy.negative, place.name);
   family->samples = g_array_new(FALSE, FALSE, sizeof(Sample));
   for (const char *suffix : get_reserved(place.type))
     g_hash_table_insert(arrangement.reserved, g_strconcat(place.name, suffix, nullptr), family);
@@ -154,8 +155,9 @@ bool comes_before(const Series *series, const Series *other) {
   return order < 0 || (order == 0 && g_strcmp0(series->unit, other->unit) < 0);
 }
 
-void take_place(Arrangement &arrangement, Series *series, Figure figure, Place &place) {
-  auto *family = place.family ? place.family : add_family(arrangement, place);
+void take_place(Arrangement &arrangement, Series *series, Figure figure, Place &place,
+                const Policy &policy) {
+  auto *family = place.family ? place.family : add_family(arrangement, place, policy);
   if (family->type != place.type)
     family->type = Type::unknown;
   if (!family->of || comes_before(series, family->of)) {
@@ -182,13 +184,13 @@ void arrange(Arrangement &arrangement, Series *series, const Policy &policy, con
   auto parts = get_parts(series, policy);
   const Series *in_the_way = nullptr;
   for (gsize i = 0; i < parts.size(); i++) {
-    places[i] = find_place(arrangement, series, parts[i], policy, prefix);
+    places[i] = find_place(arrangement, series, parts[i], prefix);
     if (!in_the_way)
       in_the_way = find_family(arrangement, places[i]);
   }
   for (gsize i = 0; i < parts.size(); i++) {
     if (!in_the_way)
-      take_place(arrangement, series, parts[i].figure, places[i]);
+      take_place(arrangement, series, parts[i].figure, places[i], policy);
     clear_place(places[i]);
   }
   if (in_the_way)

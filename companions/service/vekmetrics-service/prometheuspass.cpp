@@ -52,24 +52,11 @@ void check_counter(const Series *series, Policy &policy) {
   }
 }
 
-// Returns whether the family is another one now: with negative quantiles it is no summary any more.
-bool check_quantiles(const Series *series, Policy &policy) {
-  auto &quantiles = series->next.aggregate.quantiles;
-  if (std::none_of(std::begin(quantiles), std::end(quantiles), [](gdouble q) { return q < 0; }))
-    return false;
-  auto *name = g_string_new(nullptr);
-  append_name(name, policy.prefix, series->name);
-  return g_hash_table_add(policy.negative, g_string_free(name, FALSE));
-}
-
 // Returns whether the families are other ones now.
 bool take_next(Series *series, Policy &policy, gint64 time) {
   bool changed = !series->is_now;
-  switch (series->kind) {
-  case Kind::count: check_counter(series, policy); break;
-  case Kind::value: break;
-  case Kind::aggregated: changed |= check_quantiles(series, policy); break;
-  }
+  if (series->kind == Kind::count)
+    check_counter(series, policy);
   series->now = series->next;
   series->is_now = true;
   series->is_next = false;

@@ -259,7 +259,7 @@ GBytes *vek_service_prometheus_reporter_get_bytes(VekServicePrometheusReporter *
     if (!reporter->families[format])
       arrange_families(reporter);
     auto *text = g_string_sized_new(reporter->sizes[format] + 1024);
-    append_families(text, reporter->families[format], format);
+    append_families(text, reporter->families[format], format, reporter->policy.negative);
     reporter->sizes[format] = text->len;
     kept = g_string_free_to_bytes(text);
   }

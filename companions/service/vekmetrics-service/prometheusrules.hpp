@@ -20,7 +20,11 @@ char *make_labels(const char *const *dimensions);
 // is not UTF-8 becomes U+FFFD.
 void append_escaped(GString *text, const char *string, Quotes quotes);
 
-// Appends a number that reads back to the same double.
-void append_number(GString *text, gdouble value);
+// A number that reads back to the same double, in few digits if it has few.
+struct Number {
+  char text[G_ASCII_DTOSTR_BUF_SIZE];
+
+  explicit Number(gdouble value);
+};
 
 }  // namespace vekin::prometheus

@@ -4,7 +4,10 @@
 #include "common/numbers.hpp"
 #include "prometheusrules.hpp"
 
+#include <string.h>
+#include <algorithm>
 #include <iterator>
+#include <string_view>
 
 namespace vekin::prometheus {
 
@@ -18,18 +21,21 @@ struct Dialect {
   const char *end;
 };
 
-constexpr Dialect kOpenMetrics = {"unknown", &Family::name, Quotes::escaped, "# EOF\n"};
-constexpr Dialect kText = {"untyped", &Family::sample_name, Quotes::kept, ""};
+constexpr Dialect kDialects[] = {
+    {"unknown", &Family::name, Quotes::escaped, "# EOF\n"},
+    {"untyped", &Family::sample_name, Quotes::kept, ""},
+};
 
 constexpr const char *kQuantileLabels[] = {"quantile=\"0.5\"", "quantile=\"0.9\"",
                                            "quantile=\"0.99\""};
 static_assert(std::size(kQuantileLabels) == std::size(kQuantiles));
 
-const char *get_type_name(Type type, const Dialect &dialect) {
-  switch (type) {
+// OpenMetrics refuses summaries with negative quantiles.
+const char *get_type_name(const Family *family, const Dialect &dialect) {
+  switch (family->type) {
   case Type::counter: return "counter";
   case Type::gauge: return "gauge";
-  case Type::summary: return "summary";
+  case Type::summary: return family->is_negative ? "gauge" : "summary";
   case Type::unknown: break;
   }
   return dialect.unknown;
@@ -48,65 +54,65 @@ const char *describe(Figure figure) {
   return "";
 }
 
-void append_header(GString *text, const Family *family, const Dialect &dialect) {
+char *make_header(const Family *family, const Dialect &dialect) {
   const char *name = family->*dialect.name;
-  g_string_append(text, "# HELP ");
-  g_string_append(text, name);
-  g_string_append_c(text, ' ');
+  auto *text = g_string_new(nullptr);
+  g_string_append_printf(text, "# HELP %s ", name);
   append_escaped(text, family->of->name, dialect.help_quotes);
   if (const char *unit = family->of->unit; unit && *unit) {
     g_string_append(text, ", in ");
     append_escaped(text, unit, dialect.help_quotes);
   }
-  g_string_append(text, describe(family->figure));
-  g_string_append(text, "\n# TYPE ");
-  g_string_append(text, name);
-  g_string_append_c(text, ' ');
-  g_string_append(text, get_type_name(family->type, dialect));
-  g_string_append_c(text, '\n');
+  g_string_append_printf(text, "%s\n# TYPE %s %s\n", describe(family->figure), name,
+                         get_type_name(family, dialect));
+  return g_string_free(text, FALSE);
 }
 
-// A sample's name and labels, up to its value.
-void append_series(GString *text, const Family *family, const char *labels, const char *quantile) {
-  g_string_append(text, family->sample_name);
-  if (*labels || *quantile) {
-    g_string_append_c(text, '{');
-    g_string_append(text, labels);
-    if (*labels && *quantile)
-      g_string_append_c(text, ',');
-    g_string_append(text, quantile);
-    g_string_append_c(text, '}');
+// Appends without a NUL, and inline: there are a hundred thousand pieces in a large text.
+void append(GString *text, std::string_view piece) {
+  if (text->allocated_len - text->len < piece.size()) [[unlikely]] {
+    gsize length = text->len;
+    g_string_set_size(text, length + piece.size());
+    text->len = length;
   }
-  g_string_append_c(text, ' ');
+  memcpy(text->str + text->len, piece.data(), piece.size());
+  text->len += piece.size();
 }
 
-void append_line(GString *text, const Family *family, const char *labels, gdouble value,
-                 const char *quantile = "") {
-  append_series(text, family, labels, quantile);
-  append_number(text, value);
-  g_string_append_c(text, '\n');
+void append_line(GString *text, const Family *family, std::string_view labels,
+                 std::string_view quantile, std::string_view value) {
+  append(text, family->sample_name);
+  if (!labels.empty() || !quantile.empty()) {
+    append(text, "{");
+    append(text, labels);
+    if (!labels.empty() && !quantile.empty())
+      append(text, ",");
+    append(text, quantile);
+    append(text, "}");
+  }
+  append(text, " ");
+  append(text, value);
+  append(text, "\n");
 }
 
 void append_sample(GString *text, const Family *family, const Sample &sample) {
-  const char *labels = sample.series->labels;
   auto &now = sample.series->now;
+  auto append_figure = [=](gdouble value, const char *quantile = "") {
+    append_line(text, family, sample.series->labels, quantile, Number(value).text);
+  };
   switch (sample.figure) {
   case Figure::count:
-    append_series(text, family, labels, "");
-    g_string_append(text, Decimal(now.count).text);
-    g_string_append_c(text, '\n');
+    append_line(text, family, sample.series->labels, "", Decimal(now.count).text);
     break;
-  case Figure::value: append_line(text, family, labels, now.value); break;
+  case Figure::value: append_figure(now.value); break;
   case Figure::quantiles:
     for (gsize i = 0; i < std::size(kQuantiles); i++)
-      append_line(text, family, labels, now.aggregate.quantiles[i], kQuantileLabels[i]);
+      append_figure(now.aggregate.quantiles[i], kQuantileLabels[i]);
     break;
-  case Figure::average: append_line(text, family, labels, now.aggregate.average); break;
-  case Figure::min: append_line(text, family, labels, now.aggregate.min); break;
-  case Figure::max: append_line(text, family, labels, now.aggregate.max); break;
-  case Figure::n_samples:
-    append_line(text, family, labels, static_cast<gdouble>(now.aggregate.n_samples));
-    break;
+  case Figure::average: append_figure(now.aggregate.average); break;
+  case Figure::min: append_figure(now.aggregate.min); break;
+  case Figure::max: append_figure(now.aggregate.max); break;
+  case Figure::n_samples: append_figure(static_cast<gdouble>(now.aggregate.n_samples)); break;
   }
 }
 
@@ -125,26 +131,47 @@ bool is_shown(const Family *family, const Sample &sample) {
   return now.aggregate.n_samples > 0;
 }
 
-void append_family(GString *text, const Family *family, const Dialect &dialect) {
+bool shows_negative_quantile(const Family *family) {
+  for (guint i = 0; i < family->samples->len; i++) {
+    auto &sample = g_array_index(family->samples, Sample, i);
+    auto &quantiles = sample.series->now.aggregate.quantiles;
+    if (sample.figure == Figure::quantiles &&
+        std::any_of(std::begin(quantiles), std::end(quantiles), [](gdouble q) { return q < 0; }))
+      return true;
+  }
+  return false;
+}
+
+void append_family(GString *text, Family *family, VekServicePrometheusFormat format,
+                   GHashTable *negative) {
+  if (family->type == Type::summary && !family->is_negative && shows_negative_quantile(family)) {
+    family->is_negative = true;
+    for (auto &header : family->headers)
+      g_clear_pointer(&header, g_free);
+    g_hash_table_add(negative, g_strdup(family->name));
+  }
   bool has_header = false;
   for (guint i = 0; i < family->samples->len; i++) {
     auto &sample = g_array_index(family->samples, Sample, i);
     if (!is_shown(family, sample))
       continue;
-    if (!has_header)
-      append_header(text, family, dialect);
-    has_header = true;
+    if (!has_header) {
+      if (!family->headers[format])
+        family->headers[format] = make_header(family, kDialects[format]);
+      append(text, family->headers[format]);
+      has_header = true;
+    }
     append_sample(text, family, sample);
   }
 }
 
 }  // namespace
 
-void append_families(GString *text, GPtrArray *families, VekServicePrometheusFormat format) {
-  auto &dialect = format == VEK_SERVICE_PROMETHEUS_FORMAT_OPENMETRICS ? kOpenMetrics : kText;
+void append_families(GString *text, GPtrArray *families, VekServicePrometheusFormat format,
+                     GHashTable *negative) {
   for (guint i = 0; i < families->len; i++)
-    append_family(text, as<Family>(families->pdata[i]), dialect);
-  g_string_append(text, dialect.end);
+    append_family(text, as<Family>(families->pdata[i]), format, negative);
+  append(text, kDialects[format].end);
 }
 
 }  // namespace vekin::prometheus

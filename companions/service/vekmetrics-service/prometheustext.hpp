@@ -7,6 +7,8 @@
 
 namespace vekin::prometheus {
 
-void append_families(GString *text, GPtrArray *families, VekServicePrometheusFormat format);
+// Adds the names of families that show their first negative quantile to `negative`.
+void append_families(GString *text, GPtrArray *families, VekServicePrometheusFormat format,
+                     GHashTable *negative);
 
 }  // namespace vekin::prometheus

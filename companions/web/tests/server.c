@@ -1,0 +1,446 @@
+/* Tests of VekWebServer. Clients are threads that talk to it by sockets, while it works in the main
+ * loop. */
+
+#include <gio/gunixsocketaddress.h>
+#include <glib/gstdio.h>
+#include <string.h>
+#include <sys/stat.h>
+#include <vekmetrics-web/vekmetrics-web.h>
+
+#include "support/fixture.h"
+
+typedef struct {
+  VekServicePrometheusReporter *reporter;
+  VekWebServer *server;
+} Served;
+
+static VekMetricReporterInterface *get_operations(Served *served) {
+  return VEK_METRIC_REPORTER_GET_IFACE(served->reporter);
+}
+
+/* A pass over so many gauges. */
+static void pass(Served *served, int n_metrics) {
+  for (int i = 0; i < n_metrics; i++) {
+    g_autofree char *name = g_strdup_printf("gauge%d", i);
+    get_operations(served)->process_value(VEK_METRIC_REPORTER(served->reporter), name, NULL, NULL,
+                                          0, i);
+  }
+  get_operations(served)->flush(VEK_METRIC_REPORTER(served->reporter));
+}
+
+static Served set_up(void) {
+  VekServicePrometheusReporter *reporter = vek_service_prometheus_reporter_new();
+  return (Served){reporter, vek_web_server_new(reporter)};
+}
+
+static Served set_up_listening(int n_metrics) {
+  Served served = set_up();
+  g_autoptr(GError) error = NULL;
+  g_assert_true(vek_web_server_listen(served.server, NULL, 0, &error));
+  g_assert_no_error(error);
+  pass(&served, n_metrics);
+  return served;
+}
+
+static void settle(void) {
+  while (g_main_context_iteration(NULL, FALSE)) {
+  }
+}
+
+static void tear_down(Served *served) {
+  g_object_unref(served->server);
+  g_object_unref(served->reporter);
+  settle();
+}
+G_DEFINE_AUTO_CLEANUP_CLEAR_FUNC(Served, tear_down)
+
+/* A client that sends a text and reads until the other side ends. */
+typedef struct {
+  GSocketAddress *address;
+  const char *request;
+  GByteArray *answer;
+  gboolean has_ended;
+} Client;
+
+static gpointer talk(gpointer data) {
+  Client *client = data;
+  g_autoptr(GSocket) socket = g_socket_new(g_socket_address_get_family(client->address),
+                                           G_SOCKET_TYPE_STREAM, G_SOCKET_PROTOCOL_DEFAULT, NULL);
+  g_assert_true(g_socket_connect(socket, client->address, NULL, NULL));
+  g_socket_send(socket, client->request, strlen(client->request), NULL, NULL);
+  char buffer[4096];
+  gssize n_read;
+  while ((n_read = g_socket_receive(socket, buffer, sizeof buffer, NULL, NULL)) > 0)
+    g_byte_array_append(client->answer, (guint8 *)buffer, (guint)n_read);
+  g_atomic_int_set(&client->has_ended, TRUE);
+  g_main_context_wakeup(NULL);
+  return NULL;
+}
+
+/* Asks and waits until the connection ends. Returns everything that came, with a NUL behind it. */
+static GByteArray *ask(GSocketAddress *address, const char *request) {
+  Client client = {address, request, g_byte_array_new(), FALSE};
+  GThread *thread = g_thread_new("client", talk, &client);
+  while (!g_atomic_int_get(&client.has_ended))
+    g_main_context_iteration(NULL, TRUE);
+  g_thread_join(thread);
+  g_byte_array_append(client.answer, (const guint8 *)"", 1);
+  return client.answer;
+}
+
+static GSocketAddress *get_address(Served *served) {
+  return g_inet_socket_address_new_from_string("127.0.0.1",
+                                               vek_web_server_get_port(served->server));
+}
+
+/* Sends a request, its lines between "|", and returns the answer's status and headers but for the
+ * date, also between "|"; and its body. */
+static char *request(Served *served, const char *lines, GBytes **body) {
+  g_autofree char *text = g_strdup_printf("%s|Connection: close||", lines);
+  g_auto(GStrv) parts = g_strsplit(text, "|", -1);
+  g_autofree char *sent = g_strjoinv("\r\n", parts);
+  g_autoptr(GSocketAddress) address = get_address(served);
+  g_autoptr(GByteArray) answer = ask(address, sent);
+  char *end = strstr((char *)answer->data, "\r\n\r\n");
+  g_assert_nonnull(end);
+  *end = '\0';
+  const guint8 *rest = (guint8 *)end + 4;
+  if (body)
+    *body = g_bytes_new(rest, answer->len - 1 - (gsize)(rest - answer->data));
+  g_auto(GStrv) headers = g_strsplit((char *)answer->data, "\r\n", -1);
+  g_autoptr(GString) found = g_string_new(NULL);
+  for (char **header = headers; *header; header++)
+    if (!g_str_has_prefix(*header, "Date:") && !g_str_has_prefix(*header, "Connection:"))
+      g_string_append_printf(found, "%s%s", found->len > 0 ? "|" : "", *header);
+  return g_string_free(g_steal_pointer(&found), FALSE);
+}
+
+static void assert_status(Served *served, const char *lines, const char *status) {
+  g_test_message("%s", lines);
+  g_autofree char *answer = request(served, lines, NULL);
+  g_auto(GStrv) headers = g_strsplit(answer, "|", -1);
+  g_assert_cmpstr(headers[0], ==, status);
+}
+
+static void assert_bytes(GBytes *found, const char *expected) {
+  gsize size;
+  const char *data = g_bytes_get_data(found, &size);
+  g_autofree char *text = g_strndup(data ? data : "", size);
+  g_assert_cmpstr(text, ==, expected);
+}
+
+static GBytes *decompress(GBytes *compressed) {
+  g_autoptr(GInputStream) input = g_memory_input_stream_new_from_bytes(compressed);
+  g_autoptr(GZlibDecompressor) converter = g_zlib_decompressor_new(G_ZLIB_COMPRESSOR_FORMAT_GZIP);
+  g_autoptr(GInputStream) plain = g_converter_input_stream_new(input, G_CONVERTER(converter));
+  g_autoptr(GOutputStream) output = g_memory_output_stream_new_resizable();
+  g_autoptr(GError) error = NULL;
+  g_output_stream_splice(output, plain, G_OUTPUT_STREAM_SPLICE_CLOSE_TARGET, NULL, &error);
+  g_assert_no_error(error);
+  return g_memory_output_stream_steal_as_bytes(G_MEMORY_OUTPUT_STREAM(output));
+}
+
+TEST(text_is_served_in_both_formats) {
+  g_auto(Served) served = set_up_listening(1);
+  static const struct {
+    const char *accept, *type;
+    VekServicePrometheusFormat format;
+  } rows[] = {
+      {"", "text/plain; version=0.0.4; charset=utf-8", VEK_SERVICE_PROMETHEUS_FORMAT_TEXT},
+      {"|Accept: application/openmetrics-text",
+       "application/openmetrics-text; version=1.0.0; charset=utf-8",
+       VEK_SERVICE_PROMETHEUS_FORMAT_OPENMETRICS},
+  };
+  for (gsize i = 0; i < G_N_ELEMENTS(rows); i++) {
+    g_autofree char *text =
+        vek_service_prometheus_reporter_get_text(served.reporter, rows[i].format);
+    g_autofree char *sum = g_compute_checksum_for_string(G_CHECKSUM_SHA256, text, -1);
+    g_autofree char *expected = g_strdup_printf(
+        "HTTP/1.1 200 OK|ETag: \"%.32s\"|Vary: Accept, Accept-Encoding|"
+        "Content-Type: %s|Content-Length: %zu",
+        sum, rows[i].type, strlen(text));
+    for (int head = 0; head < 2; head++) {
+      g_autofree char *lines = g_strdup_printf("%s /metrics HTTP/1.1|Host: localhost:9090%s",
+                                               head ? "HEAD" : "GET", rows[i].accept);
+      g_autoptr(GBytes) body = NULL;
+      g_autofree char *answer = request(&served, lines, &body);
+      g_assert_cmpstr(answer, ==, expected);
+      assert_bytes(body, head ? "" : text);
+    }
+  }
+}
+
+TEST(text_is_compressed_for_those_who_want_it) {
+  static const int sizes[] = {1, 20000};
+  for (gsize i = 0; i < G_N_ELEMENTS(sizes); i++) {
+    g_auto(Served) served = set_up_listening(sizes[i]);
+    g_autofree char *text = vek_service_prometheus_reporter_get_text(
+        served.reporter, VEK_SERVICE_PROMETHEUS_FORMAT_TEXT);
+    for (int again = 0; again < 2; again++) {
+      g_autoptr(GBytes) body = NULL;
+      g_autofree char *answer =
+          request(&served, "GET /metrics HTTP/1.1|Host: localhost|Accept-Encoding: gzip", &body);
+      g_assert_nonnull(strstr(answer, "|Content-Encoding: gzip"));
+      g_assert_nonnull(strstr(answer, "-gzip\"|"));
+      g_autoptr(GBytes) plain = decompress(body);
+      assert_bytes(plain, text);
+    }
+  }
+}
+
+TEST(tag_spares_those_who_have_the_text) {
+  g_auto(Served) served = set_up_listening(1);
+  static const char *const encodings[] = {"identity", "gzip"};
+  for (gsize i = 0; i < G_N_ELEMENTS(encodings); i++) {
+    g_autofree char *first_lines =
+        g_strdup_printf("GET /metrics HTTP/1.1|Host: localhost|Accept-Encoding: %s", encodings[i]);
+    g_autofree char *first = request(&served, first_lines, NULL);
+    g_auto(GStrv) headers = g_strsplit(first, "|", -1);
+    g_assert_true(g_str_has_prefix(headers[1], "ETag: "));
+    g_autofree char *lines =
+        g_strdup_printf("%s|If-None-Match: %s", first_lines, headers[1] + strlen("ETag: "));
+    assert_status(&served, lines, "HTTP/1.1 304 Not Modified");
+    vek_testing_clock_advance(G_USEC_PER_SEC);
+    pass(&served, 1);
+    assert_status(&served, lines, "HTTP/1.1 200 OK");
+  }
+}
+
+TEST(all_else_is_refused) {
+  g_auto(Served) served = set_up_listening(1);
+  static const struct {
+    const char *lines, *status;
+  } rows[] = {
+      {"GET / HTTP/1.1|Host: localhost", "HTTP/1.1 404 Not Found"},
+      {"GET /metrics/ HTTP/1.1|Host: localhost", "HTTP/1.1 404 Not Found"},
+      {"GET /metrics/x HTTP/1.1|Host: localhost", "HTTP/1.1 404 Not Found"},
+      {"GET /metrics?name=x HTTP/1.1|Host: localhost", "HTTP/1.1 200 OK"},
+      {"POST /metrics HTTP/1.1|Host: localhost|Content-Length: 0",
+       "HTTP/1.1 405 Method Not Allowed"},
+      {"DELETE /metrics HTTP/1.1|Host: localhost", "HTTP/1.1 405 Method Not Allowed"},
+      {"BREW /metrics HTTP/1.1|Host: localhost", "HTTP/1.1 405 Method Not Allowed"},
+      {"OPTIONS /metrics HTTP/1.1|Host: localhost", "HTTP/1.1 405 Method Not Allowed"},
+      {"GET /metrics HTTP/1.1|Host: evil.example", "HTTP/1.1 403 Forbidden"},
+      {"GET / HTTP/1.1|Host: localhost.evil.example:9090", "HTTP/1.1 403 Forbidden"},
+      {"GET /metrics HTTP/1.1|Host: 127.0.0.1:1", "HTTP/1.1 200 OK"},
+      {"GET /metrics HTTP/1.1|Host: [::1]", "HTTP/1.1 200 OK"},
+      {"GET /metrics HTTP/1.0", "HTTP/1.0 403 Forbidden"},
+  };
+  for (gsize i = 0; i < G_N_ELEMENTS(rows); i++)
+    assert_status(&served, rows[i].lines, rows[i].status);
+
+  g_autofree char *answer =
+      request(&served, "POST /metrics HTTP/1.1|Host: localhost|Content-Length: 0", NULL);
+  g_assert_true(g_str_has_suffix(answer, "|Allow: GET, HEAD"));
+}
+
+TEST(hosts_that_the_program_allows_are_answered) {
+  g_auto(Served) served = set_up_listening(1);
+  vek_web_server_allow_host(served.server, "Metrics.Example");
+  assert_status(&served, "GET /metrics HTTP/1.1|Host: metrics.EXAMPLE:80", "HTTP/1.1 200 OK");
+  assert_status(&served, "GET /metrics HTTP/1.1|Host: example", "HTTP/1.1 403 Forbidden");
+}
+
+TEST(before_the_first_pass_there_is_nothing) {
+  g_auto(Served) served = set_up();
+  g_assert_true(vek_web_server_listen(served.server, NULL, 0, NULL));
+  g_autoptr(GBytes) body = NULL;
+  g_autofree char *answer =
+      request(&served, "GET /metrics HTTP/1.1|Host: localhost|Accept-Encoding: gzip", &body);
+  g_assert_true(g_str_has_prefix(answer, "HTTP/1.1 503 Service Unavailable|"));
+  assert_bytes(body, "There is no text before the first report pass.\n");
+}
+
+TEST(nothing_is_said_to_pages_of_others) {
+  g_auto(Served) served = set_up_listening(1);
+  g_autofree char *answer =
+      request(&served, "GET /metrics HTTP/1.1|Host: localhost|Origin: http://evil.example", NULL);
+  g_assert_null(strstr(answer, "Access-Control"));
+}
+
+TEST(bodies_of_requests_are_bounded) {
+  g_auto(Served) served = set_up_listening(1);
+  g_autoptr(GSocketAddress) address = get_address(&served);
+  static const char *const requests[] = {
+      "POST /metrics HTTP/1.1\r\nHost: localhost\r\nContent-Length: 65537\r\n\r\nx",
+      "POST /metrics HTTP/1.1\r\nHost: localhost\r\nTransfer-Encoding: chunked\r\n\r\n1\r\nx\r\n",
+  };
+  for (gsize i = 0; i < G_N_ELEMENTS(requests); i++) {
+    g_autoptr(GByteArray) answer = ask(address, requests[i]);
+    g_assert_cmpstr((char *)answer->data, ==, "");
+  }
+  g_autofree char *body = g_strnfill(65536, 'x');
+  g_autofree char *small = g_strconcat(
+      "POST /metrics HTTP/1.1\r\nHost: localhost\r\n"
+      "Connection: close\r\nContent-Length: 65536\r\n\r\n",
+      body, NULL);
+  g_autoptr(GByteArray) answer = ask(address, small);
+  g_assert_true(g_str_has_prefix((char *)answer->data, "HTTP/1.1 405 "));
+}
+
+/* Connects and waits until the server has accepted. */
+static GSocket *connect_to(Served *served) {
+  g_autoptr(GSocketAddress) address = get_address(served);
+  GSocket *socket =
+      g_socket_new(G_SOCKET_FAMILY_IPV4, G_SOCKET_TYPE_STREAM, G_SOCKET_PROTOCOL_DEFAULT, NULL);
+  g_assert_true(g_socket_connect(socket, address, NULL, NULL));
+  settle();
+  return socket;
+}
+
+/* Whether the other side has ended a connection. */
+static gboolean has_ended(GSocket *socket) {
+  settle();
+  char byte;
+  return g_socket_receive_with_blocking(socket, &byte, 1, FALSE, NULL, NULL) == 0;
+}
+
+TEST(the_connection_that_is_idle_for_longest_makes_room) {
+  g_auto(Served) served = set_up_listening(1);
+  g_autoptr(GPtrArray) sockets = g_ptr_array_new_with_free_func(g_object_unref);
+  for (int i = 0; i < 100; i++) {
+    g_ptr_array_add(sockets, connect_to(&served));
+    vek_testing_clock_advance(1000);
+  }
+  for (guint i = 0; i < sockets->len; i++)
+    g_assert_false(has_ended(sockets->pdata[i]));
+  g_ptr_array_add(sockets, connect_to(&served));
+  for (guint i = 0; i < sockets->len; i++)
+    g_assert_cmpint(has_ended(sockets->pdata[i]), ==, i == 0);
+
+  g_ptr_array_remove_index(sockets, 50); /* which makes room too */
+  settle();
+  g_ptr_array_add(sockets, connect_to(&served));
+  g_assert_false(has_ended(sockets->pdata[1]));
+}
+
+/* Runs the server's look at its connections, which comes once a second. */
+static void sweep(void) {
+  GMainContext *context = g_main_context_default();
+  GSource *source = NULL;
+  for (guint id = 1; id < 10000 && !source; id++) {
+    source = g_main_context_find_source_by_id(context, id);
+    if (source && g_strcmp0(g_source_get_name(source), "vekmetrics-web connections") != 0)
+      source = NULL;
+  }
+  g_assert_nonnull(source);
+  g_source_set_ready_time(source, 0);
+  settle();
+}
+
+TEST(connection_on_which_nothing_happens_is_ended) {
+  g_auto(Served) served = set_up_listening(1);
+  g_autoptr(GSocket) idle = connect_to(&served);
+  g_autoptr(GSocket) half = connect_to(&served);
+  g_socket_send(half, "GET /met", 8, NULL, NULL);
+  vek_testing_clock_advance(119 * G_USEC_PER_SEC);
+  sweep();
+  g_autoptr(GSocket) late = connect_to(&served);
+  g_assert_false(has_ended(idle));
+  g_assert_false(has_ended(half));
+  vek_testing_clock_advance(G_USEC_PER_SEC);
+  sweep();
+  g_assert_true(has_ended(idle));
+  g_assert_true(has_ended(half));
+  g_assert_false(has_ended(late));
+}
+
+TEST(path_of_another_server_is_served_until_this_one_ends) {
+  Served served = set_up();
+  pass(&served, 1);
+  g_autoptr(SoupServer) soup_server = soup_server_new(NULL, NULL);
+  g_assert_true(soup_server_listen_local(soup_server, 0, SOUP_SERVER_LISTEN_IPV4_ONLY, NULL));
+  vek_web_server_attach(served.server, soup_server, "/figures");
+  g_autoptr(GSList) listeners = soup_server_get_listeners(soup_server);
+  g_autoptr(GSocketAddress) address = g_socket_get_local_address(listeners->data, NULL);
+  static const struct {
+    const char *path, *status;
+  } rows[] = {{"/figures", "HTTP/1.1 200 "},
+              {"/figures/x", "HTTP/1.1 404 "},
+              {"/metrics", "HTTP/1.1 404 "},
+              {"/figures", "HTTP/1.1 404 "}};
+  for (gsize i = 0; i < G_N_ELEMENTS(rows); i++) {
+    if (i == 3)
+      g_object_unref(served.server);
+    g_autofree char *lines = g_strdup_printf(
+        "GET %s HTTP/1.1\r\nHost: localhost\r\nConnection: close\r\n\r\n", rows[i].path);
+    g_autoptr(GByteArray) answer = ask(address, lines);
+    g_assert_true(g_str_has_prefix((char *)answer->data, rows[i].status));
+  }
+  g_object_unref(served.reporter);
+  settle();
+}
+
+TEST(unix_socket_is_of_this_user_alone) {
+  Served served = set_up();
+  pass(&served, 1);
+  g_autofree char *folder = g_dir_make_tmp(NULL, NULL);
+  g_autofree char *path = g_build_filename(folder, "metrics", NULL);
+  g_autoptr(GError) error = NULL;
+  g_assert_true(vek_web_server_listen_unix(served.server, path, &error));
+  g_assert_no_error(error);
+  GStatBuf status;
+  g_assert_cmpint(g_stat(path, &status), ==, 0);
+  g_assert_cmpuint(status.st_mode & 077, ==, 0);
+  g_assert_cmpuint(vek_web_server_get_port(served.server), ==, 0);
+
+  g_autoptr(GSocketAddress) address = g_unix_socket_address_new(path);
+  g_autoptr(GByteArray) answer =
+      ask(address, "GET /metrics HTTP/1.1\r\nHost: anything\r\nConnection: close\r\n\r\n");
+  g_assert_true(g_str_has_prefix((char *)answer->data, "HTTP/1.1 200 "));
+
+  g_auto(Served) second = set_up();
+  g_assert_false(vek_web_server_listen_unix(second.server, path, &error));
+  g_assert_error(error, G_IO_ERROR, G_IO_ERROR_ADDRESS_IN_USE);
+  tear_down(&served);
+  g_assert_false(g_file_test(path, G_FILE_TEST_EXISTS));
+
+  g_autoptr(GSocket) abandoned =
+      g_socket_new(G_SOCKET_FAMILY_UNIX, G_SOCKET_TYPE_STREAM, G_SOCKET_PROTOCOL_DEFAULT, NULL);
+  g_assert_true(g_socket_bind(abandoned, address, FALSE, NULL));
+  g_assert_true(vek_web_server_listen_unix(second.server, path, NULL));
+  g_clear_object(&second.server);
+  second.server = vek_web_server_new(second.reporter);
+  g_assert_cmpint(g_rmdir(folder), ==, 0);
+}
+
+TEST(addresses_that_are_none_are_errors) {
+  g_auto(Served) served = set_up();
+  g_autoptr(GError) error = NULL;
+  g_assert_false(vek_web_server_listen(served.server, "localhost", 0, &error));
+  g_assert_error(error, G_IO_ERROR, G_IO_ERROR_INVALID_ARGUMENT);
+  g_assert_cmpstr(error->message, ==, "localhost is no IP address");
+  g_clear_error(&error);
+  g_assert_false(vek_web_server_listen(served.server, "192.0.2.1", 0, &error));
+  g_assert_nonnull(error);
+  g_clear_error(&error);
+
+  g_assert_true(vek_web_server_listen(served.server, NULL, 0, NULL));
+  g_auto(Served) second = set_up();
+  g_assert_false(
+      vek_web_server_listen(second.server, NULL, vek_web_server_get_port(served.server), &error));
+  g_assert_error(error, G_IO_ERROR, G_IO_ERROR_ADDRESS_IN_USE);
+  g_assert_false(vek_web_server_listen_unix(second.server, "/nowhere/at/all", NULL));
+}
+
+TEST(failed_checks_name_their_own_function) {
+  g_auto(Served) served = set_up();
+  g_assert_null(vek_web_server_new(NULL));
+  g_assert_false(vek_web_server_listen(NULL, NULL, 0, NULL));
+  g_assert_false(vek_web_server_listen(served.server, NULL, 65536, NULL));
+  g_assert_false(vek_web_server_listen_unix(served.server, NULL, NULL));
+  vek_web_server_attach(served.server, NULL, NULL);
+  vek_web_server_allow_host(served.server, NULL);
+  g_assert_cmpuint(vek_web_server_get_port(NULL), ==, 0);
+  static const char *const expected[] = {
+      "vek_web_server_new: assertion 'VEK_SERVICE_IS_PROMETHEUS_REPORTER(reporter)' failed",
+      "vek_web_server_listen: assertion 'VEK_WEB_IS_SERVER(server)' failed",
+      "vek_web_server_listen: assertion 'port <= G_MAXUINT16' failed",
+      "vek_web_server_listen_unix: assertion 'path != NULL' failed",
+      "vek_web_server_attach: assertion 'SOUP_IS_SERVER(soup_server)' failed",
+      "vek_web_server_allow_host: assertion 'name != NULL' failed",
+      "vek_web_server_get_port: assertion 'VEK_WEB_IS_SERVER(server)' failed",
+  };
+  for (gsize i = 0; i < G_N_ELEMENTS(expected); i++)
+    assert_logged("VEK:web", G_LOG_LEVEL_CRITICAL, expected[i]);
+}

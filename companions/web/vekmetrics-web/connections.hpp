@@ -1,0 +1,22 @@
+#pragma once
+
+// The connections of a server, within bounds: so many, and none on which nothing happens for long.
+
+#include <libsoup/soup.h>
+
+namespace vekin::web {
+
+inline constexpr guint kMaxConnections = 100;
+inline constexpr gint64 kMaxIdleSeconds = 120;
+inline constexpr goffset kMaxBody = 64 * 1024;  // bytes
+
+struct Connections;
+
+// Watches the connections of a server until it is freed.
+Connections *connections_new(SoupServer *server);
+void connections_free(Connections *connections);
+
+// Ends a connection that asks for too much; libsoup notices, and cleans up.
+void connection_shut_down(GSocket *socket);
+
+}  // namespace vekin::web

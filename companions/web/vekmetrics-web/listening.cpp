@@ -1,0 +1,39 @@
+#include "listening.hpp"
+
+#include <gio/gunixsocketaddress.h>
+#include <glib/gstdio.h>
+#include <sys/stat.h>
+
+namespace vekin::web {
+
+static GSocket *make_socket(GSocketAddress *address, GError **error) {
+  return g_socket_new(g_socket_address_get_family(address), G_SOCKET_TYPE_STREAM,
+                      G_SOCKET_PROTOCOL_DEFAULT, error);
+}
+
+// Whether there is a socket at an address that nobody listens on.
+static bool is_abandoned(GSocketAddress *address) {
+  g_autoptr(GError) error = nullptr;
+  g_autoptr(GSocket) socket = make_socket(address, nullptr);
+  return socket && !g_socket_connect(socket, address, nullptr, &error) &&
+         g_error_matches(error, G_IO_ERROR, G_IO_ERROR_CONNECTION_REFUSED);
+}
+
+GSocket *listen_on(GSocketAddress *address, GError **error) {
+  g_autoptr(GSocket) socket = make_socket(address, error);
+  // The file that is made of a Unix socket has the mode of the socket, so that there is no moment
+  // at which others could connect.
+  if (!socket || fchmod(g_socket_get_fd(socket), S_IRWXU) != 0 ||
+      !g_socket_bind(socket, address, TRUE, error) || !g_socket_listen(socket, error))
+    return nullptr;
+  return G_SOCKET(g_object_ref(socket));
+}
+
+GSocket *listen_on_path(const char *path, GError **error) {
+  g_autoptr(GSocketAddress) address = g_unix_socket_address_new(path);
+  if (is_abandoned(address))
+    g_unlink(path);
+  return listen_on(address, error);
+}
+
+}  // namespace vekin::web

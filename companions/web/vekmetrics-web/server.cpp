@@ -1,0 +1,273 @@
+#include "server.h"
+
+#include "common/internal.hpp"
+#include "connections.hpp"
+#include "listening.hpp"
+#include "negotiation.hpp"
+#include "page.hpp"
+#include "waiting.hpp"
+
+#include <glib/gstdio.h>
+#include <string.h>
+
+using namespace vekin::web;
+
+static constexpr const char *kContentTypes[] = {
+    "application/openmetrics-text; version=1.0.0; charset=utf-8",
+    "text/plain; version=0.0.4; charset=utf-8",
+};
+
+struct _VekWebServer {
+  GObject parent_instance;
+
+  VekServicePrometheusReporter *reporter;  // never changes
+  SoupServer *soup_server;                 // NULL until it listens
+  Connections *connections;                // of that one
+  guint port;                              // the first that it listens on
+  GPtrArray *socket_paths;
+  GPtrArray *attached;  // of Attached
+  GHashTable *hosts;    // names that are allowed, in lower case
+  Page *pages[2];       // the last text of each format; NULL before it is asked for
+  Waiting *waiting;
+};
+static_assert(vekin::ZeroFillable<VekWebServer>);
+
+G_DEFINE_FINAL_TYPE(VekWebServer, vek_web_server, G_TYPE_OBJECT)
+
+namespace {
+
+// A path of a server that is served.
+struct Attached {
+  SoupServer *soup_server;
+  char *path;
+};
+
+}  // namespace
+
+static void free_attached(gpointer data) {
+  auto *attached = vekin::as<Attached>(data);
+  soup_server_remove_handler(attached->soup_server, attached->path);
+  g_object_unref(attached->soup_server);
+  g_free(attached->path);
+  g_free(attached);
+}
+
+static void answer(SoupServerMessage *message, guint status, const char *sentence) {
+  soup_server_message_set_status(message, status, nullptr);
+  soup_server_message_set_response(message, "text/plain; charset=utf-8", SOUP_MEMORY_COPY, sentence,
+                                   strlen(sentence));
+}
+
+static bool is_host_allowed(VekWebServer *self, SoupServerMessage *message) {
+  auto *address = soup_server_message_get_local_address(message);
+  if (!G_IS_INET_SOCKET_ADDRESS(address) ||
+      !g_inet_address_get_is_loopback(
+          g_inet_socket_address_get_address(G_INET_SOCKET_ADDRESS(address))))
+    return true;
+  g_autofree char *name = get_host_name(
+      soup_message_headers_get_one(soup_server_message_get_request_headers(message), "Host"));
+  return name && (is_local_name(name) || g_hash_table_contains(self->hosts, name));
+}
+
+// The page of the last pass, or NULL before the first.
+static Page *get_page(VekWebServer *self, VekServicePrometheusFormat format) {
+  g_autoptr(GBytes) text = vek_service_prometheus_reporter_get_bytes(self->reporter, format);
+  if (!text)
+    return nullptr;
+  auto *&page = self->pages[format];
+  if (!page || page_get_text(page) != text) {
+    g_clear_pointer(&page, page_unref);
+    page = page_new(text);
+  }
+  return page;
+}
+
+static void serve_text(VekWebServer *self, SoupServerMessage *message) {
+  auto *request = soup_server_message_get_request_headers(message);
+  auto *response = soup_server_message_get_response_headers(message);
+  auto format = choose_format(soup_message_headers_get_list(request, "Accept"));
+  auto *page = get_page(self, format);
+  if (!page) {
+    answer(message, SOUP_STATUS_SERVICE_UNAVAILABLE,
+           "There is no text before the first report pass.\n");
+    return;
+  }
+
+  bool compressed = allows_gzip(soup_message_headers_get_list(request, "Accept-Encoding"));
+  soup_message_headers_replace(response, "ETag", page_get_tag(page, compressed));
+  soup_message_headers_replace(response, "Vary", "Accept, Accept-Encoding");
+  if (matches_tag(soup_message_headers_get_list(request, "If-None-Match"),
+                  page_get_tag(page, compressed))) {
+    soup_server_message_set_status(message, SOUP_STATUS_NOT_MODIFIED, nullptr);
+    return;
+  }
+  soup_message_headers_replace(response, "Content-Type", kContentTypes[format]);
+  if (!compressed) {
+    send_text(message, page_get_text(page));
+    return;
+  }
+  soup_message_headers_replace(response, "Content-Encoding", "gzip");
+  if (page_compress_slice(page))
+    send_text(message, page_get_compressed(page));
+  else
+    waiting_add(self->waiting, message, page);
+}
+
+static void serve(VekWebServer *self, SoupServerMessage *message, bool is_found) {
+  const char *method = soup_server_message_get_method(message);
+  if (!is_host_allowed(self, message)) {
+    answer(message, SOUP_STATUS_FORBIDDEN, "The Host of the request is not allowed here.\n");
+  } else if (!is_found) {
+    answer(message, SOUP_STATUS_NOT_FOUND, "The metrics are at /metrics.\n");
+  } else if (!g_str_equal(method, "GET") && !g_str_equal(method, "HEAD")) {
+    soup_message_headers_replace(soup_server_message_get_response_headers(message), "Allow",
+                                 "GET, HEAD");
+    answer(message, SOUP_STATUS_METHOD_NOT_ALLOWED, "The metrics can be got, and nothing else.\n");
+  } else {
+    serve_text(self, message);
+  }
+}
+
+static void on_request(SoupServer *soup_server, SoupServerMessage *message, const char *path,
+                       GHashTable *, gpointer data) {
+  auto *self = vekin::as<VekWebServer>(data);
+  bool is_found = soup_server == self->soup_server && g_str_equal(path, "/metrics");
+  for (guint i = 0; i < self->attached->len && !is_found; i++) {
+    auto *attached = vekin::as<Attached>(self->attached->pdata[i]);
+    is_found = attached->soup_server == soup_server && g_str_equal(attached->path, path);
+  }
+  serve(self, message, is_found);
+}
+
+// Bodies are of no use: a small one is passed over, any other is not even read.
+static void on_headers(SoupServer *soup_server, SoupServerMessage *message, const char *,
+                       GHashTable *, gpointer data) {
+  soup_message_body_set_accumulate(soup_server_message_get_request_body(message), FALSE);
+  auto *headers = soup_server_message_get_request_headers(message);
+  if (soup_server == vekin::as<VekWebServer>(data)->soup_server &&
+      (soup_message_headers_get_encoding(headers) == SOUP_ENCODING_CHUNKED ||
+       soup_message_headers_get_content_length(headers) > kMaxBody))
+    connection_shut_down(soup_server_message_get_socket(message));
+}
+
+static void add_handlers(VekWebServer *self, SoupServer *soup_server, const char *path) {
+  soup_server_add_early_handler(soup_server, path, on_headers, self, nullptr);
+  soup_server_add_handler(soup_server, path, on_request, self, nullptr);
+}
+
+static SoupServer *get_soup_server(VekWebServer *self) {
+  if (!self->soup_server) {
+    self->soup_server = soup_server_new(nullptr, nullptr);
+    self->connections = connections_new(self->soup_server);
+    add_handlers(self, self->soup_server, nullptr);
+  }
+  return self->soup_server;
+}
+
+static void vek_web_server_dispose(GObject *object) {
+  auto *self = VEK_WEB_SERVER(object);
+  g_clear_pointer(&self->connections, connections_free);
+  if (self->soup_server)
+    soup_server_disconnect(self->soup_server);
+  g_clear_pointer(&self->waiting, waiting_free);
+  g_clear_object(&self->soup_server);
+  g_ptr_array_set_size(self->attached, 0);
+  for (guint i = 0; i < self->socket_paths->len; i++)
+    g_unlink(vekin::as<char>(self->socket_paths->pdata[i]));
+  g_ptr_array_set_size(self->socket_paths, 0);
+  for (auto &page : self->pages)
+    g_clear_pointer(&page, page_unref);
+  g_clear_object(&self->reporter);
+
+  G_OBJECT_CLASS(vek_web_server_parent_class)->dispose(object);
+}
+
+static void vek_web_server_finalize(GObject *object) {
+  auto *self = VEK_WEB_SERVER(object);
+  g_ptr_array_unref(self->attached);
+  g_ptr_array_unref(self->socket_paths);
+  g_hash_table_unref(self->hosts);
+
+  G_OBJECT_CLASS(vek_web_server_parent_class)->finalize(object);
+}
+
+static void vek_web_server_class_init(VekWebServerClass *klass) {
+  G_OBJECT_CLASS(klass)->dispose = vek_web_server_dispose;
+  G_OBJECT_CLASS(klass)->finalize = vek_web_server_finalize;
+}
+
+static void vek_web_server_init(VekWebServer *self) {
+  self->socket_paths = g_ptr_array_new_with_free_func(g_free);
+  self->attached = g_ptr_array_new_with_free_func(free_attached);
+  self->hosts = g_hash_table_new_full(g_str_hash, g_str_equal, g_free, nullptr);
+  self->waiting = waiting_new();
+}
+
+VekWebServer *vek_web_server_new(VekServicePrometheusReporter *reporter) {
+  vek_return_val_if_fail(VEK_SERVICE_IS_PROMETHEUS_REPORTER(reporter), nullptr);
+
+  auto *server = VEK_WEB_SERVER(g_object_new(VEK_WEB_TYPE_SERVER, nullptr));
+  server->reporter = VEK_SERVICE_PROMETHEUS_REPORTER(g_object_ref(reporter));
+  return server;
+}
+
+gboolean vek_web_server_listen(VekWebServer *server, const char *address, guint port,
+                               GError **error) {
+  vek_return_val_if_fail(VEK_WEB_IS_SERVER(server), FALSE);
+  vek_return_val_if_fail(port <= G_MAXUINT16, FALSE);
+  vek_return_val_if_fail(error == NULL || *error == NULL, FALSE);
+
+  if (!address)
+    address = "127.0.0.1";
+  g_autoptr(GSocketAddress) socket_address = g_inet_socket_address_new_from_string(address, port);
+  if (!socket_address) {
+    g_set_error(error, G_IO_ERROR, G_IO_ERROR_INVALID_ARGUMENT, "%s is no IP address", address);
+    return FALSE;
+  }
+  g_autoptr(GSocket) socket = listen_on(socket_address, error);
+  if (!socket || !soup_server_listen_socket(get_soup_server(server), socket,
+                                            static_cast<SoupServerListenOptions>(0), error))
+    return FALSE;
+  if (server->port == 0) {
+    g_autoptr(GSocketAddress) bound = g_socket_get_local_address(socket, nullptr);
+    server->port = g_inet_socket_address_get_port(G_INET_SOCKET_ADDRESS(bound));
+  }
+  return TRUE;
+}
+
+gboolean vek_web_server_listen_unix(VekWebServer *server, const char *path, GError **error) {
+  vek_return_val_if_fail(VEK_WEB_IS_SERVER(server), FALSE);
+  vek_return_val_if_fail(path != NULL, FALSE);
+  vek_return_val_if_fail(error == NULL || *error == NULL, FALSE);
+
+  g_autoptr(GSocket) socket = listen_on_path(path, error);
+  if (!socket)
+    return FALSE;
+  g_ptr_array_add(server->socket_paths, g_strdup(path));
+  return soup_server_listen_socket(get_soup_server(server), socket,
+                                   static_cast<SoupServerListenOptions>(0), error);
+}
+
+void vek_web_server_attach(VekWebServer *server, SoupServer *soup_server, const char *path) {
+  vek_return_if_fail(VEK_WEB_IS_SERVER(server));
+  vek_return_if_fail(SOUP_IS_SERVER(soup_server));
+  vek_return_if_fail(path == NULL || *path == '/');
+
+  auto *attached = g_new(Attached, 1);
+  *attached = {SOUP_SERVER(g_object_ref(soup_server)), g_strdup(path ? path : "/metrics")};
+  g_ptr_array_add(server->attached, attached);
+  add_handlers(server, soup_server, attached->path);
+}
+
+void vek_web_server_allow_host(VekWebServer *server, const char *name) {
+  vek_return_if_fail(VEK_WEB_IS_SERVER(server));
+  vek_return_if_fail(name != NULL);
+
+  g_hash_table_add(server->hosts, g_ascii_strdown(name, -1));
+}
+
+guint vek_web_server_get_port(VekWebServer *server) {
+  vek_return_val_if_fail(VEK_WEB_IS_SERVER(server), 0);
+
+  return server->port;
+}
