@@ -1,7 +1,7 @@
 #!/usr/bin/env python3
 """Compiles a library's public headers as applications do:
 
-    headers.py NAME PREFIX SYMBOLS HEADER...
+    headers.py NAME PACKAGE PREFIX SYMBOLS HEADER...
 
 Each header must compile by itself, in every language that applications use, without a warning and
 without anything private beside it. HEADER... are those of the library NAME and of the libraries
@@ -21,7 +21,7 @@ import unittest
 from support import tap
 from support.symbols import read_symbols
 
-library, prefix, symbols, *headers = sys.argv[1:]
+library, package, prefix, symbols, *headers = sys.argv[1:]
 headers = list(map(pathlib.Path, headers))
 
 USE_RANGE = '''void use_range(void);
@@ -73,7 +73,7 @@ class Headers(unittest.TestCase):
             f'#include <{library}/{library}.h>\nextern int declaration;\n' + ''.join(uses))
 
     def compile(self, compiler, sources, *options):
-        flags = subprocess.run(['pkg-config', '--cflags', 'gio-2.0'], check=True,
+        flags = subprocess.run(['pkg-config', '--cflags', package], check=True,
                                capture_output=True, text=True).stdout
         result = subprocess.run(
             [*shlex.split(os.environ[compiler]), *options, '-fsyntax-only', '-Wall', '-Wextra',

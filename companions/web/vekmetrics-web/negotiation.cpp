@@ -20,10 +20,15 @@ std::string_view strip(std::string_view text) {
   return text;
 }
 
+// The first so many characters, or all. substr(), and what is made of it, would need the C++
+// runtime.
+std::string_view first(std::string_view text, std::size_t n) {
+  return {text.data(), std::min(text.size(), n)};
+}
+
 // Takes what comes before a separator, or everything.
 std::string_view take(std::string_view &text, char separator) {
-  auto end = text.find(separator);
-  auto taken = text.substr(0, end);
+  auto taken = first(text, text.find(separator));
   text.remove_prefix(std::min(text.size(), taken.size() + 1));
   return strip(taken);
 }
@@ -128,7 +133,7 @@ bool matches_tag(const char *if_none_match, const char *tag) {
   std::string_view rest = if_none_match ? if_none_match : "";
   while (!rest.empty()) {
     auto item = take(rest, ',');
-    if (item.starts_with("W/"))
+    if (first(item, 2) == "W/")
       item.remove_prefix(2);
     if (item == "*" || item == tag)
       return true;
@@ -138,7 +143,7 @@ bool matches_tag(const char *if_none_match, const char *tag) {
 
 char *get_host_name(const char *host) {
   std::string_view text = strip(host ? host : "");
-  auto name = text.substr(0, text.starts_with('[') ? text.find(']') + 1 : text.find(':'));
+  auto name = first(text, text.starts_with('[') ? text.find(']') + 1 : text.find(':'));
   auto port = text;
   port.remove_prefix(name.size());
   if (name.empty() || (!port.empty() && port[0] != ':') ||
