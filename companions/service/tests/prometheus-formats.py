@@ -215,7 +215,8 @@ def compare(read, expected, openmetrics):
 
 PIECES = [b'a', b'b', b'a', b'_', b'_', b'.', b'9', b':', b' ', b'-', b'"', b'\\', b'\n', b'\t',
           b'\r', b'{', b'}', b'=', b',', b'#', b'\xc3\xa9', b'\xe2\x82\xac', b'\xff', b'\xc3',
-          b'\x01', b'quantile', b'le', b'_total', b'_created', b'_count', b'_sum', b'_avg', b'_samples']
+          b'\x01', b'quantile', b'le', b'_total', b'_created', b'_count', b'_sum', b'_avg',
+          b'_samples']
 
 
 def random_text(rng, longest):
