@@ -146,6 +146,25 @@ def measure_memory(folder):
     return {kind: float(size) for kind, size in (line.split() for line in lines)}
 
 
+def measure_graphite(folder, n_turns):
+    """Two lines of the table, as records: a line's time, and its memory while it waits."""
+    turns = []
+    for _ in range(n_turns):
+        lines = subprocess.run([f'{folder}/bench-graphite'], check=True, capture_output=True,
+                               text=True).stdout.splitlines()
+        turns.append({name: float(figure) for name, figure in map(str.split, lines)})
+    time, carbon, waiting, ratio = (
+        statistics.median(turn) for turn in zip(*(
+            (turn['graphite'], turn['carbon'], turn['waiting'], turn['graphite'] / turn['carbon'])
+            for turn in turns)))
+    return [{'operation': 'line to Graphite, in real time', 'against': 'carbon reporter',
+             'measured': time, 'other': carbon, 'ratio': ratio, 'limit': 0.1,
+             'holds': ratio <= 0.1},
+            {'operation': 'memory of a waiting line', 'against': 'its text',
+             'measured': waiting, 'other': 1, 'ratio': waiting, 'limit': 1.2,
+             'holds': waiting <= 1.2}]
+
+
 def judge(row, measured, limit):
     """One line of the table, as a record."""
     this, other = (measured[case] for case in sides(row))
@@ -185,6 +204,8 @@ def main():
                      'measured': sizes[row.operation], 'other': row.limit,
                      'ratio': sizes[row.operation] / row.limit, 'limit': 1,
                      'holds': sizes[row.operation] <= row.limit} for row in MEMORY]
+        if not arguments.updates:
+            records += measure_graphite(arguments.folder, arguments.turns)
         unit = 'ns'
 
     show(records, unit)

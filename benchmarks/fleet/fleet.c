@@ -6,11 +6,10 @@
  * passes are stamped a minute apart, the first SECONDS after the epoch. Prints a line when all
  * lines are queued, and when all are sent, how many seconds of processor time the sending took. */
 
-#include "../../tests/support/fakeclock.h"
-
 #include <stdio.h>
 #include <stdlib.h>
 #include <time.h>
+#include <vekmetrics-testing/clock.h>
 #include <vekmetrics/vekmetrics.h>
 
 static VekMetricRegistry *registry;
@@ -86,7 +85,7 @@ int main(int argc, char **argv) {
   while (n_connected < reporters->len)
     g_main_context_iteration(NULL, TRUE);
 
-  fake_clock_set(start, G_USEC_PER_SEC);
+  vek_testing_clock_set(start, G_USEC_PER_SEC);
   registry = g_object_new(VEK_TYPE_METRIC_REGISTRY, NULL);
   metrics = g_ptr_array_new_with_free_func(g_object_unref);
   for (int i = 0; i < n_metrics; i++)
@@ -95,7 +94,7 @@ int main(int argc, char **argv) {
     g_ptr_array_foreach(metrics, update, GINT_TO_POINTER(pass));
     for (guint i = 0; i < reporters->len; i++)
       vek_metric_registry_report(registry, g_ptr_array_index(reporters, i));
-    fake_clock_advance(60 * G_USEC_PER_SEC);
+    vek_testing_clock_advance(60 * G_USEC_PER_SEC);
   }
 
   g_print("queued\n");

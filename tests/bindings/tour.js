@@ -1,4 +1,4 @@
-/* A tour of the library in JavaScript, as TAP. clock.c is loaded: time stands still. */
+/* A tour of the library in JavaScript, as TAP. Time stands still: the clock for tests is loaded. */
 
 imports.gi.versions.Vek = '1.0';
 const {GLib, Gio, GObject, Vek} = imports.gi;

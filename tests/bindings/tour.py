@@ -1,4 +1,4 @@
-"""A tour of the library in Python, as TAP. clock.c is loaded: time stands still."""
+"""A tour of the library in Python, as TAP. Time stands still: the clock for tests is loaded."""
 
 import gc
 import os

@@ -1,4 +1,4 @@
-/* A tour of the library in Vala. clock.c is loaded: time stands still. */
+/* A tour of the library in Vala. Time stands still: the clock for tests is loaded. */
 
 const int64 NOW = 1000000000000000;
 

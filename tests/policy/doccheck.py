@@ -16,8 +16,14 @@ import tempfile
 from support import tap
 
 COMPILED = '{compiled}'
-SERVICE = re.compile(r'\bvekmetrics-service\b|\bVekService\b')
-BUILD_C = '-Wall -Wextra -Werror {source} -o {compiled} $(pkg-config --cflags --libs {package})'
+# The companions that programs use, by how they name them.
+PACKAGES = {
+    'vekmetrics-service': r'\bvekmetrics-service/|\bVekService\b',
+    'vekmetrics-testing': r'\bvekmetrics-testing/|\bVekTesting\b',
+    'vekmetrics-testing-clock': r'\bvekmetrics-testing/clock\.h\b',
+    'vekmetrics-web': r'\bvekmetrics-web/|\bVekWeb\b',
+}
+BUILD_C = '-Wall -Wextra -Werror {source} -o {compiled} $(pkg-config --cflags --libs {packages})'
 
 # How to run a program, as a line of shell.
 LANGUAGES = {
@@ -25,8 +31,8 @@ LANGUAGES = {
     'cpp': f'c++ -std=c++17 {BUILD_C} && {COMPILED}',
     'js': 'gjs {source}',
     'python': shlex.quote(sys.executable) + ' {source}',
-    'vala': 'valac --quiet --fatal-warnings -X -w $VALAFLAGS --pkg {package} -o {compiled} '
-            f'{{source}} && {COMPILED}',
+    'vala': 'valac --quiet --fatal-warnings -X -w $VALAFLAGS $(printf " --pkg=%s" {packages}) '
+            f'-o {{compiled}} {{source}} && {COMPILED}',
 }
 
 
@@ -35,9 +41,9 @@ def run(language, source):
     with tempfile.TemporaryDirectory() as folder:
         copy = pathlib.Path(folder, f'program.{language}')
         copy.write_text(source, encoding='utf-8')
-        package = 'vekmetrics-service' if SERVICE.search(source) else 'vekmetrics'
+        packages = [name for name, use in PACKAGES.items() if re.search(use, source)]
         command = LANGUAGES[language].format(source=copy, compiled=copy.with_suffix(''),
-                                             package=package)
+                                             packages=' '.join(['vekmetrics', *packages]))
         ended = subprocess.run(command, shell=True, check=False, cwd=folder, text=True,
                                env=dict(os.environ, LC_ALL='C.UTF-8'), stdin=subprocess.DEVNULL,
                                stdout=subprocess.PIPE, stderr=subprocess.PIPE)

@@ -5,13 +5,12 @@
  * Prints to the console, writes figures.csv, figures.json and timelines.csv into FOLDER, and sends
  * carbon lines to PORT of this machine. The clock stands still but for the steps below. */
 
-#include "support/fakeclock.h"
 #include "support/tsan-tasks.h"
-
-#include <vekmetrics/vekmetrics.h>
 
 #include <math.h>
 #include <stdlib.h>
+#include <vekmetrics-testing/clock.h>
+#include <vekmetrics/vekmetrics.h>
 
 /* An operation under way holds a reference. */
 static void wait_for(gpointer reporter) {
@@ -21,7 +20,7 @@ static void wait_for(gpointer reporter) {
 
 static void measure_request(VekMetricTimer *latency, gint64 duration) {
   vek_metric_timer_start(latency);
-  fake_clock_advance(duration);
+  vek_testing_clock_advance(duration);
   vek_metric_timer_stop(latency);
 }
 
@@ -29,7 +28,7 @@ int main(int argc, char **argv) {
   if (argc != 3)
     return EXIT_FAILURE;
 
-  fake_clock_set(1700000000 * G_TIME_SPAN_SECOND, G_TIME_SPAN_HOUR);
+  vek_testing_clock_set(1700000000 * G_TIME_SPAN_SECOND, G_TIME_SPAN_HOUR);
   VekMetricReporter *reporters[] = {
       vek_metric_timeline_reporter_new("timelines", argv[1]), /* first: only one gets the ranges */
       vek_metric_log_reporter_new("figures", argv[1]),
@@ -76,7 +75,7 @@ int main(int argc, char **argv) {
     measure_request(latency, minutes[i].latency);
     vek_metric_timeline_add_range(render, 1, minutes[i].render, minutes[i].render + 150);
     vek_metric_timeline_add_range(render, 2, minutes[i].render + 200, minutes[i].render + 320);
-    fake_clock_advance(60 * G_TIME_SPAN_SECOND - minutes[i].latency);
+    vek_testing_clock_advance(60 * G_TIME_SPAN_SECOND - minutes[i].latency);
 
     for (guint j = 0; j < G_N_ELEMENTS(reporters); j++)
       vek_metric_registry_report(registry, reporters[j]);

@@ -91,7 +91,8 @@ class Headers(unittest.TestCase):
         self.compile('CXX', '*.c*', '-std=c++17', '-x', 'c++')
 
     def test_compile_as_cxx20_without_exceptions_and_type_information(self):
-        self.compile('CXX', f'{library}.c*', '-std=c++20', '-fno-exceptions', '-fno-rtti', '-x', 'c++')
+        self.compile('CXX', f'{library}.c*', '-std=c++20', '-fno-exceptions', '-fno-rtti',
+                     '-x', 'c++')
 
 
 if __name__ == '__main__':

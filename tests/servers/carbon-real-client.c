@@ -4,9 +4,8 @@
  *
  * Three passes, stamped a minute apart; the first is SECONDS after the epoch. */
 
-#include "support/fakeclock.h"
-
 #include <stdlib.h>
+#include <vekmetrics-testing/clock.h>
 #include <vekmetrics/vekmetrics.h>
 
 enum { N_PASSES = 3, N_HOSTS = 2 };
@@ -35,7 +34,7 @@ static void host_update(Host *host, int number, int pass) {
   vek_metric_gauge_set_value(host->load, number - 0.25 * pass);
   vek_metric_meter_mark(host->traffic, 300.0 * (number + 1)); /* the first starts its clock */
   vek_metric_timer_start(host->wait);
-  fake_clock_advance(250000);
+  vek_testing_clock_advance(250000);
   vek_metric_timer_stop(host->wait);
   vek_metric_histogram_set(host->size, number);
   vek_metric_histogram_set(host->size, -pass);
@@ -69,12 +68,12 @@ int main(int argc, char **argv) {
     g_main_context_iteration(NULL, TRUE);
 
   gint64 start = atoll(argv[3]) * G_USEC_PER_SEC;
-  fake_clock_set(start, G_USEC_PER_SEC);
+  vek_testing_clock_set(start, G_USEC_PER_SEC);
   g_autoptr(VekMetricRegistry) registry = g_object_new(VEK_TYPE_METRIC_REGISTRY, NULL);
   Host hosts[N_HOSTS] = {host_new(registry, "h0"), host_new(registry, "h1")};
   for (int pass = 0; pass < N_PASSES; pass++) {
     gint64 elapsed = 60 * pass * G_USEC_PER_SEC;
-    fake_clock_set(start + elapsed, G_USEC_PER_SEC + elapsed);
+    vek_testing_clock_set(start + elapsed, G_USEC_PER_SEC + elapsed);
     for (int i = 0; i < N_HOSTS; i++)
       host_update(&hosts[i], i, pass);
     vek_metric_registry_report(registry, reporter);

@@ -16,7 +16,7 @@ static GSList *tests; /* kept: GLib frees the data of those alone that it runs *
 static void set_up(void) {
   fixture.registry = g_object_new(VEK_TYPE_METRIC_REGISTRY, NULL);
   fixture.record = g_string_new(NULL);
-  fixture.reporter = recording_reporter_new("a", fixture.record);
+  fixture.reporter = record_to(fixture.record, "a");
 }
 
 static void tear_down(void) {
@@ -27,14 +27,14 @@ static void tear_down(void) {
 
 static void run_test(gconstpointer data) {
   const TestCase *test = data;
-  fake_clock_set(1000, 1000);
+  vek_testing_clock_set(1000, 1000);
   set_up();
   if (test->run)
     test->run();
   else
     test->run_row(test->row);
   tear_down();
-  fake_clock_set_hook(NULL);
+  vek_testing_clock_set_hook(NULL);
   assert_nothing_logged();
 }
 
@@ -83,6 +83,32 @@ void fixture_report(void) {
   vek_metric_registry_report(fixture.registry, fixture.reporter);
 }
 
+typedef struct {
+  GString *record;
+  char *label;
+} Labelled;
+
+static void append_line(VekTestingRecorder *recorder, const char *line, gpointer data) {
+  (void)recorder;
+  const Labelled *labelled = data;
+  g_string_append_printf(labelled->record, "%s %s\n", labelled->label, line);
+}
+
+static void free_labelled(gpointer data, GClosure *closure) {
+  (void)closure;
+  Labelled *labelled = data;
+  g_free(labelled->label);
+  g_free(labelled);
+}
+
+VekMetricReporter *record_to(GString *record, const char *label) {
+  VekTestingRecorder *recorder = g_object_new(VEK_TESTING_TYPE_RECORDER, "times", TRUE, NULL);
+  Labelled labelled = {record, g_strdup(label)};
+  g_signal_connect_data(recorder, "recorded", G_CALLBACK(append_line),
+                        g_memdup2(&labelled, sizeof labelled), free_labelled, 0);
+  return VEK_METRIC_REPORTER(recorder);
+}
+
 void report_to(gpointer metric, GSList *reporters) {
   VEK_METRIC_GET_CLASS(metric)->report(VEK_METRIC(metric), reporters);
 }
@@ -120,11 +146,33 @@ void assert_unknown_property_warns(gpointer object) {
   assert_logged_like("VEK:metrics", G_LOG_LEVEL_WARNING, pattern);
 }
 
+static gint n_real_readings;
+static gint n_monotonic_readings;
+
+static void count_reading(gboolean monotonic) {
+  g_atomic_int_inc(monotonic ? &n_monotonic_readings : &n_real_readings);
+}
+
+void count_readings(void) {
+  n_real_readings = 0;
+  n_monotonic_readings = 0;
+  vek_testing_clock_set_hook(count_reading);
+}
+
+guint get_real_readings(void) {
+  return g_atomic_int_get(&n_real_readings);
+}
+
+guint get_monotonic_readings(void) {
+  return g_atomic_int_get(&n_monotonic_readings);
+}
+
 static gint n_readers;
 static guint n_overlaps;
 
 /* Lets others run while a clock is read, so that they meet if no lock keeps them apart. */
-static void count_overlap(void) {
+static void count_overlap(gboolean monotonic) {
+  (void)monotonic;
   if (g_atomic_int_add(&n_readers, 1) > 0)
     g_atomic_int_inc(&n_overlaps);
   g_thread_yield();
@@ -157,7 +205,7 @@ guint run_threads(guint n, void (*work)(guint thread, gpointer data),
   g_autofree GThread **threads = g_new(GThread *, n);
 
   n_overlaps = 0;
-  fake_clock_set_hook(count_overlap);
+  vek_testing_clock_set_hook(count_overlap);
   g_mutex_lock(&gate);
   for (guint i = 0; i < n; i++) {
     workers[i] = (Worker){work, data, &gate, &n_done, i};
@@ -170,7 +218,7 @@ guint run_threads(guint n, void (*work)(guint thread, gpointer data),
   for (guint i = 0; i < n; i++)
     g_thread_join(threads[i]);
   meanwhile(data);
-  fake_clock_set_hook(NULL);
+  vek_testing_clock_set_hook(NULL);
   g_mutex_clear(&gate);
   return n_overlaps;
 }

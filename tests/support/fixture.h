@@ -6,9 +6,10 @@
  *
  * Each test finds a fixture, and a clock that stands at 1000 µs. */
 
-#include "support/fakeclock.h"
 #include "support/logcapture.h"
-#include "support/recordingreporter.h"
+
+#include <vekmetrics-testing/clock.h>
+#include <vekmetrics-testing/vekmetrics-testing.h>
 
 G_BEGIN_DECLS
 
@@ -37,7 +38,7 @@ void register_rows(gconstpointer rows, gsize n, gsize size, void (*run)(gconstpo
 typedef struct {
   VekMetricRegistry *registry;
   GString *record;             /* what the reporter has got */
-  VekMetricReporter *reporter; /* a recording reporter labelled "a"; not registered */
+  VekMetricReporter *reporter; /* made by record_to(), labelled "a"; not registered */
 } Fixture;
 extern Fixture fixture;
 
@@ -46,6 +47,22 @@ void fixture_reset(void);
 
 /* Runs one pass for the reporter. */
 void fixture_report(void);
+
+/* Makes a recorder with times that appends a line for each call to the record, after the label, as
+ * in "a count requests 42 @1000". */
+VekMetricReporter *record_to(GString *record, const char *label);
+
+/* Compares the record so far with the lines and empties it. */
+#define assert_recorded(record, lines)           \
+  G_STMT_START {                                 \
+    g_assert_cmpstr((record)->str, ==, (lines)); \
+    g_string_truncate((record), 0);              \
+  }                                              \
+  G_STMT_END
+
+/* Calls back at each call that a recorder gets, after it was recorded. */
+#define on_recorded(recorder, callback, data) \
+  g_signal_connect((recorder), "recorded", G_CALLBACK(callback), (data))
 
 /* Lets the metric itself report to the reporters, or with an empty list to nobody, which no pass
  * of a registry does. */
@@ -60,6 +77,11 @@ GParamSpec *assert_construct_only_property(GType type, const char *name);
 
 /* Asserts that the object warns of a property id that it does not know. */
 void assert_unknown_property_warns(gpointer object);
+
+/* Counts how often each clock is read, from here to the end of the test. */
+void count_readings(void);
+guint get_real_readings(void);
+guint get_monotonic_readings(void);
 
 /* Runs work(0, data) to work(n - 1, data) on threads that begin together, calls meanwhile(data) in
  * this thread until they are all done, and once more after that.

@@ -47,6 +47,15 @@ static void shorten(const ModelTest *test, guint32 seed, GArray **history, char 
   }
 }
 
+char *describe_number(gdouble number) {
+  for (int digits = 15; digits <= 17; digits++) {
+    g_autofree char *text = g_strdup_printf("%.*g", digits, number);
+    if (digits == 17 || g_ascii_strtod(text, NULL) == number)
+      return g_steal_pointer(&text);
+  }
+  g_assert_not_reached();
+}
+
 void model_test_run(const ModelTest *test, guint n_operations) {
   guint done = 0;
   for (guint length = 1; done < n_operations; done += length++) {

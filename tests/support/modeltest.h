@@ -30,6 +30,9 @@ typedef struct {
   char *(*describe)(const ModelOperation *operation);
 } ModelTest;
 
+/* A number as a recorder shows it. */
+char *describe_number(gdouble number);
+
 /* Runs histories of growing length, of at least so many operations together. The seed that GLib's
  * test framework prints repeats them. */
 void model_test_run(const ModelTest *test, guint n_operations);

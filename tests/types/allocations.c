@@ -97,7 +97,7 @@ COUNTED_TEST(fixed_size_store_add_allocates_nothing) {
 COUNTED_TEST(fixed_time_store_add_allocates_nothing) {
   g_autoptr(VekMetricStore) store = vek_metric_fixed_time_store_new(1000000, 4);
   assert_adding_allocates_nothing(store);
-  fake_clock_advance(2000000);
+  vek_testing_clock_advance(2000000);
   assert_adding_allocates_nothing(store);
 }
 
@@ -168,10 +168,10 @@ COUNTED_TEST(fixed_time_store_cut_allocates_nothing) {
   g_autoptr(VekMetricStore) store = vek_metric_fixed_time_store_new(1000000, 8);
   for (guint i = 0; i < 4; i++) {
     vek_metric_store_add(store, i);
-    fake_clock_advance(400000);
+    vek_testing_clock_advance(400000);
   }
   assert_snapshot_takes(store, 2, RECORD + 2 * SAMPLE, 0);
-  fake_clock_advance(2000000);
+  vek_testing_clock_advance(2000000);
   assert_snapshot_takes(store, 1, RECORD, 0);
 }
 

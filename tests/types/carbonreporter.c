@@ -182,7 +182,7 @@ static void process_value(VekMetricReporter *reporter, const char *name, double 
 
 static void process_samples(VekMetricReporter *reporter, const char *name, const double *samples,
                             gsize n_samples) {
-  fake_clock_set(TIMESTAMP, 0);
+  vek_testing_clock_set(TIMESTAMP, 0);
   g_autoptr(VekMetricSnapshot) snapshot = vek_metric_snapshot_new(samples, n_samples);
   VEK_METRIC_REPORTER_GET_IFACE(reporter)->process_aggregated(reporter, name, NULL, NULL, snapshot);
 }
@@ -728,10 +728,10 @@ TEST(snapshot_gives_exactly_four_lines) {
   };
   g_autoptr(Server) server = server_new("127.0.0.1");
   g_autoptr(VekMetricReporter) reporter = connect_reporter(server, "site");
-  fake_clock_set(TIMESTAMP, 0);
+  vek_testing_clock_set(TIMESTAMP, 0);
   g_autoptr(VekMetricSnapshot) snapshot =
       vek_metric_snapshot_new((const double[]){6.25, -1.0, 4.0, 0.75}, 4);
-  fake_clock_advance(G_USEC_PER_SEC);
+  vek_testing_clock_advance(G_USEC_PER_SEC);
   VEK_METRIC_REPORTER_GET_IFACE(reporter)->process_aggregated(
       reporter, "t", (char *[]){"host", "h1", NULL}, "Seconds", snapshot);
   process_samples(reporter, "empty", NULL, 0);

@@ -61,39 +61,40 @@ TEST(the_type_is_a_metric_without_properties_of_its_own) {
 }
 
 TEST(new_counter_reports_zero_and_its_creation) {
-  fake_clock_set(1000, 1);
+  vek_testing_clock_set(1000, 1);
   g_autoptr(VekMetricCounter) counter =
       vek_metric_registry_counter_new(fixture.registry, "requests", "Count", NULL);
-  fake_clock_set(2000, 1);
+  vek_testing_clock_set(2000, 1);
   g_assert_cmpint(vek_metric_counter_get_count(counter), ==, 0);
   g_assert_cmpint(vek_metric_counter_get_time(counter), ==, 1000);
   fixture_report();
 
   assert_recorded(fixture.record,
-                  "a count requests - Count 1000 0\n"
+                  "a count requests 0 Count @1000\n"
                   "a flush\n");
 }
 
 TEST(add_changes_the_count_and_the_time) {
-  fake_clock_set(1000, 1);
+  vek_testing_clock_set(1000, 1);
   g_autoptr(VekMetricCounter) counter = counter_new();
-  fake_clock_set(2000, 1);
+  vek_testing_clock_set(2000, 1);
   vek_metric_counter_add(counter, 42);
   g_assert_cmpint(vek_metric_counter_get_count(counter), ==, 42);
   g_assert_cmpint(vek_metric_counter_get_time(counter), ==, 2000);
 
-  fake_clock_set(3000, 1);
+  vek_testing_clock_set(3000, 1);
+  count_readings();
   vek_metric_counter_add(counter, 8);
-  g_assert_cmpuint(fake_clock_get_real_readings(), ==, 1);
-  g_assert_cmpuint(fake_clock_get_monotonic_readings(), ==, 0);
+  g_assert_cmpuint(get_real_readings(), ==, 1);
+  g_assert_cmpuint(get_monotonic_readings(), ==, 0);
   g_assert_cmpint(vek_metric_counter_get_count(counter), ==, 50);
   g_assert_cmpint(vek_metric_counter_get_time(counter), ==, 3000);
 }
 
 TEST(adding_a_negative_value_decreases_the_count) {
-  fake_clock_set(1000, 1);
+  vek_testing_clock_set(1000, 1);
   g_autoptr(VekMetricCounter) counter = counter_new();
-  fake_clock_set(2000, 1);
+  vek_testing_clock_set(2000, 1);
   vek_metric_counter_add(counter, 5);
   vek_metric_counter_add(counter, -12);
   g_assert_cmpint(vek_metric_counter_get_count(counter), ==, -7);
@@ -102,23 +103,23 @@ TEST(adding_a_negative_value_decreases_the_count) {
 
 TEST(adding_zero_changes_nothing_but_the_time) {
   g_autoptr(VekMetricCounter) counter = counter_new();
-  fake_clock_set(1000, 1);
+  vek_testing_clock_set(1000, 1);
   vek_metric_counter_add(counter, 5);
-  fake_clock_set(2000, 1);
+  vek_testing_clock_set(2000, 1);
   vek_metric_counter_add(counter, 0);
   g_assert_cmpint(vek_metric_counter_get_count(counter), ==, 5);
   g_assert_cmpint(vek_metric_counter_get_time(counter), ==, 2000);
 }
 
 TEST(inc_adds_one_and_dec_takes_one) {
-  fake_clock_set(1000, 1);
+  vek_testing_clock_set(1000, 1);
   g_autoptr(VekMetricCounter) counter = counter_new();
-  fake_clock_set(2000, 1);
+  vek_testing_clock_set(2000, 1);
   vek_metric_counter_inc(counter);
   g_assert_cmpint(vek_metric_counter_get_count(counter), ==, 1);
   g_assert_cmpint(vek_metric_counter_get_time(counter), ==, 2000);
 
-  fake_clock_set(3000, 1);
+  vek_testing_clock_set(3000, 1);
   vek_metric_counter_dec(counter);
   vek_metric_counter_dec(counter);
   g_assert_cmpint(vek_metric_counter_get_count(counter), ==, -1);
@@ -140,17 +141,17 @@ TEST(the_count_wraps_at_64_bits) {
 TEST(reporting_twice_reports_the_same_count_and_time) {
   g_autoptr(VekMetricCounter) counter =
       vek_metric_registry_counter_new(fixture.registry, "requests", NULL, NULL);
-  fake_clock_set(1000, 1);
+  vek_testing_clock_set(1000, 1);
   vek_metric_counter_add(counter, 42);
 
-  fake_clock_set(2000, 1);
+  vek_testing_clock_set(2000, 1);
   fixture_report();
-  fake_clock_set(3000, 1);
+  vek_testing_clock_set(3000, 1);
   fixture_report();
   assert_recorded(fixture.record,
-                  "a count requests - - 1000 42\n"
+                  "a count requests 42 @1000\n"
                   "a flush\n"
-                  "a count requests - - 1000 42\n"
+                  "a count requests 42 @1000\n"
                   "a flush\n");
 }
 
@@ -163,48 +164,49 @@ TEST(a_report_with_no_reporters_only_reads) {
 }
 
 static void add_later(void) {
-  fake_clock_set(2000, 1);
+  vek_testing_clock_set(2000, 1);
   vek_metric_counter_add(watched, 1);
 }
 
 TEST(an_add_within_a_report_gives_a_newer_count_with_an_older_time) {
   g_autoptr(GSList) reporters = g_slist_prepend(NULL, fixture.reporter);
   g_autoptr(VekMetricCounter) counter = counter_new();
-  fake_clock_set(1000, 1);
+  vek_testing_clock_set(1000, 1);
   vek_metric_counter_add(counter, 42);
 
   watch(counter, add_later);
   report_to(counter, reporters);
   watch(NULL, NULL);
-  assert_recorded(fixture.record, "a count requests - - 1000 43\n");
+  assert_recorded(fixture.record, "a count requests 43 @1000\n");
 }
 
-static void on_report_add(VekMetricReporter *reporter, gpointer counter) {
-  (void)reporter;
-  fake_clock_set(2000, 1);
+static void on_report_add(VekTestingRecorder *recorder, const char *line, gpointer counter) {
+  (void)recorder;
+  (void)line;
+  vek_testing_clock_set(2000, 1);
   vek_metric_counter_add(counter, 1);
 }
 
 TEST(every_reporter_gets_the_same_figures_in_list_order) {
-  g_autoptr(VekMetricReporter) b = recording_reporter_new("b", fixture.record);
+  g_autoptr(VekMetricReporter) b = record_to(fixture.record, "b");
   g_autoptr(GSList) reporters = g_slist_prepend(g_slist_prepend(NULL, fixture.reporter), b);
   const char *dimensions[] = {"host", "h1", NULL};
   g_autoptr(VekMetricCounter) counter = g_object_new(
       VEK_TYPE_METRIC_COUNTER, "name", "requests", "unit", "Count", "dimensions", dimensions, NULL);
-  fake_clock_set(1000, 1);
+  vek_testing_clock_set(1000, 1);
   vek_metric_counter_add(counter, 42);
 
   /* No lock is held while a reporter is called, and what it adds waits for the next report. */
-  recording_reporter_set_callback(RECORDING_REPORTER(b), on_report_add, counter);
+  gulong handler = on_recorded(b, on_report_add, counter);
   report_to(counter, reporters);
   assert_recorded(fixture.record,
-                  "b count requests host,h1 Count 1000 42\n"
-                  "a count requests host,h1 Count 1000 42\n");
-  recording_reporter_set_callback(RECORDING_REPORTER(b), NULL, NULL);
+                  "b count requests{host=h1} 42 Count @1000\n"
+                  "a count requests{host=h1} 42 Count @1000\n");
+  g_signal_handler_disconnect(b, handler);
   report_to(counter, reporters);
   assert_recorded(fixture.record,
-                  "b count requests host,h1 Count 2000 43\n"
-                  "a count requests host,h1 Count 2000 43\n");
+                  "b count requests{host=h1} 43 Count @2000\n"
+                  "a count requests{host=h1} 43 Count @2000\n");
 }
 
 TEST(the_constructor_sets_the_properties) {
@@ -267,14 +269,14 @@ TEST(null_fails_every_check_and_gives_neutral_values) {
 }
 
 TEST(a_gauge_fails_every_check_and_is_left_untouched) {
-  fake_clock_set(1000, 1);
+  vek_testing_clock_set(1000, 1);
   g_autoptr(VekMetricGauge) gauge = g_object_new(VEK_TYPE_METRIC_GAUGE, "name", "load", NULL);
   vek_metric_gauge_set_value(gauge, 0.25);
   GTypeQuery query;
   g_type_query(VEK_TYPE_METRIC_GAUGE, &query);
   g_autofree gpointer before = g_memdup2(gauge, query.instance_size);
 
-  fake_clock_set(2000, 1);
+  vek_testing_clock_set(2000, 1);
   assert_all_checks_fail(gauge);
   g_assert_cmpmem(gauge, query.instance_size, before, query.instance_size);
 }

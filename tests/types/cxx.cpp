@@ -132,7 +132,7 @@ TEST(dimensions_are_copied_and_moved) {
 }
 
 TEST(a_counter_counts) {
-  fake_clock_set(7000, 1);
+  vek_testing_clock_set(7000, 1);
   auto registry = vek::Registry::create();
   vek::Counter counter = registry.counter("requests", "Count", {{"host", "h1"}});
   counter.add(5);
@@ -149,12 +149,12 @@ TEST(a_counter_counts) {
 }
 
 TEST(a_gauge_is_set_and_added_to) {
-  fake_clock_set(7000, 1);
+  vek_testing_clock_set(7000, 1);
   auto registry = vek::Registry::create();
   vek::Gauge gauge = registry.gauge("load", "Percent");
   gauge.set(2.5);
   gauge.add(0.5);
-  fake_clock_advance(1000);
+  vek_testing_clock_advance(1000);
   gint64 time;
   g_assert_cmpfloat(gauge.value(&time), ==, 3.0);
   g_assert_cmpint(time, ==, 8000);
@@ -172,11 +172,11 @@ TEST(a_gauge_has_its_interval_and_dimensions) {
 }
 
 TEST(a_meter_is_marked) {
-  fake_clock_set(7000, 1);
+  vek_testing_clock_set(7000, 1);
   auto registry = vek::Registry::create();
   vek::Meter meter = registry.meter("sent", "Bytes/Second", {{"host", "h1"}});
   meter.mark(0);
-  fake_clock_advance(2 * G_USEC_PER_SEC);
+  vek_testing_clock_advance(2 * G_USEC_PER_SEC);
   meter.mark(10);
   g_assert_cmpfloat(meter.rate(), ==, 5.0);
   g_assert_cmpfloat(meter.total(), ==, 10.0);
@@ -197,10 +197,10 @@ TEST(a_histogram_takes_its_store) {
 }
 
 TEST(a_store_of_a_recent_time_forgets) {
-  fake_clock_set(1, 1000);
+  vek_testing_clock_set(1, 1000);
   auto store = vek::FixedTimeStore::create(G_USEC_PER_SEC, 10);
   store.add(1);
-  fake_clock_advance(2 * G_USEC_PER_SEC);
+  vek_testing_clock_advance(2 * G_USEC_PER_SEC);
   store.add(2);
   vek::Snapshot snapshot = store.snapshot();
   g_assert_cmpuint(snapshot.n_samples(), ==, 1);
@@ -208,12 +208,12 @@ TEST(a_store_of_a_recent_time_forgets) {
 }
 
 TEST(a_timer_measures) {
-  fake_clock_set(1, 1000);
+  vek_testing_clock_set(1, 1000);
   auto registry = vek::Registry::create();
   auto store = vek::FixedSizeStore::create(2);
   vek::Timer timer = registry.timer("latency", "Milliseconds", store, {{"host", "h1"}});
   timer.start();
-  fake_clock_advance(5000);
+  vek_testing_clock_advance(5000);
   timer.stop();
   timer.set_usec(7000);
   timer.set_usec(9000);
@@ -223,11 +223,11 @@ TEST(a_timer_measures) {
 }
 
 TEST(a_timer_stops_its_own_start) {
-  fake_clock_set(1, 1000);
+  vek_testing_clock_set(1, 1000);
   auto registry = vek::Registry::create();
   vek::Timer timer = registry.timer("latency", "Microseconds");
   timer.start();
-  fake_clock_advance(5);
+  vek_testing_clock_advance(5);
   timer.stop();
   g_assert_cmpfloat(timer.snapshot().sum(), ==, 5.0);
 }
@@ -254,7 +254,7 @@ TEST(ranges_are_walked_the_newest_first) {
 }
 
 TEST(a_snapshot_names_its_statistics) {
-  fake_clock_set(7000, 1);
+  vek_testing_clock_set(7000, 1);
   const gdouble samples[] = {5, 1, 4, 2, 3};
   vek::Snapshot snapshot = vek::Snapshot::create(samples, G_N_ELEMENTS(samples));
   g_assert_cmpint(snapshot.time(), ==, 7000);
@@ -322,13 +322,13 @@ TEST(the_default_registry_is_shared) {
 }
 
 TEST(a_registry_reports) {
-  fake_clock_set(7000, 1);
+  vek_testing_clock_set(7000, 1);
   g_autoptr(GString) record = g_string_new(nullptr);
-  vek::Reporter reporter(recording_reporter_new("a", record));
+  vek::Reporter reporter(record_to(record, "a"));
   auto registry = vek::Registry::create();
   vek::Counter counter = registry.counter("requests", "Count", {{"host", "h1"}});
   registry.report(reporter);
-  assert_recorded(record, "a count requests host,h1 Count 7000 0\na flush\n");
+  assert_recorded(record, "a count requests{host=h1} 0 Count @7000\na flush\n");
 
   auto console = vek::ConsoleReporter::create();
   registry.register_reporter(console);
@@ -362,15 +362,15 @@ TEST(reporters_are_made_of_their_types) {
 TEST(scoped_timers_that_overlap_measure_each_their_own) {
   auto registry = vek::Registry::create();
   vek::Timer timer = registry.timer("t", "Microseconds");
-  fake_clock_set(1, 1000);
+  vek_testing_clock_set(1, 1000);
   {
     vek::ScopedTimer outer(timer);
-    fake_clock_advance(10);
+    vek_testing_clock_advance(10);
     {
       vek::ScopedTimer inner(timer);
-      fake_clock_advance(5);
+      vek_testing_clock_advance(5);
     }
-    fake_clock_advance(20);
+    vek_testing_clock_advance(20);
   }
   vek::Snapshot snapshot = timer.snapshot();
   g_assert_cmpuint(snapshot.n_samples(), ==, 2);
@@ -401,9 +401,9 @@ TEST(a_tally_publishes_at_its_limit_when_asked_and_at_the_end) {
 
 TEST(a_tally_publishes_nothing_when_it_holds_nothing) {
   auto registry = vek::Registry::create();
-  fake_clock_set(1000, 1);
+  vek_testing_clock_set(1000, 1);
   vek::Counter counter = registry.counter("c");
-  fake_clock_set(2000, 1);
+  vek_testing_clock_set(2000, 1);
   {
     vek::Tally tally(counter);
     tally.inc();

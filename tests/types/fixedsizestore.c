@@ -107,11 +107,11 @@ TEST(snapshots_without_an_add_between_are_the_same) {
 
 TEST(snapshot_is_a_copy_sorted_and_stamped_by_the_wall_clock) {
   g_autoptr(VekMetricStore) store = vek_metric_fixed_size_store_new(3);
-  fake_clock_set(1000, 5);
+  vek_testing_clock_set(1000, 5);
   vek_metric_store_add(store, 3);
   vek_metric_store_add(store, 1);
   vek_metric_store_add(store, 2);
-  fake_clock_set(2000, 6);
+  vek_testing_clock_set(2000, 6);
   g_autoptr(VekMetricSnapshot) snapshot = vek_metric_store_get_snapshot(store);
   vek_metric_store_add(store, 9);
 

@@ -14,7 +14,7 @@ static VekMetricStore *store_new(guint max_size) {
 
 /* The wall clock shows something else than the monotonic clock throughout. */
 static void set_clock(gint64 now) {
-  fake_clock_set(7, now);
+  vek_testing_clock_set(7, now);
 }
 
 static void add_at(VekMetricStore *store, gint64 now, gdouble value) {
@@ -108,14 +108,15 @@ TEST(new_store_is_empty) {
 TEST(each_operation_reads_the_monotonic_clock_once) {
   g_autoptr(VekMetricStore) store = store_new(3);
   set_clock(START);
+  count_readings();
   assert_samples(store, "");
-  g_assert_cmpuint(fake_clock_get_monotonic_readings(), ==, 1);
+  g_assert_cmpuint(get_monotonic_readings(), ==, 1);
   vek_metric_store_add(store, 1);
-  g_assert_cmpuint(fake_clock_get_monotonic_readings(), ==, 2);
-  g_assert_cmpuint(fake_clock_get_real_readings(), ==, 1);
+  g_assert_cmpuint(get_monotonic_readings(), ==, 2);
+  g_assert_cmpuint(get_real_readings(), ==, 1);
   assert_samples(store, "1");
-  g_assert_cmpuint(fake_clock_get_monotonic_readings(), ==, 3);
-  g_assert_cmpuint(fake_clock_get_real_readings(), ==, 2);
+  g_assert_cmpuint(get_monotonic_readings(), ==, 3);
+  g_assert_cmpuint(get_real_readings(), ==, 2);
 }
 
 TEST(all_expired_empties_the_store) {
@@ -323,15 +324,15 @@ TEST(store_without_snapshots_keeps_the_newest_of_any_age) {
 
 TEST(snapshot_time_is_wall_clock_and_ages_are_monotonic) {
   g_autoptr(VekMetricStore) store = store_new(3);
-  fake_clock_set(1000, START);
+  vek_testing_clock_set(1000, START);
   vek_metric_store_add(store, 1);
 
-  fake_clock_set(G_GINT64_CONSTANT(1700000000000000), START + 1);
+  vek_testing_clock_set(G_GINT64_CONSTANT(1700000000000000), START + 1);
   g_autoptr(VekMetricSnapshot) kept = vek_metric_store_get_snapshot(store);
   g_assert_cmpint(vek_metric_snapshot_get_time(kept), ==, G_GINT64_CONSTANT(1700000000000000));
   g_assert_cmpuint(vek_metric_snapshot_get_n_samples(kept), ==, 1);
 
-  fake_clock_set(1000, START + WINDOW + 1);
+  vek_testing_clock_set(1000, START + WINDOW + 1);
   g_autoptr(VekMetricSnapshot) expired = vek_metric_store_get_snapshot(store);
   g_assert_cmpint(vek_metric_snapshot_get_time(expired), ==, 1000);
   g_assert_cmpuint(vek_metric_snapshot_get_n_samples(expired), ==, 0);
@@ -341,15 +342,16 @@ TEST(snapshot_time_is_wall_clock_and_ages_are_monotonic) {
  * lock. Were the lock held already, this would wait for ever, which the alarm ends. */
 static VekMetricStore *raced;
 
-static void add_2_two_seconds_later(void) {
-  fake_clock_set_hook(NULL);
-  fake_clock_advance(2 * WINDOW);
+static void add_2_two_seconds_later(gboolean monotonic) {
+  (void)monotonic;
+  vek_testing_clock_set_hook(NULL);
+  vek_testing_clock_advance(2 * WINDOW);
   vek_metric_store_add(raced, 2);
 }
 
 static void race(VekMetricStore *store) {
   raced = store;
-  fake_clock_set_hook(add_2_two_seconds_later);
+  vek_testing_clock_set_hook(add_2_two_seconds_later);
   alarm(20);
 }
 

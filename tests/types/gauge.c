@@ -19,7 +19,7 @@ static VekMetricGauge *gauge_new(gint64 interval) {
 
 /* Real time alone matters to a gauge. */
 static void set_time(gint64 now) {
-  fake_clock_set(now, 1);
+  vek_testing_clock_set(now, 1);
 }
 
 static void set_at(gint64 now, VekMetricGauge *gauge, gdouble value) {
@@ -63,14 +63,14 @@ TEST(without_interval_every_pass_reports_the_current_value_and_time) {
 
   set_at(1000, gauge, 2.5);
   assert_report_at(2000,
-                   "a value load host,h1 Percent 2000 2.5\n"
+                   "a value load{host=h1} 2.5 Percent @2000\n"
                    "a flush\n");
   assert_report_at(3000,
-                   "a value load host,h1 Percent 3000 2.5\n"
+                   "a value load{host=h1} 2.5 Percent @3000\n"
                    "a flush\n");
   add_at(3500, gauge, -4);
   assert_report_at(4000,
-                   "a value load host,h1 Percent 4000 -1.5\n"
+                   "a value load{host=h1} -1.5 Percent @4000\n"
                    "a flush\n");
   assert_value_at(5000, gauge, -1.5, 5000);
 }
@@ -80,7 +80,7 @@ TEST(gauge_set_in_one_interval_is_reported_once_in_the_next) {
 
   set_at(1050, gauge, 1.5);
   assert_report_at(1120,
-                   "a value load - - 1100 1.5\n"
+                   "a value load 1.5 @1100\n"
                    "a flush\n");
   assert_report_at(1199, "a flush\n");
 }
@@ -90,10 +90,10 @@ TEST(gauge_first_set_and_reported_in_one_interval_reports_zero_first) {
 
   set_at(1050, gauge, 7);
   assert_report_at(1060,
-                   "a value load - - 1000 0\n"
+                   "a value load 0 @1000\n"
                    "a flush\n");
   assert_report_at(1110,
-                   "a value load - - 1100 7\n"
+                   "a value load 7 @1100\n"
                    "a flush\n");
 }
 
@@ -105,7 +105,7 @@ TEST(value_that_stood_when_the_interval_began_is_reported) {
   set_at(1100, gauge, 3);
   set_at(1110, gauge, 4);
   assert_report_at(1120,
-                   "a value load - - 1100 2\n"
+                   "a value load 2 @1100\n"
                    "a flush\n");
 }
 
@@ -119,7 +119,7 @@ TEST(gauge_unchanged_for_two_intervals_reports_nothing) {
   /* The gauge is not lost: the value is still there. */
   add_at(1250, gauge, 1);
   assert_report_at(1300,
-                   "a value load - - 1300 2.5\n"
+                   "a value load 2.5 @1300\n"
                    "a flush\n");
 }
 
@@ -133,7 +133,7 @@ TEST(change_a_whole_interval_before_a_boundary_is_too_old_for_it) {
   set_at(1201, gauge, 2.5);
   assert_value_at(1300, gauge, 2.5, 1300);
   assert_report_at(1300,
-                   "a value load - - 1300 2.5\n"
+                   "a value load 2.5 @1300\n"
                    "a flush\n");
 }
 
@@ -144,15 +144,15 @@ TEST(added_values_are_reported_as_the_sum_of_the_interval) {
   add_at(1020, gauge, 2);
   add_at(1110, gauge, 4);
   assert_report_at(1120,
-                   "a value load - - 1100 3\n"
+                   "a value load 3 @1100\n"
                    "a flush\n");
   add_at(1130, gauge, 8);
   add_at(1210, gauge, 16);
   assert_report_at(1220,
-                   "a value load - - 1200 12\n"
+                   "a value load 12 @1200\n"
                    "a flush\n");
   assert_report_at(1310,
-                   "a value load - - 1300 16\n"
+                   "a value load 16 @1300\n"
                    "a flush\n");
 }
 
@@ -161,7 +161,7 @@ TEST(sum_carries_on_when_a_report_rolled_first) {
 
   add_at(1010, gauge, 3);
   assert_report_at(1110,
-                   "a value load - - 1100 3\n"
+                   "a value load 3 @1100\n"
                    "a flush\n");
   add_at(1120, gauge, 4);
   assert_value_at(1210, gauge, 7, 1200);
@@ -192,10 +192,10 @@ TEST(boundaries_are_multiples_of_the_interval_since_the_epoch) {
 
   set_at(1037, gauge, 1);
   assert_report_at(1099,
-                   "a value load - - 1000 0\n"
+                   "a value load 0 @1000\n"
                    "a flush\n");
   assert_report_at(1100,
-                   "a value load - - 1100 1\n"
+                   "a value load 1 @1100\n"
                    "a flush\n");
 }
 
@@ -209,7 +209,7 @@ TEST(report_to_nobody_rolls_and_counts_as_the_boundary_reported) {
 
   add_at(1130, gauge, 4);
   assert_report_at(1200,
-                   "a value load - - 1200 7\n"
+                   "a value load 7 @1200\n"
                    "a flush\n");
 }
 
@@ -220,7 +220,7 @@ TEST(reading_repeats_and_leaves_the_boundary_to_the_report) {
   assert_value_at(1110, gauge, 3, 1100);
   assert_value_at(1120, gauge, 3, 1100);
   assert_report_at(1130,
-                   "a value load - - 1100 3\n"
+                   "a value load 3 @1100\n"
                    "a flush\n");
   assert_value_at(1140, gauge, 3, 1100);
 }
@@ -241,7 +241,7 @@ TEST(sets_and_adds_alone_are_changes) {
   g_assert_cmpint(vek_metric_gauge_get_last_change_time(gauge), ==, 1060);
   assert_value_at(1110, gauge, 1, 1100);
   assert_report_at(1120,
-                   "a value load - - 1100 1\n"
+                   "a value load 1 @1100\n"
                    "a flush\n");
   g_assert_cmpint(vek_metric_gauge_get_last_change_time(gauge), ==, 1060);
 }
@@ -252,7 +252,7 @@ TEST(largest_interval_does_not_overflow) {
   set_at(G_MAXINT64 - 1, gauge, 3);
   assert_value_at(G_MAXINT64, gauge, 3, G_MAXINT64);
   assert_report_at(G_MAXINT64,
-                   "a value load - - 9223372036854775807 3\n"
+                   "a value load 3 @9223372036854775807\n"
                    "a flush\n");
 }
 
@@ -264,7 +264,7 @@ TEST(negative_interval_is_refused_and_leaves_none) {
 
   set_at(1050, gauge, 3);
   assert_report_at(1060,
-                   "a value load - - 1060 3\n"
+                   "a value load 3 @1060\n"
                    "a flush\n");
 }
 
@@ -274,15 +274,16 @@ TEST(reports_and_reads_take_the_lock_for_writing) {
   set_at(1050, gauge, 7);
   n_writings = 0;
   assert_report_at(1060,
-                   "a value load - - 1000 0\n"
+                   "a value load 0 @1000\n"
                    "a flush\n");
   g_assert_cmpuint(n_writings, ==, 1);
   assert_value_at(1060, gauge, 0, 1000);
   g_assert_cmpuint(n_writings, ==, 2);
 }
 
-static void change_from_reporter(VekMetricReporter *reporter, gpointer gauge) {
-  (void)reporter;
+static void change_from_reporter(VekTestingRecorder *recorder, const char *line, gpointer gauge) {
+  (void)recorder;
+  (void)line;
   vek_metric_gauge_add_value(gauge, 1);
 }
 
@@ -290,10 +291,9 @@ TEST(reporter_may_use_the_gauge) {
   g_autoptr(VekMetricGauge) gauge = gauge_new(0);
   vek_metric_gauge_set_value(gauge, 1);
 
-  recording_reporter_set_callback(RECORDING_REPORTER(fixture.reporter), change_from_reporter,
-                                  gauge);
+  on_recorded(fixture.reporter, change_from_reporter, gauge);
   assert_report_at(1000,
-                   "a value load - - 1000 1\n"
+                   "a value load 1 @1000\n"
                    "a flush\n");
   /* Twice: the flush was a call too. */
   assert_value_at(2000, gauge, 3, 2000);
@@ -436,7 +436,8 @@ static char *expect_report(GaugeModel *model) {
   if (stamp == 0 || (model->interval > 0 && stamp == model->reported))
     return g_strdup("");
   model->reported = stamp;
-  return g_strdup_printf("a value load - - %" G_GINT64_FORMAT " %.17g\n", stamp, value);
+  g_autofree char *number = describe_number(value);
+  return g_strdup_printf("a value load %s @%" G_GINT64_FORMAT "\n", number, stamp);
 }
 
 static char *compare_read(GaugeModel *model) {

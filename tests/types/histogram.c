@@ -68,18 +68,18 @@ TEST(histogram_without_a_store_reports_its_last_60_samples) {
       vek_metric_registry_histogram_new(fixture.registry, "latency", "Seconds", NULL, dimensions);
   for (guint i = 1; i <= 60; i++)
     vek_metric_histogram_set(histogram, i);
-  fake_clock_set(1000, 1);
+  vek_testing_clock_set(1000, 1);
   fixture_report();
   assert_recorded(fixture.record,
-                  "a aggregated latency host,h1 Seconds 1000 n=60 sum=1830 min=1 max=60\n"
+                  "a aggregated latency{host=h1} n=60 sum=1830 min=1 max=60 Seconds @1000\n"
                   "a flush\n");
 
   for (guint i = 61; i <= 100; i++)
     vek_metric_histogram_set(histogram, i);
-  fake_clock_set(2000, 1);
+  vek_testing_clock_set(2000, 1);
   fixture_report();
   assert_recorded(fixture.record,
-                  "a aggregated latency host,h1 Seconds 2000 n=60 sum=4230 min=41 max=100\n"
+                  "a aggregated latency{host=h1} n=60 sum=4230 min=41 max=100 Seconds @2000\n"
                   "a flush\n");
 }
 
@@ -127,37 +127,42 @@ TEST(snapshot_is_the_one_of_the_store) {
   g_assert_cmpint(get_ref_count(snapshot), ==, 2);
 }
 
+static void assert_has_snapshot(VekMetricReporter *reporter, VekMetricSnapshot *snapshot) {
+  VEK_METRIC_REPORTER_GET_IFACE(reporter)->flush(reporter);
+  VekTestingRecorder *recorder = VEK_TESTING_RECORDER(reporter);
+  g_assert_true(vek_testing_recorder_get_snapshot(recorder, "latency", NULL) == snapshot);
+}
+
 TEST(report_gives_one_snapshot_to_all_reporters_and_lets_it_go) {
   g_autoptr(SpyStore) store = spy_store_new();
   g_autoptr(VekMetricHistogram) histogram = histogram_new(store);
   vek_metric_histogram_set(histogram, 3);
   vek_metric_histogram_set(histogram, 1);
-  g_autoptr(VekMetricReporter) other = recording_reporter_new("b", fixture.record);
+  g_autoptr(VekMetricReporter) other = record_to(fixture.record, "b");
   g_autoptr(GSList) reporters = g_slist_prepend(g_slist_prepend(NULL, other), fixture.reporter);
 
-  fake_clock_set(1000, 1);
+  vek_testing_clock_set(1000, 1);
   report_to(histogram, reporters);
   assert_recorded(fixture.record,
-                  "a aggregated latency - - 1000 n=2 sum=4 min=1 max=3\n"
-                  "b aggregated latency - - 1000 n=2 sum=4 min=1 max=3\n");
+                  "a aggregated latency n=2 sum=4 min=1 max=3 @1000\n"
+                  "b aggregated latency n=2 sum=4 min=1 max=3 @1000\n");
   g_assert_cmpuint(store->n_snapshots, ==, 1);
-  g_assert_true(recording_reporter_get_snapshot(RECORDING_REPORTER(fixture.reporter)) ==
-                store->snapshot);
-  g_assert_true(recording_reporter_get_snapshot(RECORDING_REPORTER(other)) == store->snapshot);
+  assert_has_snapshot(fixture.reporter, store->snapshot);
+  assert_has_snapshot(other, store->snapshot);
   /* Both reporters and the store. */
   g_assert_cmpint(get_ref_count(store->snapshot), ==, 3);
 }
 
 TEST(report_without_samples_passes_an_empty_snapshot) {
   g_autoptr(VekMetricHistogram) histogram = histogram_new(NULL);
-  g_autoptr(VekMetricReporter) other = recording_reporter_new("b", fixture.record);
+  g_autoptr(VekMetricReporter) other = record_to(fixture.record, "b");
   g_autoptr(GSList) reporters = g_slist_prepend(g_slist_prepend(NULL, other), fixture.reporter);
 
-  fake_clock_set(1000, 1);
+  vek_testing_clock_set(1000, 1);
   report_to(histogram, reporters);
   assert_recorded(fixture.record,
-                  "a aggregated latency - - 1000 n=0 sum=0 min=0 max=0\n"
-                  "b aggregated latency - - 1000 n=0 sum=0 min=0 max=0\n");
+                  "a aggregated latency n=0 sum=0 min=0 max=0 @1000\n"
+                  "b aggregated latency n=0 sum=0 min=0 max=0 @1000\n");
 }
 
 TEST(report_to_nobody_takes_and_releases_one_snapshot) {

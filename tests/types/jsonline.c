@@ -329,9 +329,9 @@ TEST(data_points_of_a_snapshot_have_its_time) {
   VekMetricReporter *reporter = log_reporter_new(0, 0);
   const gdouble samples[] = {2};
   g_autoptr(VekMetricSnapshot) snapshot = vek_metric_snapshot_new(samples, 1);
-  fake_clock_advance(60 * G_USEC_PER_SEC);
+  vek_testing_clock_advance(60 * G_USEC_PER_SEC);
   VEK_METRIC_REPORTER_GET_IFACE(reporter)->process_aggregated(reporter, "m", NULL, NULL, snapshot);
-  fake_clock_set(NOW, 1); /* the line is written at the time that assert_log() expects */
+  vek_testing_clock_set(NOW, 1); /* the line is written at the time that assert_log() expects */
   write_line(reporter);
   assert_log(
       "[{'MetricName':'m','Timestamp':'2023-11-14T22:13:20Z',"
@@ -481,9 +481,9 @@ TEST(line_begins_with_the_time_of_the_flush) {
     begin_test();
     VekMetricReporter *reporter = log_reporter_new(0, 0);
     process_count(reporter, "m", NULL, NULL, 0, 0);
-    fake_clock_set(rows[i].now, 1);
+    vek_testing_clock_set(rows[i].now, 1);
     flush_reporter(reporter);
-    fake_clock_set(NOW, 1);
+    vek_testing_clock_set(NOW, 1);
     drop_reporter(reporter);
 
     g_autofree char *line = g_strdup_printf(

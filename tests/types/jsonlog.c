@@ -134,7 +134,7 @@ void g_output_stream_flush_async(GOutputStream *stream, int io_priority, GCancel
 }
 
 void begin_test(void) {
-  fake_clock_set(NOW, 1);
+  vek_testing_clock_set(NOW, 1);
   test_folder = folder_new();
 }
 

@@ -71,12 +71,12 @@ TEST(timeline_batches_produce_no_output) {
 TEST(counter_with_dimensions_writes_them_with_the_last_semicolon) {
   g_autoptr(Log) log = log_new();
   g_autoptr(VekMetricRegistry) registry = g_object_new(VEK_TYPE_METRIC_REGISTRY, NULL);
-  fake_clock_set(NOW, 1);
+  vek_testing_clock_set(NOW, 1);
   char *dimensions[] = {"host", "a", NULL};
   g_autoptr(VekMetricCounter) counter =
       vek_metric_registry_counter_new(registry, "requests", "Count", dimensions);
   vek_metric_counter_add(counter, 42);
-  fake_clock_advance(1000);
+  vek_testing_clock_advance(1000);
   vek_metric_registry_report(registry, log->reporter);
   assert_file(log, "1700000000000000,requests,host=a;,42,,,,,,\n");
 }
@@ -109,7 +109,7 @@ TEST(dimensions_end_each_in_their_separator) {
 TEST(value_and_snapshot_carry_dimensions_too) {
   g_autoptr(Log) log = log_new();
   char *dimensions[] = {"host", "a", "zone", "b", NULL};
-  fake_clock_set(1, 1);
+  vek_testing_clock_set(1, 1);
   g_autoptr(VekMetricSnapshot) snapshot = vek_metric_snapshot_new(NULL, 0);
   log->iface->process_value(log->reporter, "n", dimensions, NULL, 1, 2.0);
   log->iface->process_aggregated(log->reporter, "n", dimensions, NULL, snapshot);
@@ -143,7 +143,7 @@ TEST(long_names_are_written_whole) {
 
 TEST(unit_is_left_out) {
   g_autoptr(Log) log = log_new();
-  fake_clock_set(1, 1);
+  vek_testing_clock_set(1, 1);
   g_autoptr(VekMetricSnapshot) snapshot = vek_metric_snapshot_new(NULL, 0);
   log->iface->process_count(log->reporter, "n", NULL, "Count", 1, 2);
   log->iface->process_value(log->reporter, "n", NULL, "Bytes", 1, 2.0);
@@ -220,7 +220,7 @@ TEST(snapshot_fills_seven_columns) {
   };
   g_autoptr(Log) log = log_new();
   for (guint i = 0; i < G_N_ELEMENTS(rows); i++) {
-    fake_clock_set(NOW + i, 1);
+    vek_testing_clock_set(NOW + i, 1);
     process_aggregated(log, rows[i].name, rows[i].samples, rows[i].n_samples);
   }
   assert_file(log,
@@ -237,9 +237,9 @@ TEST(snapshot_fills_seven_columns) {
 
 TEST(snapshot_is_stamped_with_the_time_when_it_was_made) {
   g_autoptr(Log) log = log_new();
-  fake_clock_set(NOW, 1);
+  vek_testing_clock_set(NOW, 1);
   g_autoptr(VekMetricSnapshot) snapshot = vek_metric_snapshot_new(NULL, 0);
-  fake_clock_advance(G_USEC_PER_SEC);
+  vek_testing_clock_advance(G_USEC_PER_SEC);
   log->iface->process_aggregated(log->reporter, "latency", NULL, NULL, snapshot);
   assert_file(log, "1700000000000000,latency,,0,0,0,0,0,0,0\n");
 }
@@ -341,7 +341,7 @@ TEST(numbers_carry_a_point_in_every_locale) {
     return;
 
   g_autoptr(Log) log = log_new();
-  fake_clock_set(NOW, 1);
+  vek_testing_clock_set(NOW, 1);
   log->iface->process_value(log->reporter, "load", NULL, NULL, NOW, 2.5);
   process_aggregated(log, "latency", (const gdouble[]){0.25, 0.75}, 2);
   log->iface->process_count(log->reporter, "requests", NULL, NULL, NOW, 1234567);

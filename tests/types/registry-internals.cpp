@@ -76,13 +76,13 @@ static VekMetric *probe_new(const char *name) {
   return vekin::create_metric(fixture.registry, TEST_TYPE_PROBE, name, nullptr);
 }
 
-static void on_reporter_called(VekMetricReporter *, gpointer) {
+static void on_reporter_called(VekTestingRecorder *, const char *, gpointer) {
   note("called");
 }
 
 static VekMetricReporter *reporter_new() {
-  auto *reporter = recording_reporter_new("a", fixture.record);
-  recording_reporter_set_callback(RECORDING_REPORTER(reporter), on_reporter_called, nullptr);
+  auto *reporter = record_to(fixture.record, "a");
+  on_recorded(reporter, on_reporter_called, nullptr);
   return reporter;
 }
 
@@ -144,7 +144,7 @@ TEST(dispose_writes_and_empties_the_fields) {
 }
 
 TEST(passes_leave_what_is_no_metric_alone) {
-  g_autoptr(VekMetricReporter) reporter = recording_reporter_new("a", fixture.record);
+  g_autoptr(VekMetricReporter) reporter = record_to(fixture.record, "a");
   vek_metric_registry_register_reporter(fixture.registry, reporter);
   auto *object = g_object_new(G_TYPE_OBJECT, nullptr);
   g_hash_table_insert(get_fields()->metrics, g_strdup("object"), object);

@@ -191,22 +191,32 @@ TEST(registries_are_apart) {
   assert_not_found(other, "requests");
 }
 
+static guint timeout_seconds;
+static guint n_timeouts;
+
+/* In place of GLib's, for the library. */
+guint g_timeout_add_seconds(guint interval, GSourceFunc function, gpointer data) {
+  timeout_seconds = interval;
+  n_timeouts++;
+  return g_timeout_add_seconds_full(G_PRIORITY_DEFAULT, interval, function, data, NULL);
+}
+
 TEST(first_reporter_installs_exactly_one_timer) {
   g_autoptr(VekMetricRegistry) registry = registry_new();
   g_autoptr(GString) record = g_string_new(NULL);
-  g_autoptr(VekMetricReporter) first = recording_reporter_new("a", record);
-  g_autoptr(VekMetricReporter) second = recording_reporter_new("b", record);
-  guint n_before = fake_clock_get_n_timeouts();
+  g_autoptr(VekMetricReporter) first = record_to(record, "a");
+  g_autoptr(VekMetricReporter) second = record_to(record, "b");
+  guint n_before = n_timeouts;
 
   vek_metric_registry_register_reporter(registry, first);
-  g_assert_cmpuint(fake_clock_get_n_timeouts(), ==, n_before + 1);
-  g_assert_cmpuint(fake_clock_get_timeout_seconds(), ==, 60);
+  g_assert_cmpuint(n_timeouts, ==, n_before + 1);
+  g_assert_cmpuint(timeout_seconds, ==, 60);
   GSource *timer = find_timer(registry);
   g_assert_nonnull(timer);
 
   vek_metric_registry_register_reporter(registry, second);
   vek_metric_registry_register_reporter(registry, first);
-  g_assert_cmpuint(fake_clock_get_n_timeouts(), ==, n_before + 1);
+  g_assert_cmpuint(n_timeouts, ==, n_before + 1);
   g_assert_true(find_timer(registry) == timer);
 }
 
@@ -235,7 +245,7 @@ TEST(timer_repeats) {
 TEST(timer_holds_no_reference_and_goes_with_the_registry) {
   VekMetricRegistry *registry = registry_new();
   g_autoptr(GString) record = g_string_new(NULL);
-  g_autoptr(VekMetricReporter) reporter = recording_reporter_new("a", record);
+  g_autoptr(VekMetricReporter) reporter = record_to(record, "a");
 
   vek_metric_registry_register_reporter(registry, reporter);
   g_autoptr(GSource) timer = g_source_ref(find_timer(registry));
@@ -246,13 +256,13 @@ TEST(timer_holds_no_reference_and_goes_with_the_registry) {
 
 TEST(without_a_reporter_nothing_is_reported_or_removed) {
   g_autoptr(VekMetricRegistry) registry = registry_new();
-  guint n_before = fake_clock_get_n_timeouts();
+  guint n_before = n_timeouts;
   add_dropped_counter(registry, "dropped");
   g_autoptr(VekMetricCounter) retired = counter_new(registry, "retired");
   vek_metric_mark_inactive(VEK_METRIC(retired));
 
   g_assert_null(find_timer(registry));
-  g_assert_cmpuint(fake_clock_get_n_timeouts(), ==, n_before);
+  g_assert_cmpuint(n_timeouts, ==, n_before);
   g_assert_false(g_main_context_iteration(NULL, FALSE));
   assert_found(registry, "dropped", TRUE);
   assert_found(registry, "retired", FALSE);
@@ -291,7 +301,7 @@ TEST(pass_reports_each_metric_once_however_many) {
     g_assert_cmpuint(g_strv_length(lines), ==, n + 2); /* the flush and the empty end */
     g_assert_cmpstr(lines[n], ==, "a flush");
     for (guint i = 0; i < n; i++) {
-      g_autofree char *line = g_strdup_printf("a count %u - - 1000 0", i);
+      g_autofree char *line = g_strdup_printf("a count %u 0 @1000", i);
       g_assert_true(g_strv_contains((const char *const *)lines, line));
     }
   }
@@ -307,8 +317,8 @@ static void register_late_reporter(void) {
 TEST(reporter_registered_as_a_pass_begins_waits_for_the_next) {
   g_autoptr(VekMetricRegistry) registry = registry_new();
   g_autoptr(GString) record = g_string_new(NULL);
-  g_autoptr(VekMetricReporter) a = recording_reporter_new("a", record);
-  g_autoptr(VekMetricReporter) b = recording_reporter_new("b", record);
+  g_autoptr(VekMetricReporter) a = record_to(record, "a");
+  g_autoptr(VekMetricReporter) b = record_to(record, "b");
 
   vek_metric_registry_register_reporter(registry, a);
   registered_with = registry;
@@ -337,9 +347,9 @@ TEST(look_up_takes_the_lock_for_reading) {
 TEST(reporter_registered_last_is_called_first) {
   g_autoptr(VekMetricRegistry) registry = registry_new();
   g_autoptr(GString) record = g_string_new(NULL);
-  g_autoptr(VekMetricReporter) a = recording_reporter_new("a", record);
-  g_autoptr(VekMetricReporter) b = recording_reporter_new("b", record);
-  g_autoptr(VekMetricReporter) c = recording_reporter_new("c", record);
+  g_autoptr(VekMetricReporter) a = record_to(record, "a");
+  g_autoptr(VekMetricReporter) b = record_to(record, "b");
+  g_autoptr(VekMetricReporter) c = record_to(record, "c");
   g_autoptr(VekMetricCounter) counter = counter_new(registry, "requests");
 
   vek_metric_registry_register_reporter(registry, a);
@@ -348,9 +358,9 @@ TEST(reporter_registered_last_is_called_first) {
   run_periodic_pass(registry);
 
   assert_recorded(record,
-                  "c count requests - - 1000 0\n"
-                  "b count requests - - 1000 0\n"
-                  "a count requests - - 1000 0\n"
+                  "c count requests 0 @1000\n"
+                  "b count requests 0 @1000\n"
+                  "a count requests 0 @1000\n"
                   "c flush\n"
                   "b flush\n"
                   "a flush\n");
@@ -365,8 +375,8 @@ TEST(reporter_registered_twice_is_called_twice) {
   run_periodic_pass(fixture.registry);
 
   assert_recorded(fixture.record,
-                  "a count requests - - 1000 0\n"
-                  "a count requests - - 1000 0\n"
+                  "a count requests 0 @1000\n"
+                  "a count requests 0 @1000\n"
                   "a flush\n"
                   "a flush\n");
 }
@@ -378,7 +388,7 @@ TEST(dropped_metric_is_reported_a_last_time_and_removed) {
 
   run_periodic_pass(fixture.registry);
   assert_recorded(fixture.record,
-                  "a count requests - - 1000 0\n"
+                  "a count requests 0 @1000\n"
                   "a flush\n");
   assert_found(fixture.registry, "requests", TRUE);
 
@@ -386,7 +396,7 @@ TEST(dropped_metric_is_reported_a_last_time_and_removed) {
   g_object_unref(counter);
   run_periodic_pass(fixture.registry);
   assert_recorded(fixture.record,
-                  "a count requests - - 1000 1\n"
+                  "a count requests 1 @1000\n"
                   "a flush\n");
   assert_not_found(fixture.registry, "requests");
   g_assert_null(counter);
@@ -398,14 +408,14 @@ TEST(dropped_metric_is_reported_a_last_time_and_removed) {
 TEST(one_off_pass_marks_but_leaves_removal_to_the_timer) {
   g_autoptr(VekMetricRegistry) registry = registry_new();
   g_autoptr(GString) record = g_string_new(NULL);
-  g_autoptr(VekMetricReporter) registered = recording_reporter_new("registered", record);
-  g_autoptr(VekMetricReporter) other = recording_reporter_new("other", record);
+  g_autoptr(VekMetricReporter) registered = record_to(record, "registered");
+  g_autoptr(VekMetricReporter) other = record_to(record, "other");
   vek_metric_registry_register_reporter(registry, registered);
   add_dropped_counter(registry, "requests");
 
   vek_metric_registry_report(registry, other);
   assert_recorded(record,
-                  "other count requests - - 1000 0\n"
+                  "other count requests 0 @1000\n"
                   "other flush\n");
   assert_found(registry, "requests", FALSE);
 
@@ -438,8 +448,10 @@ TEST(inactive_metric_is_never_made_active_again) {
   assert_found(fixture.registry, "requests", TRUE);
 }
 
-static void record_state_of_requests(VekMetricReporter *reporter, gpointer data) {
-  (void)reporter;
+static void record_state_of_requests(VekTestingRecorder *recorder, const char *line,
+                                     gpointer data) {
+  (void)recorder;
+  (void)line;
   (void)data;
   g_autoptr(VekMetric) metric = find(fixture.registry, "requests");
   g_string_append(fixture.record, vek_metric_is_active(metric) ? "active\n" : "inactive\n");
@@ -447,13 +459,12 @@ static void record_state_of_requests(VekMetricReporter *reporter, gpointer data)
 
 /* The look-ups also show that a pass lets other readers in, its flushes included. */
 TEST(metric_is_marked_after_its_report_and_before_the_flush) {
-  recording_reporter_set_callback(RECORDING_REPORTER(fixture.reporter), record_state_of_requests,
-                                  NULL);
+  on_recorded(fixture.reporter, record_state_of_requests, NULL);
   add_dropped_counter(fixture.registry, "requests");
 
   fixture_report();
   assert_recorded(fixture.record,
-                  "a count requests - - 1000 0\n"
+                  "a count requests 0 @1000\n"
                   "active\n"
                   "a flush\n"
                   "inactive\n");
@@ -464,8 +475,9 @@ typedef struct {
   VekMetric *taken;
 } Taker;
 
-static void take_requests(VekMetricReporter *reporter, gpointer data) {
-  (void)reporter;
+static void take_requests(VekTestingRecorder *recorder, const char *line, gpointer data) {
+  (void)recorder;
+  (void)line;
   Taker *taker = data;
   if (!taker->taken)
     taker->taken = find(taker->registry, "requests");
@@ -473,7 +485,7 @@ static void take_requests(VekMetricReporter *reporter, gpointer data) {
 
 TEST(metric_taken_up_during_its_report_stays_active) {
   Taker taker = {fixture.registry, NULL};
-  recording_reporter_set_callback(RECORDING_REPORTER(fixture.reporter), take_requests, &taker);
+  on_recorded(fixture.reporter, take_requests, &taker);
   add_dropped_counter(fixture.registry, "requests");
 
   fixture_report();
@@ -487,10 +499,11 @@ TEST(one_off_pass_without_metrics_flushes_once) {
   g_assert_null(find_timer(fixture.registry));
 }
 
-static void drop_once(VekMetricReporter *reporter, gpointer data) {
+static void drop_once(VekTestingRecorder *recorder, const char *line, gpointer data) {
+  (void)line;
   gboolean *held = data;
   if (*held)
-    g_object_unref(reporter);
+    g_object_unref(recorder);
   *held = FALSE;
 }
 
@@ -498,14 +511,14 @@ TEST(one_off_pass_holds_its_reporter) {
   g_autoptr(VekMetricRegistry) registry = registry_new();
   g_autoptr(GString) record = g_string_new(NULL);
   g_autoptr(VekMetricCounter) counter = counter_new(registry, "requests");
-  VekMetricReporter *reporter = recording_reporter_new("a", record);
+  VekMetricReporter *reporter = record_to(record, "a");
   g_object_add_weak_pointer(G_OBJECT(reporter), (gpointer *)&reporter);
   gboolean held = TRUE;
-  recording_reporter_set_callback(RECORDING_REPORTER(reporter), drop_once, &held);
+  on_recorded(reporter, drop_once, &held);
 
   vek_metric_registry_report(registry, reporter);
   assert_recorded(record,
-                  "a count requests - - 1000 0\n"
+                  "a count requests 0 @1000\n"
                   "a flush\n");
   g_assert_false(held);
   g_assert_null(reporter);
@@ -679,7 +692,7 @@ static guint count_flushes(const GString *record) {
 
 TEST(threads_lose_nothing) {
   g_autoptr(GString) record = g_string_new(NULL);
-  g_autoptr(VekMetricReporter) reporter = recording_reporter_new("periodic", record);
+  g_autoptr(VekMetricReporter) reporter = record_to(record, "periodic");
   vek_metric_registry_register_reporter(fixture.registry, reporter);
   g_autoptr(VekMetricCounter) shared = counter_new(fixture.registry, "shared");
   storm.shared = shared;
@@ -692,12 +705,12 @@ TEST(threads_lose_nothing) {
   g_assert_cmpuint(count_flushes(fixture.record), ==, N_ROUNDS);
   /* Each dropped metric was reported, to one reporter at least, and is gone. */
   for (guint i = 0; i < N_ROUNDS; i++) {
-    g_autofree char *part = g_strdup_printf("count dropped-%u - - 1000 ", i);
+    g_autofree char *part = g_strdup_printf("count dropped-%u ", i);
     g_assert_true(strstr(record->str, part) || strstr(fixture.record->str, part));
   }
   g_string_truncate(record, 0);
   run_periodic_pass(fixture.registry);
   assert_recorded(record,
-                  "periodic count shared - - 1000 200200200\n"
+                  "periodic count shared 200200200 @1000\n"
                   "periodic flush\n");
 }

@@ -134,12 +134,13 @@ TEST(the_snapshots_samples_are_ascending_copies) {
 }
 
 TEST(time_is_the_wall_clock_at_creation) {
-  fake_clock_set(G_GINT64_CONSTANT(1700000000123456), 5);
+  vek_testing_clock_set(G_GINT64_CONSTANT(1700000000123456), 5);
+  count_readings();
   g_autoptr(VekMetricSnapshot) snapshot = SNAPSHOT(ONE_TO_FIVE);
-  g_assert_cmpuint(fake_clock_get_real_readings(), ==, 1);
-  g_assert_cmpuint(fake_clock_get_monotonic_readings(), ==, 0);
+  g_assert_cmpuint(get_real_readings(), ==, 1);
+  g_assert_cmpuint(get_monotonic_readings(), ==, 0);
 
-  fake_clock_advance(1000);
+  vek_testing_clock_advance(1000);
   g_assert_cmpint(vek_metric_snapshot_get_time(snapshot), ==, G_GINT64_CONSTANT(1700000000123456));
   g_autoptr(VekMetricSnapshot) later = vek_metric_snapshot_new(NULL, 0);
   g_assert_cmpint(vek_metric_snapshot_get_time(later), ==, G_GINT64_CONSTANT(1700000000124456));

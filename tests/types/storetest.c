@@ -67,10 +67,10 @@ static gpointer intrude(gpointer data) {
 
 /* Where a snapshot reads the wall clock, gives another thread every chance to get past the lock. It
  * never does if the lock is held. */
-static void let_intrude(void) {
-  if (fake_clock_get_real_readings() == 0)
+static void let_intrude(gboolean monotonic) {
+  if (monotonic)
     return;
-  fake_clock_set_hook(NULL);
+  vek_testing_clock_set_hook(NULL);
 
   intruder.thread = g_thread_new("intruder", intrude, NULL);
   while (!g_atomic_int_get(&intruder.begun))
@@ -81,10 +81,10 @@ static void let_intrude(void) {
 }
 
 void check_snapshot_keeps_others_out(VekMetricStore *store) {
-  fake_clock_set(1, 1);
+  vek_testing_clock_set(1, 1);
   vek_metric_store_add(store, 1);
   intruder.store = store;
-  fake_clock_set_hook(let_intrude);
+  vek_testing_clock_set_hook(let_intrude);
   assert_samples(store, "1");
   g_thread_join(intruder.thread);
   assert_samples(store, "1 2");
@@ -93,7 +93,7 @@ void check_snapshot_keeps_others_out(VekMetricStore *store) {
 /* Each thread adds the numbers from 0 upwards, plus a million for each thread before it. They are
  * many, and no clock is read under the lock: to yield there would only take time. */
 static void add_run(guint thread, gpointer store) {
-  fake_clock_set_hook(NULL);
+  vek_testing_clock_set_hook(NULL);
   add_samples(store, thread * 1e6, SAMPLES_PER_THREAD);
 }
 

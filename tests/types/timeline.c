@@ -11,15 +11,15 @@ static VekMetricTimeline *timeline_new(void) {
 
 TEST(ranges_reach_every_reporter_once_in_one_batch_newest_first) {
   g_autoptr(VekMetricTimeline) timeline = timeline_new();
-  g_autoptr(VekMetricReporter) other = recording_reporter_new("b", fixture.record);
+  g_autoptr(VekMetricReporter) other = record_to(fixture.record, "b");
   g_autoptr(GSList) reporters = g_slist_prepend(g_slist_prepend(NULL, other), fixture.reporter);
 
   vek_metric_timeline_add_range(timeline, 1, 100, 250);
   vek_metric_timeline_add_range(timeline, 2, 300, 420);
   report_to(timeline, reporters);
   assert_recorded(fixture.record,
-                  "a timeline render [2:300-420 1:100-250]\n"
-                  "b timeline render [2:300-420 1:100-250]\n");
+                  "a timeline render [2:300..420 1:100..250]\n"
+                  "b timeline render [2:300..420 1:100..250]\n");
 }
 
 TEST(empty_batch_is_passed_on) {
@@ -28,7 +28,7 @@ TEST(empty_batch_is_passed_on) {
   vek_metric_timeline_add_range(timeline, 1, 100, 250);
   fixture_report();
   assert_recorded(fixture.record,
-                  "a timeline render [1:100-250]\n"
+                  "a timeline render [1:100..250]\n"
                   "a flush\n");
   fixture_report();
   assert_recorded(fixture.record,
@@ -55,8 +55,8 @@ TEST(ranges_are_neither_compared_nor_changed) {
   vek_metric_timeline_add_range(timeline, 0, 0, 0);
   fixture_report();
   assert_recorded(fixture.record,
-                  "a timeline render [0:0-0 2147483647:-5--5 "
-                  "-2147483648:9223372036854775807--9223372036854775808]\n"
+                  "a timeline render [0:0..0 2147483647:-5..-5 "
+                  "-2147483648:9223372036854775807..-9223372036854775808]\n"
                   "a flush\n");
 }
 
@@ -100,7 +100,7 @@ TEST(construction_keeps_a_store_that_is_there) {
   G_OBJECT_GET_CLASS(timeline)->constructed(G_OBJECT(timeline));
   fixture_report();
   assert_recorded(fixture.record,
-                  "a timeline render [1:100-250]\n"
+                  "a timeline render [1:100..250]\n"
                   "a flush\n");
 }
 
@@ -166,7 +166,7 @@ TEST(threads_lose_and_double_no_range) {
     int thread;
     int start;
     int end;
-    if (sscanf(*word, "%d:%d-%d", &thread, &start, &end) != 3)
+    if (sscanf(*word, "%d:%d..%d", &thread, &start, &end) != 3)
       continue;
     g_assert_cmpint(thread, <, N_THREADS);
     g_assert_cmpint(start, <, N_RANGES);

@@ -54,11 +54,11 @@ TEST(durations_are_recorded_in_the_unit) {
 
 TEST(stop_records_the_time_since_the_start) {
   g_autoptr(VekMetricTimer) timer = timer_new("Seconds");
-  fake_clock_set(1, 3000000);
+  vek_testing_clock_set(1, 3000000);
   vek_metric_timer_start(timer);
   assert_samples(timer, "");
   /* Real time does not matter. */
-  fake_clock_set(999000000, 3250000);
+  vek_testing_clock_set(999000000, 3250000);
   vek_metric_timer_stop(timer);
   assert_samples(timer, "0.25");
 }
@@ -66,16 +66,16 @@ TEST(stop_records_the_time_since_the_start) {
 TEST(second_stop_measures_again_from_the_same_start) {
   g_autoptr(VekMetricTimer) timer = timer_new("Milliseconds");
   vek_metric_timer_start(timer);
-  fake_clock_advance(2000);
+  vek_testing_clock_advance(2000);
   vek_metric_timer_stop(timer);
-  fake_clock_advance(500);
+  vek_testing_clock_advance(500);
   vek_metric_timer_stop(timer);
   assert_samples(timer, "2 2.5");
 }
 
 TEST(stop_without_a_start_measures_from_monotonic_time_zero) {
   g_autoptr(VekMetricTimer) timer = timer_new("Seconds");
-  fake_clock_set(1, 5500000);
+  vek_testing_clock_set(1, 5500000);
   vek_metric_timer_stop(timer);
   assert_samples(timer, "5.5");
 }
@@ -83,9 +83,9 @@ TEST(stop_without_a_start_measures_from_monotonic_time_zero) {
 TEST(start_replaces_an_earlier_one) {
   g_autoptr(VekMetricTimer) timer = timer_new("Milliseconds");
   vek_metric_timer_start(timer);
-  fake_clock_advance(2000);
+  vek_testing_clock_advance(2000);
   vek_metric_timer_start(timer);
-  fake_clock_advance(500);
+  vek_testing_clock_advance(500);
   vek_metric_timer_stop(timer);
   assert_samples(timer, "0.5");
 }
@@ -145,10 +145,10 @@ TEST(timer_reports_as_a_histogram_of_60_samples) {
   for (guint i = 1; i <= 61; i++)
     vek_metric_timer_set_usec(timer, i * 1000);
 
-  fake_clock_set(1000, 1);
+  vek_testing_clock_set(1000, 1);
   fixture_report();
   assert_recorded(fixture.record,
-                  "a aggregated render host,h1 Milliseconds 1000 n=60 sum=1890 min=2 max=61\n"
+                  "a aggregated render{host=h1} n=60 sum=1890 min=2 max=61 Milliseconds @1000\n"
                   "a flush\n");
 }
 
@@ -213,9 +213,9 @@ TEST(threads_lose_and_double_no_duration) {
   fixture_run_threads(N_THREADS, set_many, timer);
   g_string_truncate(fixture.record, 0);
 
-  fake_clock_set(1000, 1);
+  vek_testing_clock_set(1000, 1);
   fixture_report();
   assert_recorded(fixture.record,
-                  "a aggregated render - Seconds 1000 n=8000 sum=4000 min=0.5 max=0.5\n"
+                  "a aggregated render n=8000 sum=4000 min=0.5 max=0.5 Seconds @1000\n"
                   "a flush\n");
 }

@@ -43,7 +43,7 @@ static void report_anything(GRand *rand, VekMetricReporter *one, VekMetricReport
   double value = special ? values[g_rand_int_range(rand, 0, G_N_ELEMENTS(values))]
                          : g_rand_double_range(rand, -1e12, 1e12);
   double samples[] = {value, g_rand_double(rand), g_rand_double(rand)};
-  fake_clock_set(bits, 0);
+  vek_testing_clock_set(bits, 0);
   g_autoptr(VekMetricSnapshot) snapshot =
       vek_metric_snapshot_new(samples, (gsize)g_rand_int_range(rand, 0, 4));
 
@@ -129,7 +129,7 @@ TEST(quantiles_add_a_line_each) {
   g_autoptr(VekMetricReporter) reporter = connect_reporter(server, "site");
   g_object_set(reporter, "quantiles",
                g_variant_new_parsed("[0.5, 0.99, 0.999, 0.05, 0.005, 0.1234567, 0.0, 1.0]"), NULL);
-  fake_clock_set(TIMESTAMP, 0);
+  vek_testing_clock_set(TIMESTAMP, 0);
   double samples[] = {1, 2, 3, 4, 5};
   g_autoptr(VekMetricSnapshot) snapshot = vek_metric_snapshot_new(samples, 5);
   char *dimensions[] = {"host", "h1", NULL};
@@ -184,7 +184,7 @@ TEST(dimensions_are_written_as_tags_on_demand) {
 
   process_count_of(reporter, "n", NULL, NULL, 1);
   g_object_set(reporter, "quantiles", g_variant_new_parsed("[0.5]"), NULL);
-  fake_clock_set(TIMESTAMP, 0);
+  vek_testing_clock_set(TIMESTAMP, 0);
   g_autoptr(VekMetricSnapshot) snapshot = vek_metric_snapshot_new((double[]){2}, 1);
   process_samples(reporter, "w", (char **)rows[1].dimensions, NULL, snapshot);
   flush(reporter);

@@ -15,7 +15,7 @@ typedef VekServicePrometheusReporter Reporter;
 G_DEFINE_AUTOPTR_CLEANUP_FUNC(Reporter, g_object_unref)
 
 static Reporter *set_up(void) {
-  fake_clock_set(1700000000 * (gint64)G_USEC_PER_SEC, G_USEC_PER_SEC);
+  vek_testing_clock_set(1700000000 * (gint64)G_USEC_PER_SEC, G_USEC_PER_SEC);
   return vek_service_prometheus_reporter_new();
 }
 
@@ -419,12 +419,12 @@ TEST(keep_seconds_says_how_long_it_stays) {
   g_object_set(reporter, "keep-seconds", 60, NULL);
   gauge(reporter, "a", NULL, 1);
   flush(reporter);
-  fake_clock_advance(60 * G_USEC_PER_SEC - 1);
+  vek_testing_clock_advance(60 * G_USEC_PER_SEC - 1);
   flush(reporter);
   assert_text(reporter, TEXT, "a gauge; a 1");
   gauge(reporter, "a", NULL, 2);
   flush(reporter);
-  fake_clock_advance(60 * G_USEC_PER_SEC);
+  vek_testing_clock_advance(60 * G_USEC_PER_SEC);
   assert_text(reporter, TEXT, "a gauge; a 2");
   flush(reporter);
   assert_text(reporter, TEXT, "");
@@ -504,11 +504,11 @@ TEST(values_of_all_sizes_are_written) {
 
 TEST(pass_is_timed_from_its_first_call_to_its_flush) {
   g_autoptr(Reporter) reporter = set_up();
-  fake_clock_advance(G_USEC_PER_SEC);
+  vek_testing_clock_advance(G_USEC_PER_SEC);
   gauge(reporter, "a", NULL, 1);
-  fake_clock_advance(G_USEC_PER_SEC / 4);
+  vek_testing_clock_advance(G_USEC_PER_SEC / 4);
   gauge(reporter, "b", NULL, 1);
-  fake_clock_advance(G_USEC_PER_SEC / 4);
+  vek_testing_clock_advance(G_USEC_PER_SEC / 4);
   flush(reporter);
   g_autofree char *text = vek_service_prometheus_reporter_get_text(reporter, TEXT);
   g_assert_nonnull(strstr(text, "\nvekmetrics_pass_duration_seconds 0.5\n"));

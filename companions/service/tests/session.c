@@ -107,7 +107,7 @@ static VekServiceSession *session_new(void) {
 }
 
 static void add_b(VekServiceSession *session) {
-  vek_service_session_add_reporter(session, recording_reporter_new("b", fixture.record));
+  vek_service_session_add_reporter(session, record_to(fixture.record, "b"));
 }
 
 static void count(const char *name) {
@@ -130,7 +130,7 @@ TEST(every_reporter_sees_the_same_pass) {
 
   vek_service_session_report(session);
   assert_recorded(fixture.record,
-                  "a timeline render [1:2-3]\nb timeline render [1:2-3]\na flush\nb flush\n");
+                  "a timeline render [1:2..3]\nb timeline render [1:2..3]\na flush\nb flush\n");
   run_periodic_pass(fixture.registry);
   assert_recorded(fixture.record, "a timeline render []\nb timeline render []\na flush\nb flush\n");
 }
@@ -141,21 +141,21 @@ TEST(every_operation_is_handed_on) {
   g_autoptr(VekMetricCounter) counter =
       vek_metric_registry_counter_new(fixture.registry, "c", "Count", dimensions);
   vek_service_session_report(session);
-  assert_recorded(fixture.record, "a count c host,h1 Count 1000 0\na flush\n");
+  assert_recorded(fixture.record, "a count c{host=h1} 0 Count @1000\na flush\n");
   vek_metric_mark_inactive(VEK_METRIC(counter));
 
   g_autoptr(VekMetricGauge) gauge =
       vek_metric_registry_gauge_new(fixture.registry, "g", NULL, 0, NULL);
   vek_metric_gauge_set_value(gauge, 0.25);
   vek_service_session_report(session);
-  assert_recorded(fixture.record, "a value g - - 1000 0.25\na flush\n");
+  assert_recorded(fixture.record, "a value g 0.25 @1000\na flush\n");
   vek_metric_mark_inactive(VEK_METRIC(gauge));
 
   g_autoptr(VekMetricHistogram) histogram =
       vek_metric_registry_histogram_new(fixture.registry, "h", NULL, NULL, NULL);
   vek_metric_histogram_set(histogram, 4.0);
   vek_service_session_report(session);
-  assert_recorded(fixture.record, "a aggregated h - - 1000 n=1 sum=4 min=4 max=4\na flush\n");
+  assert_recorded(fixture.record, "a aggregated h n=1 sum=4 min=4 max=4 @1000\na flush\n");
 }
 
 TEST(reporter_without_operations_is_passed_over) {
@@ -164,7 +164,7 @@ TEST(reporter_without_operations_is_passed_over) {
   vek_service_session_add_reporter(session, VEK_METRIC_REPORTER(g_object_ref(slow)));
   count("requests");
   vek_service_session_report(session);
-  assert_recorded(fixture.record, "a count requests - - 1000 1\na flush\n");
+  assert_recorded(fixture.record, "a count requests 1 @1000\na flush\n");
   g_assert_cmpuint(slow->n_flushes, ==, 1);
 }
 
@@ -186,34 +186,36 @@ TEST(removing_tells_whether_it_was_there) {
   assert_recorded(fixture.record, "");
 }
 
-static void on_add_b(VekMetricReporter *reporter, gpointer data) {
-  recording_reporter_set_callback(RECORDING_REPORTER(reporter), NULL, NULL);
+static void on_add_b(VekTestingRecorder *reporter, const char *line, gpointer data) {
+  (void)line;
+  g_signal_handlers_disconnect_by_data(reporter, data);
   add_b(data);
 }
 
 TEST(reporter_added_in_a_pass_sees_the_next) {
   g_autoptr(VekServiceSession) session = session_new();
-  recording_reporter_set_callback(RECORDING_REPORTER(fixture.reporter), on_add_b, session);
+  on_recorded(fixture.reporter, on_add_b, session);
   count("requests");
   vek_service_session_report(session);
-  assert_recorded(fixture.record, "a count requests - - 1000 1\na flush\n");
+  assert_recorded(fixture.record, "a count requests 1 @1000\na flush\n");
   vek_service_session_report(session);
   assert_recorded(fixture.record,
-                  "a count requests - - 1000 1\nb count requests - - 1000 1\na flush\nb flush\n");
+                  "a count requests 1 @1000\nb count requests 1 @1000\na flush\nb flush\n");
 }
 
-static void on_remove(VekMetricReporter *reporter, gpointer data) {
-  recording_reporter_set_callback(RECORDING_REPORTER(reporter), NULL, NULL);
+static void on_remove(VekTestingRecorder *reporter, const char *line, gpointer data) {
+  (void)line;
+  g_signal_handlers_disconnect_by_data(reporter, data);
   VekServiceSession *session = data;
-  g_assert_true(vek_service_session_remove_reporter(session, reporter));
+  g_assert_true(vek_service_session_remove_reporter(session, VEK_METRIC_REPORTER(reporter)));
 }
 
 TEST(reporter_removed_in_a_pass_sees_its_end) {
   g_autoptr(VekServiceSession) session = session_new();
-  recording_reporter_set_callback(RECORDING_REPORTER(fixture.reporter), on_remove, session);
+  on_recorded(fixture.reporter, on_remove, session);
   count("requests");
   vek_service_session_report(session);
-  assert_recorded(fixture.record, "a count requests - - 1000 1\na flush\n");
+  assert_recorded(fixture.record, "a count requests 1 @1000\na flush\n");
   vek_service_session_report(session);
   assert_recorded(fixture.record, "");
 }
@@ -251,10 +253,10 @@ TEST(metric_made_again_after_an_own_pass_counts_on) {
   count("requests");
   g_string_truncate(fixture.record, 0);
   run_periodic_pass(fixture.registry);
-  assert_recorded(fixture.record, "a count requests - - 1000 2\na flush\n");
+  assert_recorded(fixture.record, "a count requests 2 @1000\na flush\n");
   count("requests");
   run_periodic_pass(fixture.registry);
-  assert_recorded(fixture.record, "a count requests - - 1000 1\na flush\n");
+  assert_recorded(fixture.record, "a count requests 1 @1000\na flush\n");
 }
 
 TEST(retired_metric_is_gone_when_the_pass_is) {
@@ -269,8 +271,9 @@ TEST(retired_metric_is_gone_when_the_pass_is) {
   g_assert_null(counter);
 }
 
-static void on_count_and_let_go(VekMetricReporter *reporter, gpointer data) {
-  recording_reporter_set_callback(RECORDING_REPORTER(reporter), NULL, NULL);
+static void on_count_and_let_go(VekTestingRecorder *reporter, const char *line, gpointer data) {
+  (void)line;
+  g_signal_handlers_disconnect_by_data(reporter, data);
   VekMetricCounter *counter = data;
   vek_metric_counter_inc(counter);
   g_object_unref(counter);
@@ -280,19 +283,19 @@ TEST(what_is_counted_after_the_report_is_reported_next) {
   g_autoptr(VekServiceSession) session = session_new();
   VekMetricCounter *counter =
       vek_metric_registry_counter_new(fixture.registry, "requests", NULL, NULL);
-  recording_reporter_set_callback(RECORDING_REPORTER(fixture.reporter), on_count_and_let_go,
-                                  counter);
+  on_recorded(fixture.reporter, on_count_and_let_go, counter);
   run_periodic_pass(fixture.registry);
-  assert_recorded(fixture.record, "a count requests - - 1000 0\na flush\n");
+  assert_recorded(fixture.record, "a count requests 0 @1000\na flush\n");
   run_periodic_pass(fixture.registry);
-  assert_recorded(fixture.record, "a count requests - - 1000 1\na flush\n");
+  assert_recorded(fixture.record, "a count requests 1 @1000\na flush\n");
   run_periodic_pass(fixture.registry);
   assert_recorded(fixture.record, "a flush\n");
 }
 
 /* What a constructor does first; then it waits for the end of the pass. */
-static void on_ask(VekMetricReporter *reporter, gpointer data) {
-  recording_reporter_set_callback(RECORDING_REPORTER(reporter), NULL, NULL);
+static void on_ask(VekTestingRecorder *reporter, const char *line, gpointer data) {
+  (void)line;
+  g_signal_handlers_disconnect_by_data(reporter, data);
   *(VekMetric **)data = g_object_new(VEK_TYPE_METRIC_COUNTER, "name", "requests", NULL);
 }
 
@@ -300,14 +303,14 @@ TEST(metric_that_is_asked_for_in_a_pass_is_not_retired) {
   g_autoptr(VekServiceSession) session = session_new();
   g_autoptr(VekMetric) asking = NULL;
   count("requests");
-  recording_reporter_set_callback(RECORDING_REPORTER(fixture.reporter), on_ask, &asking);
+  on_recorded(fixture.reporter, on_ask, &asking);
   run_periodic_pass(fixture.registry);
-  assert_recorded(fixture.record, "a count requests - - 1000 1\na flush\n");
+  assert_recorded(fixture.record, "a count requests 1 @1000\na flush\n");
   g_assert_true(is_registered("requests"));
 
   g_clear_object(&asking);
   run_periodic_pass(fixture.registry);
-  assert_recorded(fixture.record, "a count requests - - 1000 1\na flush\n");
+  assert_recorded(fixture.record, "a count requests 1 @1000\na flush\n");
   g_assert_false(is_registered("requests"));
 }
 
@@ -315,14 +318,14 @@ TEST(metric_that_is_asked_for_once_it_is_retired_comes_back) {
   /* Registered first, it is flushed last. */
   g_autoptr(VekMetricRegistry) registry = g_object_new(VEK_TYPE_METRIC_REGISTRY, NULL);
   g_autoptr(GString) record = g_string_new(NULL);
-  g_autoptr(VekMetricReporter) last = recording_reporter_new("last", record);
+  g_autoptr(VekMetricReporter) last = record_to(record, "last");
   vek_metric_registry_register_reporter(registry, last);
   g_autoptr(VekServiceSession) session = vek_service_session_new(registry);
   g_autoptr(VekMetric) asking = NULL;
   /* A gauge that was never set: it reports nothing, and the flush is the only call. */
   g_object_unref(vek_metric_registry_gauge_new(registry, "requests", NULL, 0, NULL));
 
-  recording_reporter_set_callback(RECORDING_REPORTER(last), on_ask, &asking);
+  on_recorded(last, on_ask, &asking);
   run_periodic_pass(registry);
   assert_recorded(record, "last flush\n");
   g_autoptr(VekMetric) found = vek_metric_registry_get_metric(registry, "requests", NULL);
@@ -354,13 +357,13 @@ TEST(period_sets_passes_between_those_of_the_registry) {
 
   set_period(session, 10);
   g_assert_cmpuint(timer_seconds, ==, 10);
-  fake_clock_advance(10 * G_USEC_PER_SEC);
+  vek_testing_clock_advance(10 * G_USEC_PER_SEC);
   fire_timer();
   assert_recorded(fixture.record, "a flush\n");
   g_assert_cmpuint(timer_seconds, ==, 10);
 
   /* A pass of the registry starts it anew. */
-  fake_clock_advance(7 * G_USEC_PER_SEC);
+  vek_testing_clock_advance(7 * G_USEC_PER_SEC);
   guint before = timer_id;
   run_periodic_pass(fixture.registry);
   g_assert_cmpuint(timer_id, !=, before);
@@ -370,7 +373,7 @@ TEST(period_sets_passes_between_those_of_the_registry) {
 
 TEST(new_period_counts_from_the_last_pass) {
   g_autoptr(VekServiceSession) session = session_new();
-  fake_clock_advance(7 * G_USEC_PER_SEC);
+  vek_testing_clock_advance(7 * G_USEC_PER_SEC);
   set_period(session, 10);
   g_assert_cmpuint(timer_seconds, ==, 3);
   set_period(session, 5);
@@ -413,7 +416,7 @@ TEST(last_pass_reaches_all_and_the_session_is_over) {
   count("requests");
   VekMetricReporter *reporter = fixture.reporter;
   g_assert_true(vek_service_session_finish(session, 1000));
-  assert_recorded(fixture.record, "a count requests - - 1000 1\na flush\n");
+  assert_recorded(fixture.record, "a count requests 1 @1000\na flush\n");
   g_assert_cmpuint(G_OBJECT(reporter)->ref_count, ==, 1);
   g_assert_null(g_main_context_find_source_by_id(NULL, timer_id));
 
@@ -506,8 +509,9 @@ TEST(cancelling_ends_the_wait) {
   g_assert_false(vek_service_session_finish(session, 60000));
 }
 
-static void on_call_back(VekMetricReporter *reporter, gpointer data) {
-  recording_reporter_set_callback(RECORDING_REPORTER(reporter), NULL, NULL);
+static void on_call_back(VekTestingRecorder *reporter, const char *line, gpointer data) {
+  (void)line;
+  g_signal_handlers_disconnect_by_data(reporter, data);
   VekServiceSession *session = data;
   vek_service_session_report(session);
   assert_refused("vek_service_session_report", "!session_is_in_pass(session)");
@@ -519,16 +523,16 @@ static void on_call_back(VekMetricReporter *reporter, gpointer data) {
 
 TEST(nothing_is_reported_or_finished_within_a_pass) {
   g_autoptr(VekServiceSession) session = session_new();
-  RecordingReporter *reporter = RECORDING_REPORTER(fixture.reporter);
-  recording_reporter_set_callback(reporter, on_call_back, session);
+  VekMetricReporter *reporter = fixture.reporter;
+  on_recorded(reporter, on_call_back, session);
   vek_service_session_report(session);
   assert_recorded(fixture.record, "a flush\n");
 
   g_autoptr(VekMetricCounter) counter =
       vek_metric_registry_counter_new(fixture.registry, "requests", NULL, NULL);
-  recording_reporter_set_callback(reporter, on_call_back, session);
+  on_recorded(reporter, on_call_back, session);
   run_periodic_pass(fixture.registry);
-  assert_recorded(fixture.record, "a count requests - - 1000 0\na flush\n");
+  assert_recorded(fixture.record, "a count requests 0 @1000\na flush\n");
 }
 
 static gpointer report_elsewhere(gpointer session) {

@@ -200,7 +200,7 @@ TEST(tag_spares_those_who_have_the_text) {
     g_autofree char *lines =
         g_strdup_printf("%s|If-None-Match: %s", first_lines, headers[1] + strlen("ETag: "));
     assert_status(&served, lines, "HTTP/1.1 304 Not Modified");
-    fake_clock_advance(G_USEC_PER_SEC);
+    vek_testing_clock_advance(G_USEC_PER_SEC);
     pass(&served, 1);
     assert_status(&served, lines, "HTTP/1.1 200 OK");
   }
@@ -300,7 +300,7 @@ TEST(the_connection_that_is_idle_for_longest_makes_room) {
   g_autoptr(GPtrArray) sockets = g_ptr_array_new_with_free_func(g_object_unref);
   for (int i = 0; i < 100; i++) {
     g_ptr_array_add(sockets, connect_to(&served));
-    fake_clock_advance(1000);
+    vek_testing_clock_advance(1000);
   }
   for (guint i = 0; i < sockets->len; i++)
     g_assert_false(has_ended(sockets->pdata[i]));
@@ -333,12 +333,12 @@ TEST(connection_on_which_nothing_happens_is_ended) {
   g_autoptr(GSocket) idle = connect_to(&served);
   g_autoptr(GSocket) half = connect_to(&served);
   g_socket_send(half, "GET /met", 8, NULL, NULL);
-  fake_clock_advance(119 * G_USEC_PER_SEC);
+  vek_testing_clock_advance(119 * G_USEC_PER_SEC);
   sweep();
   g_autoptr(GSocket) late = connect_to(&served);
   g_assert_false(has_ended(idle));
   g_assert_false(has_ended(half));
-  fake_clock_advance(G_USEC_PER_SEC);
+  vek_testing_clock_advance(G_USEC_PER_SEC);
   sweep();
   g_assert_true(has_ended(idle));
   g_assert_true(has_ended(half));

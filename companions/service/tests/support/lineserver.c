@@ -1,8 +1,8 @@
 #include "lineserver.h"
 
 #include "support/logcapture.h"
+#include "support/replace.h"
 
-#include <dlfcn.h>
 #include <string.h>
 #include <sys/socket.h>
 
@@ -14,9 +14,7 @@ static guint delay;
 
 /* In place of GLib's, which it calls; GIO's own delays are shorter. */
 GSource *g_timeout_source_new(guint interval) {
-  __typeof__(&g_timeout_source_new) next = NULL;
-  *(void **)&next = dlsym(RTLD_NEXT, __func__);
-  GSource *source = next(interval);
+  GSource *source = NEXT(g_timeout_source_new)(interval);
   if (interval >= 750) {
     g_clear_pointer(&delayed, g_source_unref);
     delayed = g_source_ref(source);
@@ -31,9 +29,7 @@ gssize g_socket_send_with_blocking(GSocket *socket, const char *buffer, gsize si
                                    gboolean blocking, GCancellable *cancellable, GError **error) {
   n_writes++;
   largest_write = MAX(largest_write, size);
-  __typeof__(&g_socket_send_with_blocking) next = NULL;
-  *(void **)&next = dlsym(RTLD_NEXT, __func__);
-  return next(socket, buffer, size, blocking, cancellable, error);
+  return NEXT(g_socket_send_with_blocking)(socket, buffer, size, blocking, cancellable, error);
 }
 
 guint get_delay(void) {

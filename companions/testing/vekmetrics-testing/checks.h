@@ -1,0 +1,155 @@
+#pragma once
+
+#include <vekmetrics-testing/recorder.h>
+
+G_BEGIN_DECLS
+
+/* What a test asks of a recorder's last pass. Each check is there twice: as a function that returns
+ * an error, which other languages throw, and as a macro for C and C++ that ends the test, as
+ * g_assert_cmpint() does. Both show the whole pass. */
+
+/**
+ * VEK_TESTING_ERROR:
+ *
+ * The domain of the errors of failed checks.
+ */
+#define VEK_TESTING_ERROR (vek_testing_error_quark())
+
+/**
+ * vek_testing_error_quark:
+ *
+ * Gets the domain of the errors of failed checks.
+ *
+ * Returns: the domain
+ */
+VEK_EXPORT
+GQuark vek_testing_error_quark(void);
+
+/**
+ * VekTestingError:
+ * @VEK_TESTING_ERROR_MISSING: there was no pass, or it did not bring what was looked for
+ * @VEK_TESTING_ERROR_DIFFERENT: the pass brought something else than expected
+ *
+ * What a failed check found.
+ */
+typedef enum { VEK_TESTING_ERROR_MISSING, VEK_TESTING_ERROR_DIFFERENT } VekTestingError;
+
+/**
+ * vek_testing_check_count:
+ * @recorder: a recorder
+ * @name: a counter's name
+ * @dimensions: (nullable) (array zero-terminated=1): its alternating names and values
+ * @count: the count that is expected
+ * @error: return location for an error
+ *
+ * Checks the count that the last pass brought of a counter.
+ *
+ * Returns: whether it is as expected; %FALSE without an error if an argument is wrong
+ */
+VEK_EXPORT
+gboolean vek_testing_check_count(VekTestingRecorder *recorder, const char *name, char **dimensions,
+                                 gint64 count, GError **error);
+
+/**
+ * vek_testing_check_value:
+ * @recorder: a recorder
+ * @name: a gauge's or a meter's name
+ * @dimensions: (nullable) (array zero-terminated=1): its alternating names and values
+ * @value: the value or the rate that is expected; NaN is only met by NaN
+ * @tolerance: by how much it may differ, at least 0
+ * @error: return location for an error
+ *
+ * Checks the value that the last pass brought of a gauge, or the rate of a meter.
+ *
+ * Returns: whether it is as expected; %FALSE without an error if an argument is wrong
+ */
+VEK_EXPORT
+gboolean vek_testing_check_value(VekTestingRecorder *recorder, const char *name, char **dimensions,
+                                 double value, double tolerance, GError **error);
+
+/**
+ * vek_testing_check_n_samples:
+ * @recorder: a recorder
+ * @name: a histogram's or a timer's name
+ * @dimensions: (nullable) (array zero-terminated=1): its alternating names and values
+ * @n_samples: how many samples are expected
+ * @error: return location for an error
+ *
+ * Checks how many samples the last pass brought of a histogram or a timer. What else there is to
+ * know of them is in [method@VekTesting.Recorder.get_snapshot].
+ *
+ * Returns: whether it is as expected; %FALSE without an error if an argument is wrong
+ */
+VEK_EXPORT
+gboolean vek_testing_check_n_samples(VekTestingRecorder *recorder, const char *name,
+                                     char **dimensions, gsize n_samples, GError **error);
+
+/**
+ * vek_testing_check_n_ranges:
+ * @recorder: a recorder
+ * @name: a timeline's name
+ * @n_ranges: how many ranges are expected
+ * @error: return location for an error
+ *
+ * Checks how many ranges the last pass brought of a timeline. The ranges themselves are in
+ * [method@VekTesting.Recorder.get_ranges].
+ *
+ * Returns: whether it is as expected; %FALSE without an error if an argument is wrong
+ */
+VEK_EXPORT
+gboolean vek_testing_check_n_ranges(VekTestingRecorder *recorder, const char *name, guint n_ranges,
+                                    GError **error);
+
+/**
+ * vek_testing_check_nothing:
+ * @recorder: a recorder
+ * @name: a metric's name
+ * @error: return location for an error
+ *
+ * Checks that there was a pass and that it brought nothing of that name, whatever the kind and the
+ * dimensions.
+ *
+ * Returns: whether that is so; %FALSE without an error if an argument is wrong
+ */
+VEK_EXPORT
+gboolean vek_testing_check_nothing(VekTestingRecorder *recorder, const char *name, GError **error);
+
+/**
+ * vek_testing_check_text:
+ * @recorder: a recorder
+ * @text: the text that is expected, as of [method@VekTesting.Recorder.get_text]
+ * @error: return location for an error
+ *
+ * Checks all that the last pass brought.
+ *
+ * Returns: whether it is as expected; %FALSE without an error if an argument is wrong
+ */
+VEK_EXPORT
+gboolean vek_testing_check_text(VekTestingRecorder *recorder, const char *text, GError **error);
+
+#ifndef __GI_SCANNER__
+
+/* The macros take the arguments of the checks but the error. Their names and numbers are not
+ * repeated here, so that braces in the arguments need no parentheses around them. */
+#define vek_testing_assert_count(...) vek_testing_assert_(vek_testing_check_count, __VA_ARGS__)
+#define vek_testing_assert_value(...) vek_testing_assert_(vek_testing_check_value, __VA_ARGS__)
+#define vek_testing_assert_n_samples(...) \
+  vek_testing_assert_(vek_testing_check_n_samples, __VA_ARGS__)
+#define vek_testing_assert_n_ranges(...) \
+  vek_testing_assert_(vek_testing_check_n_ranges, __VA_ARGS__)
+#define vek_testing_assert_nothing(...) vek_testing_assert_(vek_testing_check_nothing, __VA_ARGS__)
+#define vek_testing_assert_text(...) vek_testing_assert_(vek_testing_check_text, __VA_ARGS__)
+
+#define vek_testing_assert_(check, ...)                                                          \
+  G_STMT_START {                                                                                 \
+    GError *vek_testing_error_ = NULL;                                                           \
+    if (!check(__VA_ARGS__, &vek_testing_error_))                                                \
+      g_assertion_message(G_LOG_DOMAIN, __FILE__, __LINE__, __func__,                            \
+                          vek_testing_error_ ? vek_testing_error_->message : "wrong arguments"); \
+    g_clear_error(&vek_testing_error_);                                                          \
+  }                                                                                              \
+  G_STMT_END
+
+#endif
+
+G_END_DECLS
