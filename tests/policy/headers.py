@@ -1,12 +1,12 @@
 #!/usr/bin/env python3
 """Compiles a library's public headers as applications do:
 
-    headers.py NAME PACKAGE PREFIX SYMBOLS HEADER...
+    headers.py NAME PREFIX SYMBOLS PACKAGE HEADER...
 
 Each header must compile by itself, in every language that applications use, without a warning and
-without anything private beside it. HEADER... are those of the library NAME and of the libraries
-that it needs. Every type of SYMBOLS, which is Debian's list, must have its macros and a g_autoptr,
-and the range, which is a plain record, a g_autoptr and a g_autoslist.
+without anything private beside it. HEADER... are those of all libraries; those of NAME need nothing
+else but PACKAGE, which pkg-config knows. Every type of SYMBOLS, which is Debian's list, must have
+its macros and a g_autoptr, and the range, which is a plain record, a g_autoptr and a g_autoslist.
 CC and CXX name the compilers.
 """
 
@@ -21,7 +21,7 @@ import unittest
 from support import tap
 from support.symbols import read_symbols
 
-library, package, prefix, symbols, *headers = sys.argv[1:]
+library, prefix, symbols, package, *headers = sys.argv[1:]
 headers = list(map(pathlib.Path, headers))
 
 USE_RANGE = '''void use_range(void);
@@ -75,6 +75,7 @@ class Headers(unittest.TestCase):
     def compile(self, compiler, sources, *options):
         flags = subprocess.run(['pkg-config', '--cflags', package], check=True,
                                capture_output=True, text=True).stdout
+        flags = flags.replace('-I', '-isystem ')  # what others' headers do is theirs
         result = subprocess.run(
             [*shlex.split(os.environ[compiler]), *options, '-fsyntax-only', '-Wall', '-Wextra',
              '-Wpedantic', '-Werror', f'-I{self.folder}', *shlex.split(flags),
