@@ -6,7 +6,8 @@
 Each header must compile by itself, in every language that applications use, without a warning and
 without anything private beside it. HEADER... are those of all libraries; those of NAME need nothing
 else but PACKAGE, which pkg-config knows. Every type of SYMBOLS, which is Debian's list, must have
-its macros and a g_autoptr, and the range, which is a plain record, a g_autoptr and a g_autoslist.
+its macros, and a g_autoptr unless it is an enumeration; the range, which is a plain record, a
+g_autoptr and a g_autoslist.
 CC and CXX name the compilers.
 """
 
@@ -38,8 +39,9 @@ def use_type(get_type, declarations):
     words = get_type.removesuffix('_get_type')
     camel = ''.join(map(str.capitalize, words.split('_')))
     namespace, upper = prefix.upper(), words.removeprefix(f'{prefix}_').upper()
-    lines = [f'g_autoptr({camel}) nothing = NULL;', '(void)nothing;',
-             f'g_type_ensure({namespace}_TYPE_{upper});']
+    lines = [f'g_type_ensure({namespace}_TYPE_{upper});']
+    if f'}} {camel};' not in declarations:  # an enumeration
+        lines += [f'g_autoptr({camel}) nothing = NULL;', '(void)nothing;']
     if f'_TYPE({camel},' in declarations or f'_INTERFACE({camel},' in declarations:
         lines.append(f'if ({namespace}_IS_{upper}(nothing)) '
                      f'g_object_ref({namespace}_{upper}(nothing));')
