@@ -1,6 +1,6 @@
 #pragma once
 
-// Part of <vekmetrics/vekmetrics.hpp>: stores, and every kind of metric.
+// Part of <vekmetrics/vekmetrics.hpp>: stores, every kind of metric, and the registry.
 
 #include <vekmetrics/records.hpp>
 
@@ -131,6 +131,56 @@ public:
     vek_metric_timeline_add_range(*this, id, start, end);
   }
   Ranges move_data() const { return Ranges(vek_metric_timeline_move_data(*this)); }
+};
+
+// The registry makes metrics, and runs the report passes. Its arguments may be owners or pointers.
+class Registry : public Owner<VekMetricRegistry> {
+public:
+  using Owner::Owner;
+  static Registry create() {
+    return adopt<Registry>(g_object_new(VEK_TYPE_METRIC_REGISTRY, nullptr));
+  }
+  // The default registry, with a reference of the owner's.
+  static Registry get_default() {
+    return Registry(g_object_ref(vek_metric_registry_get_default()));
+  }
+  void set_default() const { vek_metric_registry_set_default(*this); }
+
+  Counter counter(const gchar *name, const gchar *unit = nullptr,
+                  const Dimensions &dimensions = {}) const {
+    return Counter(vek_metric_registry_counter_new(*this, name, unit, dimensions));
+  }
+  // The interval is in µs; 0 is none.
+  Gauge gauge(const gchar *name, const gchar *unit = nullptr, gint64 interval = 0,
+              const Dimensions &dimensions = {}) const {
+    return Gauge(vek_metric_registry_gauge_new(*this, name, unit, interval, dimensions));
+  }
+  Meter meter(const gchar *name, const gchar *unit = nullptr,
+              const Dimensions &dimensions = {}) const {
+    return Meter(vek_metric_registry_meter_new(*this, name, unit, dimensions));
+  }
+  // Without a store, the metric keeps the last 60 samples.
+  Histogram histogram(const gchar *name, const gchar *unit = nullptr,
+                      VekMetricStore *store = nullptr, const Dimensions &dimensions = {}) const {
+    return Histogram(vek_metric_registry_histogram_new(*this, name, unit, store, dimensions));
+  }
+  // The unit is "Seconds", "Milliseconds" or "Microseconds".
+  Timer timer(const gchar *name, const gchar *unit, VekMetricStore *store = nullptr,
+              const Dimensions &dimensions = {}) const {
+    return Timer(vek_metric_registry_timer_new(*this, name, unit, store, dimensions));
+  }
+  Timeline timeline(const gchar *name) const {
+    return Timeline(vek_metric_registry_timeline_new(*this, name));
+  }
+
+  // Nothing if the registry has no such metric.
+  Metric get_metric(const gchar *name, const Dimensions &dimensions = {}) const {
+    return Metric(vek_metric_registry_get_metric(*this, name, dimensions));
+  }
+  void register_reporter(VekMetricReporter *reporter) const {
+    vek_metric_registry_register_reporter(*this, reporter);
+  }
+  void report(VekMetricReporter *reporter) const { vek_metric_registry_report(*this, reporter); }
 };
 
 }  // namespace vek
