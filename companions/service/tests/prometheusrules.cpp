@@ -110,7 +110,8 @@ TEST(numbers_read_back) {
       {-INFINITY, "-Inf"},
   };
   for (auto &row : rows) {
-    g_assert_cmpstr(Number(row.value).text, ==, row.expected);
+    Number number(row.value);
+    g_assert_cmpstr(number.text, ==, row.expected);
     if (row.value == row.value)
       g_assert_cmpfloat(g_ascii_strtod(row.expected, nullptr), ==, row.value);
   }
