@@ -5,4 +5,5 @@ baseURLs = [
   ['Vek', '../vek-1.0/'],
   ['VekService', '../vekservice-1.0/'],
   ['VekTesting', '../vektesting-1.0/'],
+  ['VekWeb', '../vekweb-1.0/'],
 ];
