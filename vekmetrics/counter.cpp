@@ -43,7 +43,7 @@ static void vek_metric_counter_report(VekMetric *metric, GSList *reporters) {
   auto *self = vekin::as<VekMetricCounter>(metric);
   auto *priv = vek_metric_get_private(metric);
 
-  // The time first, and the lock let go between: an add that comes between shows a newer count
+  // The time first, and the lock released between: an add that comes between shows a newer count
   // with an older time, and never a change with a time after it.
   gint64 time = read_time(self);
   gint64 count = read_count(self);

@@ -70,7 +70,7 @@ static bool read(VekMetricGauge *self, gdouble *value, gint64 *stamp) {
   return true;
 }
 
-// The same for a report, which tells of each boundary once.
+// The same for a report, which reports each boundary once.
 static bool take_report(VekMetricGauge *self, gdouble *value, gint64 *stamp) {
   vekin::WriterLock held(self->lock);
   if (!read(self, value, stamp))

@@ -22,7 +22,7 @@ inline VekMetricPrivate *vek_metric_get_private(VekMetric *metric) {
   return vekin::as<VekMetricPrivate>(vekin::as<char>(metric) + vek_metric_private_offset);
 }
 
-// Initialises the lock of a kind, which its reports take, and tells passes of it.
+// Initialises the lock of a kind, which its reports take, and records it for passes to prefetch.
 inline void vek_metric_init_lock(VekMetric *metric, GRWLock *lock) {
   g_rw_lock_init(lock);
   vek_metric_get_private(metric)->lock = lock;

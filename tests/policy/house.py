@@ -29,7 +29,7 @@ def find_scripts():
 
 
 def check(command, files):
-    """Runs a tool over files, of which there are some; returns what it complains of."""
+    """Runs a tool over files, at least one; returns its complaints."""
     assert files
     run = subprocess.run([*command, *files], cwd=ROOT, text=True, stderr=subprocess.STDOUT,
                          stdout=subprocess.PIPE, check=False)
@@ -61,7 +61,7 @@ def readme_quotes_hello():
 
 
 def guide_begins_with_hello():
-    """In every language, without what the examples say of themselves."""
+    """In every language, without the header comments of the examples."""
     examples = {'c': 'c', 'cpp': 'cpp', 'js': 'js', 'python': 'py', 'vala': 'vala'}
     return '\n'.join(f'docs/guide.md and examples/hello.{suffix} differ'
                      for language, suffix in examples.items()
@@ -82,32 +82,32 @@ def readme_shows_what_hello_prints():
     return '' if printed in quotes('text') else f'README.md does not show:\n{printed}'
 
 
-def header_tells_the_version():
+def header_has_the_version():
     build = (ROOT / 'meson.build').read_text(encoding='utf-8')
     header = (ROOT / 'vekmetrics' / 'version.h').read_text(encoding='utf-8')
     version = '.'.join(re.findall(r'^#define VEK_\w+_VERSION \((\d+)\)$', header, re.MULTILINE))
-    return '' if f"version: '{version}'" in build else f'version.h tells {version}'
+    return '' if f"version: '{version}'" in build else f'version.h has {version}'
 
 
-def papers():
-    """Each paper, and its text without the programs in it."""
-    for paper in [*ROOT.glob('*.md'), *(ROOT / 'docs').glob('*.md')]:
-        text = paper.read_text(encoding='utf-8')
-        yield paper, re.sub(r'^```.*?^```$', '', text, flags=re.MULTILINE | re.DOTALL)
+def pages():
+    """Yields each page, and its text without the programs in it."""
+    for page in [*ROOT.glob('*.md'), *(ROOT / 'docs').glob('*.md')]:
+        text = page.read_text(encoding='utf-8')
+        yield page, re.sub(r'^```.*?^```$', '', text, flags=re.MULTILINE | re.DOTALL)
 
 
-def links_of_papers_lead_somewhere():
-    return '\n'.join(f'{paper.name}: {link}' for paper, text in papers()
+def links_of_pages_lead_somewhere():
+    return '\n'.join(f'{page.name}: {link}' for page, text in pages()
                      for link in re.findall(r'\]\(([^):#]+)[^)]*\)', text)
-                     if not (paper.parent / link).exists())
+                     if not (page.parent / link).exists())
 
 
 def lines_keep_to_100_columns():
-    """Except for tables, programs in papers, and what clang-format sees to."""
+    """Except for tables, programs in pages, and files that clang-format checks."""
     builds = [path for path in ROOT.rglob('meson.build')
               if not path.relative_to(ROOT).parts[0].startswith('build')]
     pythons = [path for folder in CODE_FOLDERS for path in (ROOT / folder).rglob('*.py')]
-    texts = [*papers(), *((path, path.read_text(encoding='utf-8'))
+    texts = [*pages(), *((path, path.read_text(encoding='utf-8'))
                           for path in [*builds, *pythons, *find_scripts()])]
     return '\n'.join(f'{path.relative_to(ROOT)}: {line}' for path, text in texts
                      for line in text.splitlines() if len(line) > 100 and not line.startswith('|'))
@@ -121,9 +121,9 @@ def make_test(rule):
     return test
 
 
-RULES = (code_follows_clang_format, scripts_pass_shellcheck, header_tells_the_version,
+RULES = (code_follows_clang_format, scripts_pass_shellcheck, header_has_the_version,
          readme_quotes_hello, readme_shows_what_hello_prints, guide_begins_with_hello,
-         shutdown_quotes_the_examples, links_of_papers_lead_somewhere, lines_keep_to_100_columns)
+         shutdown_quotes_the_examples, links_of_pages_lead_somewhere, lines_keep_to_100_columns)
 
 if __name__ == '__main__':
     HELLO = sys.argv[1]

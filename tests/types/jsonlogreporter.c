@@ -278,7 +278,7 @@ static void assert_warned(const char *function, const char *message) {
   assert_logged_from(SOURCE, function, G_LOG_LEVEL_WARNING, message);
 }
 
-/* What GIO says about a file that it cannot open. */
+/* GIO's message about a file that it cannot open. */
 static void assert_open_failed(void) {
   g_autofree char *path = g_build_filename(test_folder, "log.json", NULL);
   g_autoptr(GFile) file = g_file_new_for_path(path);
@@ -444,7 +444,7 @@ TEST(cancelled_write_ends_all_writing) {
   VekMetricReporter *reporter = log_reporter_new(1, 1);
   flush_line(reporter, "a");
   flush_line(reporter, "b");
-  settle(reporter); /* its reference is let go */
+  settle(reporter); /* its reference is released */
   assert_logged_from(SOURCE, "on_log_written", G_LOG_LEVEL_DEBUG,
                      "Write on output stream was cancelled");
   flush_line(reporter, "c");

@@ -36,7 +36,7 @@ KEYS = [f'c{i}' for i in range(5)]
 
 
 class Client:
-    """The program that reports; what it says is read in order."""
+    """The program that reports; its output is read in order."""
 
     def __init__(self, port, start):
         self.process = subprocess.Popen([CLIENT, str(port), str(start)], text=True, bufsize=1,
@@ -54,7 +54,7 @@ class Client:
             self.lines.put(line.split())
 
     def take(self, word):
-        """Takes what the client says until it says this."""
+        """Reads the output of the client up to this line."""
         while True:
             line = self.lines.get(timeout=DEADLINE)
             if line[0] == 'connected':

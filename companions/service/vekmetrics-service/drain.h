@@ -10,11 +10,11 @@ G_BEGIN_DECLS
 /**
  * VekServiceDrain:
  *
- * A reporter that says whether it is still at work.
+ * A reporter whose output continues after `flush` has returned.
  *
- * A reporter whose output goes on after `flush` has returned implements this interface beside
- * [iface@Vek.MetricReporter], so that the end of a session can wait for it. A reporter that is done
- * when `flush` returns needs nothing of it.
+ * Such a reporter implements this interface in addition to [iface@Vek.MetricReporter], so that a
+ * session can wait for it when it finishes. A reporter that is done when `flush` returns does not
+ * need it.
  */
 VEK_EXPORT
 G_DECLARE_INTERFACE(VekServiceDrain, vek_service_drain, VEK_SERVICE, DRAIN, GObject)
@@ -22,7 +22,7 @@ G_DECLARE_INTERFACE(VekServiceDrain, vek_service_drain, VEK_SERVICE, DRAIN, GObj
 /**
  * VekServiceDrainInterface:
  * @parent_interface: the parent interface
- * @is_busy: tells whether anything is under way; must be set
+ * @is_busy: returns whether anything is under way; must be set
  *
  * The operation of a drain.
  */
@@ -36,7 +36,7 @@ struct _VekServiceDrainInterface {
  * vek_service_drain_is_busy:
  * @drain: a drain
  *
- * Tells whether anything is under way: a connection that is being made, or output that has begun.
+ * Returns whether anything is under way: a connection attempt, or output that has begun.
  *
  * Output that waits for a later flush is not under way.
  *

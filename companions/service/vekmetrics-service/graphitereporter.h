@@ -11,33 +11,32 @@ G_BEGIN_DECLS
 /**
  * VekServiceGraphiteReporter:
  *
- * Sends report passes to a Graphite server that comes and goes: lines of the plaintext protocol
- * over TCP.
+ * Sends report passes over TCP, as lines of the plaintext protocol, to a Graphite server that may
+ * come and go.
  *
- * The reporter connects at construction. When that fails or the connection breaks, it tries again
- * after 1, 2, 4, 8, 16, 32, and from then on 60 seconds, each shortened by up to a quarter at
- * random. It looks the host up anew each time, and uses no proxy. A connection that lasts until a
- * flush starts the series again. Lines wait meanwhile, up to
- * [property@VekService.GraphiteReporter:max-lines]. An outage is a time without a connection, or
- * one in which lines are dropped because the server reads too slowly. Each gives one warning when
- * it begins, and one message when all that waited has been sent.
+ * The reporter connects at construction. If that fails or the connection breaks, it tries again
+ * after 1, 2, 4, 8, 16, 32, and from then on 60 seconds, each reduced by up to a quarter at random.
+ * It resolves the host again each time, and uses no proxy. A connection that lasts until a flush
+ * resets the delay. Meanwhile lines wait, up to
+ * [property@VekService.GraphiteReporter:max-lines]. An outage is a period without a connection, or
+ * one in which lines are dropped because the server reads too slowly. The reporter logs one warning
+ * when an outage begins, and one message when all waiting lines have been sent.
  *
- * The lines are those of [class@Vek.MetricCarbonReporter], and more if
- * [property@VekService.GraphiteReporter:quantiles] or
- * [property@VekService.GraphiteReporter:tags] is set. What would break a line becomes "_": each
- * space and control character of Unicode, and each byte that is not UTF-8. Nothing else is
- * escaped.
+ * The lines are those of [class@Vek.MetricCarbonReporter].
+ * [property@VekService.GraphiteReporter:quantiles] adds lines, and
+ * [property@VekService.GraphiteReporter:tags] changes their keys. Each Unicode space and control
+ * character, and each byte that is not UTF-8, becomes "_". Nothing else is escaped.
  *
- * Lines go out at a flush, and from then on whenever the server has room, in joined writes of at
- * most 64 KiB. Nothing here blocks. What the kernel had taken when a connection breaks may be
- * lost; a write that was not taken whole is repeated on the next connection.
+ * Lines are sent at a flush, and from then on whenever the server can take more, in joined writes
+ * of at most 64 KiB. No call blocks. When a connection breaks, what the kernel had taken may be
+ * lost. A write that the kernel took only in part is repeated on the next connection.
  *
- * A reporter without references goes on until its connection has been made and has taken all lines;
- * but not during an outage, when the lines that wait go with it.
+ * After its last reference is dropped, the reporter lives on until it has connected and sent all
+ * lines. During an outage it is freed at once, with the waiting lines.
  *
- * All calls and the main loop belong on one thread: that of the main context that is
- * thread-default when the reporter is made and flushed. Properties notify from within a pass too,
- * where nothing may make metrics.
+ * Call everything on one thread: that of the main context that is thread-default when the reporter
+ * is created and flushed. Properties also notify within a pass, where handlers must not create
+ * metrics.
  */
 VEK_EXPORT
 G_DECLARE_FINAL_TYPE(VekServiceGraphiteReporter, vek_service_graphite_reporter, VEK_SERVICE,
@@ -52,8 +51,8 @@ G_DECLARE_FINAL_TYPE(VekServiceGraphiteReporter, vek_service_graphite_reporter, 
 /**
  * VekServiceGraphiteReporter:host:
  *
- * The server: a name, or an IPv4 or IPv6 address as text. Without one, the reporter logs a failed
- * check at construction and does nothing.
+ * The server: a host name, or an IPv4 or IPv6 address as text. Without it, construction logs a
+ * failed check, and the reporter does nothing.
  */
 
 /**
@@ -65,8 +64,8 @@ G_DECLARE_FINAL_TYPE(VekServiceGraphiteReporter, vek_service_graphite_reporter, 
 /**
  * VekServiceGraphiteReporter:max-lines:
  *
- * How many lines may wait. Beyond that the oldest go; only a line of which the server has a part
- * stays.
+ * The maximum number of waiting lines. Beyond it the oldest are dropped, except for a line that
+ * has been sent in part.
  */
 
 /**
@@ -75,37 +74,37 @@ G_DECLARE_FINAL_TYPE(VekServiceGraphiteReporter, vek_service_graphite_reporter, 
  * The quantiles of histograms and timers to send, each from 0 to 1: an array of doubles, or %NULL
  * for none.
  *
- * The key of each ends in its decimals, at least two: 0.5 gives `.p50`, 0.99 `.p99`, 0.999 `.p999`
- * and 1 `.p100`. If any is outside, this is a failed check and changes nothing.
+ * The key of each ends in its decimals, at least two: `.p50` for 0.5, `.p99` for 0.99, `.p999` for
+ * 0.999 and `.p100` for 1. A quantile out of range is a failed check, and changes nothing.
  */
 
 /**
  * VekServiceGraphiteReporter:tags:
  *
- * Whether dimensions are written as tags, `;name=value` behind the name and its suffix, rather than
- * into the key.
+ * Whether dimensions are written as tags, `;name=value` after the name and its suffix, instead of
+ * as part of the key.
  *
- * What a tag cannot hold becomes "_" too: ";" everywhere, "!", "^" and "=" in a dimension's name,
- * "~" at the start of its value. An empty name or value becomes "_". A server takes the tag `name`
- * for its own: avoid a dimension of that name.
+ * Characters that tags do not allow also become "_": ";" everywhere, "!", "^" and "=" in a
+ * dimension's name, "~" at the start of its value. An empty name or value becomes "_". Avoid a
+ * dimension called `name`: servers reserve that tag.
  */
 
 /**
  * VekServiceGraphiteReporter:connected:
  *
- * Whether there is a connection.
+ * Whether the reporter is connected.
  */
 
 /**
  * VekServiceGraphiteReporter:queued-lines:
  *
- * How many lines wait to be sent. Notifies at a flush and when lines went, not at each line.
+ * How many lines wait to be sent. Notifies at a flush and after lines were sent, not for each line.
  */
 
 /**
  * VekServiceGraphiteReporter:sent-lines:
  *
- * How many lines the kernel has taken so far; one that is repeated counts once.
+ * How many lines the kernel has taken so far. A line that is sent again counts once.
  */
 
 /**
@@ -117,10 +116,10 @@ G_DECLARE_FINAL_TYPE(VekServiceGraphiteReporter, vek_service_graphite_reporter, 
 /**
  * vek_service_graphite_reporter_new:
  * @prefix: (nullable): the first component of every key; %NULL or empty for none
- * @host: the server, a name or an address; not empty
- * @port: the server's TCP port, from 1 to 65,535; Graphite's own is 2003
+ * @host: the server, a host name or an address; not empty
+ * @port: the server's TCP port, from 1 to 65,535; Graphite's default is 2003
  *
- * Makes a Graphite reporter and begins to connect it.
+ * Creates a Graphite reporter and starts to connect.
  *
  * Returns: (transfer full) (type VekServiceGraphiteReporter): a new reporter; %NULL after a failed
  *   check

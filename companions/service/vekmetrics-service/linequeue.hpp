@@ -14,7 +14,7 @@ struct LineQueue {
   struct Chunk {
     char *text;
     gsize allocated;
-    gsize start;  // what is before it was dropped, or sent and let go
+    gsize start;  // the text before it was dropped or sent
     gsize sent;   // what is before it was taken by the connection that is there
     gsize end;
     guint n_lines;  // from the start

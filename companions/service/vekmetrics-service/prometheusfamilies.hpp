@@ -23,7 +23,7 @@ struct Family {
   char *sample_name;  // the same; with "_total" behind it if the family is a counter
   Type type;
   bool is_negative;  // whether it has shown a negative quantile
-  const Series *of;  // the first of its names and units: the help tells of it
+  const Series *of;  // the first of its names and units, which the help shows
   Figure figure;     // of that series
   GArray *samples;   // of Sample, by labels
   char *headers[2];  // the lines before the samples in each format; NULL before they are shown

@@ -9,7 +9,7 @@ using namespace vekin::prometheus;
 
 namespace {
 
-// What the reporter says of itself.
+// The reporter's own families.
 enum Own { LAST_PASS, PASS_DURATION, N_METRICS, N_OWN };
 
 constexpr struct {

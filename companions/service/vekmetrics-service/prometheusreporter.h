@@ -32,17 +32,19 @@ GType vek_service_prometheus_format_get_type(void) G_GNUC_CONST;
  *
  * Keeps the last report pass as text that Prometheus reads.
  *
- * A server or a file hands the text on. It is made when it is first asked for after a pass, once in
- * each format, and kept until the next pass. A scrape never runs a pass: a pass consumes what the
- * metrics have gathered, and a second reader would go without.
+ * Serve the text with `VekWebServer` of vekmetrics-web or any other server, or write it to a file.
+ * The text in each format is written at the first request after a pass, and kept until the next
+ * pass. A scrape never runs a pass, because a pass consumes what the metrics have collected, and
+ * other reporters would miss it.
  *
- * Names and dimensions are changed to what the formats allow. A counter is of the type `unknown`,
- * for it may go down; [method@PrometheusReporter.declare_monotonic] says of one that it does not. A
- * gauge or a meter is a `gauge`, a histogram or a timer a `summary` of its quantiles 0.5, 0.9 and
- * 0.99 with gauges beside it. Timelines are passed over. Metrics that the formats cannot tell apart
- * are left out but for one, and a warning names both.
+ * Names and dimensions are changed to what the formats allow. A counter has the type `unknown`,
+ * because it may go down; declare those that do not with
+ * [method@PrometheusReporter.declare_monotonic]. A gauge or a meter is a `gauge`. A histogram or a
+ * timer is a `summary` of its quantiles 0.5, 0.9 and 0.99, with additional gauges. Timelines are
+ * ignored. Of metrics that would become the same series, the text has one, and a warning names
+ * both.
  *
- * A reporter serves one registry, whose passes follow one another. Any thread may ask for the text.
+ * A reporter serves one registry, whose passes do not overlap. Any thread may get the text.
  */
 VEK_EXPORT
 G_DECLARE_FINAL_TYPE(VekServicePrometheusReporter, vek_service_prometheus_reporter, VEK_SERVICE,
@@ -51,23 +53,24 @@ G_DECLARE_FINAL_TYPE(VekServicePrometheusReporter, vek_service_prometheus_report
 /**
  * VekServicePrometheusReporter:keep-seconds:
  *
- * How long the text keeps a metric that passes no longer bring, in seconds since the pass that
- * brought it last; 0, the default, drops it with the next pass.
+ * How long the text keeps a metric that passes no longer report, in seconds since the pass that
+ * reported it last; 0, the default, drops it at the next pass.
  *
- * Passes do not bring a retired metric, and a gauge with an interval only when an interval has
- * ended.
+ * Passes do not report a retired metric, and report a gauge with an interval only when an interval
+ * has ended.
  */
 
 /**
  * VekServicePrometheusReporter:prefix:
  *
- * What is put in front of every metric's name, as in `site_`; %NULL or empty for none.
+ * The prefix of every metric's name, such as `site_`; %NULL or empty for none.
  */
 
 /**
  * vek_service_prometheus_reporter_new:
  *
- * Makes a reporter without a prefix that keeps nothing longer than a pass.
+ * Creates a reporter without a prefix, which drops a metric at the next pass that does not report
+ * it.
  *
  * Returns: (transfer full): a new reporter
  */
@@ -93,9 +96,11 @@ char *vek_service_prometheus_reporter_get_text(VekServicePrometheusReporter *rep
  * @reporter: a reporter
  * @format: the format
  *
- * Gets the text of the last pass without a copy, and without a NUL behind it. While the text is the
- * same these are the same bytes, so whoever holds them knows a new text by the pointer. Any thread
- * may call this.
+ * Gets the text of the last pass without copying it, and without a terminating NUL. Any thread may
+ * call this.
+ *
+ * The same `GBytes` are returned until the text changes, so a caller that keeps a reference can
+ * compare pointers to detect a new text.
  *
  * Returns: (transfer full) (nullable): the text; %NULL before the first pass and after a failed
  *   check
@@ -109,13 +114,13 @@ GBytes *vek_service_prometheus_reporter_get_bytes(VekServicePrometheusReporter *
  * @reporter: a reporter
  * @name: the counters' name, as it was given to the registry
  *
- * Says of all counters of a name, whatever their dimensions, that they never go down. Their type is
- * `counter`, and their samples end in `_total`.
+ * Declares that the counters of a name, with any dimensions, never go down. Their type is
+ * `counter`, and the names of their samples end in `_total`.
  *
- * If one goes down all the same, a warning says so, once for each name. The formats have no
- * negative counters: a counter that is below 0 is left out, with a warning of its own.
+ * If one goes down nevertheless, a warning is logged, once for each name. The formats have no
+ * negative counters: a counter below 0 is omitted, with another warning.
  *
- * Names that are declared after a pass count in its text too. Does nothing after a failed check.
+ * A declaration also applies to the text of an earlier pass. Does nothing after a failed check.
  */
 VEK_EXPORT
 void vek_service_prometheus_reporter_declare_monotonic(VekServicePrometheusReporter *reporter,

@@ -58,7 +58,7 @@ static bool has_ended(ServerConnection *self) {
 
 static gboolean on_readable(GSocket *, GIOCondition, gpointer user_data) {
   auto *self = vekin::as<ServerConnection>(user_data);
-  auto *owner = g_object_ref(self->owner);  // whatever is called may let go of it
+  auto *owner = g_object_ref(self->owner);  // the callback may release it
   has_ended(self);
   g_object_unref(owner);
   return G_SOURCE_CONTINUE;

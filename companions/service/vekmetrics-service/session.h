@@ -10,11 +10,11 @@ G_BEGIN_DECLS
 /**
  * VekServiceSession:
  *
- * The reporting of a program, from its start to its end.
+ * Reports the metrics of a program until the program ends.
  *
- * A session takes the reporters of a program over, hands each report pass of its registry on to
- * all of them, adds passes of its own when 60 seconds are too long, and lets the last figures out
- * when the program ends:
+ * A session owns the reporters of a program. It passes each report pass of its registry to all of
+ * them, adds passes of its own if 60 seconds are too long, and reports the last figures when the
+ * program ends:
  *
  * ```c
  * g_autoptr(VekServiceSession) session = vek_service_session_new(NULL);
@@ -24,21 +24,22 @@ G_BEGIN_DECLS
  * vek_service_session_run(session, loop, 5000);
  * ```
  *
- * In a pass each metric's figures reach all reporters, in the order in which they were added. A
- * pass consumes what it reports: the ranges of a timeline, the boundary of a gauge's interval, the
- * last report of a metric. So a registry has one session, and a reporter that is registered with
- * the registry beside it goes without what passes of the session's own consume.
+ * In a pass each metric reports to all reporters, in the order in which they were added. A pass
+ * consumes what it reports: the ranges of a timeline, the end of a gauge's interval, the last
+ * report of a metric. Therefore a registry has only one session, and a reporter that is registered
+ * with the registry itself misses what the session's own passes consume.
  *
- * Passes of the session's own retire no metric: a metric that the program has let go of gets its
- * last report from a periodic pass of the registry. What is counted on a metric while it is being
- * retired is not lost, if the metric was got from its constructor;
- * [method@Vek.MetricRegistry.get_metric] can return one that is no longer reported.
+ * The session's own passes do not retire metrics: a metric that the program has released gets its
+ * last report from a periodic pass of the registry. Updates of a metric while it is being retired
+ * are not lost if the metric comes from its constructor. [method@Vek.MetricRegistry.get_metric] can
+ * return a metric that is no longer reported.
  *
- * Passes, [method@Session.report] and the operations that finish belong to the thread that runs
- * the default main context. Reporters may be added and removed on any thread.
+ * Call [method@Session.report] and the functions that finish the session on the thread that runs
+ * the default main context, which also runs the passes. Reporters may be added and removed on any
+ * thread.
  *
- * A session that is let go of without being finished ends silently: it makes no last pass, waits
- * for nobody, and lets its reporters go.
+ * A session that is freed without being finished ends silently: it runs no last pass, does not
+ * wait, and releases its reporters.
  */
 VEK_EXPORT
 G_DECLARE_FINAL_TYPE(VekServiceSession, vek_service_session, VEK_SERVICE, SESSION, GObject)
@@ -46,11 +47,11 @@ G_DECLARE_FINAL_TYPE(VekServiceSession, vek_service_session, VEK_SERVICE, SESSIO
 /**
  * VekServiceSession:period:
  *
- * How far apart two passes are at most, in seconds.
+ * The longest time between two passes, in seconds, from 1 to 60.
  *
- * The session adds passes of its own between those of the registry, which runs one every 60
- * seconds; with 60 it adds none. Timers of whole seconds may be a second late. It can be set at any
- * time, on any thread, from 1 to 60: GObject warns of any other value, and nothing changes.
+ * The registry runs a pass every 60 seconds. Below 60, the session adds passes of its own. Timers
+ * of whole seconds may be a second late. The property can be set at any time, on any thread. For a
+ * value out of range, GObject logs a warning, and nothing changes.
  */
 
 /**
@@ -63,9 +64,9 @@ G_DECLARE_FINAL_TYPE(VekServiceSession, vek_service_session, VEK_SERVICE, SESSIO
  * vek_service_session_new:
  * @registry: (nullable): a registry; %NULL for the default one
  *
- * Begins a session, and with it the periodic passes of the registry.
+ * Starts a session, and with it the periodic passes of the registry.
  *
- * A registry has one session at a time: while it has one, a second is a failed check.
+ * A registry has one session at a time: creating a second one is a failed check.
  *
  * Returns: (transfer full) (nullable): a new session without reporters; %NULL after a failed check
  */
@@ -77,12 +78,13 @@ VekServiceSession *vek_service_session_new(VekMetricRegistry *registry);
  * @session: a session
  * @reporter: (transfer full): a reporter
  *
- * Hands all later passes on to the reporter, too. A pass that is under way is not handed on to it.
+ * Passes all later passes to the reporter as well. A pass that is under way does not reach it.
  *
- * The session takes the reporter over, also when it has it already, which changes nothing, and
- * after a failed check. Nobody else should hold a Carbon or a JSON log reporter by the time the
- * session finishes: it sees by the references whether they are done. Once the session is over,
- * this is a failed check. Any thread may call it.
+ * The session takes ownership of the reporter, also after a failed check. Adding a reporter again
+ * changes nothing. Once the session is over, this is a failed check. Any thread may call it.
+ *
+ * Release all other references to a carbon or a JSON log reporter before the session finishes: the
+ * session knows by the reference count whether these are done.
  */
 VEK_EXPORT
 void vek_service_session_add_reporter(VekServiceSession *session, VekMetricReporter *reporter);
@@ -92,8 +94,8 @@ void vek_service_session_add_reporter(VekServiceSession *session, VekMetricRepor
  * @session: a session
  * @reporter: a reporter
  *
- * Hands no later pass on to the reporter, and lets it go. A pass that is under way is still handed
- * on to it. Any thread may call it.
+ * Removes and releases a reporter. A pass that is under way still reaches it. Any thread may call
+ * this.
  *
  * Returns: whether the session had the reporter; %FALSE after a failed check
  */
@@ -105,10 +107,10 @@ gboolean vek_service_session_remove_reporter(VekServiceSession *session,
  * vek_service_session_report:
  * @session: a session
  *
- * Runs one pass for all reporters, now.
+ * Runs one pass for all reporters at once.
  *
- * It is a failed check on another thread than that of the default main context, within a pass, and
- * once the session is over.
+ * This is a failed check on any thread other than that of the default main context, within a pass,
+ * and once the session is over.
  */
 VEK_EXPORT
 void vek_service_session_report(VekServiceSession *session);
@@ -118,22 +120,23 @@ void vek_service_session_report(VekServiceSession *session);
  * @session: a session
  * @timeout_ms: how long to wait at most, in milliseconds
  *
- * Runs one last pass for all reporters, then the default main context until none of them has
- * anything under way, and ends the session.
+ * Runs one last pass for all reporters, ends the session, and runs the default main context until
+ * no reporter has anything under way.
  *
- * A connection that is being made counts as under way, and so does what is sent through it then.
- * A reporter that is not done in time is named in a warning; what it still has under way goes on if
- * the main loop does.
+ * A connection attempt counts as under way, and so does what is sent through the connection. If a
+ * reporter is not done in time, a warning names its type. Its operations continue if the main loop
+ * keeps running.
  *
- * The session is over as soon as the last pass is. What it registered with the registry does
- * nothing from then on, and the registry lives on. A second call returns what the first returns,
- * and waits as long as that one.
+ * The session is over as soon as the last pass is. From then on it takes no passes from the
+ * registry, which lives on. A second call waits as long as the first one and returns the same
+ * result.
  *
- * It is a failed check on another thread than that of the default main context, and within a pass.
+ * This is a failed check on any thread other than that of the default main context, and within a
+ * pass.
  *
- * Returns: %TRUE if nothing is under way any more, which does not tell whether all was written:
- *   the warnings of the reporters say what failed; %FALSE if the time was up, the wait was
- *   cancelled, or a check failed
+ * Returns: %TRUE if nothing is under way any more, which does not mean that everything was written:
+ *   the reporters log warnings of failures; %FALSE after the timeout, if the wait was cancelled,
+ *   and after a failed check
  */
 VEK_EXPORT
 gboolean vek_service_session_finish(VekServiceSession *session, guint timeout_ms);
@@ -142,13 +145,13 @@ gboolean vek_service_session_finish(VekServiceSession *session, guint timeout_ms
  * vek_service_session_finish_async:
  * @session: a session
  * @timeout_ms: how long to wait at most, in milliseconds
- * @cancellable: (nullable): what ends the wait, for all who wait for the session
+ * @cancellable: (nullable): ends the wait, for every caller that waits for the session
  * @callback: (scope async) (closure user_data): called when the wait has ended
  * @user_data: data for @callback
  *
- * Does what [method@Session.finish] does, but leaves running the main context to the program.
+ * Does the same as [method@Session.finish], but leaves running the main context to the program.
  *
- * The last pass is over when this returns; cancelling ends the wait only.
+ * The last pass is over when this returns. Cancelling only ends the wait.
  */
 VEK_EXPORT
 void vek_service_session_finish_async(VekServiceSession *session, guint timeout_ms,
@@ -158,7 +161,7 @@ void vek_service_session_finish_async(VekServiceSession *session, guint timeout_
 /**
  * vek_service_session_finish_finish:
  * @session: a session
- * @result: what the callback was given
+ * @result: the result that the callback received
  * @error: return location for an error, or %NULL
  *
  * Gets the result of [method@Session.finish_async].
@@ -176,10 +179,10 @@ gboolean vek_service_session_finish_finish(VekServiceSession *session, GAsyncRes
  * @loop: a main loop for the default main context
  * @timeout_ms: how long to wait at most at the end, in milliseconds
  *
- * Runs the main loop until it is quit, which SIGINT and SIGTERM do from here on, then finishes the
- * session as [method@Session.finish] does. A second signal ends the wait.
+ * Runs the main loop until it is quit, and then finishes the session like [method@Session.finish].
+ * SIGINT and SIGTERM quit the loop. A second signal ends the wait.
  *
- * The same checks apply. Afterwards the signals have their default meaning.
+ * The same checks apply. Afterwards the signals have their default action.
  *
  * Returns: as [method@Session.finish]
  */

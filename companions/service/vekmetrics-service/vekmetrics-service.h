@@ -1,6 +1,6 @@
 #pragma once
 
-/* All of vekmetrics-service: the one header that applications include. */
+/* The header that applications include. */
 
 #include <vekmetrics-service/drain.h>
 #include <vekmetrics-service/graphitereporter.h>

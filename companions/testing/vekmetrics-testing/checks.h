@@ -4,9 +4,9 @@
 
 G_BEGIN_DECLS
 
-/* What a test asks of a recorder's last pass. Each check is there twice: as a function that returns
- * an error, which other languages throw, and as a macro for C and C++ that ends the test, as
- * g_assert_cmpint() does. Both show the whole pass. */
+/* Checks of a recorder's last pass. Each check exists twice: as a function that returns an error,
+ * which other languages throw, and as a macro for C and C++ that ends the test, like
+ * g_assert_cmpint(). The messages of both show the whole pass. */
 
 /**
  * VEK_TESTING_ERROR:
@@ -27,8 +27,8 @@ GQuark vek_testing_error_quark(void);
 
 /**
  * VekTestingError:
- * @VEK_TESTING_ERROR_MISSING: there was no pass, or it did not bring what was looked for
- * @VEK_TESTING_ERROR_DIFFERENT: the pass brought something else than expected
+ * @VEK_TESTING_ERROR_MISSING: there was no pass, or it did not report the metric
+ * @VEK_TESTING_ERROR_DIFFERENT: the pass reported something other than expected
  *
  * What a failed check found.
  */
@@ -39,10 +39,10 @@ typedef enum { VEK_TESTING_ERROR_MISSING, VEK_TESTING_ERROR_DIFFERENT } VekTesti
  * @recorder: a recorder
  * @name: a counter's name
  * @dimensions: (nullable) (array zero-terminated=1): its alternating names and values
- * @count: the count that is expected
+ * @count: the expected count
  * @error: return location for an error
  *
- * Checks the count that the last pass brought of a counter.
+ * Checks the count that the last pass reported for a counter.
  *
  * Returns: whether it is as expected; %FALSE without an error if an argument is wrong
  */
@@ -55,11 +55,11 @@ gboolean vek_testing_check_count(VekTestingRecorder *recorder, const char *name,
  * @recorder: a recorder
  * @name: a gauge's or a meter's name
  * @dimensions: (nullable) (array zero-terminated=1): its alternating names and values
- * @value: the value or the rate that is expected; NaN is only met by NaN
- * @tolerance: by how much it may differ, at least 0
+ * @value: the expected value or rate; only NaN matches NaN
+ * @tolerance: the largest allowed difference, at least 0
  * @error: return location for an error
  *
- * Checks the value that the last pass brought of a gauge, or the rate of a meter.
+ * Checks the value that the last pass reported for a gauge, or the rate of a meter.
  *
  * Returns: whether it is as expected; %FALSE without an error if an argument is wrong
  */
@@ -72,11 +72,11 @@ gboolean vek_testing_check_value(VekTestingRecorder *recorder, const char *name,
  * @recorder: a recorder
  * @name: a histogram's or a timer's name
  * @dimensions: (nullable) (array zero-terminated=1): its alternating names and values
- * @n_samples: how many samples are expected
+ * @n_samples: the expected number of samples
  * @error: return location for an error
  *
- * Checks how many samples the last pass brought of a histogram or a timer. What else there is to
- * know of them is in [method@VekTesting.Recorder.get_snapshot].
+ * Checks how many samples the last pass reported for a histogram or a timer. To check the samples
+ * themselves, use [method@VekTesting.Recorder.get_snapshot].
  *
  * Returns: whether it is as expected; %FALSE without an error if an argument is wrong
  */
@@ -88,10 +88,10 @@ gboolean vek_testing_check_n_samples(VekTestingRecorder *recorder, const char *n
  * vek_testing_check_n_ranges:
  * @recorder: a recorder
  * @name: a timeline's name
- * @n_ranges: how many ranges are expected
+ * @n_ranges: the expected number of ranges
  * @error: return location for an error
  *
- * Checks how many ranges the last pass brought of a timeline. The ranges themselves are in
+ * Checks how many ranges the last pass reported for a timeline. To check the ranges themselves, use
  * [method@VekTesting.Recorder.get_ranges].
  *
  * Returns: whether it is as expected; %FALSE without an error if an argument is wrong
@@ -106,8 +106,8 @@ gboolean vek_testing_check_n_ranges(VekTestingRecorder *recorder, const char *na
  * @name: a metric's name
  * @error: return location for an error
  *
- * Checks that there was a pass and that it brought nothing of that name, whatever the kind and the
- * dimensions.
+ * Checks that there was a pass, and that it reported no metric with this name, of any kind and with
+ * any dimensions.
  *
  * Returns: whether that is so; %FALSE without an error if an argument is wrong
  */
@@ -117,10 +117,10 @@ gboolean vek_testing_check_nothing(VekTestingRecorder *recorder, const char *nam
 /**
  * vek_testing_check_text:
  * @recorder: a recorder
- * @text: the text that is expected, as of [method@VekTesting.Recorder.get_text]
+ * @text: the expected text, as returned by [method@VekTesting.Recorder.get_text]
  * @error: return location for an error
  *
- * Checks all that the last pass brought.
+ * Checks everything that the last pass reported.
  *
  * Returns: whether it is as expected; %FALSE without an error if an argument is wrong
  */
@@ -129,8 +129,8 @@ gboolean vek_testing_check_text(VekTestingRecorder *recorder, const char *text, 
 
 #ifndef __GI_SCANNER__
 
-/* The macros take the arguments of the checks but the error. Their names and numbers are not
- * repeated here, so that braces in the arguments need no parentheses around them. */
+/* The macros take the arguments of the checks, without the error. They are variadic, so that
+ * arguments with commas in braces need no parentheses. */
 #define vek_testing_assert_count(...) vek_testing_assert_(vek_testing_check_count, __VA_ARGS__)
 #define vek_testing_assert_value(...) vek_testing_assert_(vek_testing_check_value, __VA_ARGS__)
 #define vek_testing_assert_n_samples(...) \

@@ -7,13 +7,13 @@ G_BEGIN_DECLS
 /**
  * vek_testing_registry_push:
  *
- * Makes a fresh registry the default one, until [func@VekTesting.registry_pop] brings back the one
- * before. Calls can be nested.
+ * Makes a new registry the default one, until [func@VekTesting.registry_pop] restores the previous
+ * one. Calls can be nested.
  *
- * In C, `g_autoptr(VekTestingRegistry) registry = vek_testing_registry_push();` pops by itself at
- * the end of the scope. Both functions belong to the thread that runs the tests.
+ * In C, `g_autoptr(VekTestingRegistry) registry = vek_testing_registry_push();` pops the registry
+ * at the end of the scope. Call both functions on the thread that runs the tests.
  *
- * Returns: (transfer none): the fresh registry, which the library owns
+ * Returns: (transfer none): the new registry, which the library owns
  */
 VEK_EXPORT
 VekMetricRegistry *vek_testing_registry_push(void);
@@ -21,10 +21,10 @@ VekMetricRegistry *vek_testing_registry_push(void);
 /**
  * vek_testing_registry_pop:
  *
- * Takes away the default registry, which the last [func@VekTesting.registry_push] made, and brings
- * back the one before. Whoever holds metrics of it keeps them; no registry reports them any more.
+ * Removes the default registry that the last [func@VekTesting.registry_push] created, and restores
+ * the previous one. References to its metrics stay valid, but no registry reports them any more.
  *
- * Without a push before it, this is a failed check and does nothing.
+ * Without a matching push, this is a failed check and does nothing.
  */
 VEK_EXPORT
 void vek_testing_registry_pop(void);

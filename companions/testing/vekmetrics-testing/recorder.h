@@ -9,15 +9,15 @@ G_BEGIN_DECLS
 /**
  * VekTestingRecorder:
  *
- * A reporter that keeps what the last pass brought, for tests to look at.
+ * A reporter that records the last pass for tests.
  *
- * A pass ends with its flush: until then the recorder shows the pass before.
+ * A pass ends with its flush. Until then the recorder returns the previous pass.
  *
- * As text, each call of a reporter's operation is one line: the kind of call, the name with the
- * dimensions in braces, the figures, the unit, and the time in microseconds if
- * [property@VekTesting.Recorder:times] is set. A metric without dimensions or unit has nothing in
- * their place, one with an empty vector has `{}`, and a name of dimension without a value stands
- * alone. Ranges come as they are handed on, the newest first.
+ * The text has one line for each call: the kind of call, the name with the dimensions in braces,
+ * the figures, the unit, and the time in microseconds if [property@VekTesting.Recorder:times] is
+ * set. Dimensions and unit are omitted if the metric has none. An empty vector is `{}`, and a
+ * dimension without a value is written without `=`. Ranges are in the order of the call, the newest
+ * first.
  *
  * ```
  * count requests{host=h1,zone=b} 42 Count @1000
@@ -26,12 +26,11 @@ G_BEGIN_DECLS
  * timeline render [2:300..420 1:100..250]
  * ```
  *
- * Numbers have as many digits as it takes to read the same number back. A string that is empty, or
- * has spaces, control characters, bytes that are not UTF-8 or any of `"\{}=,()@`, is written in
- * quotation marks and escaped as in C; `(null)` is a missing name or snapshot. So each line can be
- * read in one way only.
+ * Numbers have as many digits as are needed to read back the same number. A string is quoted and
+ * escaped as in C if it is empty or contains spaces, control characters, bytes that are not UTF-8,
+ * or any of `"\{}=,()@`. A missing name or snapshot is `(null)`. So each line is unambiguous.
  *
- * A recorder belongs to the thread that runs the passes.
+ * Use a recorder on the thread that runs the passes.
  */
 VEK_EXPORT
 G_DECLARE_FINAL_TYPE(VekTestingRecorder, vek_testing_recorder, VEK_TESTING, RECORDER, GObject)
@@ -39,7 +38,7 @@ G_DECLARE_FINAL_TYPE(VekTestingRecorder, vek_testing_recorder, VEK_TESTING, RECO
 /**
  * VekTestingRecorder:times:
  *
- * Whether lines end in the time of what they report; %FALSE by default.
+ * Whether each line ends in the time of the figures; %FALSE by default.
  */
 
 /**
@@ -47,14 +46,14 @@ G_DECLARE_FINAL_TYPE(VekTestingRecorder, vek_testing_recorder, VEK_TESTING, RECO
  * @recorder: the recorder
  * @line: the call as a line of text, or `flush`
  *
- * Emitted at each call, in the order in which they come, after it was written down. This is within
- * the pass, which holds the registry's lock.
+ * Emitted after each call has been recorded, in the order of the calls. Handlers run within the
+ * pass, which holds the registry's lock.
  */
 
 /**
  * vek_testing_recorder_new:
  *
- * Makes a recorder, to be registered or to be handed to [method@Vek.MetricRegistry.report].
+ * Creates a recorder. Register it, or pass it to [method@Vek.MetricRegistry.report].
  *
  * Returns: (transfer full): a new recorder
  */
@@ -65,8 +64,9 @@ VekTestingRecorder *vek_testing_recorder_new(void);
  * vek_testing_recorder_get_text:
  * @recorder: a recorder
  *
- * Gets what the last pass brought, a line for each call, sorted by the metrics' keys: their
- * dimensions, then their name, joined by ".". Lines of the same key stay as they came.
+ * Gets the last pass as text, with a line for each call, sorted by the metrics' keys: their
+ * dimensions and then their name, joined by ".". Lines with the same key keep the order of the
+ * calls.
  *
  * Returns: (transfer full) (nullable): the text, empty for an empty pass; %NULL if there was no
  *   pass, and after a failed check
@@ -81,7 +81,7 @@ char *vek_testing_recorder_get_text(VekTestingRecorder *recorder);
  * @dimensions: (nullable) (array zero-terminated=1): its alternating names and values
  * @count: (out) (optional): return location for the count; 0 if there is none
  *
- * Gets the count that the last pass brought of a counter.
+ * Gets the count that the last pass reported for a counter.
  *
  * Returns: whether there was one; %FALSE after a failed check
  */
@@ -96,7 +96,7 @@ gboolean vek_testing_recorder_get_count(VekTestingRecorder *recorder, const char
  * @dimensions: (nullable) (array zero-terminated=1): its alternating names and values
  * @value: (out) (optional): return location for the value or the rate; 0.0 if there is none
  *
- * Gets the value that the last pass brought of a gauge, or the rate of a meter.
+ * Gets the value that the last pass reported for a gauge, or the rate of a meter.
  *
  * Returns: whether there was one; %FALSE after a failed check
  */
@@ -110,7 +110,7 @@ gboolean vek_testing_recorder_get_value(VekTestingRecorder *recorder, const char
  * @name: a histogram's or a timer's name
  * @dimensions: (nullable) (array zero-terminated=1): its alternating names and values
  *
- * Gets the snapshot that the last pass brought of a histogram or a timer.
+ * Gets the snapshot that the last pass reported for a histogram or a timer.
  *
  * Returns: (transfer none) (nullable): the snapshot, which the recorder owns until the next pass
  *   ends; %NULL if there was none, and after a failed check
@@ -124,7 +124,7 @@ VekMetricSnapshot *vek_testing_recorder_get_snapshot(VekTestingRecorder *recorde
  * @recorder: a recorder
  * @name: a timeline's name
  *
- * Gets the ranges that the last pass brought of a timeline, the newest first.
+ * Gets the ranges that the last pass reported for a timeline, the newest first.
  *
  * Returns: (transfer none) (nullable) (element-type VekMetricRange): the ranges, which the recorder
  *   owns until the next pass ends; %NULL if there were none, and after a failed check

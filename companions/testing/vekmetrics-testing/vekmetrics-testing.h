@@ -1,7 +1,7 @@
 #pragma once
 
-/* All of vekmetrics-testing: the one header that test programs include. The clock is a library of
- * its own, with <vekmetrics-testing/clock.h>. */
+/* The header that test programs include. The clock is a separate library, with the header
+ * <vekmetrics-testing/clock.h>. */
 
 #include <vekmetrics-testing/checks.h>
 #include <vekmetrics-testing/defaultregistry.h>

@@ -66,7 +66,7 @@ int parse_quality(std::string_view text) {
 // One of the things that an Accept header lists.
 struct Item {
   std::string_view name;
-  std::string_view version;  // empty if it says none
+  std::string_view version;  // empty if there is none
   int quality = 1000;
 
   explicit Item(std::string_view text) : name(take(text, ';')) {
@@ -81,7 +81,7 @@ struct Item {
   }
 };
 
-// The quality of the name that says most of those that stand for what is looked for.
+// The quality of the most specific name that matches.
 struct Preference {
   int rank = 0;
   int quality = 0;

@@ -13,22 +13,23 @@ G_BEGIN_DECLS
  *
  * Serves the text of a [class@VekService.PrometheusReporter] to Prometheus, at `/metrics`.
  *
- * A server has no thread. It works in the main context that is thread-default when it begins to
- * listen, and all calls belong on that thread. It ends with the object.
+ * A server has no thread. It runs in the main context that is thread-default when it starts to
+ * listen. Call all functions on that thread. The server stops when the object is freed.
  *
- * `Accept` decides between OpenMetrics and the text format, which is also for those who say
- * nothing; `Accept-Encoding` decides over gzip. Each text is compressed once, a large one in slices
- * between which the main loop goes on. An `ETag` of its contents spares those who have it.
+ * The header `Accept` of a request chooses between OpenMetrics and the text format, which is the
+ * default. `Accept-Encoding` can choose gzip. Each text is compressed once, and a large one in
+ * slices, between which the main loop continues. The `ETag` depends on the contents: a client that
+ * already has the text gets the status 304 instead.
  *
- * On a loopback address, a request must name as its `Host` localhost, 127.0.0.1, [::1] or a name
- * that was allowed, with any port: else a web page could have its own name resolved to this machine
- * and read along.
+ * On a loopback address, the `Host` of a request must be localhost, 127.0.0.1, [::1] or an allowed
+ * name, with any port. This prevents DNS rebinding, by which a web page could read the metrics.
  *
- * A server that listens itself keeps at most 100 connections: for one more it ends the one that has
- * been idle for longest. It ends those on which no request has begun or ended for 120 seconds, and
- * those of requests with bodies of more than 64 KiB or of unknown length. Headers end at 100 KiB.
+ * A server that listens itself keeps at most 100 connections. A further one closes the connection
+ * that has been idle longest. A connection is closed after 120 seconds in which no request begins
+ * or ends, and if a request has a body of more than 64 KiB or of unknown length. Headers are
+ * limited to 100 KiB.
  *
- * libsoup 2 and libsoup 3 cannot be in one process: the second to be loaded aborts it.
+ * libsoup 2 and libsoup 3 cannot be in one process: the second one to be loaded aborts it.
  */
 VEK_EXPORT
 G_DECLARE_FINAL_TYPE(VekWebServer, vek_web_server, VEK_WEB, SERVER, GObject)
@@ -37,7 +38,7 @@ G_DECLARE_FINAL_TYPE(VekWebServer, vek_web_server, VEK_WEB, SERVER, GObject)
  * vek_web_server_new:
  * @reporter: the reporter whose text is served
  *
- * Makes a server that does not listen yet.
+ * Creates a server that does not listen yet.
  *
  * Returns: (transfer full): a new server; %NULL after a failed check
  */
@@ -51,7 +52,7 @@ VekWebServer *vek_web_server_new(VekServicePrometheusReporter *reporter);
  * @port: the TCP port, up to 65,535; 0 takes a free one
  * @error: return location for an error
  *
- * Listens on a TCP port, beside what it listens on already. What is not an address is
+ * Listens on a TCP port, in addition to earlier ones. An invalid @address is the error
  * %G_IO_ERROR_INVALID_ARGUMENT.
  *
  * Returns: whether it listens; %FALSE after a failed check
@@ -66,8 +67,8 @@ gboolean vek_web_server_listen(VekWebServer *server, const char *address, guint 
  * @path: (type filename): the path of the socket
  * @error: return location for an error
  *
- * Listens on a Unix socket that only this user may connect to, from the moment it is there. A
- * socket that nobody listens on any more is replaced. The path is removed with the server.
+ * Listens on a Unix socket to which only the same user can connect, from its creation on. A stale
+ * socket, on which no process listens, is replaced. The path is removed when the server is freed.
  *
  * Returns: whether it listens; %FALSE after a failed check
  */
@@ -77,11 +78,11 @@ gboolean vek_web_server_listen_unix(VekWebServer *server, const char *path, GErr
 /**
  * vek_web_server_attach:
  * @server: a server
- * @soup_server: a server of the program's own
+ * @soup_server: another server, made by the program
  * @path: (nullable): the path to serve; %NULL for `/metrics`
  *
- * Serves the text at a path of another server, until this one ends. How many connections that has,
- * and for how long, is its own business. Does nothing after a failed check.
+ * Serves the text at a path of another server, until this object is freed. The limits on
+ * connections do not apply to that server. Does nothing after a failed check.
  */
 VEK_EXPORT
 void vek_web_server_attach(VekWebServer *server, SoupServer *soup_server, const char *path);
@@ -91,8 +92,8 @@ void vek_web_server_attach(VekWebServer *server, SoupServer *soup_server, const 
  * @server: a server
  * @name: a host name, without a port
  *
- * Answers requests on loopback addresses that name this host too, as when a proxy hands on the name
- * that it was asked by. Case makes no difference. Does nothing after a failed check.
+ * Also accepts this host in requests on loopback addresses, for example if a proxy passes on the
+ * original `Host`. Upper and lower case are equivalent. Does nothing after a failed check.
  */
 VEK_EXPORT
 void vek_web_server_allow_host(VekWebServer *server, const char *name);
@@ -101,7 +102,7 @@ void vek_web_server_allow_host(VekWebServer *server, const char *name);
  * vek_web_server_get_port:
  * @server: a server
  *
- * Gets the TCP port that the server listens on; of several, that of the first.
+ * Gets the TCP port that the server listens on; if there are several, the first.
  *
  * Returns: the port; 0 if it listens on none, and after a failed check
  */

@@ -1,5 +1,5 @@
 #pragma once
 
-/* All of vekmetrics-web: the one header that applications include. */
+/* The header that applications include. */
 
 #include <vekmetrics-web/server.h>
