@@ -1,5 +1,7 @@
 #include "linequeue.hpp"
 
+#include <string_view>
+
 #include <string.h>
 
 using vekin::LineQueue;
@@ -59,10 +61,10 @@ bool LineQueue::make_room() {
   auto *chunk = as<Chunk>(link->data);
   if (chunk->sent > chunk->start) {
     const char *first = chunk->text + chunk->start;
-    if (void *feed = memrchr(const_cast<char *>(first), '\n', chunk->sent - chunk->start)) {
-      auto *next = static_cast<char *>(feed) + 1;
-      guint n_gone = count_lines(first, next);
-      chunk->start = static_cast<gsize>(next - chunk->text);
+    auto feed = std::string_view(first, chunk->sent - chunk->start).rfind('\n');
+    if (feed != std::string_view::npos) {
+      guint n_gone = count_lines(first, first + feed + 1);
+      chunk->start += feed + 1;
       chunk->n_lines -= n_gone;
       n_lines -= n_gone;
       n_sent += n_gone;
