@@ -401,6 +401,44 @@ TEST(the_one_left_out_comes_when_the_other_goes) {
   assert_text(reporter, TEXT, "a_b gauge; a_b 2");
 }
 
+/* A reporter that arranges families as metrics come and go shows what one shows that has seen only
+ * the last pass. */
+TEST(text_does_not_depend_on_earlier_passes) {
+  static const char *const names[] = {"a", "a.b", "a-b", "a_avg", "a_count", "m", "m_total", "z"};
+  static const char *const dimensions[] = {NULL, "h=1", "h=2"};
+  for (guint32 seed = 0; seed < 300; seed++) {
+    g_autoptr(GRand) random = g_rand_new_with_seed(seed);
+    g_autoptr(Reporter) kept = set_up();
+    vek_service_prometheus_reporter_declare_monotonic(kept, "m");
+    for (int pass = 0; pass < 12; pass++) {
+      g_autoptr(Reporter) fresh = vek_service_prometheus_reporter_new();
+      vek_service_prometheus_reporter_declare_monotonic(fresh, "m");
+      for (gsize i = 0; i < G_N_ELEMENTS(names); i++) {
+        for (gsize j = 0; j < G_N_ELEMENTS(dimensions); j++) {
+          int kind = g_rand_int_range(random, 0, seed % 2 == 0 ? 4 : 40);
+          for (int both = 0; both < 2; both++) {
+            if (kind == 0)
+              count(both ? kept : fresh, names[i], dimensions[j], 1);
+            else if (kind == 1)
+              gauge(both ? kept : fresh, names[i], dimensions[j], 1);
+            else if (kind == 2)
+              sample(both ? kept : fresh, names[i], dimensions[j], 1);
+          }
+        }
+      }
+      flush(kept);
+      flush(fresh);
+      for (int format = OPENMETRICS; format <= TEXT; format++) {
+        g_autofree char *found = vek_service_prometheus_reporter_get_text(kept, format);
+        g_autofree char *expected = vek_service_prometheus_reporter_get_text(fresh, format);
+        g_assert_cmpstr(found, ==, expected);
+      }
+    }
+  }
+  while (log_capture_get_n_waiting() > 0)
+    assert_logged_like("VEK:service", G_LOG_LEVEL_WARNING, "To Prometheus *");
+}
+
 TEST(what_a_pass_does_not_bring_is_gone) {
   g_autoptr(Reporter) reporter = set_up();
   gauge(reporter, "a", NULL, 1);

@@ -4,9 +4,19 @@
 #include "prometheusrules.hpp"
 
 #include <string.h>
+#include <algorithm>
 #include <array>
 
 namespace vekin::prometheus {
+
+struct Arrangement {
+  const Policy *policy;
+  GHashTable *reserved;    // from each name that the formats keep to its Family
+  GHashTable *samples;     // from what identifies a sample to its Series
+  GHashTable *in_the_way;  // of those Series for which others are left out
+  GPtrArray *families[2];  // in the order of each format
+  GString *scratch;
+};
 
 namespace {
 
@@ -54,14 +64,6 @@ std::span<const Part> get_parts(const Series *series, const Policy &policy) {
   return kAggregated;
 }
 
-// The families so far.
-struct Arrangement {
-  GHashTable *reserved;  // from each name that the formats keep to its Family
-  GHashTable *samples;   // from what identifies a sample to its Series
-  GPtrArray *families;
-  GString *scratch;
-};
-
 struct Place {
   char *name;
   Type type;
@@ -86,6 +88,17 @@ int compare_samples(gconstpointer a, gconstpointer b) {
   int order = strcmp(left->series->labels, right->series->labels);
   return order != 0 ? order : static_cast<int>(left->figure) - static_cast<int>(right->figure);
 }
+
+// The orders of the two formats: OpenMetrics names a counter without its "_total".
+constexpr char *Family::*kOrders[] = {&Family::name, &Family::sample_name};
+
+template <int format>
+int compare_families(gconstpointer a, gconstpointer b) {
+  return strcmp((*static_cast<Family *const *>(a))->*kOrders[format],
+                (*static_cast<Family *const *>(b))->*kOrders[format]);
+}
+
+constexpr GCompareFunc kCompareFamilies[] = {compare_families<0>, compare_families<1>};
 
 int compare_series(gconstpointer a, gconstpointer b) {
   return compare_keys((*static_cast<Series *const *>(a))->key,
@@ -136,17 +149,18 @@ const Series *find_family(Arrangement &arrangement, Place &place) {
   return nullptr;
 }
 
-Family *add_family(Arrangement &arrangement, Place &place, const Policy &policy) {
+Family *add_family(Arrangement &arrangement, Place &place) {
   auto *family = g_new0(Family, 1);
   family->type = place.type;
-  family->is_negative = g_hash_table_contains(policy.negative, place.name);
+  family->is_negative = g_hash_table_contains(arrangement.policy->negative, place.name);
   family->samples = g_array_new(FALSE, FALSE, sizeof(Sample));
   for (const char *suffix : get_reserved(place.type))
     g_hash_table_insert(arrangement.reserved, g_strconcat(place.name, suffix, nullptr), family);
   family->name = g_steal_pointer(&place.name);
   family->sample_name =
       place.type == Type::counter ? g_strconcat(family->name, "_total", nullptr) : family->name;
-  g_ptr_array_add(arrangement.families, family);
+  for (auto *families : arrangement.families)
+    g_ptr_array_add(families, family);
   return family;
 }
 
@@ -155,78 +169,208 @@ bool comes_before(const Series *series, const Series *other) {
   return order < 0 || (order == 0 && g_strcmp0(series->unit, other->unit) < 0);
 }
 
-void take_place(Arrangement &arrangement, Series *series, Figure figure, Place &place,
-                const Policy &policy) {
-  auto *family = place.family ? place.family : add_family(arrangement, place, policy);
-  if (family->type != place.type)
-    family->type = Type::unknown;
-  if (!family->of || comes_before(series, family->of)) {
-    family->of = series;
-    family->figure = figure;
-  }
-  Sample sample = {series, figure};
-  g_array_append_val(family->samples, sample);
-  g_hash_table_insert(arrangement.samples, g_steal_pointer(&place.sample), series);
+void clear_headers(Family *family) {
+  for (auto &header : family->headers)
+    g_clear_pointer(&header, g_free);
 }
 
-void tell_left_out(const Series *series, const Series *other, const Policy &policy) {
-  auto *key = g_bytes_new(series->key.bytes, series->key.size);
-  if (g_hash_table_add(policy.told, key))
+void name_first(Family *family, const Sample &sample) {
+  if (family->of && !comes_before(sample.series, family->of))
+    return;
+  family->of = sample.series;
+  family->figure = sample.figure;
+  clear_headers(family);
+}
+
+// Where a sample of a sorted family is, or belongs.
+guint find_sample(const Family *family, const Sample &sample) {
+  auto *samples = reinterpret_cast<const Sample *>(family->samples->data);
+  auto *place = std::lower_bound(
+      samples, samples + family->samples->len, sample,
+      [](const Sample &a, const Sample &b) { return compare_samples(&a, &b) < 0; });
+  return static_cast<guint>(place - samples);
+}
+
+// The same of a family.
+guint find_index(GPtrArray *families, Family *family, GCompareFunc compare) {
+  auto *place = std::lower_bound(families->pdata, families->pdata + families->len, family,
+                                 [=](gpointer a, gpointer b) { return compare(&a, &b) < 0; });
+  return static_cast<guint>(place - families->pdata);
+}
+
+// The samples and the families are sorted only once all are there.
+void take_place(Arrangement &arrangement, const Sample &sample, Place &place) {
+  auto *family = place.family ? place.family : add_family(arrangement, place);
+  if (family->type != place.type) {
+    family->type = Type::unknown;
+    family->is_mixed = true;
+  }
+  name_first(family, sample);
+  g_array_append_val(family->samples, sample);
+  g_hash_table_insert(arrangement.samples, g_steal_pointer(&place.sample),
+                      const_cast<Series *>(sample.series));
+}
+
+void leave_out(Arrangement &arrangement, const Series *series, const Series *other) {
+  g_hash_table_add(arrangement.in_the_way, const_cast<Series *>(other));
+  if (g_hash_table_add(arrangement.policy->told, g_bytes_new(series->key.bytes, series->key.size)))
     vek_warning(
         "To Prometheus %s{%s} would be the same as %s{%s}, or of a family of the same "
         "name: it is left out",
         series->name, series->labels, other->name, other->labels);
 }
 
-// A metric is shown with all its parts or not at all.
-void arrange(Arrangement &arrangement, Series *series, const Policy &policy, const char *prefix) {
+// The places of a metric's parts.
+struct Places {
+  std::span<const Part> parts;
   std::array<Place, kMaxParts> places;
-  auto parts = get_parts(series, policy);
-  const Series *in_the_way = nullptr;
-  for (gsize i = 0; i < parts.size(); i++) {
-    places[i] = find_place(arrangement, series, parts[i], prefix);
-    if (!in_the_way)
-      in_the_way = find_family(arrangement, places[i]);
+  const Series *in_the_way;  // of any of them, or NULL
+
+  Places(Arrangement &arrangement, const Series *series, const char *prefix)
+      : parts(get_parts(series, *arrangement.policy)), in_the_way(nullptr) {
+    for (gsize i = 0; i < parts.size(); i++) {
+      places[i] = find_place(arrangement, series, parts[i], prefix);
+      auto *other = find_family(arrangement, places[i]);
+      if (!in_the_way)
+        in_the_way = other;
+    }
   }
-  for (gsize i = 0; i < parts.size(); i++) {
-    if (!in_the_way)
-      take_place(arrangement, series, parts[i].figure, places[i], policy);
-    clear_place(places[i]);
+  ~Places() {
+    for (gsize i = 0; i < parts.size(); i++)
+      clear_place(places[i]);
   }
-  if (in_the_way)
-    tell_left_out(series, in_the_way, policy);
+  Places(const Places &) = delete;
+  Places &operator=(const Places &) = delete;
+};
+
+// A metric is shown with all its parts or not at all.
+void arrange(Arrangement &arrangement, const Series *series, const char *prefix) {
+  Places found(arrangement, series, prefix);
+  if (found.in_the_way) {
+    leave_out(arrangement, series, found.in_the_way);
+    return;
+  }
+  for (gsize i = 0; i < found.parts.size(); i++)
+    take_place(arrangement, {series, found.parts[i].figure}, found.places[i]);
+}
+
+// Moves what was added last to where it belongs.
+void move_last_sample(Family *family) {
+  auto sample = g_array_index(family->samples, Sample, family->samples->len - 1);
+  g_array_set_size(family->samples, family->samples->len - 1);
+  g_array_insert_val(family->samples, find_sample(family, sample), sample);
+}
+
+void move_last_family(Arrangement &arrangement) {
+  for (int format = 0; format < 2; format++) {
+    auto *families = arrangement.families[format];
+    auto *family = as<Family>(g_ptr_array_steal_index(families, families->len - 1));
+    guint index = find_index(families, family, kCompareFamilies[format]);
+    g_ptr_array_insert(families, static_cast<gint>(index), family);
+  }
+}
+
+void remove_family(Arrangement &arrangement, Family *family) {
+  for (const char *suffix : get_reserved(family->type)) {
+    g_string_assign(arrangement.scratch, family->name);
+    g_string_append(arrangement.scratch, suffix);
+    g_hash_table_remove(arrangement.reserved, arrangement.scratch->str);
+  }
+  for (int format = 1; format >= 0; format--)  // the first array frees it
+    g_ptr_array_remove_index(
+        arrangement.families[format],
+        find_index(arrangement.families[format], family, kCompareFamilies[format]));
+}
+
+void remove_sample(Arrangement &arrangement, Family *family, const Sample &sample) {
+  g_array_remove_index(family->samples, find_sample(family, sample));
+  if (family->samples->len == 0) {
+    remove_family(arrangement, family);
+  } else if (family->of == sample.series) {
+    family->of = nullptr;
+    for (guint i = 0; i < family->samples->len; i++)
+      name_first(family, g_array_index(family->samples, Sample, i));
+  }
 }
 
 }  // namespace
 
-GPtrArray *make_families(std::span<Series *const> own, GPtrArray *series, const Policy &policy) {
-  Arrangement arrangement = {
+Arrangement *arrangement_new(std::span<Series *const> own, GPtrArray *series,
+                             const Policy &policy) {
+  auto *arrangement = g_new(Arrangement, 1);
+  *arrangement = {
+      .policy = &policy,
       .reserved = g_hash_table_new_full(g_str_hash, g_str_equal, g_free, nullptr),
       .samples = g_hash_table_new_full(g_str_hash, g_str_equal, g_free, nullptr),
-      .families = g_ptr_array_new_with_free_func(free_family),
+      .in_the_way = g_hash_table_new(nullptr, nullptr),
+      .families = {g_ptr_array_new_with_free_func(free_family), g_ptr_array_new()},
       .scratch = g_string_new(nullptr),
   };
   for (auto *one : own)
-    arrange(arrangement, one, policy, "");
+    arrange(*arrangement, one, "");
   g_ptr_array_sort(series, compare_series);
   for (guint i = 0; i < series->len; i++)
-    arrange(arrangement, as<Series>(series->pdata[i]), policy, policy.prefix);
+    arrange(*arrangement, as<Series>(series->pdata[i]), policy.prefix);
 
-  for (guint i = 0; i < arrangement.families->len; i++)
-    g_array_sort(as<Family>(arrangement.families->pdata[i])->samples, compare_samples);
-  g_hash_table_unref(arrangement.reserved);
-  g_hash_table_unref(arrangement.samples);
-  g_string_free(arrangement.scratch, TRUE);
-  return arrangement.families;
+  for (guint i = 0; i < arrangement->families[0]->len; i++)
+    g_array_sort(as<Family>(arrangement->families[0]->pdata[i])->samples, compare_samples);
+  for (int format = 0; format < 2; format++)
+    g_ptr_array_sort(arrangement->families[format], kCompareFamilies[format]);
+  return arrangement;
 }
 
-int compare_names(gconstpointer a, gconstpointer b) {
-  return strcmp((*static_cast<Family *const *>(a))->name, (*static_cast<Family *const *>(b))->name);
+void arrangement_free(Arrangement *arrangement) {
+  g_hash_table_unref(arrangement->reserved);
+  g_hash_table_unref(arrangement->samples);
+  g_hash_table_unref(arrangement->in_the_way);
+  for (int format = 1; format >= 0; format--)
+    g_ptr_array_unref(arrangement->families[format]);
+  g_string_free(arrangement->scratch, TRUE);
+  g_free(arrangement);
 }
 
-int compare_sample_names(gconstpointer a, gconstpointer b) {
-  return strcmp((*static_cast<Family *const *>(a))->sample_name,
-                (*static_cast<Family *const *>(b))->sample_name);
+bool arrangement_add(Arrangement *arrangement, const Series *series) {
+  Places found(*arrangement, series, arrangement->policy->prefix);
+  if (found.in_the_way) {
+    if (compare_keys(found.in_the_way->key, series->key) > 0)
+      return false;
+    leave_out(*arrangement, series, found.in_the_way);
+    return true;
+  }
+  for (gsize i = 0; i < found.parts.size(); i++)
+    if (found.places[i].family && found.places[i].family->type != found.parts[i].type)
+      return false;
+  for (gsize i = 0; i < found.parts.size(); i++) {
+    auto *joined = found.places[i].family;
+    take_place(*arrangement, {series, found.parts[i].figure}, found.places[i]);
+    if (joined)
+      move_last_sample(joined);
+    else
+      move_last_family(*arrangement);
+  }
+  return true;
+}
+
+bool arrangement_remove(Arrangement *arrangement, const Series *series) {
+  if (g_hash_table_contains(arrangement->in_the_way, series))
+    return false;
+  Places found(*arrangement, series, arrangement->policy->prefix);
+  auto parts = std::span(found.places).first(found.parts.size());
+  if (g_hash_table_lookup(arrangement->samples, parts[0].sample) != series)
+    return true;  // it was left out
+  for (auto &place : parts)
+    if (place.family->is_mixed)
+      return false;
+  for (gsize i = 0; i < parts.size(); i++) {
+    g_hash_table_remove(arrangement->samples, parts[i].sample);
+    remove_sample(*arrangement, parts[i].family, {series, found.parts[i].figure});
+  }
+  return true;
+}
+
+GPtrArray *arrangement_get_families(const Arrangement *arrangement,
+                                    VekServicePrometheusFormat format) {
+  return arrangement->families[format];
 }
 
 }  // namespace vekin::prometheus

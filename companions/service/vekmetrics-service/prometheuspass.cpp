@@ -52,16 +52,13 @@ void check_counter(const Series *series, Policy &policy) {
   }
 }
 
-// Returns whether the families are other ones now.
-bool take_next(Series *series, Policy &policy, gint64 time) {
-  bool changed = !series->is_now;
+void take_next(Series *series, Policy &policy, gint64 time) {
   if (series->kind == Kind::count)
     check_counter(series, policy);
   series->now = series->next;
   series->is_now = true;
   series->is_next = false;
   series->brought = time;
-  return changed;
 }
 
 }  // namespace
@@ -114,8 +111,8 @@ Aggregate aggregate(VekMetricSnapshot *snapshot) {
   return figures;
 }
 
-bool take_pass(GHashTable *table, Policy &policy, gint64 time) {
-  bool changed = false;
+Changes take_pass(GHashTable *table, Policy &policy, gint64 time) {
+  Changes changes = {g_ptr_array_new(), g_ptr_array_new_with_free_func(free_series)};
   gint64 keep = policy.keep_seconds * G_USEC_PER_SEC;
   GHashTableIter iter;
   gpointer value;
@@ -123,13 +120,15 @@ bool take_pass(GHashTable *table, Policy &policy, gint64 time) {
   while (g_hash_table_iter_next(&iter, &value, nullptr)) {
     auto *series = as<Series>(value);
     if (series->is_next) {
-      changed |= take_next(series, policy, time);
+      if (!series->is_now)
+        g_ptr_array_add(changes.came, series);
+      take_next(series, policy, time);
     } else if (time - series->brought >= keep) {
-      g_hash_table_iter_remove(&iter);
-      changed = true;
+      g_hash_table_iter_steal(&iter);
+      g_ptr_array_add(changes.gone, series);
     }
   }
-  return changed;
+  return changes;
 }
 
 }  // namespace vekin::prometheus

@@ -71,8 +71,13 @@ Series *series_table_get(GHashTable *table, GString *scratch, const char *name, 
 
 Aggregate aggregate(VekMetricSnapshot *snapshot);
 
-// Takes over what the pass that ends now has brought and drops what is kept no longer. Returns
-// whether the families are other ones now.
-bool take_pass(GHashTable *table, Policy &policy, gint64 time);
+// What a pass has changed in the set of series.
+struct Changes {
+  GPtrArray *came;  // of Series
+  GPtrArray *gone;  // of Series that are no longer in the table, and freed with the array
+};
+
+// Takes over what the pass that ends now has brought and drops what is kept no longer.
+Changes take_pass(GHashTable *table, Policy &policy, gint64 time);
 
 }  // namespace vekin::prometheus

@@ -22,6 +22,7 @@ constexpr struct {
 };
 
 constexpr int kFormats = 2;
+constexpr guint kFewChanges = 16;
 
 }  // namespace
 
@@ -38,12 +39,12 @@ struct _VekServicePrometheusReporter {
   Policy policy;
   bool has_passed;
 
-  GHashTable *own_table;          // of Series
-  Series *own[N_OWN];             // the same
-  GPtrArray *series;              // what the text shows beside these
-  GPtrArray *families[kFormats];  // all of them, in the order of each format; NULL until needed
-  GBytes *texts[kFormats];        // NULL until asked for
-  gsize sizes[kFormats];          // of the last text
+  GHashTable *own_table;     // of Series
+  Series *own[N_OWN];        // the same
+  GPtrArray *series;         // what the text shows beside these
+  Arrangement *arrangement;  // of all of them; NULL until needed
+  GBytes *texts[kFormats];   // NULL until asked for
+  gsize sizes[kFormats];     // of the last text
 };
 static_assert(vekin::ZeroFillable<VekServicePrometheusReporter>);
 
@@ -72,22 +73,24 @@ static void forget_texts(VekServicePrometheusReporter *self) {
 }
 
 static void forget_families(VekServicePrometheusReporter *self) {
-  for (auto &families : self->families)
-    g_clear_pointer(&families, g_ptr_array_unref);
-}
-
-static void arrange_families(VekServicePrometheusReporter *self) {
-  auto *families = make_families(self->own, self->series, self->policy);
-  g_ptr_array_sort(families, compare_names);
-  self->families[VEK_SERVICE_PROMETHEUS_FORMAT_OPENMETRICS] = families;
-  families = g_ptr_array_copy(families, nullptr, nullptr);
-  g_ptr_array_set_free_func(families, nullptr);
-  g_ptr_array_sort(families, compare_sample_names);
-  self->families[VEK_SERVICE_PROMETHEUS_FORMAT_TEXT] = families;
+  g_clear_pointer(&self->arrangement, arrangement_free);
 }
 
 static void add_series(gpointer, gpointer series, gpointer array) {
   g_ptr_array_add(vekin::as<GPtrArray>(array), series);
+}
+
+// Brings the arrangement up to date one by one if that takes less than to arrange all anew.
+static void rearrange(VekServicePrometheusReporter *self, const Changes &changes) {
+  if (!self->arrangement)
+    return;
+  bool is_right = changes.came->len + changes.gone->len <= kFewChanges + self->series->len / 64;
+  for (guint i = 0; is_right && i < changes.gone->len; i++)
+    is_right = arrangement_remove(self->arrangement, vekin::as<Series>(changes.gone->pdata[i]));
+  for (guint i = 0; is_right && i < changes.came->len; i++)
+    is_right = arrangement_add(self->arrangement, vekin::as<Series>(changes.came->pdata[i]));
+  if (!is_right)
+    forget_families(self);
 }
 
 static Series *bring(VekMetricReporter *reporter, const char *name, char **dimensions,
@@ -134,11 +137,14 @@ static void vek_service_prometheus_reporter_flush(VekMetricReporter *reporter) {
   gint64 duration = self->n_brought > 0 ? time - self->start : 0;
 
   vekin::MutexLock held(self->lock);
-  if (take_pass(self->table, self->policy, time)) {
-    forget_families(self);
+  auto changes = take_pass(self->table, self->policy, time);
+  if (changes.came->len + changes.gone->len > 0) {
+    rearrange(self, changes);
     g_ptr_array_set_size(self->series, 0);
     g_hash_table_foreach(self->table, add_series, self->series);
   }
+  g_ptr_array_unref(changes.came);
+  g_ptr_array_unref(changes.gone);
   forget_texts(self);
   self->own[LAST_PASS]->now.value = g_get_real_time() / static_cast<gdouble>(G_USEC_PER_SEC);
   self->own[PASS_DURATION]->now.value = duration / static_cast<gdouble>(G_USEC_PER_SEC);
@@ -256,10 +262,11 @@ GBytes *vek_service_prometheus_reporter_get_bytes(VekServicePrometheusReporter *
     return nullptr;
   auto *&kept = reporter->texts[format];
   if (!kept) {
-    if (!reporter->families[format])
-      arrange_families(reporter);
+    if (!reporter->arrangement)
+      reporter->arrangement = arrangement_new(reporter->own, reporter->series, reporter->policy);
     auto *text = g_string_sized_new(reporter->sizes[format] + 1024);
-    append_families(text, reporter->families[format], format, reporter->policy.negative);
+    append_families(text, arrangement_get_families(reporter->arrangement, format), format,
+                    reporter->policy.negative);
     reporter->sizes[format] = text->len;
     kept = g_string_free_to_bytes(text);
   }

@@ -57,14 +57,16 @@ const char *describe(Figure figure) {
 char *make_header(const Family *family, const Dialect &dialect) {
   const char *name = family->*dialect.name;
   auto *text = g_string_new(nullptr);
-  g_string_append_printf(text, "# HELP %s ", name);
+  for (const char *piece : {"# HELP ", name, " "})
+    g_string_append(text, piece);
   append_escaped(text, family->of->name, dialect.help_quotes);
   if (const char *unit = family->of->unit; unit && *unit) {
     g_string_append(text, ", in ");
     append_escaped(text, unit, dialect.help_quotes);
   }
-  g_string_append_printf(text, "%s\n# TYPE %s %s\n", describe(family->figure), name,
-                         get_type_name(family, dialect));
+  for (const char *piece :
+       {describe(family->figure), "\n# TYPE ", name, " ", get_type_name(family, dialect), "\n"})
+    g_string_append(text, piece);
   return g_string_free(text, FALSE);
 }
 
