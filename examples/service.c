@@ -4,7 +4,6 @@
  *
  * service FOLDER: the log is FOLDER/service.json. */
 
-#include <stdio.h>
 #include <string.h>
 #include <vekmetrics-service/vekmetrics-service.h>
 
@@ -20,15 +19,20 @@ static gboolean on_end(gpointer loop) {
   return G_SOURCE_REMOVE;
 }
 
+/* Reads by a channel, not from stdin: exit() would wait for stdin while a thread reads from it. */
 static gpointer serve(gpointer data) {
   Service *service = data;
-  char line[256];
-  while (fgets(line, sizeof line, stdin)) {
+  GIOChannel *input = g_io_channel_unix_new(0);
+  char *line = NULL;
+  g_io_channel_set_encoding(input, NULL, NULL);
+  while (g_io_channel_read_line(input, &line, NULL, NULL, NULL) == G_IO_STATUS_NORMAL) {
     g_strchomp(line);
     vek_metric_counter_inc(service->requests);
     vek_metric_histogram_set(service->sizes, (double)strlen(line));
     g_print("%s\n", g_strreverse(line));
+    g_free(line);
   }
+  g_io_channel_unref(input);
   g_idle_add(on_end, service->loop);
   return NULL;
 }
