@@ -195,6 +195,40 @@ TEST(text_is_compressed_for_those_who_want_it) {
   }
 }
 
+/* The server's source of a name; NULL if it has none. */
+static GSource *find_source(const char *name) {
+  for (guint id = 1; id < 10000; id++) {
+    GSource *source = g_main_context_find_source_by_id(NULL, id);
+    if (source && g_strcmp0(g_source_get_name(source), name) == 0)
+      return source;
+  }
+  return NULL;
+}
+
+TEST(server_may_end_while_clients_wait_for_compression) {
+  Served served = set_up_listening(20000);
+  g_autoptr(GSocketAddress) address = get_address(&served);
+  GSocket *sockets[2];
+  static const char request[] =
+      "GET /metrics HTTP/1.1\r\nHost: localhost\r\nAccept-Encoding: gzip\r\n\r\n";
+  for (gsize i = 0; i < G_N_ELEMENTS(sockets); i++) {
+    sockets[i] =
+        g_socket_new(G_SOCKET_FAMILY_IPV4, G_SOCKET_TYPE_STREAM, G_SOCKET_PROTOCOL_DEFAULT, NULL);
+    g_assert_true(g_socket_connect(sockets[i], address, NULL, NULL));
+    g_socket_send(sockets[i], request, strlen(request), NULL, NULL);
+  }
+  while (!find_source("vekmetrics-web compression"))
+    g_main_context_iteration(NULL, TRUE);
+  tear_down(&served);
+  g_assert_null(find_source("vekmetrics-web compression"));
+  for (gsize i = 0; i < G_N_ELEMENTS(sockets); i++) {
+    char buffer[4096];
+    gssize n_read = g_socket_receive(sockets[i], buffer, sizeof buffer, NULL, NULL);
+    g_assert_false(n_read > 0 && memcmp(buffer, "HTTP/1.1 200", MIN(n_read, 12)) == 0);
+    g_object_unref(sockets[i]);
+  }
+}
+
 TEST(tag_spares_those_who_have_the_text) {
   g_auto(Served) served = set_up_listening(1);
   static const char *const encodings[] = {"identity", "gzip"};
@@ -323,13 +357,7 @@ TEST(the_connection_that_is_idle_for_longest_makes_room) {
 
 /* Runs the server's look at its connections, which comes once a second. */
 static void sweep(void) {
-  GMainContext *context = g_main_context_default();
-  GSource *source = NULL;
-  for (guint id = 1; id < 10000 && !source; id++) {
-    source = g_main_context_find_source_by_id(context, id);
-    if (source && g_strcmp0(g_source_get_name(source), "vekmetrics-web connections") != 0)
-      source = NULL;
-  }
+  GSource *source = find_source("vekmetrics-web connections");
   g_assert_nonnull(source);
   g_source_set_ready_time(source, 0);
   settle();

@@ -6,6 +6,10 @@
 
 namespace vekin::web {
 
+// Of connections that wait to be accepted. Those beyond it have to wait a second or more before
+// they are tried again, and the default is 10.
+static constexpr int kBacklog = 128;
+
 static GSocket *make_socket(GSocketAddress *address, GError **error) {
   return g_socket_new(g_socket_address_get_family(address), G_SOCKET_TYPE_STREAM,
                       G_SOCKET_PROTOCOL_DEFAULT, error);
@@ -21,6 +25,8 @@ static bool is_abandoned(GSocketAddress *address) {
 
 GSocket *listen_on(GSocketAddress *address, GError **error) {
   g_autoptr(GSocket) socket = make_socket(address, error);
+  if (socket)
+    g_socket_set_listen_backlog(socket, kBacklog);
   // The file that is made of a Unix socket has the mode of the socket, so that there is no moment
   // at which others could connect.
   if (!socket || fchmod(g_socket_get_fd(socket), S_IRWXU) != 0 ||
