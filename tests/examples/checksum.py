@@ -278,6 +278,7 @@ def server_that_hangs_up_is_told_of():
                      '--wait=600', files) as program:
             wait_for_report(program)
             connection, _ = server.socket.accept()
+            connection.recv(1)  # the program knows that it is connected
             connection.setsockopt(socket.SOL_SOCKET, socket.SO_LINGER, struct.pack('ii', 1, 0))
             connection.close()
             messages = program.communicate()[1].decode()
