@@ -1,6 +1,6 @@
 /* Linked into a program, it runs the registry's passes as often as the main loop can, rather than
- * every 60 seconds. All else comes first: passes that take longer than they are apart would leave the
- * program no time for its own work. */
+ * every 60 seconds. All else comes first: passes that take longer than they are apart would leave
+ * the program no time for its own work. */
 
 #include <glib.h>
 
