@@ -55,13 +55,14 @@ int main(int argc, char **argv) {
   gboolean has_ended = FALSE;
   g_unix_fd_add(0, G_IO_IN | G_IO_HUP, on_input, &has_ended);
   gint64 longest = 0;
-  int n_turns, n_passes = 1;
-  for (n_turns = 0; !has_ended; n_turns++) {
+  int n_turns = 0, n_passes = 1;
+  while (!has_ended) {
     if (n_turns % TURNS_OF_A_PASS == TURNS_OF_A_PASS - 1)
       pass(reporter, n_passes++, n_metrics);
     start = get_processor_time();
     g_main_context_iteration(NULL, TRUE);
     longest = MAX(longest, get_processor_time() - start);
+    n_turns++;
   }
   printf("%d %" G_GINT64_FORMAT " %" G_GINT64_FORMAT " %d\n", n_turns, longest, first, n_passes);
   return 0;
