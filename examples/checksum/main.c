@@ -7,6 +7,7 @@
 #include <stdlib.h>
 #include <vekmetrics-service/vekmetrics-service.h>
 
+#include "progress.h"
 #include "work.h"
 
 /* What the program exits with. Figures that cannot be written do not change it: a program does not
@@ -16,8 +17,9 @@ enum { STATUS_OK = 0, STATUS_ERRORS = 1, STATUS_USAGE = 2, STATUS_INTERRUPTED = 
 typedef struct {
   char **folders;
   int jobs;
-  int every; /* seconds */
-  gboolean quiet, console;
+  int every;      /* seconds */
+  double seconds; /* 0 for no limit */
+  gboolean repeat, quiet, progress, console;
   char *csv, *json, *timeline; /* folders */
   char *carbon, *prefix;
   double wait; /* seconds */
@@ -37,7 +39,12 @@ static void parse(Options *options, int argc, char **argv) {
        "Hash this many files at a time (default: one for each processor)", "N"},
       {"every", 'e', 0, G_OPTION_ARG_INT, &options->every,
        "Report the figures that often (default: 60)", "SECONDS"},
+      {"repeat", 'r', 0, G_OPTION_ARG_NONE, &options->repeat,
+       "Begin again when all files are hashed", NULL},
+      {"for", 'f', 0, G_OPTION_ARG_DOUBLE, &options->seconds, "End after that long", "SECONDS"},
       {"quiet", 'q', 0, G_OPTION_ARG_NONE, &options->quiet, "Print no checksums", NULL},
+      {"progress", 'p', 0, G_OPTION_ARG_NONE, &options->progress,
+       "Say what is done, on standard error", NULL},
       {"console", 0, 0, G_OPTION_ARG_NONE, &options->console,
        "Print the figures (the default without another place for them)", NULL},
       {"csv", 0, 0, G_OPTION_ARG_FILENAME, &options->csv,
@@ -66,6 +73,8 @@ static void parse(Options *options, int argc, char **argv) {
     EXIT_WITH_USAGE("--jobs takes a number from 1 to 256");
   if (options->every < 1 || options->every > 60)
     EXIT_WITH_USAGE("--every takes seconds from 1 to 60");
+  if (!(options->seconds >= 0.0 && options->seconds <= 86400.0))
+    EXIT_WITH_USAGE("--for takes seconds from 0 to 86400");
   if (!(options->wait >= 0.0 && options->wait <= 86400.0))
     EXIT_WITH_USAGE("--wait takes seconds from 0 to 86400");
   if (!options->csv && !options->json && !options->timeline && !options->carbon)
@@ -85,10 +94,11 @@ static VekMetricReporter *new_carbon_reporter(const Options *options) {
                                         g_network_address_get_port(address));
 }
 
-static VekServiceSession *new_session(const Options *options) {
+static VekServiceSession *new_session(const Options *options, Progress *progress) {
   VekServiceSession *session = vek_service_session_new(NULL);
   g_object_set(session, "period", options->every, NULL);
   VekMetricReporter *reporters[] = {
+      progress ? VEK_METRIC_REPORTER(g_object_ref(progress)) : NULL,
       options->carbon ? new_carbon_reporter(options) : NULL,
       options->console ? vek_metric_console_reporter_new() : NULL,
       options->csv ? vek_metric_log_reporter_new("figures", options->csv) : NULL,
@@ -115,18 +125,30 @@ static gboolean on_signal(gpointer data) {
   return G_SOURCE_REMOVE;
 }
 
+static gboolean on_time_over(gpointer data) {
+  Program *program = data;
+  g_main_loop_quit(program->loop);
+  return G_SOURCE_REMOVE;
+}
+
 int main(int argc, char **argv) {
   setlocale(LC_ALL, "");
   static Options options;
   parse(&options, argc, argv);
-  VekServiceSession *session = new_session(&options);
   static Figures figures;
-  figures_init(&figures);
+  figures_init(&figures, options.every);
+  g_autoptr(Progress) progress =
+      options.progress ? progress_new(&figures, options.folders, options.jobs, options.seconds)
+                       : NULL;
+  VekServiceSession *session = new_session(&options, progress);
 
   Program program = {.loop = g_main_loop_new(NULL, FALSE)};
   g_unix_signal_add(SIGINT, on_signal, &program);
   g_unix_signal_add(SIGTERM, on_signal, &program);
-  Work *work = work_new(options.folders, options.jobs, options.quiet, &figures, program.loop);
+  if (options.seconds > 0)
+    g_timeout_add((guint)(options.seconds * 1000.0), on_time_over, &program);
+  Work *work = work_new(options.folders, options.jobs, options.quiet, options.repeat, &figures,
+                        program.loop);
   g_main_loop_run(program.loop);
   while (g_source_remove_by_user_data(&program))
     ;
@@ -135,6 +157,8 @@ int main(int argc, char **argv) {
   work_free(work);
   vek_service_session_finish(session, (guint)(options.wait * 1000.0));
   g_object_unref(session);
+  if (progress)
+    progress_end(progress);
 
   gboolean well = vek_metric_counter_get_count(figures.errors) == 0;
   g_main_loop_unref(program.loop);
