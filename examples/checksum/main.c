@@ -10,6 +10,10 @@
 #include "progress.h"
 #include "work.h"
 
+#ifdef WITH_WEB
+#include "serve.h"
+#endif
+
 /* What the program exits with. Figures that cannot be written do not change it: a program does not
  * suffer from being measured. */
 enum { STATUS_OK = 0, STATUS_ERRORS = 1, STATUS_USAGE = 2, STATUS_INTERRUPTED = 130 };
@@ -22,6 +26,7 @@ typedef struct {
   gboolean repeat, quiet, progress, console;
   char *csv, *json, *timeline; /* folders */
   char *carbon, *prefix;
+  int port;    /* -1 for no server */
   double wait; /* seconds */
 } Options;
 
@@ -33,7 +38,7 @@ typedef struct {
   } while (0)
 
 static void parse(Options *options, int argc, char **argv) {
-  *options = (Options){.jobs = (int)g_get_num_processors(), .every = 60, .wait = 5.0};
+  *options = (Options){.jobs = (int)g_get_num_processors(), .every = 60, .port = -1, .wait = 5.0};
   const GOptionEntry entries[] = {
       {"jobs", 'j', 0, G_OPTION_ARG_INT, &options->jobs,
        "Hash this many files at a time (default: one for each processor)", "N"},
@@ -57,6 +62,11 @@ static void parse(Options *options, int argc, char **argv) {
        "Send the figures to the carbon server there", "ADDRESS:PORT"},
       {"prefix", 0, 0, G_OPTION_ARG_STRING, &options->prefix,
        "Put PREFIX and a dot before their names there", "PREFIX"},
+#ifdef WITH_WEB
+      {"serve", 0, 0, G_OPTION_ARG_INT, &options->port,
+       "Serve the figures on PORT of this machine, or on a free one for 0; print the address",
+       "PORT"},
+#endif
       {"wait", 0, 0, G_OPTION_ARG_DOUBLE, &options->wait,
        "Wait that long for the last figures to be taken (default: 5)", "SECONDS"},
       {G_OPTION_REMAINING, 0, 0, G_OPTION_ARG_FILENAME_ARRAY, &options->folders, NULL, NULL},
@@ -75,9 +85,12 @@ static void parse(Options *options, int argc, char **argv) {
     EXIT_WITH_USAGE("--every takes seconds from 1 to 60");
   if (!(options->seconds >= 0.0 && options->seconds <= 86400.0))
     EXIT_WITH_USAGE("--for takes seconds from 0 to 86400");
+  if (options->port < -1 || options->port > G_MAXUINT16)
+    EXIT_WITH_USAGE("--serve takes a port from 0 to 65535");
   if (!(options->wait >= 0.0 && options->wait <= 86400.0))
     EXIT_WITH_USAGE("--wait takes seconds from 0 to 86400");
-  if (!options->csv && !options->json && !options->timeline && !options->carbon)
+  if (!options->csv && !options->json && !options->timeline && !options->carbon &&
+      options->port < 0)
     options->console = TRUE;
   if (!options->folders)
     options->folders = g_strdupv((char *[]){"/usr/share/doc", NULL});
@@ -141,6 +154,13 @@ int main(int argc, char **argv) {
       options.progress ? progress_new(&figures, options.folders, options.jobs, options.seconds)
                        : NULL;
   VekServiceSession *session = new_session(&options, progress);
+#ifdef WITH_WEB
+  g_autoptr(GError) error = NULL;
+  g_autoptr(VekWebServer) server =
+      options.port >= 0 ? serve(session, (guint)options.port, &error) : NULL;
+  if (error)
+    EXIT_WITH_USAGE("--serve: %s", error->message);
+#endif
 
   Program program = {.loop = g_main_loop_new(NULL, FALSE)};
   g_unix_signal_add(SIGINT, on_signal, &program);
