@@ -3,9 +3,9 @@
 import contextlib
 import json
 import math
-import os
 import pathlib
 import re
+import runpy
 import shutil
 import signal
 import subprocess
@@ -18,8 +18,7 @@ from support import tap
 from support.servers import query_prometheus, wait_for
 
 EXAMPLE = pathlib.Path(__file__).resolve().parents[2] / 'examples' / 'dashboard'
-CONSOLE_LIBRARIES = ('/etc/prometheus/console_libraries/prom.lib',
-                     '/usr/share/doc/prometheus/examples/console_libraries/prom.lib')
+PROGRAM = EXAMPLE / 'dashboard.py'
 NAME = r'(?<![\w"$.])[a-zA-Z_:][\w:]*(?=[{[(])'  # of a metric or a function
 
 
@@ -45,7 +44,7 @@ class Dashboard:
         self.left = home / 'left'
         self.left.mkdir()
         self.process = subprocess.Popen(
-            [sys.executable, EXAMPLE / 'dashboard.py', CHECKSUM, *self.folders], text=True,
+            [sys.executable, PROGRAM, CHECKSUM, *self.folders], text=True,
             stdout=subprocess.PIPE, stderr=subprocess.PIPE,
             env={'PATH': '/usr/bin:/bin', 'TMPDIR': str(self.left)})
 
@@ -74,7 +73,8 @@ class Dashboard:
 def dashboard(**options):
     if not shutil.which('prometheus'):
         raise unittest.SkipTest('there is no prometheus')
-    if not any(map(os.path.exists, CONSOLE_LIBRARIES)):
+    libraries = runpy.run_path(PROGRAM)['LIBRARIES']
+    if not any(pathlib.Path(folder, 'prom.lib').exists() for folder in libraries):
         raise unittest.SkipTest('Prometheus has no console libraries')
     with tempfile.TemporaryDirectory() as home:
         opened = Dashboard(pathlib.Path(home), **options)
