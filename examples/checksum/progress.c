@@ -49,7 +49,8 @@ Progress *progress_new(const Figures *figures, char **folders, int n_threads, do
   self->time = figures->start;
   g_autofree char *names = g_strjoinv(", ", folders);
   g_autofree char *shown = g_filename_display_name(names);
-  g_autofree char *limit = seconds > 0 ? g_strdup_printf(" for %g seconds", seconds) : NULL;
+  g_autofree char *limit =
+      seconds > 0 ? g_strdup_printf(" for %g second%s", seconds, seconds == 1 ? "" : "s") : NULL;
   g_printerr("Hashes the files below %s on %d thread%s%s, and measures itself.\n", shown, n_threads,
              n_threads == 1 ? "" : "s", limit ? limit : "");
   return self;
