@@ -154,11 +154,10 @@ int main(int argc, char **argv) {
       options.progress ? progress_new(&figures, options.folders, options.jobs, options.seconds)
                        : NULL;
   VekServiceSession *session = new_session(&options, progress);
+  gpointer server = NULL;
 #ifdef WITH_WEB
   g_autoptr(GError) error = NULL;
-  g_autoptr(VekWebServer) server =
-      options.port >= 0 ? serve(session, (guint)options.port, &error) : NULL;
-  if (error)
+  if (options.port >= 0 && !(server = serve(session, (guint)options.port, &error)))
     EXIT_WITH_USAGE("--serve: %s", error->message);
 #endif
 
@@ -177,6 +176,7 @@ int main(int argc, char **argv) {
   work_free(work);
   vek_service_session_finish(session, (guint)(options.wait * 1000.0));
   g_object_unref(session);
+  g_clear_object(&server);
   if (progress)
     progress_end(progress);
 
