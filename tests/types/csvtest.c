@@ -248,6 +248,31 @@ TEST(lines_are_visible_when_the_buffer_fills) {
   folder_remove(folder);
 }
 
+/* Two programs would do the same. */
+TEST(two_reporters_of_one_file_cut_lines_where_a_buffer_is_full) {
+  char *folder = folder_new();
+  g_autoptr(VekMetricReporter) reporter = make(folder);
+  g_autoptr(VekMetricReporter) other = make(folder);
+  g_autofree char *path = g_build_filename(folder, "figures.csv", NULL);
+  for (guint i = 0; i < 1000; i++)
+    csv_kind.write(reporter);
+  g_autofree char *seen = NULL;
+  gsize length = 0;
+  g_assert_true(g_file_get_contents(path, &seen, &length, NULL));
+  g_assert_cmpuint(length % strlen(csv_kind.line), >, 0);
+
+  csv_kind.write(other);
+  flush(other);
+  flush(reporter);
+  g_autoptr(GString) expected = g_string_new(NULL);
+  for (guint i = 0; i < 1000; i++)
+    g_string_append(expected, csv_kind.line);
+  g_string_insert(expected, (gssize)length, csv_kind.line);
+  g_string_prepend(expected, "figures.csv: ");
+  assert_folder(folder, expected->str);
+  folder_remove(folder);
+}
+
 static guint count_open_files(void) {
   g_autoptr(GDir) dir = g_dir_open("/proc/self/fd", 0, NULL);
   guint n = 0;

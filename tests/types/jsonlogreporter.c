@@ -194,6 +194,20 @@ TEST(lines_that_wait_go_to_the_file_of_their_turn) {
   end_test();
 }
 
+/* Two programs would do the same. */
+TEST(two_reporters_of_one_file_rotate_each_others_lines_away) {
+  begin_test();
+  VekMetricReporter *reporter = log_reporter_new(1, 1);
+  VekMetricReporter *other = log_reporter_new(1, 1);
+  flush_and_settle(reporter, "a");
+  assert_lines("log.json= log.json.1=a");
+  flush_and_settle(other, "b"); /* into the file that is log.json.1 now, and is replaced next */
+  assert_lines("log.json= log.json.1=");
+  drop_reporter(reporter);
+  drop_reporter(other);
+  end_test();
+}
+
 /* The chain of operations. */
 
 static void record_end(gpointer data, GObject *reporter) {
