@@ -1,0 +1,63 @@
+"""Runs vek-plot for tests, in this process."""
+
+import contextlib
+import io
+import json
+import os
+import pathlib
+import re
+import sys
+import tempfile
+
+sys.path.insert(0, str(pathlib.Path(__file__).resolve().parents[1]))
+sys.dont_write_bytecode = True
+
+from vekplot.main import main  # pylint: disable=wrong-import-position
+
+DATA = re.compile(r'<script type="application/json" id="data">(.*?)</script>', re.DOTALL)
+
+
+def read_page(path):
+    """The data of a page."""
+    return json.loads(DATA.search(pathlib.Path(path).read_text(encoding='utf-8'))[1])
+
+
+class Run:
+    """A run of vek-plot in a new folder; files are texts or bytes by their names."""
+
+    def __init__(self, files, *arguments, paths=None):
+        with tempfile.TemporaryDirectory() as folder, contextlib.chdir(folder):
+            for name, content in files.items():
+                path = pathlib.Path('logs', name)
+                path.parent.mkdir(parents=True, exist_ok=True)
+                path.write_bytes(content.encode() if isinstance(content, str) else content)
+            printed, said = io.StringIO(), io.StringIO()
+            with contextlib.redirect_stdout(printed), contextlib.redirect_stderr(said):
+                try:
+                    self.status = main([*arguments, *(['logs'] if paths is None else paths)])
+                except SystemExit as ended:
+                    self.status = ended.code
+            self.printed, self.said = printed.getvalue(), said.getvalue()
+            self.written = sorted(set(os.listdir()) - {'logs'})
+            self.contents = {name: pathlib.Path(name).read_bytes() for name in self.written}
+            self.data = read_page('vek-plot.html') if 'vek-plot.html' in self.written else None
+
+    @property
+    def metrics(self):
+        """The metrics by their names, which must be different."""
+        metrics = {metric['name']: metric for metric in self.data['metrics']}
+        assert len(metrics) == len(self.data['metrics']), self.data
+        return metrics
+
+
+def csv_lines(*rows):
+    """Lines of a CSV log: each row is a time in seconds, a name, and a value or seven statistics;
+    the name may be a pair of a name and dimensions.
+    """
+    lines = []
+    for time, metric, *figures in rows:
+        name, dimensions = metric if isinstance(metric, tuple) else (metric, '')
+        figures += [''] * (7 - len(figures))
+        columns = (round(time * 1_000_000), name, dimensions, *figures)
+        lines.append(','.join(map(str, columns)) + '\n')
+    return ''.join(lines)
