@@ -16,6 +16,7 @@ import subprocess
 import sys
 import tempfile
 import threading
+import time
 
 from support import tap
 from support.row import UNITS, Row
@@ -66,11 +67,11 @@ def tree(n_files=0):
 
 def run(*command, status=0, **options):
     """Returns what a program prints on its output and as its messages."""
-    ended = subprocess.run(command, check=False, stdin=subprocess.DEVNULL, stderr=subprocess.PIPE,
+    ended = subprocess.run(command, check=False, stdin=subprocess.DEVNULL,
                            env=dict(os.environ, LC_ALL='C.UTF-8'),
-                           **dict({'stdout': subprocess.PIPE}, **options))
+                           **{'stdout': subprocess.PIPE, 'stderr': subprocess.PIPE, **options})
     assert ended.returncode == status, ended
-    return ended.stdout, ended.stderr.decode()
+    return ended.stdout, (ended.stderr or b'').decode()
 
 
 def split_lines(text):
@@ -172,6 +173,7 @@ def mistakes_on_the_command_line_are_named():
             '--unknown': 'Unknown option --unknown',
             '--jobs=0': '--jobs takes a number from 1 to 256',
             '--every=61': '--every takes seconds from 1 to 60',
+            '--for=-1': '--for takes seconds from 0 to 86400',
             '--wait=nan': '--wait takes seconds from 0 to 86400',
             '--carbon=localhost:2003': '--carbon takes a numeric ADDRESS:PORT or '
                                        '[IPV6-ADDRESS]:PORT, not "localhost:2003"',
@@ -204,8 +206,9 @@ def check_outputs(program, folder, files):
     assert len(read_json(folder)) == len(reports)
 
     ranges = read_ranges(folder)
-    assert sorted(number for _, number, _, _ in ranges) == list(range(1, 1001))
-    assert {name for name, *_ in ranges} <= {'worker_1', 'worker_2', 'worker_3'}
+    assert len(ranges) == 1000
+    assert {name for name, *_ in ranges} == {'workers'}
+    assert {worker for _, worker, *_ in ranges} <= {1, 2, 3}
     assert all(start <= end for _, _, start, end in ranges)
     return len(reports)
 
@@ -241,6 +244,65 @@ def signal_ends_the_run_with_its_last_figures():
             assert (program.returncode, messages) == (130, b''), messages
             assert 0 < len(lines) < 10_000, len(lines)
             assert f'content=data:\nfiles: {len(lines)}\n' in report, report
+
+
+def repeated_walk_begins_again_until_the_signal():
+    with tree(10) as (_, files), started('--repeat', '--progress', files, 'missing') as program:
+        names = [program.stdout.readline().split()[1] for _ in range(25)]
+        assert len(set(names)) == 10, names
+        program.send_signal(signal.SIGINT)
+        _, messages = program.communicate()
+        assert messages.count(b'checksum: missing: No such file or directory\n') == 1, messages
+
+
+def repeated_walk_ends_where_there_is_no_file():
+    with tree() as (_, files):
+        output, _ = run(CHECKSUM, '--repeat', files)
+        assert b'\nfolders: 1\n' in output, output
+
+
+def time_limit_ends_a_repeated_walk():
+    with tree(10) as (_, files):
+        output, messages = run(CHECKSUM, '--repeat', '--for=0.01', '--quiet', files)
+        assert b'\nspeed: ' in output and messages == '', output
+
+
+def progress_says_what_was_done():
+    with tree(10) as (folder, files):
+        _, messages = run(CHECKSUM, '--progress', '--quiet', '--jobs=1', f'--csv={folder}', files)
+    begin, end = messages.splitlines()
+    assert begin == f'Hashes the files below {files} on 1 thread, and measures itself.', begin
+    pattern = r'Hashed 10 files of 0\.0 MB in \d+\.\d s: \d+\.\d MB/s, 0 errors\.'
+    assert re.fullmatch(pattern, end), end
+
+
+def progress_on_a_terminal_is_one_line():
+    master, terminal = os.openpty()
+    with tree(10) as (folder, files):
+        run(CHECKSUM, '--progress', '--quiet', '--for=600', f'--csv={folder}', files,
+            stderr=terminal)
+    shown = ''
+    while shown.count('\n') < 2:
+        shown += os.read(master, 1000).decode()
+    os.close(terminal)
+    os.close(master)
+    begin, end, rest = shown.split('\r\n')
+    *lines, end = end.split('\r')
+    assert ' for 600 seconds, ' in begin and rest == '', shown
+    assert end.startswith('\033[KHashed 10 files of '), shown
+    assert lines, shown
+    for line in lines:
+        assert re.fullmatch(r'\033\[K +\d+ s  \d+ files  0\.0 MB  \d+\.\d MB/s', line), line
+
+
+def speed_is_the_average_since_the_start():
+    with tree() as (folder, files):
+        (files / 'zeros').write_bytes(b'\0' * 10_000_000)
+        begin = time.monotonic()
+        run(CHECKSUM, '--quiet', f'--csv={folder}', files)
+        seconds = time.monotonic() - begin
+        speed, = (row.figures[0] for row in read_rows(folder) if row.name == 'speed')
+        assert 10_000_000 / seconds <= speed < 1e12, (speed, seconds)
 
 
 def wait_for_report(program):
@@ -304,6 +366,9 @@ if __name__ == '__main__':
         lines_are_those_of_sha256sum, what_cannot_be_read_is_named_and_counted,
         output_that_cannot_be_written_is_an_error, mistakes_on_the_command_line_are_named,
         every_output_has_the_same_figures, every_output_has_the_same_figures_in_many_reports,
-        signal_ends_the_run_with_its_last_figures, server_that_reads_late_gets_everything,
+        signal_ends_the_run_with_its_last_figures, repeated_walk_begins_again_until_the_signal,
+        repeated_walk_ends_where_there_is_no_file, time_limit_ends_a_repeated_walk,
+        progress_says_what_was_done, progress_on_a_terminal_is_one_line,
+        speed_is_the_average_since_the_start, server_that_reads_late_gets_everything,
         server_that_never_reads_is_named_and_changes_nothing, server_that_hangs_up_is_told_of,
         signal_ends_the_wait))
