@@ -65,6 +65,7 @@
       sources: document.sources ?? [],
       pass: document.pass ?? 0,
       start: document.start ?? '',
+      whole: document.whole ?? false,  // it replaces what came before
       unread: document.unread ?? {count: 0, first: []},
       passes: axes[document.passes ?? 0] ?? [],
       restarts: document.restarts ?? [],

@@ -142,10 +142,15 @@ static GString *serialise(GPtrArray *data) {
   return document.text;
 }
 
+// The years 1 to 9999, which are those of GLib's dates, in µs since the epoch.
+static constexpr gint64 kFirstTime = -62135596800 * G_USEC_PER_SEC;
+static constexpr gint64 kLastTime = 253402300800 * G_USEC_PER_SEC - 1;
+
 char *vekin::make_json_line(GPtrArray *data) {
   GString *line = serialise(data);
   g_autoptr(GDateTime) epoch = g_date_time_new_from_unix_utc(0);
-  g_autoptr(GDateTime) now = g_date_time_add(epoch, g_get_real_time());
+  g_autoptr(GDateTime) now =
+      g_date_time_add(epoch, CLAMP(g_get_real_time(), kFirstTime, kLastTime));
   g_autofree char *date = g_date_time_format(now, "%F %T");
   g_autofree char *time = g_strdup_printf("%s,%06d ", date, g_date_time_get_microsecond(now));
   g_string_prepend(line, time);

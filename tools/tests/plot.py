@@ -1,6 +1,7 @@
 """Runs vek-plot for tests, in this process."""
 
 import contextlib
+import datetime
 import io
 import json
 import os
@@ -9,10 +10,15 @@ import re
 import sys
 import tempfile
 
-sys.path.insert(0, str(pathlib.Path(__file__).resolve().parents[1]))
+PROGRAM = pathlib.Path(__file__).resolve().parents[1] / 'vek-plot'
+
+sys.path.insert(0, str(PROGRAM.parent))
 sys.dont_write_bytecode = True
 
 from vekplot.main import main  # pylint: disable=wrong-import-position
+
+T = 1_700_000_000  # 2023-11-14T22:13:20Z; most logs here begin a minute later
+SAMPLE = (2, 5, 1, 3, 1, 2, 3)  # average, samples, minimum, maximum, quantiles
 
 DATA = re.compile(r'<script type="application/json" id="data">(.*?)</script>', re.DOTALL)
 
@@ -61,3 +67,11 @@ def csv_lines(*rows):
         columns = (round(time * 1_000_000), name, dimensions, *figures)
         lines.append(','.join(map(str, columns)) + '\n')
     return ''.join(lines)
+
+
+def json_line(time, *points):
+    """A line of a JSON log, T + time seconds, from pairs of a name and other members."""
+    date = datetime.datetime.fromtimestamp(T + time, datetime.timezone.utc)
+    stamp = f'{date:%Y-%m-%dT%H:%M:%SZ}'
+    array = [{'MetricName': name, 'Timestamp': stamp, **members} for name, members in points]
+    return f'{date:%Y-%m-%d %H:%M:%S},000500 {json.dumps(array)}\n'

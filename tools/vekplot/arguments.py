@@ -5,7 +5,8 @@ import re
 from datetime import datetime
 from typing import NamedTuple
 
-from .document import RANGE_UNITS, SECOND
+from .logs import SECOND
+from .timelines import UNITS
 
 DURATION = re.compile(r'-(\d+)([smhd])')
 SECONDS = {'s': 1, 'm': 60, 'h': 3600, 'd': 86400}
@@ -61,7 +62,7 @@ def make_parser():
                         help='a metric that is a counter')
     parser.add_argument('--gauge', metavar='NAME', action='append', default=[],
                         help='a metric that is no counter')
-    parser.add_argument('--range-unit', metavar='UNIT', choices=RANGE_UNITS, default='us',
+    parser.add_argument('--range-unit', metavar='UNIT', choices=UNITS, default='us',
                         help='of timelines: s, ms, us (the default) or ns')
     parser.add_argument('--svg', metavar='FILE', help='write a picture')
     parser.add_argument('--png', metavar='FILE', help='write a picture')
@@ -70,4 +71,8 @@ def make_parser():
 
 
 def parse(arguments):
-    return make_parser().parse_args(join_moments(arguments))
+    parser = make_parser()
+    options = parser.parse_args(join_moments(arguments))
+    if options.follow and (options.output or options.svg or options.png or options.trace):
+        parser.error('--follow serves the page and writes no file')
+    return options

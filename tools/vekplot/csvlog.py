@@ -12,8 +12,7 @@ from .logs import LATEST, Identity, Log, Series
 
 VALUE = ('value',)
 STATISTICS = ('avg', 'samples', 'min', 'max', 'p10', 'p50', 'p90')  # the order of the columns
-NO_STATISTICS = b',,,,,,\n'
-NO_SAMPLES = (math.nan, 0.0, *[math.nan] * 5)
+NO_STATISTICS = ',,,,,,'
 
 # In µs: more than what passes between two lines of a pass, even on a busy machine.
 PAUSE = 100_000
@@ -31,27 +30,24 @@ class CsvReader:
 
     def __init__(self):
         self.log = Log()
-        self.lines = {}  # by the name and the dimensions: a list that add() explains
-        self.distributions = {}
+        self.lines = {}  # of each metric: lists, which read() explains
         self.latest = -1  # time of the pass, as far as its lines tell
         self.limit = NEVER  # a later time is of the next pass
 
-    def open(self, lines, name, dimensions, statistics):
+    def open(self, name, dimensions, is_single):
         """Begins a metric."""
-        identity = Identity(name.decode('utf-8', 'replace'),
-                            parse_dimensions(dimensions.decode('utf-8', 'replace')),
-                            statistics is STATISTICS)
-        series = self.log.series.setdefault(identity, Series(statistics))
-        line = lines[name, dimensions] = [-1, series.stamps.append, series.passes.append,
-                                          *(column.append for column in series.columns.values())]
+        identity = Identity(name, parse_dimensions(dimensions), not is_single)
+        series = self.log.series.setdefault(identity, Series(VALUE if is_single else STATISTICS))
+        line = [-1, series.stamps.append, series.passes.append,
+                *(column.append for column in series.columns.values())]
+        self.lines[name, dimensions, is_single] = line
         return line
 
     def add_range(self, line):
         """Adds a line of a timeline."""
-        name, number, start, end = line[2:].split(b',')
+        _, name, lane, start, end = line.split(',')
         bounds = array('q', (int(start), int(end)))
-        lane = name.decode('utf-8', 'replace'), int(number)
-        self.log.ranges.setdefault(lane, array('q')).extend(bounds)
+        self.log.ranges.setdefault((name, int(lane)), array('q')).extend(bounds)
 
     def read(self, batch, report):
         """Reads a list of lines, and reports the index of each one that it cannot read.
@@ -60,25 +56,24 @@ class CsvReader:
         with a line of it, and the functions that append a time, a pass and each figure.
         """
         # pylint: disable=too-many-locals
-        get_line, get_distribution = self.lines.get, self.distributions.get
+        get_line = self.lines.get
         times = self.log.times
         current, latest, limit = len(times) - 1, self.latest, self.limit
         previous = times[-2] if current > 0 else -1
         for index, text in enumerate(batch):
             try:
-                if text.endswith(NO_STATISTICS):
-                    stamp, name, dimensions, value = text[:-7].split(b',')
-                    figures = None
+                is_single = text.endswith(NO_STATISTICS)
+                if is_single:
+                    stamp, name, dimensions, value = text[:-6].split(',')
                     value = float(value)
-                elif text.startswith(b'F,'):
+                elif text.startswith('F,'):
                     self.add_range(text)
                     continue
                 else:
-                    stamp, name, dimensions, value, samples, *rest = text.split(b',')
-                    low, high, p10, p50, p90 = map(float, rest)
-                    figures = (float(value), float(samples), low, high, p10, p50, p90)
-                    if figures[1] == 0:
-                        figures = NO_SAMPLES
+                    stamp, name, dimensions, *figures = text.split(',')
+                    average, samples, low, high, p10, p50, p90 = map(float, figures)
+                    if samples == 0:
+                        average = low = high = p10 = p50 = p90 = math.nan
                 stamp = int(stamp)
                 if not 0 <= stamp < LATEST:
                     raise ValueError(stamp)
@@ -86,11 +81,7 @@ class CsvReader:
                 report(index)
                 continue
 
-            if figures is None:
-                line = get_line((name, dimensions)) or self.open(self.lines, name, dimensions, VALUE)
-            else:
-                line = get_distribution((name, dimensions)) or self.open(
-                    self.distributions, name, dimensions, STATISTICS)
+            line = get_line((name, dimensions, is_single)) or self.open(name, dimensions, is_single)
             if line[0] == current or stamp > limit:
                 if current >= 0:
                     times[current] = previous = latest
@@ -103,11 +94,16 @@ class CsvReader:
             line[0] = current
             line[1](stamp)
             line[2](current)
-            if figures is None:
+            if is_single:
                 line[3](value)
             else:
-                for append, figure in zip(line[3:], figures):
-                    append(figure)
+                line[3](average)
+                line[4](samples)
+                line[5](low)
+                line[6](high)
+                line[7](p10)
+                line[8](p50)
+                line[9](p90)
                 if stamp > previous:
                     limit = stamp + PAUSE
 

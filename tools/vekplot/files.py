@@ -1,7 +1,6 @@
 """The files that vek-plot was given: which of them are logs, in which order, and what they gain."""
 
 import functools
-import io
 import os
 import re
 
@@ -46,30 +45,28 @@ class LogFile:
         self.rest = b''  # a line that has not ended yet, or all, until it is known what it is
         self.is_log = True  # as far as it is known
 
-    def find_lines(self):
-        """Returns the first lines of a log; none if the file is no log, or may become one."""
-        head = self.rest + self.file.read(HEAD - len(self.rest))
+    def find_format(self, head):
+        """Learns from the first bytes what the file is, if it is a log."""
         match = LINE.search(head)
         if match:
             self.reader = self.find_reader(match.lastgroup)
-            self.rest = b''
-            return io.BytesIO(head).readlines()
-        self.rest = head
-        self.is_log = len(head) < HEAD
-        return []
+        elif len(head) >= HEAD:
+            self.is_log = False
 
     def read_batch(self, unread):
         """Reads some lines; returns how many bytes that were, 0 at the end."""
-        lines = self.file.readlines(BATCH) if self.reader else self.find_lines()
-        if not lines:
-            return 0
-        size = sum(map(len, lines))
-        lines[0] = self.rest + lines[0]
-        self.rest = b'' if lines[-1].endswith(b'\n') else lines.pop()
-        self.reader.read(lines, lambda index: unread.add(
-            f'{self.name}:{self.number + index + 1}', 'not a line of a log'))
-        self.number += len(lines)
-        return size
+        added = self.file.read(max(BATCH, len(self.rest)))
+        self.rest += added
+        if not self.reader:
+            self.find_format(self.rest[:HEAD])
+        end = self.rest.rfind(b'\n')
+        if self.reader and end >= 0:
+            lines = self.rest[:end].decode('utf-8', 'replace').split('\n')
+            self.rest = self.rest[end + 1:]
+            self.reader.read(lines, lambda index: unread.add(
+                f'{self.name}:{self.number + index + 1}', 'not a line of a log'))
+            self.number += len(lines)
+        return len(added)
 
     def start_over(self):
         """After the file was truncated."""
@@ -115,6 +112,14 @@ class Files:
     def logs(self):
         return {(os.path.splitext(path)[0], kind): reader.log
                 for (path, kind), reader in self.readers.items()}
+
+    def count_ranges(self):
+        """How many bounds each lane has."""
+        return {(key, *lane): len(bounds) for key, log in self.logs.items()
+                for lane, bounds in log.ranges.items()}
+
+    def count_bytes(self):
+        return sum(os.path.getsize(path) for path, _ in self.find() if os.path.isfile(path))
 
     def fail(self, path, reason):
         if path not in self.failed:

@@ -7,7 +7,7 @@ from datetime import datetime, timezone
 
 from .logs import LATEST, Identity, Log, Series
 
-LINE = re.compile(rb'(\d{4}-\d\d-\d\d \d\d:\d\d:\d\d),(\d{6}) (\[.*\])\n', re.DOTALL)
+LINE = re.compile(r'(\d{4}-\d\d-\d\d \d\d:\d\d:\d\d),(\d{6}) (\[.*\])', re.ASCII)
 STATISTICS = ('avg', 'samples', 'min', 'max')
 
 
@@ -75,7 +75,7 @@ class JsonReader:
         for index, text in enumerate(batch):
             try:
                 seconds, microseconds, array = LINE.fullmatch(text).groups()
-                time = parse_time(seconds.decode()) + int(microseconds)
+                time = parse_time(seconds) + int(microseconds)
                 points = json.loads(array)
             except (AttributeError, ValueError, RecursionError):
                 report(index)

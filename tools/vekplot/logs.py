@@ -6,6 +6,9 @@ Times are in µs since the epoch.
 from array import array
 from typing import NamedTuple
 
+SECOND = 1_000_000
+DAY = 86_400 * SECOND
+
 # Times below this, which is in the year 2255, are exact as the numbers of JavaScript. A line that
 # continues one that was cut off usually begins with a later time.
 LATEST = 2 ** 53

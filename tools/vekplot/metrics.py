@@ -37,6 +37,12 @@ class Metric:
         self.kind = None
         self.axis = None
 
+    def get_first_place(self):
+        """The first pass that has a figure of it."""
+        if self.axis.places:
+            return self.axis.places[0]
+        return min(places[0] for layers in self.layers.values() for places, _ in layers)
+
     def align(self, statistic):
         """A figure for each time of the axis: that of the first layer which has one, or NaN."""
         layers = self.layers[statistic]

@@ -3,6 +3,8 @@
 import pathlib
 import re
 
+from .writing import write_document
+
 FOLDER = pathlib.Path(__file__).resolve().parents[1]  # tools of the source, or of the prefix
 PAGE = next((folder for folder in (FOLDER / 'page', FOLDER.parent / 'page') if folder.is_dir()),
             FOLDER / 'page')
@@ -52,6 +54,6 @@ def write_page(document, write):
     for line in lines:
         if line.startswith(DATA):
             write(DATA)
-            document.write(write)
+            write_document(document, write)
             line = line.removeprefix(DATA)
         write(line)

@@ -77,40 +77,35 @@ static Page *get_page(VekWebServer *self, VekServicePrometheusFormat format) {
   auto *&page = self->pages[format];
   if (!page || page_get_text(page) != text) {
     g_clear_pointer(&page, page_unref);
-    page = page_new(text);
+    page = page_new(text, kContentTypes[format]);
   }
   return page;
 }
 
-static void serve_text(VekWebServer *self, SoupServerMessage *message) {
-  auto *request = soup_server_message_get_request_headers(message);
-  auto *response = soup_server_message_get_response_headers(message);
-  auto format = choose_format(soup_message_headers_get_list(request, "Accept"));
-  auto *page = get_page(self, format);
-  if (!page) {
-    answer(message, SOUP_STATUS_SERVICE_UNAVAILABLE,
-           "There is no text before the first report pass.\n");
-    return;
+static bool work_on(Request &request, gpointer data) {
+  auto *self = vekin::as<VekWebServer>(data);
+  if (!request.page) {
+    if (!vek_service_prometheus_reporter_prepare_text(self->reporter, request.format))
+      return false;
+    auto *page = get_page(self, request.format);
+    if (!page) {
+      answer(request.message, SOUP_STATUS_SERVICE_UNAVAILABLE,
+             "There is no text before the first report pass.\n");
+      return true;
+    }
+    request.page = page_ref(page);
   }
+  if (!page_work(request.page, request.is_compressed))
+    return false;
+  page_send(request.page, request.message, request.is_compressed);
+  return true;
+}
 
-  bool compressed = allows_gzip(soup_message_headers_get_list(request, "Accept-Encoding"));
-  soup_message_headers_replace(response, "ETag", page_get_tag(page, compressed));
-  soup_message_headers_replace(response, "Vary", "Accept, Accept-Encoding");
-  if (matches_tag(soup_message_headers_get_list(request, "If-None-Match"),
-                  page_get_tag(page, compressed))) {
-    soup_server_message_set_status(message, SOUP_STATUS_NOT_MODIFIED, nullptr);
-    return;
-  }
-  soup_message_headers_replace(response, "Content-Type", kContentTypes[format]);
-  if (!compressed) {
-    send_text(message, page_get_text(page));
-    return;
-  }
-  soup_message_headers_replace(response, "Content-Encoding", "gzip");
-  if (page_compress_slice(page))
-    send_text(message, page_get_compressed(page));
-  else
-    waiting_add(self->waiting, message, page);
+static void serve_text(VekWebServer *self, SoupServerMessage *message) {
+  auto *headers = soup_server_message_get_request_headers(message);
+  waiting_add(self->waiting, message,
+              choose_format(soup_message_headers_get_list(headers, "Accept")),
+              allows_gzip(soup_message_headers_get_list(headers, "Accept-Encoding")));
 }
 
 static void serve(VekWebServer *self, SoupServerMessage *message, bool is_found) {
@@ -200,7 +195,7 @@ static void vek_web_server_init(VekWebServer *self) {
   self->socket_paths = g_ptr_array_new_with_free_func(g_free);
   self->attached = g_ptr_array_new_with_free_func(free_attached);
   self->hosts = g_hash_table_new_full(g_str_hash, g_str_equal, g_free, nullptr);
-  self->waiting = waiting_new();
+  self->waiting = waiting_new(work_on, self);
 }
 
 VekWebServer *vek_web_server_new(VekServicePrometheusReporter *reporter) {
