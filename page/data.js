@@ -46,14 +46,15 @@
   function timeline(source) {
     const {name} = source;
     const dimensions = source.dimensions ?? [];
+    const clock = source.clock ?? 'wall';
     return {
       name,
       dimensions,
       kind: 'timeline',
       unit: null,
-      clock: source.clock ?? 'wall',
+      clock,
       lanes: source.lanes.map(lane => ({id: String(lane.id), ranges: ranges(lane.ranges)})),
-      key: key({name, dimensions, kind: 'timeline'}),
+      key: key({name, dimensions, kind: `timeline ${clock}`}),
     };
   }
 
