@@ -4,9 +4,14 @@
 
 #include <vekmetrics/vekmetrics.h>
 
-static vekin::KindHooks kind_hooks;
+static const vekin::KindHooks *kind_hooks;  // atomic; NULL if there are none
+static GPrivate reporting_metric;           // of VekMetric
 
 namespace {
+
+const vekin::KindHooks *get_hooks() {
+  return g_atomic_pointer_get(&kind_hooks);
+}
 
 // One kind, and the functions of its class that the hooks stand before.
 template <GType (*get_type)()>
@@ -16,13 +21,18 @@ struct Kind {
   static void (*constructed)(GObject *object);
 
   static void on_report(VekMetric *metric, GSList *reporters) {
-    kind_hooks.reports(metric, reporters);
+    auto *outer = vekin::get_reporting_metric();  // whose reporter runs a pass of its own
+    g_private_set(&reporting_metric, metric);
+    if (auto *hooks = get_hooks())
+      hooks->reports(metric, reporters);
     report(metric, reporters);
+    g_private_set(&reporting_metric, outer);
   }
 
   static void on_constructed(GObject *object) {
     constructed(object);
-    kind_hooks.made(vekin::as<VekMetric>(object));
+    if (auto *hooks = get_hooks())
+      hooks->made(vekin::as<VekMetric>(object));
   }
 
   static void read() {
@@ -53,12 +63,17 @@ void hook_all() {
 
 }  // namespace
 
-void vekin::hook_kinds(const KindHooks &hooks) {
+void vekin::hook_kinds(const KindHooks *hooks) {
+  if (hooks)
+    g_atomic_pointer_set(&kind_hooks, hooks);
   static gsize hooked;
   if (!g_once_init_enter(&hooked))
     return;
-  kind_hooks = hooks;
   hook_all<vek_metric_counter_get_type, vek_metric_gauge_get_type, vek_metric_histogram_get_type,
            vek_metric_meter_get_type, vek_metric_timeline_get_type, vek_metric_timer_get_type>();
   g_once_init_leave(&hooked, 1);
+}
+
+VekMetric *vekin::get_reporting_metric() {
+  return static_cast<VekMetric *>(g_private_get(&reporting_metric));
 }

@@ -13,8 +13,12 @@ struct KindHooks {
   void (*reports)(VekMetric *metric, GSList *reporters);
 };
 
-// Puts the hooks into the class of each kind of metric, for good. May be called again, and does
-// nothing then.
-void hook_kinds(const KindHooks &hooks);
+// Hooks the class of each kind of metric, for good, so that it is known which metric reports. Hooks
+// that are not NULL are called from then on; they must stay. May be called again.
+void hook_kinds(const KindHooks *hooks);
+
+// The metric that reports on this thread, or NULL; unknown to reports that began before the kinds
+// were hooked.
+VekMetric *get_reporting_metric();
 
 }  // namespace vekin

@@ -1,9 +1,11 @@
 #include "prometheusreporter.h"
 
 #include "common/internal.hpp"
+#include "kinds.hpp"
 #include "prometheusfamilies.hpp"
 #include "prometheusrules.hpp"
 #include "prometheustext.hpp"
+#include "reporterlist.hpp"
 
 using namespace vekin::prometheus;
 
@@ -35,8 +37,10 @@ struct _VekServicePrometheusReporter {
   GString *scratch;
   gint64 start;  // of the pass under way, on the monotonic clock; 0 if none is
   guint n_brought;
+  GPtrArray *pass_followers;  // of the pass under way; NULL if none is
 
   GMutex lock;  // guards what follows, and of each Series what is not of the pass under way
+  GPtrArray *followers;
   Policy policy;
   bool has_passed;
 
@@ -109,6 +113,18 @@ static bool write_text(VekServicePrometheusReporter *self, VekServicePrometheusF
                     self->policy.negative);
 }
 
+// Hands a call of the pass on to the followers that there were when it began.
+template <typename Operation, typename... Arguments>
+static void hand_on(VekMetricReporter *reporter, Operation VekMetricReporterInterface::*operation,
+                    Arguments... arguments) {
+  auto *self = vekin::as<VekServicePrometheusReporter>(reporter);
+  if (!self->pass_followers) {
+    vekin::MutexLock held(self->lock);
+    self->pass_followers = g_ptr_array_ref(self->followers);
+  }
+  vekin::hand_on(self->pass_followers, operation, arguments...);
+}
+
 static Series *bring(VekMetricReporter *reporter, const char *name, char **dimensions,
                      const char *unit, Kind kind) {
   auto *self = vekin::as<VekServicePrometheusReporter>(reporter);
@@ -127,15 +143,26 @@ static Series *bring(VekMetricReporter *reporter, const char *name, char **dimen
 
 static void vek_service_prometheus_reporter_process_count(VekMetricReporter *reporter,
                                                           const gchar *name, gchar **dimensions,
-                                                          const gchar *unit, gint64, gint64 count) {
+                                                          const gchar *unit, gint64 timestamp,
+                                                          gint64 count) {
   bring(reporter, name, dimensions, unit, Kind::count)->next.count = count;
+  hand_on(reporter, &VekMetricReporterInterface::process_count, name, dimensions, unit, timestamp,
+          count);
 }
 
 static void vek_service_prometheus_reporter_process_value(VekMetricReporter *reporter,
                                                           const gchar *name, gchar **dimensions,
-                                                          const gchar *unit, gint64,
+                                                          const gchar *unit, gint64 timestamp,
                                                           gdouble value) {
   bring(reporter, name, dimensions, unit, Kind::value)->next.value = value;
+  hand_on(reporter, &VekMetricReporterInterface::process_value, name, dimensions, unit, timestamp,
+          value);
+}
+
+static void vek_service_prometheus_reporter_process_timeline_samples(VekMetricReporter *reporter,
+                                                                     const gchar *name,
+                                                                     GSList *samples) {
+  hand_on(reporter, &VekMetricReporterInterface::process_timeline_samples, name, samples);
 }
 
 static void vek_service_prometheus_reporter_process_aggregated(VekMetricReporter *reporter,
@@ -145,10 +172,11 @@ static void vek_service_prometheus_reporter_process_aggregated(VekMetricReporter
                                                                VekMetricSnapshot *snapshot) {
   auto *series = bring(reporter, name, dimensions, unit, Kind::aggregated);
   series->next.aggregate = aggregate(snapshot);
+  hand_on(reporter, &VekMetricReporterInterface::process_aggregated, name, dimensions, unit,
+          snapshot);
 }
 
-static void vek_service_prometheus_reporter_flush(VekMetricReporter *reporter) {
-  auto *self = vekin::as<VekServicePrometheusReporter>(reporter);
+static void end_pass(VekServicePrometheusReporter *self) {
   gint64 time = g_get_monotonic_time();
   gint64 duration = self->n_brought > 0 ? time - self->start : 0;
 
@@ -171,9 +199,17 @@ static void vek_service_prometheus_reporter_flush(VekMetricReporter *reporter) {
   arrange(self);  // as part of the pass, so that requests need not wait for it
 }
 
+static void vek_service_prometheus_reporter_flush(VekMetricReporter *reporter) {
+  auto *self = vekin::as<VekServicePrometheusReporter>(reporter);
+  end_pass(self);
+  hand_on(reporter, &VekMetricReporterInterface::flush);
+  g_clear_pointer(&self->pass_followers, g_ptr_array_unref);
+}
+
 static void vek_service_prometheus_reporter_reporter_init(VekMetricReporterInterface *iface) {
   iface->process_count = vek_service_prometheus_reporter_process_count;
   iface->process_value = vek_service_prometheus_reporter_process_value;
+  iface->process_timeline_samples = vek_service_prometheus_reporter_process_timeline_samples;
   iface->process_aggregated = vek_service_prometheus_reporter_process_aggregated;
   iface->flush = vek_service_prometheus_reporter_flush;
 }
@@ -207,6 +243,8 @@ static void vek_service_prometheus_reporter_get_property(GObject *object, guint 
 
 static void vek_service_prometheus_reporter_finalize(GObject *object) {
   auto *self = VEK_SERVICE_PROMETHEUS_REPORTER(object);
+  g_clear_pointer(&self->pass_followers, g_ptr_array_unref);
+  g_ptr_array_unref(self->followers);
   forget_texts(self);
   forget_families(self);
   g_ptr_array_unref(self->series);
@@ -239,6 +277,7 @@ static void vek_service_prometheus_reporter_init(VekServicePrometheusReporter *s
   self->table = series_table_new();
   self->scratch = g_string_new(nullptr);
   g_mutex_init(&self->lock);
+  self->followers = vekin::reporter_list_new();
   self->policy.monotonic = g_hash_table_new_full(g_str_hash, g_str_equal, g_free, g_free);
   self->policy.negative = g_hash_table_new_full(g_str_hash, g_str_equal, g_free, nullptr);
   self->policy.told = g_hash_table_new_full(
@@ -301,4 +340,30 @@ void vek_service_prometheus_reporter_declare_monotonic(VekServicePrometheusRepor
   g_hash_table_insert(reporter->policy.monotonic, g_strdup(name), g_new0(Declaration, 1));
   forget_families(reporter);
   forget_texts(reporter);
+}
+
+void vek_service_prometheus_reporter_add_follower(VekServicePrometheusReporter *reporter,
+                                                  VekMetricReporter *follower) {
+  vek_return_if_fail(VEK_SERVICE_IS_PROMETHEUS_REPORTER(reporter));
+  vek_return_if_fail(VEK_IS_METRIC_REPORTER(follower));
+
+  vekin::hook_kinds(nullptr);
+  g_autoptr(GPtrArray) before = nullptr;
+  vekin::MutexLock held(reporter->lock);
+  before = reporter->followers;
+  reporter->followers = vekin::reporter_list_with(before, follower);
+}
+
+gboolean vek_service_prometheus_reporter_remove_follower(VekServicePrometheusReporter *reporter,
+                                                         VekMetricReporter *follower) {
+  vek_return_val_if_fail(VEK_SERVICE_IS_PROMETHEUS_REPORTER(reporter), FALSE);
+  vek_return_val_if_fail(VEK_IS_METRIC_REPORTER(follower), FALSE);
+
+  g_autoptr(GPtrArray) before = nullptr;
+  vekin::MutexLock held(reporter->lock);
+  if (!g_ptr_array_find(reporter->followers, follower, nullptr))
+    return FALSE;
+  before = reporter->followers;
+  reporter->followers = vekin::reporter_list_without(before, follower);
+  return TRUE;
 }

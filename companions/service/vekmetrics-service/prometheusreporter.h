@@ -144,4 +144,33 @@ VEK_EXPORT
 void vek_service_prometheus_reporter_declare_monotonic(VekServicePrometheusReporter *reporter,
                                                        const char *name);
 
+/**
+ * vek_service_prometheus_reporter_add_follower:
+ * @reporter: a reporter
+ * @follower: another reporter, which no pass reports to otherwise
+ *
+ * Hands each call of the report passes on to another reporter too, from the next pass on.
+ *
+ * The follower is called in the thread of the pass, and flushed after @reporter has taken the pass
+ * over. It sees the timelines as well. [func@get_reporting_metric] tells it the metric. A reporter
+ * that is added twice is called twice. Any thread may call this. Does nothing after a failed check.
+ */
+VEK_EXPORT
+void vek_service_prometheus_reporter_add_follower(VekServicePrometheusReporter *reporter,
+                                                  VekMetricReporter *follower);
+
+/**
+ * vek_service_prometheus_reporter_remove_follower:
+ * @reporter: a reporter
+ * @follower: a reporter that was added
+ *
+ * Undoes vek_service_prometheus_reporter_add_follower(). A pass that is under way still calls the
+ * follower. Any thread may call this.
+ *
+ * Returns: whether it was a follower; %FALSE after a failed check
+ */
+VEK_EXPORT
+gboolean vek_service_prometheus_reporter_remove_follower(VekServicePrometheusReporter *reporter,
+                                                         VekMetricReporter *follower);
+
 G_END_DECLS

@@ -2,6 +2,7 @@
 
 #include "common/internal.hpp"
 #include "kinds.hpp"
+#include "reporterlist.hpp"
 #include "retirement.hpp"
 
 struct _VekServiceRelay {
@@ -29,13 +30,6 @@ G_DEFINE_TYPE_WITH_CODE(VekServiceRelay, vek_service_relay, G_TYPE_OBJECT,
                         G_IMPLEMENT_INTERFACE(VEK_TYPE_METRIC_REPORTER,
                                               vek_service_relay_reporter_init))
 
-static GPtrArray *copy_reporters(GPtrArray *reporters) {
-  auto *copy = g_ptr_array_new_with_free_func(g_object_unref);
-  for (guint i = 0; i < reporters->len; i++)
-    g_ptr_array_add(copy, g_object_ref(reporters->pdata[i]));
-  return copy;
-}
-
 // Tells whether a pass is under way, which begins here if the relay is not inert.
 static bool be_in_pass(VekServiceRelay *self) {
   if (!self->pass) {
@@ -55,18 +49,11 @@ static void end_pass(VekServiceRelay *self) {
     self->on_pass_end(session);
 }
 
-// Calls an operation of each of the reporters that has it; the first argument is the reporter.
 template <typename Operation, typename... Arguments>
 static void hand_on(VekMetricReporter *relay, Operation VekMetricReporterInterface::*operation,
                     Arguments... arguments) {
-  auto *self = vekin::as<VekServiceRelay>(relay);
-  if (!be_in_pass(self))
-    return;
-  for (guint i = 0; i < self->pass->len; i++) {
-    auto *reporter = vekin::as<VekMetricReporter>(self->pass->pdata[i]);
-    if (auto function = VEK_METRIC_REPORTER_GET_IFACE(reporter)->*operation)
-      function(reporter, arguments...);
-  }
+  if (auto *self = vekin::as<VekServiceRelay>(relay); be_in_pass(self))
+    vekin::hand_on(self->pass, operation, arguments...);
 }
 
 static void vek_service_relay_process_count(VekMetricReporter *reporter, const gchar *name,
@@ -141,7 +128,9 @@ static void vek_service_relay_class_init(VekServiceRelayClass *klass) {
   object_class->dispose = vek_service_relay_dispose;
   object_class->finalize = vek_service_relay_finalize;
 
-  vekin::hook_kinds({.made = vekin::retirement_note_made, .reports = on_metric_reports});
+  static constexpr vekin::KindHooks hooks = {.made = vekin::retirement_note_made,
+                                             .reports = on_metric_reports};
+  vekin::hook_kinds(&hooks);
 }
 
 static void vek_service_relay_init(VekServiceRelay *self) {
@@ -172,7 +161,7 @@ VekServiceRelay *vek_service_relay_claim(VekMetricRegistry *registry, GObject *s
   }
 
   vekin::MutexLock held(self->lock);
-  self->reporters = g_ptr_array_new_with_free_func(g_object_unref);
+  self->reporters = vekin::reporter_list_new();
   self->on_pass_end = on_pass_end;
   g_weak_ref_set(&self->session, session);
   return vekin::as<VekServiceRelay>(g_object_ref(self));
@@ -194,8 +183,7 @@ bool vek_service_relay_add(VekServiceRelay *relay, VekMetricReporter *reporter) 
   if (g_ptr_array_find(relay->reporters, reporter, nullptr))
     return true;
   before = relay->reporters;
-  relay->reporters = copy_reporters(before);
-  g_ptr_array_add(relay->reporters, g_steal_pointer(&owned));
+  relay->reporters = vekin::reporter_list_with(before, reporter);
   return true;
 }
 
@@ -206,8 +194,7 @@ bool vek_service_relay_remove(VekServiceRelay *relay, VekMetricReporter *reporte
   if (!relay->reporters || !g_ptr_array_find(relay->reporters, reporter, nullptr))
     return false;
   before = relay->reporters;
-  relay->reporters = copy_reporters(before);
-  g_ptr_array_remove(relay->reporters, reporter);
+  relay->reporters = vekin::reporter_list_without(before, reporter);
   return true;
 }
 
