@@ -13,7 +13,7 @@ import unittest
 from support import tap
 
 ROOT = pathlib.Path(__file__).resolve().parents[2]
-CODE_FOLDERS = ('benchmarks', 'common', 'companions', 'examples', 'tests', 'vekmetrics')
+CODE_FOLDERS = ('benchmarks', 'common', 'companions', 'examples', 'tests', 'tools', 'vekmetrics')
 CODE_SUFFIXES = ('.c', '.cpp', '.h', '.hpp')
 FORMAT_VERSION = '14'  # others break lines differently
 ANSWERS = ('docs/faq.md', 'docs/security.md')  # each of their sections names the tests that hold it

@@ -11,7 +11,7 @@ import sys
 import tempfile
 import unittest
 
-from plot import PROGRAM, SAMPLE, Run, T, csv_lines, json_line, read_page
+from plot import PROGRAM, SAMPLE, Run, T, csv_lines, decode, json_line, read_page
 from support import tap
 
 FIGURES = csv_lines((T + 55.5, 'requests', 5), (T + 60.1, 'load', 0.5),
@@ -127,6 +127,15 @@ class Reading(unittest.TestCase):
         self.assertEqual(run.metrics['size']['statistics'], {
             'samples': [0, 5], 'avg': [None, 2], 'min': [None, 1], 'max': [None, 3],
             'p10': [None, 1], 'p50': [None, 2], 'p90': [None, 3]})
+
+    def test_many_fractions_are_written_in_binary(self):
+        rows = [(T + minute * 60 + 0.1, 'load', minute / 8) for minute in range(999)]
+        self.assertIsInstance(Run({'a.csv': csv_lines(*rows)}).metrics['load']['values'], list)
+        for figure, read in (('nan', None), ('-inf', '-inf'), (0.1, 0.1)):
+            run = Run({'a.csv': csv_lines(*rows, (T + 999 * 60, 'load', figure))})
+            self.assertIsInstance(run.metrics['load']['values'], str)
+            self.assertEqual(decode(run.metrics['load']['values']),
+                             [minute / 8 for minute in range(999)] + [read])
 
     def test_names_and_dimensions_are_kept_as_they_are(self):
         run = Run({'figures.csv': csv_lines(

@@ -1,12 +1,15 @@
 """Runs vek-plot for tests, in this process."""
 
+import base64
 import contextlib
 import datetime
 import io
 import json
+import math
 import os
 import pathlib
 import re
+import struct
 import sys
 import tempfile
 
@@ -26,6 +29,15 @@ DATA = re.compile(r'<script type="application/json" id="data">(.*?)</script>', r
 def read_page(path):
     """The data of a page."""
     return json.loads(DATA.search(pathlib.Path(path).read_text(encoding='utf-8'))[1])
+
+
+def decode(figures):
+    """Figures as a list, in which NaN is None and infinities are texts."""
+    if isinstance(figures, str):
+        figures = [item for item, in struct.iter_unpack('<d', base64.b64decode(figures))]
+        figures = [None if math.isnan(item) else str(item) if math.isinf(item) else item
+                   for item in figures]
+    return figures
 
 
 class Run:

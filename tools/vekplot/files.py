@@ -8,7 +8,7 @@ from .csvlog import CsvReader
 from .jsonlog import JsonReader
 
 HEAD = 1 << 16  # bytes, which tell what a file contains
-BATCH = 1 << 20  # bytes that are read at once
+BATCH = 1 << 18  # bytes that are read at once
 SHOWN_UNREAD = 20
 
 CSV_LINE = rb'\d+,[^,\n]*,[^,\n]*(?:,[^,\n]*){7}\n'

@@ -158,7 +158,7 @@ class Handler(BaseHTTPRequestHandler):
             pass
 
 
-def follow(files, options, announce):
+def serve(files, options, announce):
     """Serves the page until it is interrupted; its address is announced."""
     feed = Feed(files, options)
     feed.look()

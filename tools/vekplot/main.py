@@ -2,13 +2,11 @@
 
 import pathlib
 import sys
-import webbrowser
 
 from . import picture
 from .arguments import parse
 from .document import Document
 from .files import Files
-from .follow import follow
 from .page import Missing, write_page
 from .progress import Progress
 from .trace import write_trace
@@ -49,13 +47,26 @@ def write_outputs(document, options):
             picture.draw(document, path, kind)
             print(path)
     if options.open:
-        webbrowser.open(pathlib.Path(page).absolute().as_uri())
+        open_browser(pathlib.Path(page).absolute().as_uri())
 
 
 def announce(address, options):
     print(address, flush=True)
     if options.open:
-        webbrowser.open(address)
+        open_browser(address)
+
+
+# What follows is imported when it is needed, since it takes time and memory.
+
+
+def open_browser(address):
+    import webbrowser  # pylint: disable=import-outside-toplevel
+    webbrowser.open(address)
+
+
+def follow(files, options):
+    from .follow import serve  # pylint: disable=import-outside-toplevel
+    serve(files, options, lambda address: announce(address, options))
 
 
 def run(options):
@@ -66,7 +77,7 @@ def run(options):
         files.read(progress.advance)
     if options.follow:
         report_unread(files.unread)
-        follow(files, options, lambda address: announce(address, options))
+        follow(files, options)
         return 0
     files.close()
     report_unread(files.unread)

@@ -8,7 +8,6 @@ in an idle program with nothing but counters, the passes are spread evenly. All 
 
 from array import array
 from bisect import bisect_left
-from statistics import median_low
 
 PERIOD = 60_000_000  # of a registry that reports by itself
 CLOSE = 1000  # between lines of one pass, but not between two passes
@@ -16,8 +15,8 @@ CLOSE = 1000  # between lines of one pass, but not between two passes
 
 def get_period(times):
     """The usual time between two passes."""
-    steps = [later - earlier for earlier, later in zip(times, times[1:]) if later > earlier]
-    return median_low(steps) if steps else PERIOD
+    steps = sorted(later - earlier for earlier, later in zip(times, times[1:]) if later > earlier)
+    return steps[(len(steps) - 1) // 2] if steps else PERIOD
 
 
 def find_known(times):
