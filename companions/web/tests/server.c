@@ -104,7 +104,7 @@ TEST(all_else_is_refused) {
   static const struct {
     const char *lines, *status;
   } rows[] = {
-      {"GET / HTTP/1.1|Host: localhost", "HTTP/1.1 404 Not Found"},
+      {"GET /x HTTP/1.1|Host: localhost", "HTTP/1.1 404 Not Found"},
       {"GET /metrics/ HTTP/1.1|Host: localhost", "HTTP/1.1 404 Not Found"},
       {"GET /metrics/x HTTP/1.1|Host: localhost", "HTTP/1.1 404 Not Found"},
       {"GET /metrics?name=x HTTP/1.1|Host: localhost", "HTTP/1.1 200 OK"},

@@ -1,8 +1,8 @@
 #include "page.hpp"
 
 #include "common/internal.hpp"
+#include "compression.hpp"
 
-#include <string.h>
 #include <algorithm>
 
 namespace vekin::web {
@@ -10,7 +10,6 @@ namespace vekin::web {
 namespace {
 
 constexpr gsize kSlice = 128 * 1024;  // of text; takes a few milliseconds
-constexpr int kLevel = 1;             // shrinks such texts to a tenth, three times as fast as 6
 
 }  // namespace
 
@@ -67,30 +66,21 @@ bool page_compress_slice(Page *page) {
   if (page->compressed)
     return true;
   if (!page->compressor) {
-    page->compressor = g_zlib_compressor_new(G_ZLIB_COMPRESSOR_FORMAT_GZIP, kLevel);
+    page->compressor = compression_new();
     page->output = g_byte_array_new();
   }
 
   gsize size;
-  auto *text = static_cast<const guint8 *>(g_bytes_get_data(page->text, &size));
-  gsize end = std::min(size, page->position + kSlice);
-  auto flags = end == size ? G_CONVERTER_INPUT_AT_END : G_CONVERTER_NO_FLAGS;
-  while (page->position < end || end == size) {
-    guint8 buffer[16 * 1024];
-    gsize n_read = 0, n_written = 0;
-    auto result = g_converter_convert(G_CONVERTER(page->compressor), text + page->position,
-                                      end - page->position, buffer, sizeof buffer, flags, &n_read,
-                                      &n_written, nullptr);
-    vek_assert(result != G_CONVERTER_ERROR);  // there is input or its end, and room
-    page->position += n_read;
-    g_byte_array_append(page->output, buffer, static_cast<guint>(n_written));
-    if (result == G_CONVERTER_FINISHED) {
-      page->compressed = g_byte_array_free_to_bytes(g_steal_pointer(&page->output));
-      g_clear_object(&page->compressor);
-      return true;
-    }
-  }
-  return false;
+  auto *text = static_cast<const char *>(g_bytes_get_data(page->text, &size));
+  gsize slice = std::min(size - page->position, kSlice);
+  bool is_last = page->position + slice == size;
+  compression_append(page->compressor, text + page->position, slice, is_last, page->output);
+  page->position += slice;
+  if (!is_last)
+    return false;
+  page->compressed = g_byte_array_free_to_bytes(g_steal_pointer(&page->output));
+  g_clear_object(&page->compressor);
+  return true;
 }
 
 }  // namespace vekin::web

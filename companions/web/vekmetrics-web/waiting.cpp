@@ -1,6 +1,7 @@
 #include "waiting.hpp"
 
 #include "common/internal.hpp"
+#include "negotiation.hpp"
 
 namespace vekin::web {
 
@@ -43,6 +44,11 @@ static void on_disconnected(SoupServerMessage *, gpointer data) {
   g_ptr_array_remove(as<Entry>(data)->waiting->entries, data);
 }
 
+static void send_text(SoupServerMessage *message, GBytes *text) {
+  soup_server_message_set_status(message, SOUP_STATUS_OK, nullptr);
+  soup_message_body_append_bytes(soup_server_message_get_response_body(message), text);
+}
+
 static gboolean on_compress(gpointer data) {
   auto *self = as<Waiting>(data);
   if (self->entries->len > 0) {
@@ -82,7 +88,7 @@ void waiting_free(Waiting *self) {
   g_free(self);
 }
 
-void waiting_add(Waiting *self, SoupServerMessage *message, Page *page) {
+static void add_entry(Waiting *self, SoupServerMessage *message, Page *page) {
   auto *entry = g_new(Entry, 1);
   *entry = {self, SOUP_SERVER_MESSAGE(g_object_ref(message)), page_ref(page)};
   g_ptr_array_add(self->entries, entry);
@@ -96,9 +102,28 @@ void waiting_add(Waiting *self, SoupServerMessage *message, Page *page) {
   g_source_attach(self->compressing, g_main_context_get_thread_default());
 }
 
-void send_text(SoupServerMessage *message, GBytes *text) {
-  soup_server_message_set_status(message, SOUP_STATUS_OK, nullptr);
-  soup_message_body_append_bytes(soup_server_message_get_response_body(message), text);
+void waiting_serve(Waiting *self, SoupServerMessage *message, Page *page, const char *content_type,
+                   const char *vary) {
+  auto *request = soup_server_message_get_request_headers(message);
+  auto *response = soup_server_message_get_response_headers(message);
+  bool compressed = allows_gzip(soup_message_headers_get_list(request, "Accept-Encoding"));
+  const char *tag = page_get_tag(page, compressed);
+  soup_message_headers_replace(response, "ETag", tag);
+  soup_message_headers_replace(response, "Vary", vary);
+  if (matches_tag(soup_message_headers_get_list(request, "If-None-Match"), tag)) {
+    soup_server_message_set_status(message, SOUP_STATUS_NOT_MODIFIED, nullptr);
+    return;
+  }
+  soup_message_headers_replace(response, "Content-Type", content_type);
+  if (!compressed) {
+    send_text(message, page_get_text(page));
+    return;
+  }
+  soup_message_headers_replace(response, "Content-Encoding", "gzip");
+  if (page_compress_slice(page))
+    send_text(message, page_get_compressed(page));
+  else
+    add_entry(self, message, page);
 }
 
 }  // namespace vekin::web

@@ -15,10 +15,9 @@ Waiting *waiting_new();
 // Answers those who still wait that there is nothing.
 void waiting_free(Waiting *waiting);
 
-// Pauses a message and sends it the page when that is compressed.
-void waiting_add(Waiting *waiting, SoupServerMessage *message, Page *page);
-
-// Sends a text at once.
-void send_text(SoupServerMessage *message, GBytes *text);
+// Answers a message with a page: that the client has it, or as it prefers it. It may have to wait
+// until the page is compressed. `vary` names the headers that chose the page.
+void waiting_serve(Waiting *waiting, SoupServerMessage *message, Page *page,
+                   const char *content_type, const char *vary);
 
 }  // namespace vekin::web
