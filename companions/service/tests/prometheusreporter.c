@@ -285,6 +285,19 @@ TEST(kinds_that_differ_are_unknown) {
               "b_samples unknown; b_samples{host=\"h2\"} 0; b_samples{host=\"h3\"} 4");
 }
 
+TEST(type_follows_the_kinds_that_come_and_go) {
+  g_autoptr(Reporter) reporter = set_up();
+  static const char *const expected[] = {"a gauge; a{host=\"h1\"} 1",
+                                         "a untyped; a{host=\"h1\"} 1; a{host=\"h2\"} 2"};
+  for (int pass = 0; pass < 4; pass++) {
+    gauge(reporter, "a", "host=h1", 1);
+    if (pass % 2 == 1)
+      count(reporter, "a", "host=h2", 2);
+    flush(reporter);
+    assert_text(reporter, TEXT, expected[pass % 2]);
+  }
+}
+
 /* What a pass brings. The counter "cx" is declared monotonic. */
 typedef struct {
   char kind; /* 'c' for a counter, 'g' for a gauge, 'h' for a histogram without samples */
@@ -577,6 +590,59 @@ TEST(text_is_made_once_for_each_pass_and_format) {
   g_assert_true(first != next);
 }
 
+/* Prepares a text to its end, and returns how many slices that took. */
+static int prepare(Reporter *reporter, VekServicePrometheusFormat format) {
+  int n_slices = 1;
+  while (!vek_service_prometheus_reporter_prepare_text(reporter, format))
+    n_slices++;
+  return n_slices;
+}
+
+TEST(text_that_is_prepared_in_slices_is_the_same) {
+  g_autoptr(Reporter) whole = set_up(), sliced = set_up();
+  g_assert_cmpint(prepare(sliced, TEXT), ==, 1); /* there is nothing before the first pass */
+  for (int pass = 0; pass < 2; pass++) {
+    for (int i = 0; i < 1500; i++) {
+      g_autofree char *name = g_strdup_printf("gauge%d", i);
+      g_autofree char *dimensions = g_strdup_printf("number=%d", i);
+      for (int both = 0; both < 2; both++) {
+        gauge(both ? whole : sliced, name, NULL, pass);
+        sample(both ? whole : sliced, "sizes", dimensions, i - 1 - 3 * pass);
+      }
+    }
+    flush(whole);
+    flush(sliced);
+    for (int format = OPENMETRICS; format <= TEXT; format++) {
+      g_assert_cmpint(prepare(sliced, format), ==, 10);
+      g_autofree char *found = vek_service_prometheus_reporter_get_text(sliced, format);
+      g_autofree char *expected = vek_service_prometheus_reporter_get_text(whole, format);
+      g_assert_cmpstr(found, ==, expected);
+      g_assert_cmpint(prepare(sliced, format), ==, 1);
+    }
+  }
+}
+
+TEST(text_that_is_begun_is_not_continued_with_other_metrics) {
+  g_autoptr(Reporter) reporter = set_up();
+  for (int change = 0; change < 3; change++) {
+    for (int i = 0; i < 2000; i++) {
+      g_autofree char *name = g_strdup_printf("a%d", i + change);
+      count(reporter, name, NULL, change);
+    }
+    flush(reporter);
+    g_assert_false(vek_service_prometheus_reporter_prepare_text(reporter, TEXT));
+    if (change == 1)
+      g_object_set(reporter, "prefix", "prefix_", NULL);
+    if (change == 2)
+      vek_service_prometheus_reporter_declare_monotonic(reporter, "a2");
+    g_autofree char *text = vek_service_prometheus_reporter_get_text(reporter, TEXT);
+    static const char *const first[] = {"# HELP a0 a0\n", "# HELP prefix_a1 a1\n",
+                                        "# HELP prefix_a10 a10\n"};
+    g_assert_true(g_str_has_prefix(text, first[change]));
+    g_assert_cmpint((change == 2), ==, strstr(text, "prefix_a2_total 2\n") != NULL);
+  }
+}
+
 static gpointer ask_for_texts(gpointer reporter) {
   for (int i = 0; i < 1000; i++)
     g_bytes_unref(vek_service_prometheus_reporter_get_bytes(reporter, i % 2 ? TEXT : OPENMETRICS));
@@ -614,6 +680,14 @@ TEST(failed_checks_name_their_own_function) {
                 "vek_service_prometheus_reporter_get_bytes: assertion 'is_format(format)' failed");
   assert_logged("VEK:service", G_LOG_LEVEL_CRITICAL,
                 "vek_service_prometheus_reporter_get_text: assertion 'is_format(format)' failed");
+  g_assert_false(vek_service_prometheus_reporter_prepare_text(NULL, TEXT));
+  assert_logged("VEK:service", G_LOG_LEVEL_CRITICAL,
+                "vek_service_prometheus_reporter_prepare_text: assertion "
+                "'VEK_SERVICE_IS_PROMETHEUS_REPORTER(reporter)' failed");
+  g_assert_false(vek_service_prometheus_reporter_prepare_text(reporter, 2));
+  assert_logged(
+      "VEK:service", G_LOG_LEVEL_CRITICAL,
+      "vek_service_prometheus_reporter_prepare_text: assertion 'is_format(format)' failed");
   vek_service_prometheus_reporter_declare_monotonic(NULL, "x");
   assert_logged("VEK:service", G_LOG_LEVEL_CRITICAL,
                 "vek_service_prometheus_reporter_declare_monotonic: assertion "

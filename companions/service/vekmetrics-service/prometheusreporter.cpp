@@ -24,6 +24,7 @@ constexpr struct {
 };
 
 constexpr int kFormats = 2;
+constexpr guint kSlice = 1000;  // samples of a text that are written in about half a millisecond
 constexpr guint kFewChanges = 16;
 
 }  // namespace
@@ -47,8 +48,7 @@ struct _VekServicePrometheusReporter {
   Series *own[N_OWN];        // the same
   GPtrArray *series;         // what the text shows beside these
   Arrangement *arrangement;  // of all of them; NULL until needed
-  GBytes *texts[kFormats];   // NULL until asked for
-  gsize sizes[kFormats];     // of the last text
+  Text texts[kFormats];      // of the last pass
 };
 static_assert(vekin::ZeroFillable<VekServicePrometheusReporter>);
 
@@ -73,7 +73,7 @@ static bool is_format(VekServicePrometheusFormat format) {
 
 static void forget_texts(VekServicePrometheusReporter *self) {
   for (auto &text : self->texts)
-    g_clear_pointer(&text, g_bytes_unref);
+    text_clear(text);
 }
 
 static void forget_families(VekServicePrometheusReporter *self) {
@@ -95,6 +95,22 @@ static void rearrange(VekServicePrometheusReporter *self, const Changes &changes
     is_right = arrangement_add(self->arrangement, vekin::as<Series>(changes.came->pdata[i]));
   if (!is_right)
     forget_families(self);
+}
+
+static void arrange(VekServicePrometheusReporter *self) {
+  if (!self->arrangement)
+    self->arrangement = arrangement_new(self->own, self->series, self->policy);
+}
+
+// Writes up to so many samples of a text. Returns whether there is nothing left to write.
+static bool write_text(VekServicePrometheusReporter *self, VekServicePrometheusFormat format,
+                       guint n_samples) {
+  if (self->texts[format].bytes || !self->has_passed)
+    return true;
+  arrange(self);
+  return text_write(self->texts[format], n_samples,
+                    arrangement_get_families(self->arrangement, format), format,
+                    self->policy.negative);
 }
 
 // Hands a call of the pass on to the followers that there were when it began.
@@ -179,6 +195,8 @@ static void end_pass(VekServicePrometheusReporter *self) {
   self->own[N_METRICS]->now.value = self->n_brought;
   self->has_passed = true;
   self->n_brought = 0;
+
+  arrange(self);  // as part of the pass, so that requests need not wait for it
 }
 
 static void vek_service_prometheus_reporter_flush(VekMetricReporter *reporter) {
@@ -297,19 +315,18 @@ GBytes *vek_service_prometheus_reporter_get_bytes(VekServicePrometheusReporter *
   vek_return_val_if_fail(is_format(format), nullptr);
 
   vekin::MutexLock held(reporter->lock);
-  if (!reporter->has_passed)
-    return nullptr;
-  auto *&kept = reporter->texts[format];
-  if (!kept) {
-    if (!reporter->arrangement)
-      reporter->arrangement = arrangement_new(reporter->own, reporter->series, reporter->policy);
-    auto *text = g_string_sized_new(reporter->sizes[format] + 1024);
-    append_families(text, arrangement_get_families(reporter->arrangement, format), format,
-                    reporter->policy.negative);
-    reporter->sizes[format] = text->len;
-    kept = g_string_free_to_bytes(text);
-  }
-  return g_bytes_ref(kept);
+  write_text(reporter, format, G_MAXUINT);
+  auto *bytes = reporter->texts[format].bytes;
+  return bytes ? g_bytes_ref(bytes) : nullptr;
+}
+
+gboolean vek_service_prometheus_reporter_prepare_text(VekServicePrometheusReporter *reporter,
+                                                      VekServicePrometheusFormat format) {
+  vek_return_val_if_fail(VEK_SERVICE_IS_PROMETHEUS_REPORTER(reporter), FALSE);
+  vek_return_val_if_fail(is_format(format), FALSE);
+
+  vekin::MutexLock held(reporter->lock);
+  return write_text(reporter, format, kSlice);
 }
 
 void vek_service_prometheus_reporter_declare_monotonic(VekServicePrometheusReporter *reporter,

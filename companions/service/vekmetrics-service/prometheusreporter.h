@@ -110,6 +110,24 @@ GBytes *vek_service_prometheus_reporter_get_bytes(VekServicePrometheusReporter *
                                                   VekServicePrometheusFormat format);
 
 /**
+ * vek_service_prometheus_reporter_prepare_text:
+ * @reporter: a reporter
+ * @format: the format
+ *
+ * Writes a part of the text of the last pass, which takes about a millisecond. Any thread may call
+ * this.
+ *
+ * To serve a large text without delaying the main loop, call this in one iteration after the other
+ * until it returns %TRUE, then get the text.
+ *
+ * Returns: whether there is nothing left to write, so that the text, or %NULL before the first
+ *   pass, can be got at once; %FALSE after a failed check
+ */
+VEK_EXPORT
+gboolean vek_service_prometheus_reporter_prepare_text(VekServicePrometheusReporter *reporter,
+                                                      VekServicePrometheusFormat format);
+
+/**
  * vek_service_prometheus_reporter_declare_monotonic:
  * @reporter: a reporter
  * @name: the counters' name, as it was given to the registry

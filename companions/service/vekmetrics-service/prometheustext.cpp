@@ -144,36 +144,63 @@ bool shows_negative_quantile(const Family *family) {
   return false;
 }
 
-void append_family(GString *text, Family *family, VekServicePrometheusFormat format,
-                   GHashTable *negative) {
-  if (family->type == Type::summary && !family->is_negative && shows_negative_quantile(family)) {
-    family->is_negative = true;
-    for (auto &header : family->headers)
-      g_clear_pointer(&header, g_free);
-    g_hash_table_add(negative, g_strdup(family->name));
-  }
-  bool has_header = false;
-  for (guint i = 0; i < family->samples->len; i++) {
-    auto &sample = g_array_index(family->samples, Sample, i);
-    if (!is_shown(family, sample))
-      continue;
-    if (!has_header) {
-      if (!family->headers[format])
-        family->headers[format] = make_header(family, kDialects[format]);
-      append(text, family->headers[format]);
-      has_header = true;
+void note_negative(Family *family, GHashTable *negative) {
+  if (family->type != Type::summary || family->is_negative || !shows_negative_quantile(family))
+    return;
+  family->is_negative = true;
+  for (auto &header : family->headers)
+    g_clear_pointer(&header, g_free);
+  g_hash_table_add(negative, g_strdup(family->name));
+}
+
+// Appends up to so many samples to a text that is begun. Returns whether it is whole.
+bool append_samples(Text &text, guint n_samples, GPtrArray *families,
+                    VekServicePrometheusFormat format, GHashTable *negative) {
+  for (; text.family < families->len; text.family++) {
+    auto *family = as<Family>(families->pdata[text.family]);
+    if (text.sample == 0)
+      note_negative(family, negative);
+    for (; text.sample < family->samples->len; text.sample++) {
+      if (n_samples-- == 0)
+        return false;
+      auto &sample = g_array_index(family->samples, Sample, text.sample);
+      if (!is_shown(family, sample))
+        continue;
+      if (!text.has_header) {
+        if (!family->headers[format])
+          family->headers[format] = make_header(family, kDialects[format]);
+        append(text.begun, family->headers[format]);
+        text.has_header = true;
+      }
+      append_sample(text.begun, family, sample);
     }
-    append_sample(text, family, sample);
+    text.sample = 0;
+    text.has_header = false;
   }
+  append(text.begun, kDialects[format].end);
+  return true;
 }
 
 }  // namespace
 
-void append_families(GString *text, GPtrArray *families, VekServicePrometheusFormat format,
-                     GHashTable *negative) {
-  for (guint i = 0; i < families->len; i++)
-    append_family(text, as<Family>(families->pdata[i]), format, negative);
-  append(text, kDialects[format].end);
+bool text_write(Text &text, guint n_samples, GPtrArray *families, VekServicePrometheusFormat format,
+                GHashTable *negative) {
+  if (!text.begun) {
+    text.begun = g_string_sized_new(text.size + 1024);
+    text.family = text.sample = 0;
+    text.has_header = false;
+  }
+  if (!append_samples(text, n_samples, families, format, negative))
+    return false;
+  text.size = text.begun->len;
+  text.bytes = g_string_free_to_bytes(g_steal_pointer(&text.begun));
+  return true;
+}
+
+void text_clear(Text &text) {
+  g_clear_pointer(&text.bytes, g_bytes_unref);
+  if (text.begun)
+    g_string_free(g_steal_pointer(&text.begun), TRUE);
 }
 
 }  // namespace vekin::prometheus

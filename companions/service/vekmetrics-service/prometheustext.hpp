@@ -7,8 +7,20 @@
 
 namespace vekin::prometheus {
 
-// Adds the names of families that show their first negative quantile to `negative`.
-void append_families(GString *text, GPtrArray *families, VekServicePrometheusFormat format,
-                     GHashTable *negative);
+struct Text {
+  GBytes *bytes;  // NULL until it is whole
+  gsize size;     // of the one before
+
+  GString *begun;        // while it is being written
+  guint family, sample;  // the next
+  bool has_header;       // of that family
+};
+
+// Writes up to so many samples. Adds the names of families that show their first negative quantile
+// to `negative`. Returns whether the text is whole.
+bool text_write(Text &text, guint n_samples, GPtrArray *families, VekServicePrometheusFormat format,
+                GHashTable *negative);
+
+void text_clear(Text &text);
 
 }  // namespace vekin::prometheus

@@ -42,10 +42,11 @@ static void on_closed(Chunks *chunks) {
   g_ptr_array_remove(as<Feeds>(chunks->owner)->feeds, chunks);
 }
 
-static GBytes *compress(GZlibCompressor *compressor, GBytes *slice, bool is_last) {
+static GBytes *compress(GZlibCompressor *compressor, GString *slice, bool is_last) {
   auto *output = g_byte_array_new();
-  compression_append(compressor, g_bytes_get_data(slice, nullptr), g_bytes_get_size(slice), is_last,
-                     output);
+  std::span text(reinterpret_cast<const guint8 *>(slice->str), slice->len);
+  compression_append(compressor, text, is_last, output);
+  g_string_free(slice, TRUE);
   return g_byte_array_free_to_bytes(output);
 }
 
@@ -53,9 +54,8 @@ static GBytes *compress(GZlibCompressor *compressor, GBytes *slice, bool is_last
 static void send_slice(Feed *feed) {
   auto *text = g_string_new(nullptr);
   bool is_last = extract_append_slice(feed->extract, text);
-  g_autoptr(GBytes) plain = g_string_free_to_bytes(text);
   g_autoptr(GBytes) slice =
-      feed->compressor ? compress(feed->compressor, plain, is_last) : g_bytes_ref(plain);
+      feed->compressor ? compress(feed->compressor, text, is_last) : g_string_free_to_bytes(text);
   if (g_bytes_get_size(slice) > 0)
     chunks_send(feed->chunks, slice);
   if (!is_last)

@@ -40,14 +40,16 @@ void files_free(Files *self) {
   g_free(self);
 }
 
-Page *files_find(Files *self, const char *path, const char **content_type) {
+static const char *get_content_type(const char *path) {
+  for (auto &[suffix, content_type] : kContentTypes)
+    if (g_str_has_suffix(path, suffix))
+      return content_type;
+  return "application/octet-stream";
+}
+
+Page *files_find(Files *self, const char *path) {
   if (g_str_equal(path, "/"))
     path = "/index.html";
-  *content_type = nullptr;
-  for (auto &[suffix, type] : kContentTypes)
-    if (g_str_has_suffix(path, suffix))
-      *content_type = type;
-
   auto *page = as<Page>(g_hash_table_lookup(self->pages, path));
   if (page)
     return page;
@@ -55,7 +57,7 @@ Page *files_find(Files *self, const char *path, const char **content_type) {
   g_autoptr(GBytes) contents = g_resources_lookup_data(name, G_RESOURCE_LOOKUP_FLAGS_NONE, nullptr);
   if (!contents)
     return nullptr;
-  page = page_new(contents);
+  page = page_new(contents, get_content_type(path));
   g_hash_table_insert(self->pages, g_strdup(path), page);
   return page;
 }

@@ -11,7 +11,7 @@ struct Files;
 Files *files_new();
 void files_free(Files *files);
 
-// The file at a path, or NULL, and its content type.
-Page *files_find(Files *files, const char *path, const char **content_type);
+// The file at a path, or NULL.
+Page *files_find(Files *files, const char *path);
 
 }  // namespace vekin::web

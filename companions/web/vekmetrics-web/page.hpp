@@ -2,25 +2,24 @@
 
 // A text as it is served: with its entity tag, and compressed once.
 
-#include <gio/gio.h>
+#include <libsoup/soup.h>
 
 namespace vekin::web {
 
 struct Page;
 
-Page *page_new(GBytes *text);
+// The content type must live as long.
+Page *page_new(GBytes *text, const char *content_type);
 Page *page_ref(Page *page);
 void page_unref(Page *page);
 
 GBytes *page_get_text(const Page *page);
 
-// The quoted tag of the text's contents; that of the compressed text differs.
-const char *page_get_tag(const Page *page, bool compressed);
+// Does a slice of the work that comes before the page, or the compressed page, can be sent. Returns
+// whether all is done.
+bool page_work(Page *page, bool is_compressed);
 
-// The compressed text; NULL while it is not there.
-GBytes *page_get_compressed(const Page *page);
-
-// Compresses a slice. Returns whether the compressed text is there.
-bool page_compress_slice(Page *page);
+// Answers a request with the page, or tells it that it has the page already.
+void page_send(const Page *page, SoupServerMessage *message, bool is_compressed);
 
 }  // namespace vekin::web

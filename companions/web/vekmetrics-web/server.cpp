@@ -84,19 +84,35 @@ static Page *get_page(VekWebServer *self, VekServicePrometheusFormat format) {
   auto *&page = self->pages[format];
   if (!page || page_get_text(page) != text) {
     g_clear_pointer(&page, page_unref);
-    page = page_new(text);
+    page = page_new(text, kContentTypes[format]);
   }
   return page;
 }
 
+static bool work_on(Request &request, gpointer data) {
+  auto *self = vekin::as<VekWebServer>(data);
+  if (!request.page) {
+    if (!vek_service_prometheus_reporter_prepare_text(self->reporter, request.format))
+      return false;
+    auto *page = get_page(self, request.format);
+    if (!page) {
+      answer(request.message, SOUP_STATUS_SERVICE_UNAVAILABLE,
+             "There is no text before the first report pass.\n");
+      return true;
+    }
+    request.page = page_ref(page);
+  }
+  if (!page_work(request.page, request.is_compressed))
+    return false;
+  page_send(request.page, request.message, request.is_compressed);
+  return true;
+}
+
 static void serve_text(VekWebServer *self, SoupServerMessage *message) {
-  auto *request = soup_server_message_get_request_headers(message);
-  auto format = choose_format(soup_message_headers_get_list(request, "Accept"));
-  if (auto *page = get_page(self, format))
-    waiting_serve(self->waiting, message, page, kContentTypes[format], "Accept, Accept-Encoding");
-  else
-    answer(message, SOUP_STATUS_SERVICE_UNAVAILABLE,
-           "There is no text before the first report pass.\n");
+  auto *headers = soup_server_message_get_request_headers(message);
+  waiting_add(self->waiting, message,
+              choose_format(soup_message_headers_get_list(headers, "Accept")), nullptr,
+              allows_gzip(soup_message_headers_get_list(headers, "Accept-Encoding")));
 }
 
 static bool is_text(VekWebServer *self, SoupServer *soup_server, const char *path) {
@@ -240,7 +256,7 @@ static void vek_web_server_init(VekWebServer *self) {
   self->socket_paths = g_ptr_array_new_with_free_func(g_free);
   self->attached = g_ptr_array_new_with_free_func(free_attached);
   self->hosts = g_hash_table_new_full(g_str_hash, g_str_equal, g_free, nullptr);
-  self->waiting = waiting_new();
+  self->waiting = waiting_new(work_on, self);
 }
 
 VekWebServer *vek_web_server_new(VekServicePrometheusReporter *reporter) {

@@ -91,14 +91,18 @@ void viewer_stop(Viewer *self) {
 }
 
 bool viewer_has(Viewer *self, const char *path) {
-  const char *content_type;
   return history_get_n_passes(self->history) > 0 &&
          (g_str_equal(path, kPasses) || g_str_equal(path, kEvents) ||
-          files_find(self->files, path, &content_type));
+          files_find(self->files, path));
 }
 
 static bool is_head(SoupServerMessage *message) {
   return g_str_equal(soup_server_message_get_method(message), "HEAD");
+}
+
+static bool wants_gzip(SoupServerMessage *message) {
+  auto *request = soup_server_message_get_request_headers(message);
+  return allows_gzip(soup_message_headers_get_list(request, "Accept-Encoding"));
 }
 
 static void serve_passes(Viewer *self, SoupServerMessage *message, const char *after) {
@@ -107,9 +111,8 @@ static void serve_passes(Viewer *self, SoupServerMessage *message, const char *a
     soup_server_message_set_status(message, SOUP_STATUS_BAD_REQUEST, nullptr);
     return;
   }
-  auto *request = soup_server_message_get_request_headers(message);
   auto *response = soup_server_message_get_response_headers(message);
-  bool compressed = allows_gzip(soup_message_headers_get_list(request, "Accept-Encoding"));
+  bool compressed = wants_gzip(message);
   if (compressed)
     soup_message_headers_replace(response, "Content-Encoding", "gzip");
   soup_message_headers_replace(response, "Content-Type", "application/json");
@@ -134,10 +137,9 @@ void viewer_serve(Viewer *self, SoupServerMessage *message, const char *path, GH
   for (auto &[name, value] : kHeaders)
     soup_message_headers_replace(response, name, value);
 
-  const char *content_type;
-  if (auto *file = files_find(self->files, path, &content_type)) {
+  if (auto *file = files_find(self->files, path)) {
     soup_message_headers_replace(response, "Cache-Control", "no-cache");
-    waiting_serve(self->waiting, message, file, content_type, "Accept-Encoding");
+    waiting_add(self->waiting, message, {}, file, wants_gzip(message));
     return;
   }
   soup_message_headers_replace(response, "Cache-Control", "no-store");

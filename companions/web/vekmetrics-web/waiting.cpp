@@ -1,41 +1,42 @@
 #include "waiting.hpp"
 
 #include "common/internal.hpp"
-#include "negotiation.hpp"
 
 namespace vekin::web {
 
 struct Waiting {
-  GPtrArray *entries;
-  GSource *compressing;  // while there are any
+  Work work;
+  gpointer data;
+  GPtrArray *entries;  // the first has waited for longest
+  GSource *turn;       // while there are any
 };
 
 namespace {
 
 struct Entry {
   Waiting *waiting;
-  SoupServerMessage *message;
-  Page *page;
+  Request request;
 };
 
 }  // namespace
 
 static void free_entry(gpointer data) {
   auto *entry = as<Entry>(data);
-  g_signal_handlers_disconnect_by_data(entry->message, entry);
-  g_object_unref(entry->message);
-  page_unref(entry->page);
+  auto &request = entry->request;
+  g_signal_handlers_disconnect_by_data(request.message, entry);
+  g_object_unref(request.message);
+  g_clear_pointer(&request.page, page_unref);
   g_free(entry);
 }
 
-static Entry *get_entry(const Waiting *self, guint i) {
-  return as<Entry>(self->entries->pdata[i]);
+static Request &get_request(const Waiting *self, guint i) {
+  return as<Entry>(self->entries->pdata[i])->request;
 }
 
-// Lets a message go on with what it answers by now.
+// Lets a message go on with the answer that it has.
 static void release(Waiting *self, guint i) {
   g_autoptr(SoupServerMessage) message =
-      SOUP_SERVER_MESSAGE(g_object_ref(get_entry(self, i)->message));
+      SOUP_SERVER_MESSAGE(g_object_ref(get_request(self, i).message));
   g_ptr_array_remove_index(self->entries, i);
   soup_server_message_unpause(message);
 }
@@ -44,43 +45,29 @@ static void on_disconnected(SoupServerMessage *, gpointer data) {
   g_ptr_array_remove(as<Entry>(data)->waiting->entries, data);
 }
 
-static void send_text(SoupServerMessage *message, GBytes *text) {
-  soup_server_message_set_status(message, SOUP_STATUS_OK, nullptr);
-  soup_message_body_append_bytes(soup_server_message_get_response_body(message), text);
-}
-
-static gboolean on_compress(gpointer data) {
+static gboolean on_turn(gpointer data) {
   auto *self = as<Waiting>(data);
-  if (self->entries->len > 0) {
-    auto *page = page_ref(get_entry(self, 0)->page);
-    bool is_compressed = page_compress_slice(page);
-    for (guint i = self->entries->len; is_compressed && i-- > 0;) {
-      if (get_entry(self, i)->page != page)
-        continue;
-      send_text(get_entry(self, i)->message, page_get_compressed(page));
-      release(self, i);
-    }
-    page_unref(page);
-  }
+  if (self->entries->len > 0 && self->work(get_request(self, 0), self->data))
+    release(self, 0);
   if (self->entries->len > 0)
     return G_SOURCE_CONTINUE;
-  g_clear_pointer(&self->compressing, g_source_unref);
+  g_clear_pointer(&self->turn, g_source_unref);
   return G_SOURCE_REMOVE;
 }
 
-Waiting *waiting_new() {
-  auto *self = g_new0(Waiting, 1);
-  self->entries = g_ptr_array_new_with_free_func(free_entry);
+Waiting *waiting_new(Work work, gpointer data) {
+  auto *self = g_new(Waiting, 1);
+  *self = {work, data, g_ptr_array_new_with_free_func(free_entry), nullptr};
   return self;
 }
 
 void waiting_free(Waiting *self) {
-  if (self->compressing) {
-    g_source_destroy(self->compressing);
-    g_source_unref(self->compressing);
+  if (self->turn) {
+    g_source_destroy(self->turn);
+    g_source_unref(self->turn);
   }
   for (guint i = self->entries->len; i-- > 0;) {
-    soup_server_message_set_status(get_entry(self, i)->message, SOUP_STATUS_SERVICE_UNAVAILABLE,
+    soup_server_message_set_status(get_request(self, i).message, SOUP_STATUS_SERVICE_UNAVAILABLE,
                                    nullptr);
     release(self, i);
   }
@@ -88,42 +75,22 @@ void waiting_free(Waiting *self) {
   g_free(self);
 }
 
-static void add_entry(Waiting *self, SoupServerMessage *message, Page *page) {
+void waiting_add(Waiting *self, SoupServerMessage *message, VekServicePrometheusFormat format,
+                 Page *page, bool is_compressed) {
   auto *entry = g_new(Entry, 1);
-  *entry = {self, SOUP_SERVER_MESSAGE(g_object_ref(message)), page_ref(page)};
+  *entry = {self,
+            {SOUP_SERVER_MESSAGE(g_object_ref(message)), format, is_compressed,
+             page ? page_ref(page) : nullptr}};
   g_ptr_array_add(self->entries, entry);
   g_signal_connect(message, "disconnected", G_CALLBACK(on_disconnected), entry);
   soup_server_message_pause(message);
-  if (self->compressing)
+  if (self->turn)
     return;
-  self->compressing = g_idle_source_new();
-  g_source_set_name(self->compressing, "vekmetrics-web compression");
-  g_source_set_callback(self->compressing, on_compress, self, nullptr);
-  g_source_attach(self->compressing, g_main_context_get_thread_default());
-}
-
-void waiting_serve(Waiting *self, SoupServerMessage *message, Page *page, const char *content_type,
-                   const char *vary) {
-  auto *request = soup_server_message_get_request_headers(message);
-  auto *response = soup_server_message_get_response_headers(message);
-  bool compressed = allows_gzip(soup_message_headers_get_list(request, "Accept-Encoding"));
-  const char *tag = page_get_tag(page, compressed);
-  soup_message_headers_replace(response, "ETag", tag);
-  soup_message_headers_replace(response, "Vary", vary);
-  if (matches_tag(soup_message_headers_get_list(request, "If-None-Match"), tag)) {
-    soup_server_message_set_status(message, SOUP_STATUS_NOT_MODIFIED, nullptr);
-    return;
-  }
-  soup_message_headers_replace(response, "Content-Type", content_type);
-  if (!compressed) {
-    send_text(message, page_get_text(page));
-    return;
-  }
-  soup_message_headers_replace(response, "Content-Encoding", "gzip");
-  if (page_compress_slice(page))
-    send_text(message, page_get_compressed(page));
-  else
-    add_entry(self, message, page);
+  self->turn = g_idle_source_new();
+  g_source_set_name(self->turn, "vekmetrics-web turn");
+  g_source_set_priority(self->turn, G_PRIORITY_DEFAULT);
+  g_source_set_callback(self->turn, on_turn, self, nullptr);
+  g_source_attach(self->turn, g_main_context_get_thread_default());
 }
 
 }  // namespace vekin::web
