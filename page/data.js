@@ -8,7 +8,16 @@
 
   const SPELLED = {inf: Infinity, '-inf': -Infinity};
 
+  // The numbers of an array in JSON, or those that a string holds as doubles, encoded in Base64.
   function numbers(values = []) {
+    if (typeof values === 'string') {
+      const text = atob(values);
+      const bytes = new DataView(new ArrayBuffer(text.length));
+      for (let i = 0; i < text.length; i++) {
+        bytes.setUint8(i, text.charCodeAt(i));
+      }
+      return Array.from({length: text.length / 8}, (_, i) => bytes.getFloat64(8 * i, true));
+    }
     return values.map(value => typeof value === 'number' ? value : SPELLED[value] ?? NaN);
   }
 
@@ -46,14 +55,15 @@
   function timeline(source) {
     const {name} = source;
     const dimensions = source.dimensions ?? [];
+    const clock = source.clock ?? 'wall';
     return {
       name,
       dimensions,
       kind: 'timeline',
       unit: null,
-      clock: source.clock ?? 'wall',
+      clock,
       lanes: source.lanes.map(lane => ({id: String(lane.id), ranges: ranges(lane.ranges)})),
-      key: key({name, dimensions, kind: 'timeline'}),
+      key: key({name, dimensions, kind: `timeline ${clock}`}),
     };
   }
 
@@ -65,6 +75,7 @@
       sources: document.sources ?? [],
       pass: document.pass ?? 0,
       start: document.start ?? '',
+      whole: document.whole ?? false,  // it replaces what came before
       unread: document.unread ?? {count: 0, first: []},
       passes: axes[document.passes ?? 0] ?? [],
       restarts: document.restarts ?? [],

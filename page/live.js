@@ -55,7 +55,7 @@
       if (model && later.start !== model.start) {
         later = await get('vars.json');
       }
-      this.#model = model ? vek.data.append(model, later) : later;
+      this.#model = model && !later.whole ? vek.data.append(model, later) : later;
       this.onModel(this.#model);
     }
   }

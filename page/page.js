@@ -50,7 +50,12 @@
 
   // Brings the rows up to date with the model.
   function updateRows() {
-    for (const metric of [...model.metrics, ...model.timelines]) {
+    const metrics = [...model.metrics, ...model.timelines];
+    const keys = new Set(metrics.map(metric => metric.key));
+    for (const key of [...rows.keys()].filter(key => !keys.has(key))) {
+      rows.delete(key);
+    }
+    for (const metric of metrics) {
       const row = rows.get(metric.key);
       if (row) {
         row.update(metric, model.restarts);

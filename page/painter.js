@@ -78,7 +78,11 @@
       const end = performance.now() + FRAME_BUDGET;
       for (const row of this.#waiting) {
         this.#waiting.delete(row);
-        row.paint();
+        try {
+          row.paint();
+        } catch (error) {
+          reportError(error);  // and the other rows are painted
+        }
         if (performance.now() > end) {
           break;
         }

@@ -1,5 +1,6 @@
 #include "jsonline.hpp"
 
+#include "common/numbers.hpp"
 #include "dimension.h"
 #include "metricdatum.h"
 
@@ -9,153 +10,147 @@
 
 namespace {
 
-// The array in the making. Builder and generator serve one data point at a time: a tree of all
-// would take many times the memory of their text.
+// The array in the making. json-glib writes each string and each double by itself: a tree, even of
+// one data point at a time, would take several times as long as the text.
 struct Document {
   GString *text;
-  JsonBuilder *builder;
   JsonGenerator *generator;
-  bool has_exponents = false;  // of some double of the data point
-  GRegex *ending = nullptr;    // of a double, to be repaired; NULL until needed
-  gint64 date_second = 0;  // the date that was last written as text, as many data points are of one
+  gint64 date_second = 0;  // the date that was last written, as many data points are of one
   char *date_text = nullptr;
 };
 
 }  // namespace
 
+// Returns where the text of the node begins.
+static gsize add_node(Document &document, JsonNode *node) {
+  gsize start = document.text->len;
+  json_generator_set_root(document.generator, node);
+  json_generator_to_gstring(document.generator, document.text);
+  return start;
+}
+
 // JSON text is UTF-8; in a name that is not, what cannot be read is replaced.
-static void add_string(JsonBuilder *builder, const char *member, const char *value) {
-  json_builder_set_member_name(builder, member);
-  if (!value || g_utf8_validate(value, -1, nullptr)) {
-    json_builder_add_string_value(builder, value);
-  } else {
-    g_autofree char *valid = g_utf8_make_valid(value, -1);
-    json_builder_add_string_value(builder, valid);
+static void add_string(Document &document, const char *value) {
+  if (!value) {
+    g_string_append(document.text, "null");
+    return;
+  }
+  g_autofree char *valid =
+      g_utf8_validate(value, -1, nullptr) ? nullptr : g_utf8_make_valid(value, -1);
+  g_autoptr(JsonNode) node = json_node_init_string(json_node_alloc(), valid ? valid : value);
+  gsize start = add_node(document, node);
+
+  // json-glib 1.6 leaves U+001F as it is, which parsers refuse.
+  if (strchr(value, '\x1f')) {
+    g_auto(GStrv) parts = g_strsplit(document.text->str + start, "\x1f", -1);
+    g_autofree char *escaped = g_strjoinv("\\u001f", parts);
+    g_string_truncate(document.text, start);
+    g_string_append(document.text, escaped);
   }
 }
 
 // JSON has no infinity and nothing that is not a number.
-static void add_double(Document &document, const char *member, gdouble value) {
-  json_builder_set_member_name(document.builder, member);
+static void add_double(Document &document, gdouble value) {
   if (!isfinite(value)) {
-    json_builder_add_null_value(document.builder);
+    g_string_append(document.text, "null");
     return;
   }
-  json_builder_add_double_value(document.builder, value);
-  gdouble magnitude = fabs(value);  // 17 digits show an exponent from 1e17 on and below 1e-4
-  document.has_exponents |= magnitude >= 1e17 || (magnitude < 1e-4 && magnitude > 0.0);
+  g_autoptr(JsonNode) node = json_node_init_double(json_node_alloc(), value);
+  gsize start = add_node(document, node);
+
+  // json-glib 1.6 ends every double that shows no point in ".0", after an exponent too: 1e+22.0.
+  // Parsers refuse that.
+  const char *number = document.text->str + start;
+  if (strchr(number, 'e') && g_str_has_suffix(number, ".0"))
+    g_string_truncate(document.text, document.text->len - strlen(".0"));
 }
 
-// The date of a second, or NULL if it cannot be formed.
-static const char *format_second(Document &document, gint64 second) {
+static void add_timestamp(Document &document, gint64 timestamp) {
+  gint64 second = timestamp / G_USEC_PER_SEC;
   if (!document.date_text || second != document.date_second) {
     g_autoptr(GDateTime) date = g_date_time_new_from_unix_utc(second);
     g_free(document.date_text);
     document.date_text = date ? g_date_time_format_iso8601(date) : nullptr;
     document.date_second = second;
   }
-  return document.date_text;
+  add_string(document, timestamp != 0 ? document.date_text : nullptr);
 }
 
-static void add_timestamp(Document &document, gint64 timestamp) {
-  const char *text = timestamp != 0 ? format_second(document, timestamp / G_USEC_PER_SEC) : nullptr;
-  json_builder_set_member_name(document.builder, "Timestamp");
-  if (text)
-    json_builder_add_string_value(document.builder, text);
-  else
-    json_builder_add_null_value(document.builder);
+static void add_statistics(Document &document, VekMetricDatum *datum) {
+  guint64 sample_count;
+  gdouble sum, minimum, maximum;
+  vek_metric_datum_get_statistic_values(datum, &sample_count, &sum, &minimum, &maximum);
+  g_string_append(document.text, "{\"SampleCount\":");
+  g_string_append(document.text, vekin::Decimal(static_cast<gint64>(sample_count)).text);
+  g_string_append(document.text, ",\"Sum\":");
+  add_double(document, sum);
+  g_string_append(document.text, ",\"Minimum\":");
+  add_double(document, minimum);
+  g_string_append(document.text, ",\"Maximum\":");
+  add_double(document, maximum);
+  g_string_append_c(document.text, '}');
+}
+
+static void add_dimensions(Document &document, VekMetricDimension **dimensions,
+                           guint n_dimensions) {
+  for (guint i = 0; i < n_dimensions; i++) {
+    g_string_append(document.text, i > 0 ? ",{\"Name\":" : "[{\"Name\":");
+    add_string(document, vek_metric_dimension_get_name(dimensions[i]));
+    g_string_append(document.text, ",\"Value\":");
+    add_string(document, vek_metric_dimension_get_value(dimensions[i]));
+    g_string_append_c(document.text, '}');
+  }
+  g_string_append_c(document.text, ']');
 }
 
 static void add_object(Document &document, VekMetricDatum *datum) {
-  auto *builder = document.builder;
-  json_builder_begin_object(builder);
-  add_string(builder, "MetricName", vek_metric_datum_get_metric_name(datum));
+  g_string_append(document.text, "{\"MetricName\":");
+  add_string(document, vek_metric_datum_get_metric_name(datum));
+  g_string_append(document.text, ",\"Timestamp\":");
   add_timestamp(document, vek_metric_datum_get_timestamp(datum));
-  if (const char *unit = vek_metric_datum_get_unit(datum))
-    add_string(builder, "Unit", unit);
-  if (vek_metric_datum_get_value_set(datum))
-    add_double(document, "Value", vek_metric_datum_get_value(datum));
-
-  if (vek_metric_datum_get_statistic_values_set(datum)) {
-    guint64 sample_count;
-    gdouble sum, minimum, maximum;
-    vek_metric_datum_get_statistic_values(datum, &sample_count, &sum, &minimum, &maximum);
-    json_builder_set_member_name(builder, "StatisticValues");
-    json_builder_begin_object(builder);
-    json_builder_set_member_name(builder, "SampleCount");
-    json_builder_add_int_value(builder, static_cast<gint64>(sample_count));
-    add_double(document, "Sum", sum);
-    add_double(document, "Minimum", minimum);
-    add_double(document, "Maximum", maximum);
-    json_builder_end_object(builder);
+  if (const char *unit = vek_metric_datum_get_unit(datum)) {
+    g_string_append(document.text, ",\"Unit\":");
+    add_string(document, unit);
   }
-
+  if (vek_metric_datum_get_value_set(datum)) {
+    g_string_append(document.text, ",\"Value\":");
+    add_double(document, vek_metric_datum_get_value(datum));
+  }
+  if (vek_metric_datum_get_statistic_values_set(datum)) {
+    g_string_append(document.text, ",\"StatisticValues\":");
+    add_statistics(document, datum);
+  }
   guint n_dimensions;
   VekMetricDimension **dimensions = vek_metric_datum_get_dimensions(datum, &n_dimensions);
   if (n_dimensions > 0) {
-    json_builder_set_member_name(builder, "Dimensions");
-    json_builder_begin_array(builder);
-    for (guint i = 0; i < n_dimensions; i++) {
-      json_builder_begin_object(builder);
-      add_string(builder, "Name", vek_metric_dimension_get_name(dimensions[i]));
-      add_string(builder, "Value", vek_metric_dimension_get_value(dimensions[i]));
-      json_builder_end_object(builder);
-    }
-    json_builder_end_array(builder);
+    g_string_append(document.text, ",\"Dimensions\":");
+    add_dimensions(document, dimensions, n_dimensions);
   }
-  json_builder_end_object(builder);
-}
-
-// The generator of json-glib 1.6 writes two things that parsers refuse. It ends every double that
-// shows no point in ".0", after an exponent too: 1e+22.0. And it leaves U+001F as it is. Inside of
-// a string a backslash comes before each quote; so where a quote comes after a letter and before a
-// colon, the name of a member ends and its value follows.
-static char *repair(Document &document, const char *json) {
-  if (!document.ending)
-    document.ending = g_regex_new(R"re((?<=[a-z])":-?\de[-+]\d+\K\.0)re", G_REGEX_RAW,
-                                  G_REGEX_MATCH_DEFAULT, nullptr);
-  g_autofree char *text =
-      g_regex_replace_literal(document.ending, json, -1, 0, "", G_REGEX_MATCH_DEFAULT, nullptr);
-  g_auto(GStrv) parts = g_strsplit(text, "\x1f", -1);
-  return g_strjoinv("\\u001f", parts);
-}
-
-static void append_object(Document &document, VekMetricDatum *datum) {
-  json_builder_reset(document.builder);
-  document.has_exponents = false;
-  add_object(document, datum);
-  g_autoptr(JsonNode) root = json_builder_get_root(document.builder);
-  json_generator_set_root(document.generator, root);
-
-  gsize start = document.text->len;
-  json_generator_to_gstring(document.generator, document.text);
-  const char *json = document.text->str + start;
-  if (document.has_exponents || strchr(json, '\x1f')) {
-    g_autofree char *repaired = repair(document, json);
-    g_string_truncate(document.text, start);
-    g_string_append(document.text, repaired);
-  }
+  g_string_append_c(document.text, '}');
 }
 
 static GString *serialise(GPtrArray *data) {
-  g_autoptr(JsonBuilder) builder = json_builder_new();
   g_autoptr(JsonGenerator) generator = json_generator_new();
-  Document document = {.text = g_string_new("["), .builder = builder, .generator = generator};
+  Document document = {.text = g_string_new("["), .generator = generator};
   for (guint i = 0; i < data->len; i++) {
     if (i > 0)
       g_string_append_c(document.text, ',');
-    append_object(document, static_cast<VekMetricDatum *>(data->pdata[i]));
+    add_object(document, static_cast<VekMetricDatum *>(data->pdata[i]));
   }
   g_string_append(document.text, "]\n");
-  g_clear_pointer(&document.ending, g_regex_unref);
   g_free(document.date_text);
   return document.text;
 }
 
+// The years 1 to 9999, which are those of GLib's dates, in µs since the epoch.
+static constexpr gint64 kFirstTime = -62135596800 * G_USEC_PER_SEC;
+static constexpr gint64 kLastTime = 253402300800 * G_USEC_PER_SEC - 1;
+
 char *vekin::make_json_line(GPtrArray *data) {
   GString *line = serialise(data);
   g_autoptr(GDateTime) epoch = g_date_time_new_from_unix_utc(0);
-  g_autoptr(GDateTime) now = g_date_time_add(epoch, g_get_real_time());
+  g_autoptr(GDateTime) now =
+      g_date_time_add(epoch, CLAMP(g_get_real_time(), kFirstTime, kLastTime));
   g_autofree char *date = g_date_time_format(now, "%F %T");
   g_autofree char *time = g_strdup_printf("%s,%06d ", date, g_date_time_get_microsecond(now));
   g_string_prepend(line, time);

@@ -4,15 +4,14 @@
 
 #define DIMENSIONS(...) ((char *[]){__VA_ARGS__, NULL})
 
-/* The samples of the last minute, which is the time between two passes; of more, the newest. */
-#define STORE_WINDOW (60 * G_USEC_PER_SEC)
-#define STORE_SIZE (16 * 1024)
+#define STORE_SIZE (16 * 1024) /* of more samples, the newest */
 
-void figures_init(Figures *figures) {
+void figures_init(Figures *figures, int seconds) {
   VekMetricRegistry *registry = vek_metric_registry_get_default();
   char **by_algorithm = DIMENSIONS("algorithm", "sha256");
-  g_autoptr(VekMetricStore) sizes = vek_metric_fixed_time_store_new(STORE_WINDOW, STORE_SIZE);
-  g_autoptr(VekMetricStore) times = vek_metric_fixed_time_store_new(STORE_WINDOW, STORE_SIZE);
+  gint64 window = seconds * G_USEC_PER_SEC;
+  g_autoptr(VekMetricStore) sizes = vek_metric_fixed_time_store_new(window, STORE_SIZE);
+  g_autoptr(VekMetricStore) times = vek_metric_fixed_time_store_new(window, STORE_SIZE);
 
   figures->registry = registry;
   figures->errors_by_reason = g_hash_table_new_full(g_str_hash, g_str_equal, NULL, g_object_unref);
@@ -32,13 +31,20 @@ void figures_init(Figures *figures) {
       registry, "files", "Count", DIMENSIONS("algorithm", "sha256", "content", "data"));
   figures->file_time =
       vek_metric_registry_timer_new(registry, "file_time", "Milliseconds", times, by_algorithm);
-  figures->speed = vek_metric_registry_meter_new(registry, "speed", "Bytes/Second", by_algorithm);
-  figures->throughput = vek_metric_registry_gauge_new(registry, "throughput", "Bytes/Second",
-                                                      G_USEC_PER_SEC, by_algorithm);
+  figures->speed =
+      vek_metric_registry_gauge_new(registry, "speed", "Bytes/Second", 0, by_algorithm);
+  figures->start = g_get_monotonic_time();
 
-  /* The first mark starts the clock and is not counted; a gauge never set is not reported. */
-  vek_metric_meter_mark(figures->speed, 0.0);
+  /* A gauge that was never set is not reported: there is no speed before the first file. */
   vek_metric_gauge_set_value(figures->open_files, 0.0);
+}
+
+/* A meter would be a moving average over a minute, and most runs are shorter. */
+void figures_add_bytes(Figures *figures, gint64 bytes) {
+  vek_metric_counter_add(figures->bytes, bytes);
+  gint64 usec = MAX(g_get_monotonic_time() - figures->start, 1);
+  double total = (double)vek_metric_counter_get_count(figures->bytes);
+  vek_metric_gauge_set_value(figures->speed, total * G_USEC_PER_SEC / (double)usec);
 }
 
 void figures_count_error(Figures *figures, int error_number) {

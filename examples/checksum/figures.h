@@ -20,12 +20,16 @@ typedef struct {
   VekMetricCounter *files_empty;
   VekMetricCounter *files_with_data;
   VekMetricTimer *file_time;
-  VekMetricMeter *speed;      /* the bytes per second, as a moving average */
-  VekMetricGauge *throughput; /* the bytes of each second by itself */
+  VekMetricGauge *speed; /* the average since the start */
+  gint64 start;          /* in monotonic microseconds */
 } Figures;
 
-/* Makes the metrics, for as long as the program runs. */
-void figures_init(Figures *figures);
+/* Makes the metrics, for as long as the program runs. Sizes and times are those of the files of the
+ * last seconds: as many as there are between two passes. */
+void figures_init(Figures *figures, int seconds);
+
+/* Counts what was hashed. */
+void figures_add_bytes(Figures *figures, gint64 bytes);
 
 /* Counts a failure, in all and under its reason. */
 void figures_count_error(Figures *figures, int error_number);

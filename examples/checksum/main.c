@@ -7,7 +7,12 @@
 #include <stdlib.h>
 #include <vekmetrics-service/vekmetrics-service.h>
 
+#include "progress.h"
 #include "work.h"
+
+#ifdef WITH_WEB
+#include "serve.h"
+#endif
 
 /* What the program exits with. Figures that cannot be written do not change it: a program does not
  * suffer from being measured. */
@@ -16,10 +21,12 @@ enum { STATUS_OK = 0, STATUS_ERRORS = 1, STATUS_USAGE = 2, STATUS_INTERRUPTED = 
 typedef struct {
   char **folders;
   int jobs;
-  int every; /* seconds */
-  gboolean quiet, console;
+  int every;      /* seconds */
+  double seconds; /* 0 for no limit */
+  gboolean repeat, quiet, progress, console;
   char *csv, *json, *timeline; /* folders */
   char *carbon, *prefix;
+  int port;    /* -1 for no server */
   double wait; /* seconds */
 } Options;
 
@@ -31,13 +38,18 @@ typedef struct {
   } while (0)
 
 static void parse(Options *options, int argc, char **argv) {
-  *options = (Options){.jobs = (int)g_get_num_processors(), .every = 60, .wait = 5.0};
+  *options = (Options){.jobs = (int)g_get_num_processors(), .every = 60, .port = -1, .wait = 5.0};
   const GOptionEntry entries[] = {
       {"jobs", 'j', 0, G_OPTION_ARG_INT, &options->jobs,
        "Hash this many files at a time (default: one for each processor)", "N"},
       {"every", 'e', 0, G_OPTION_ARG_INT, &options->every,
        "Report the figures that often (default: 60)", "SECONDS"},
+      {"repeat", 'r', 0, G_OPTION_ARG_NONE, &options->repeat,
+       "Begin again when all files are hashed", NULL},
+      {"for", 'f', 0, G_OPTION_ARG_DOUBLE, &options->seconds, "End after that long", "SECONDS"},
       {"quiet", 'q', 0, G_OPTION_ARG_NONE, &options->quiet, "Print no checksums", NULL},
+      {"progress", 'p', 0, G_OPTION_ARG_NONE, &options->progress,
+       "Say what is done, on standard error", NULL},
       {"console", 0, 0, G_OPTION_ARG_NONE, &options->console,
        "Print the figures (the default without another place for them)", NULL},
       {"csv", 0, 0, G_OPTION_ARG_FILENAME, &options->csv,
@@ -50,6 +62,11 @@ static void parse(Options *options, int argc, char **argv) {
        "Send the figures to the carbon server there", "ADDRESS:PORT"},
       {"prefix", 0, 0, G_OPTION_ARG_STRING, &options->prefix,
        "Put PREFIX and a dot before their names there", "PREFIX"},
+#ifdef WITH_WEB
+      {"serve", 0, 0, G_OPTION_ARG_INT, &options->port,
+       "Serve the figures on PORT of this machine, or on a free one for 0; print the address",
+       "PORT"},
+#endif
       {"wait", 0, 0, G_OPTION_ARG_DOUBLE, &options->wait,
        "Wait that long for the last figures to be taken (default: 5)", "SECONDS"},
       {G_OPTION_REMAINING, 0, 0, G_OPTION_ARG_FILENAME_ARRAY, &options->folders, NULL, NULL},
@@ -66,9 +83,14 @@ static void parse(Options *options, int argc, char **argv) {
     EXIT_WITH_USAGE("--jobs takes a number from 1 to 256");
   if (options->every < 1 || options->every > 60)
     EXIT_WITH_USAGE("--every takes seconds from 1 to 60");
+  if (!(options->seconds >= 0.0 && options->seconds <= 86400.0))
+    EXIT_WITH_USAGE("--for takes seconds from 0 to 86400");
+  if (options->port < -1 || options->port > G_MAXUINT16)
+    EXIT_WITH_USAGE("--serve takes a port from 0 to 65535");
   if (!(options->wait >= 0.0 && options->wait <= 86400.0))
     EXIT_WITH_USAGE("--wait takes seconds from 0 to 86400");
-  if (!options->csv && !options->json && !options->timeline && !options->carbon)
+  if (!options->csv && !options->json && !options->timeline && !options->carbon &&
+      options->port < 0)
     options->console = TRUE;
   if (!options->folders)
     options->folders = g_strdupv((char *[]){"/usr/share/doc", NULL});
@@ -85,10 +107,11 @@ static VekMetricReporter *new_carbon_reporter(const Options *options) {
                                         g_network_address_get_port(address));
 }
 
-static VekServiceSession *new_session(const Options *options) {
+static VekServiceSession *new_session(const Options *options, Progress *progress) {
   VekServiceSession *session = vek_service_session_new(NULL);
   g_object_set(session, "period", options->every, NULL);
   VekMetricReporter *reporters[] = {
+      progress ? VEK_METRIC_REPORTER(g_object_ref(progress)) : NULL,
       options->carbon ? new_carbon_reporter(options) : NULL,
       options->console ? vek_metric_console_reporter_new() : NULL,
       options->csv ? vek_metric_log_reporter_new("figures", options->csv) : NULL,
@@ -115,18 +138,36 @@ static gboolean on_signal(gpointer data) {
   return G_SOURCE_REMOVE;
 }
 
+static gboolean on_time_over(gpointer data) {
+  Program *program = data;
+  g_main_loop_quit(program->loop);
+  return G_SOURCE_REMOVE;
+}
+
 int main(int argc, char **argv) {
   setlocale(LC_ALL, "");
   static Options options;
   parse(&options, argc, argv);
-  VekServiceSession *session = new_session(&options);
   static Figures figures;
-  figures_init(&figures);
+  figures_init(&figures, options.every);
+  g_autoptr(Progress) progress =
+      options.progress ? progress_new(&figures, options.folders, options.jobs, options.seconds)
+                       : NULL;
+  VekServiceSession *session = new_session(&options, progress);
+  gpointer server = NULL;
+#ifdef WITH_WEB
+  g_autoptr(GError) error = NULL;
+  if (options.port >= 0 && !(server = serve(session, (guint)options.port, &error)))
+    EXIT_WITH_USAGE("--serve: %s", error->message);
+#endif
 
   Program program = {.loop = g_main_loop_new(NULL, FALSE)};
   g_unix_signal_add(SIGINT, on_signal, &program);
   g_unix_signal_add(SIGTERM, on_signal, &program);
-  Work *work = work_new(options.folders, options.jobs, options.quiet, &figures, program.loop);
+  if (options.seconds > 0)
+    g_timeout_add((guint)(options.seconds * 1000.0), on_time_over, &program);
+  Work *work = work_new(options.folders, options.jobs, options.quiet, options.repeat, &figures,
+                        program.loop);
   g_main_loop_run(program.loop);
   while (g_source_remove_by_user_data(&program))
     ;
@@ -135,6 +176,9 @@ int main(int argc, char **argv) {
   work_free(work);
   vek_service_session_finish(session, (guint)(options.wait * 1000.0));
   g_object_unref(session);
+  g_clear_object(&server);
+  if (progress)
+    progress_end(progress);
 
   gboolean well = vek_metric_counter_get_count(figures.errors) == 0;
   g_main_loop_unref(program.loop);

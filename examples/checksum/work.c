@@ -7,32 +7,55 @@
 #include <unistd.h>
 
 struct _Work {
-  gboolean quiet;
+  char **folders;
+  gboolean quiet, repeat;
   Figures *figures;
   GMainLoop *loop;
+  VekMetricTimeline *workers;
   GThread **threads;
   int n_threads;
-  int n_started; /* atomic, as the two below */
+  int n_started; /* atomic, as the three below */
+  int n_walks;
   int n_running;
   int stopped;
 
   GMutex lock; /* guards the two below */
   FTS *walk;
-  int n_files;
+  gboolean found; /* a file, in this walk */
 };
 
+/* The first walk names what it cannot read; all of them count it. */
 static void fail(Work *work, const char *path, int error_number) {
   figures_count_error(work->figures, error_number);
+  if (g_atomic_int_get(&work->n_walks) > 1)
+    return;
   g_autofree char *name = g_filename_display_name(path);
   g_printerr("checksum: %s: %s\n", name, g_strerror(error_number));
 }
 
+static void begin_walk(Work *work) {
+  work->walk = fts_open(work->folders, FTS_PHYSICAL | FTS_COMFOLLOW | FTS_NOCHDIR, NULL);
+  work->found = FALSE;
+  g_atomic_int_inc(&work->n_walks);
+}
+
+/* Walks on to the next entry; a walk that found nothing is not repeated. */
+static FTSENT *read_entry(Work *work) {
+  FTSENT *entry = fts_read(work->walk);
+  if (!entry && work->repeat && work->found) {
+    fts_close(work->walk);
+    begin_walk(work);
+    entry = fts_read(work->walk);
+  }
+  return entry;
+}
+
 /* Walks on to the next regular file; only links among the folders given are followed. */
-static char *find_file(Work *work, int *number) {
+static char *find_file(Work *work) {
   g_mutex_lock(&work->lock);
   char *path = NULL;
   FTSENT *entry;
-  while (!path && !g_atomic_int_get(&work->stopped) && (entry = fts_read(work->walk))) {
+  while (!path && !g_atomic_int_get(&work->stopped) && (entry = read_entry(work))) {
     switch (entry->fts_info) {
     case FTS_F: path = g_strdup(entry->fts_path); break;
     case FTS_D: vek_metric_counter_inc(work->figures->folders); break;
@@ -43,7 +66,7 @@ static char *find_file(Work *work, int *number) {
     default: vek_metric_counter_inc(work->figures->skipped);
     }
   }
-  *number = ++work->n_files;
+  work->found |= path != NULL;
   g_mutex_unlock(&work->lock);
   return path;
 }
@@ -54,9 +77,7 @@ static gboolean read_file(int file, GChecksum *checksum, Figures *figures) {
   ssize_t length;
   while ((length = read(file, block, sizeof block)) > 0) {
     g_checksum_update(checksum, block, length);
-    vek_metric_counter_add(figures->bytes, length);
-    vek_metric_meter_mark(figures->speed, (double)length);
-    vek_metric_gauge_add_value(figures->throughput, (double)length);
+    figures_add_bytes(figures, length);
     size += length;
   }
   if (length < 0)
@@ -77,8 +98,8 @@ static void print_line(const char *checksum, const char *path) {
 }
 
 /* The timer is shared, and keeps one start: it is given each duration as a whole. The range is of
- * the wall clock: its id is the number of the file in the walk. */
-static void hash_file(Work *work, const char *path, int number, VekMetricTimeline *timeline) {
+ * the wall clock: its id is the number of the worker. */
+static void hash_file(Work *work, const char *path, int worker) {
   gint64 start = g_get_monotonic_time();
   gint64 begin = g_get_real_time();
   int file = open(path, O_RDONLY | O_CLOEXEC);
@@ -88,7 +109,7 @@ static void hash_file(Work *work, const char *path, int number, VekMetricTimelin
   } else {
     gint64 usec = g_get_monotonic_time() - start;
     vek_metric_timer_set_usec(work->figures->file_time, usec);
-    vek_metric_timeline_add_range(timeline, number, begin, begin + usec);
+    vek_metric_timeline_add_range(work->workers, worker, begin, begin + usec);
     if (!work->quiet)
       print_line(g_checksum_get_string(checksum), path);
   }
@@ -104,14 +125,11 @@ static gboolean on_end(gpointer loop) {
 
 static gpointer run(gpointer data) {
   Work *work = data;
-  g_autofree char *name = g_strdup_printf("worker_%d", g_atomic_int_add(&work->n_started, 1) + 1);
-  g_autoptr(VekMetricTimeline) timeline =
-      vek_metric_registry_timeline_new(work->figures->registry, name);
-  int number;
+  int worker = g_atomic_int_add(&work->n_started, 1) + 1;
   char *path;
-  while ((path = find_file(work, &number))) {
+  while ((path = find_file(work))) {
     vek_metric_gauge_add_value(work->figures->open_files, 1.0);
-    hash_file(work, path, number, timeline);
+    hash_file(work, path, worker);
     vek_metric_gauge_add_value(work->figures->open_files, -1.0);
     g_free(path);
   }
@@ -120,13 +138,17 @@ static gpointer run(gpointer data) {
   return NULL;
 }
 
-Work *work_new(char **folders, int n_threads, gboolean quiet, Figures *figures, GMainLoop *loop) {
+Work *work_new(char **folders, int n_threads, gboolean quiet, gboolean repeat, Figures *figures,
+               GMainLoop *loop) {
   Work *work = g_new0(Work, 1);
+  work->folders = folders;
   work->quiet = quiet;
+  work->repeat = repeat;
   work->figures = figures;
   work->loop = loop;
-  work->walk = fts_open(folders, FTS_PHYSICAL | FTS_COMFOLLOW | FTS_NOCHDIR, NULL);
+  work->workers = vek_metric_registry_timeline_new(figures->registry, "workers");
   g_mutex_init(&work->lock);
+  begin_walk(work);
   work->n_threads = work->n_running = n_threads;
   work->threads = g_new(GThread *, n_threads);
   for (int i = 0; i < n_threads; i++)
@@ -139,6 +161,7 @@ void work_free(Work *work) {
   for (int i = 0; i < work->n_threads; i++)
     g_thread_join(work->threads[i]);
   fts_close(work->walk);
+  g_object_unref(work->workers);
   g_mutex_clear(&work->lock);
   g_free(work->threads);
   g_free(work);

@@ -9,6 +9,9 @@ LINKED alone. There is nothing to check in a library that is instrumented by a s
 coverage: that adds symbols, constructors and libraries of its own.
 """
 
+import _ctypes
+import ctypes
+import pathlib
 import re
 import subprocess
 import sys
@@ -52,6 +55,18 @@ class Abi(unittest.TestCase):
         sizes = re.findall(r'\((?:PRE)?INIT_ARRAYSZ\)\s+(\d+)', run('readelf', '-dW'))
         pointer = 8 if 'ELF64' in run('readelf', '-h') else 4
         self.assertLessEqual(sum(map(int, sizes)), pointer)
+
+    def test_stays_in_memory_when_a_plugin_that_used_it_is_closed(self):
+        # GObject keeps what it has registered for good: types, and through them addresses here.
+        get_type = next(name for name in functions if name.endswith('_get_type'))
+        types = []
+        for _ in range(2):
+            loaded = ctypes.CDLL(library)
+            getattr(loaded, get_type).restype = ctypes.c_size_t
+            types.append(getattr(loaded, get_type)())
+            _ctypes.dlclose(loaded._handle)
+        self.assertEqual(types[1], types[0])
+        self.assertIn(library, pathlib.Path('/proc/self/maps').read_text(encoding='utf-8'))
 
 
 if __name__ == '__main__':

@@ -13,9 +13,10 @@ import unittest
 from support import tap
 
 ROOT = pathlib.Path(__file__).resolve().parents[2]
-CODE_FOLDERS = ('benchmarks', 'common', 'companions', 'examples', 'tests', 'vekmetrics')
+CODE_FOLDERS = ('benchmarks', 'common', 'companions', 'examples', 'tests', 'tools', 'vekmetrics')
 CODE_SUFFIXES = ('.c', '.cpp', '.h', '.hpp')
 FORMAT_VERSION = '14'  # others break lines differently
+ANSWERS = ('docs/faq.md', 'docs/security.md')  # each of their sections names the tests that hold it
 
 
 def find_code():
@@ -102,6 +103,43 @@ def links_of_pages_lead_somewhere():
                      if not (page.parent / link).exists())
 
 
+def find_tests():
+    """The paths of the tests, as the pages name them: /PROGRAM/TEST."""
+    programs = {}  # for each source, those that are made of it
+    builds = [ROOT / 'tests/types/meson.build', *ROOT.glob('companions/*/tests/meson.build')]
+    for build in builds:
+        for program, files in re.findall(r"'([\w-]+)': files\(([^)]*)\)",
+                                         build.read_text(encoding='utf-8')):
+            for name in re.findall(r"'([^']+)'", files):
+                programs.setdefault(build.parent / name, []).append(program)
+
+    for path in [*find_code(), *ROOT.glob('tests/*/*.py'), *ROOT.glob('companions/*/tests/*.py')]:
+        text = path.read_text(encoding='utf-8')
+        if path.suffix == '.py':
+            names = re.findall(r'^ *def (?:test_)?(\w+)\(', text, re.MULTILINE)
+        else:
+            names = re.findall(r'^TEST\((\w+)\)', text, re.MULTILINE)
+            if 'TEST_ROWS(' in text:
+                names += re.findall(r'{(?:\.path = )?"([a-z0-9-]+)"', text)
+        for program in programs.get(path, [path.stem]):
+            yield from (f'/{program}/{name}'.replace('_', '-') for name in names)
+
+
+def answers_name_tests_that_exist():
+    """And each of them names at least one."""
+    tests = set(find_tests())
+    complaints = []
+    for page in ANSWERS:
+        text = (ROOT / page).read_text(encoding='utf-8')
+        for section in text.split('\n## ')[1:]:
+            title = section.splitlines()[0]
+            named = re.findall(r'`(/[\w-]+/[\w-]+)`', section)
+            if not named:
+                complaints.append(f'{page}: {title}: there is no test')
+            complaints += [f'{page}: {title}: {name}' for name in named if name not in tests]
+    return '\n'.join(complaints)
+
+
 def lines_keep_to_100_columns():
     """Except for tables, programs in pages, and files that clang-format checks."""
     builds = [path for path in ROOT.rglob('meson.build')
@@ -123,7 +161,8 @@ def make_test(rule):
 
 RULES = (code_follows_clang_format, scripts_pass_shellcheck, header_has_the_version,
          readme_quotes_hello, readme_shows_what_hello_prints, guide_begins_with_hello,
-         shutdown_quotes_the_examples, links_of_pages_lead_somewhere, lines_keep_to_100_columns)
+         shutdown_quotes_the_examples, links_of_pages_lead_somewhere,
+         answers_name_tests_that_exist, lines_keep_to_100_columns)
 
 if __name__ == '__main__':
     HELLO = sys.argv[1]

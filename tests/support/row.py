@@ -4,8 +4,8 @@ import re
 import time
 
 UNITS = {'bytes': 'Bytes', 'errors': 'Count', 'file_size': 'Bytes', 'file_time': 'Milliseconds',
-         'files': 'Count', 'folders': 'Count', 'skipped': 'Count', 'speed': 'Bytes/Second',
-         'throughput': 'Bytes/Second', 'open_files': 'Count'}
+         'files': 'Count', 'folders': 'Count', 'open_files': 'Count', 'skipped': 'Count',
+         'speed': 'Bytes/Second'}
 COUNTERS = {'bytes', 'errors', 'files', 'folders', 'skipped'}
 
 

@@ -1,11 +1,15 @@
 """Servers on loopback, as docs/operations.md configures them, in temporary folders."""
 
 import contextlib
+import json
 import pathlib
 import re
 import socket
 import subprocess
 import time
+import urllib.error
+import urllib.parse
+import urllib.request
 
 DEADLINE = 60  # seconds that only a failure takes
 
@@ -59,6 +63,17 @@ def server(command, port, folder):
         finally:
             process.terminate()
             process.wait(DEADLINE)
+
+
+def query_prometheus(url, expression):
+    """Returns the result of an instant query; an empty one while the server starts."""
+    query = urllib.parse.urlencode({'query': expression})
+    try:
+        with urllib.request.urlopen(f'{url}/api/v1/query?{query}') as answer:
+            return json.load(answer)['data']['result']
+    except urllib.error.HTTPError as error:
+        assert error.code == 503, f'{expression}: {error.read().decode()}'
+        return []
 
 
 class Cache:

@@ -596,6 +596,7 @@ TEST(key_joins_prefix_dimensions_unit_and_name) {
        "n\tm ",
        "a b..x y.z/\303\251..%s.n\tm  1 1700000000\n"},
       {NULL, {0}, TRUE, NULL, "", " 1 1700000000\n"},
+      {NULL, {0}, TRUE, NULL, "a 2 3\nb", "a 2 3\nb 1 1700000000\n"}, /* a forged line */
   };
   for (guint i = 0; i < G_N_ELEMENTS(rows); i++) {
     g_autoptr(Server) server = server_new("127.0.0.1");

@@ -343,6 +343,15 @@ TEST(per_cent_signs_are_printed_as_they_are) {
                       "%d=%%:\n%n%: 1.000000\n\n");
 }
 
+TEST(control_characters_are_printed_as_they_are) {
+  g_autoptr(VekMetricReporter) reporter = vek_metric_console_reporter_new();
+  add_count(reporter, "\x1b[2J", DIMENSIONS("user", "\x1b]0;title\a"), 1);
+  add_count(reporter, "a: 2\nb", NULL, 1);
+  assert_flush_prints(reporter,
+                      "general:\na: 2\nb: 1\n\n"
+                      "user=\x1b]0;title\a:\n\x1b[2J: 1\n\n");
+}
+
 TEST(the_reporter_copies_what_it_keeps) {
   g_autoptr(VekMetricReporter) reporter = vek_metric_console_reporter_new();
   char name[] = "load";

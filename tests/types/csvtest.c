@@ -165,6 +165,40 @@ TEST(full_disk_is_not_noticed) {
   leave_folder();
 }
 
+TEST(link_in_the_folder_is_followed) {
+  char *folder = folder_new();
+  folder_write(folder, "elsewhere", "");
+  g_autofree char *path = g_build_filename(folder, "figures.csv", NULL);
+  g_assert_cmpint(symlink("elsewhere", path), ==, 0);
+  g_autoptr(VekMetricReporter) reporter = make(folder);
+  csv_kind.write(reporter);
+  flush(reporter);
+  g_autofree char *expected =
+      g_strdup_printf("elsewhere: %sfigures.csv -> elsewhere\n", csv_kind.line);
+  assert_folder(folder, expected);
+  folder_remove(folder);
+}
+
+TEST(basename_may_lead_out_of_the_folder) {
+  char *folder = folder_new();
+  g_autofree char *inner = g_build_filename(folder, "inner", NULL);
+  g_object_unref(csv_kind.make("../figures", inner));
+  assert_folder(folder, "figures.csv: inner/\n");
+  folder_remove(folder);
+}
+
+TEST(file_has_the_mode_that_the_umask_leaves) {
+  char *folder = folder_new();
+  g_autofree char *path = g_build_filename(folder, "figures.csv", NULL);
+  mode_t mask = umask(077);
+  g_object_unref(make(folder));
+  umask(mask);
+  GStatBuf status;
+  g_assert_cmpint(g_stat(path, &status), ==, 0);
+  g_assert_cmphex(status.st_mode, ==, S_IFREG | 0600);
+  folder_remove(folder);
+}
+
 TEST(missing_directories_are_made_for_everybody_to_read) {
   char *folder = folder_new();
   g_autofree char *outer = g_build_filename(folder, "outer", NULL);
@@ -245,6 +279,31 @@ TEST(lines_are_visible_when_the_buffer_fills) {
   g_assert_cmpuint(length, <, written->len);
   g_string_truncate(written, length);
   g_assert_cmpstr(seen, ==, written->str);
+  folder_remove(folder);
+}
+
+/* Two programs would do the same. */
+TEST(two_reporters_of_one_file_cut_lines_where_a_buffer_is_full) {
+  char *folder = folder_new();
+  g_autoptr(VekMetricReporter) reporter = make(folder);
+  g_autoptr(VekMetricReporter) other = make(folder);
+  g_autofree char *path = g_build_filename(folder, "figures.csv", NULL);
+  for (guint i = 0; i < 1000; i++)
+    csv_kind.write(reporter);
+  g_autofree char *seen = NULL;
+  gsize length = 0;
+  g_assert_true(g_file_get_contents(path, &seen, &length, NULL));
+  g_assert_cmpuint(length % strlen(csv_kind.line), >, 0);
+
+  csv_kind.write(other);
+  flush(other);
+  flush(reporter);
+  g_autoptr(GString) expected = g_string_new(NULL);
+  for (guint i = 0; i < 1000; i++)
+    g_string_append(expected, csv_kind.line);
+  g_string_insert(expected, (gssize)length, csv_kind.line);
+  g_string_prepend(expected, "figures.csv: ");
+  assert_folder(folder, expected->str);
   folder_remove(folder);
 }
 

@@ -107,6 +107,42 @@ TEST(folder_is_made_with_its_parents) {
   end_test();
 }
 
+TEST(link_in_the_folder_is_followed_and_rotated_itself) {
+  begin_test();
+  folder_write(test_folder, "elsewhere", "");
+  g_autofree char *path = g_build_filename(test_folder, "log.json", NULL);
+  g_assert_cmpint(symlink("elsewhere", path), ==, 0);
+  VekMetricReporter *reporter = log_reporter_new(1, 1);
+  flush_line(reporter, "a");
+  drop_reporter(reporter);
+  g_autofree char *a = lines("a");
+  g_autofree char *description =
+      g_strdup_printf("elsewhere: %slog.json: log.json.1 -> elsewhere\n", a);
+  assert_folder(test_folder, description);
+  end_test();
+}
+
+TEST(basename_may_lead_out_of_the_folder) {
+  begin_test();
+  g_autofree char *inner = g_build_filename(test_folder, "inner", NULL);
+  drop_reporter(vek_metric_json_log_reporter_new("../log", inner, NULL, 0, 0));
+  assert_folder(test_folder, "inner/\nlog.json: ");
+  end_test();
+}
+
+TEST(file_has_the_mode_that_the_umask_leaves) {
+  begin_test();
+  g_autofree char *path = g_build_filename(test_folder, "log.json", NULL);
+  mode_t mask = umask(077);
+  VekMetricReporter *reporter = log_reporter_new(0, 0);
+  umask(mask);
+  GStatBuf status;
+  g_assert_cmpint(g_stat(path, &status), ==, 0);
+  g_assert_cmphex(status.st_mode, ==, S_IFREG | 0600);
+  drop_reporter(reporter);
+  end_test();
+}
+
 TEST(without_a_name_nothing_is_made) {
   begin_test();
   g_autofree char *path = g_build_filename(test_folder, "x", NULL);
@@ -191,6 +227,20 @@ TEST(lines_that_wait_go_to_the_file_of_their_turn) {
     flush_line(reporter, (char[]){(char)('a' + i), '\0'});
   drop_reporter(reporter);
   assert_lines("log.json=e log.json.1=cd log.json.2=ab");
+  end_test();
+}
+
+/* Two programs would do the same. */
+TEST(two_reporters_of_one_file_rotate_each_others_lines_away) {
+  begin_test();
+  VekMetricReporter *reporter = log_reporter_new(1, 1);
+  VekMetricReporter *other = log_reporter_new(1, 1);
+  flush_and_settle(reporter, "a");
+  assert_lines("log.json= log.json.1=a");
+  flush_and_settle(other, "b"); /* into the file that is log.json.1 now, and is replaced next */
+  assert_lines("log.json= log.json.1=");
+  drop_reporter(reporter);
+  drop_reporter(other);
   end_test();
 }
 

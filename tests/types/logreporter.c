@@ -132,6 +132,15 @@ TEST(names_are_written_as_they_stand) {
               "1,,,2,,,,,,\n");
 }
 
+/* As docs/security.md advises. */
+TEST(name_that_was_cleaned_is_one_field_of_one_line) {
+  char name[] = "../é,1\n\x1b[2J;x=y z";
+  g_strcanon(name, G_CSET_A_2_Z G_CSET_a_2_z G_CSET_DIGITS "-_", '_');
+  g_autoptr(Log) log = log_new();
+  log->iface->process_count(log->reporter, name, NULL, NULL, 1, 2);
+  assert_file(log, "1,______1___2J_x_y_z,,2,,,,,,\n");
+}
+
 TEST(long_names_are_written_whole) {
   g_autoptr(Log) log = log_new();
   g_autofree char *name = g_strnfill(100000, 'n');

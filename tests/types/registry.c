@@ -493,6 +493,24 @@ TEST(metric_taken_up_during_its_report_stays_active) {
   g_object_unref(taker.taken);
 }
 
+static gboolean add_requests(gpointer registry) {
+  add_dropped_counter(registry, "requests");
+  return G_SOURCE_REMOVE;
+}
+
+static void plan_requests(VekTestingRecorder *recorder, const char *line, gpointer registry) {
+  (void)recorder, (void)line;
+  g_idle_add(add_requests, registry);
+}
+
+TEST(reporter_has_a_metric_made_once_its_pass_is_over) {
+  on_recorded(fixture.reporter, plan_requests, fixture.registry);
+  fixture_report();
+  assert_not_found(fixture.registry, "requests");
+  g_assert_true(g_main_context_iteration(NULL, FALSE));
+  assert_found(fixture.registry, "requests", TRUE);
+}
+
 TEST(one_off_pass_without_metrics_flushes_once) {
   fixture_report();
   assert_recorded(fixture.record, "a flush\n");

@@ -371,6 +371,20 @@ TEST(period_sets_passes_between_those_of_the_registry) {
   g_assert_null(g_main_context_find_source_by_id(NULL, before));
 }
 
+static void spend_a_microsecond(gboolean monotonic) {
+  if (monotonic)
+    vek_testing_clock_advance(1);
+}
+
+TEST(timer_is_of_the_whole_period_while_time_passes) {
+  g_autoptr(VekServiceSession) session = session_new();
+  set_period(session, 1);
+  vek_testing_clock_set_hook(spend_a_microsecond);
+  fire_timer();
+  vek_testing_clock_set_hook(NULL);
+  g_assert_cmpuint(timer_seconds, ==, 1);
+}
+
 TEST(new_period_counts_from_the_last_pass) {
   g_autoptr(VekServiceSession) session = session_new();
   vek_testing_clock_advance(7 * G_USEC_PER_SEC);

@@ -75,12 +75,12 @@ static gboolean on_period(gpointer data) {
 }
 
 // Sets the timer anew, so that it fires the period after the last pass. The lock is held.
-static void set_timer(VekServiceSession *self) {
+static void set_timer(VekServiceSession *self, gint64 now) {
   g_clear_handle_id(&self->timer, g_source_remove);
   if (!self->registry || self->period == kRegistryPeriod)
     return;
 
-  gint64 left = self->period * G_USEC_PER_SEC - (g_get_monotonic_time() - self->last_pass);
+  gint64 left = self->period * G_USEC_PER_SEC - (now - self->last_pass);
   auto seconds = static_cast<guint>(MAX(left, 0) / G_USEC_PER_SEC);
   self->timer = g_timeout_add_seconds_full(G_PRIORITY_DEFAULT, seconds, on_period,
                                            vekin::weak_ref_new(self), vekin::weak_ref_free);
@@ -89,8 +89,9 @@ static void set_timer(VekServiceSession *self) {
 static void on_pass_end(GObject *object) {
   auto *self = vekin::as<VekServiceSession>(object);
   vekin::MutexLock held(self->lock);
+  // One reading for both: after a microsecond, the whole seconds left would be one too few.
   self->last_pass = g_get_monotonic_time();
-  set_timer(self);
+  set_timer(self, self->last_pass);
 }
 
 // Ends the session; returns its reporters, if it had not ended.
@@ -99,7 +100,7 @@ static GPtrArray *end_session(VekServiceSession *self) {
   {
     vekin::MutexLock held(self->lock);
     registry = g_steal_pointer(&self->registry);
-    set_timer(self);
+    set_timer(self, g_get_monotonic_time());
   }
   return registry && self->relay ? vek_service_relay_disclaim(self->relay) : nullptr;
 }
@@ -139,7 +140,7 @@ static void vek_service_session_set_property(GObject *object, guint id, const GV
   switch (id) {
   case PROP_PERIOD:
     self->period = g_value_get_uint(value);
-    set_timer(self);
+    set_timer(self, g_get_monotonic_time());
     break;
   case PROP_REGISTRY:
     self->registry = static_cast<VekMetricRegistry *>(g_value_dup_object(value));

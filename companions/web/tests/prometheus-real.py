@@ -2,7 +2,6 @@
 """Has a real Prometheus scrape programs with a metric of every kind: prometheus-real.py SCRAPED"""
 
 import contextlib
-import json
 import math
 import pathlib
 import re
@@ -11,11 +10,10 @@ import subprocess
 import sys
 import tempfile
 import unittest
-import urllib.parse
 import urllib.request
 
 from support import tap
-from support.servers import free_port, server, wait_for
+from support.servers import free_port, query_prometheus, server, wait_for
 
 CONFIG = '''global:
   scrape_interval: 1s
@@ -90,11 +88,7 @@ class Prometheus:
         return server(self.command, self.port, self.folder)
 
     def query(self, expression):
-        url = f'http://127.0.0.1:{self.port}/api/v1/query?'
-        with contextlib.suppress(urllib.error.HTTPError):  # 503 while it starts
-            with urllib.request.urlopen(url + urllib.parse.urlencode({'query': expression})) as got:
-                return json.load(got)['data']['result']
-        return []
+        return query_prometheus(f'http://127.0.0.1:{self.port}', expression)
 
     def read(self, target):
         """What it has read of a program last, as Scraped.read() gives it."""

@@ -1,0 +1,188 @@
+"""Tests of the dashboard of processes, with a real Prometheus, as TAP: dashboard.py CHECKSUM"""
+
+import contextlib
+import json
+import math
+import pathlib
+import re
+import runpy
+import shutil
+import signal
+import subprocess
+import sys
+import tempfile
+import unittest
+import urllib.request
+
+from support import tap
+from support.servers import query_prometheus, wait_for
+
+EXAMPLE = pathlib.Path(__file__).resolve().parents[2] / 'examples' / 'dashboard'
+PROGRAM = EXAMPLE / 'dashboard.py'
+NAME = r'(?<![\w"$.])[a-zA-Z_:][\w:]*(?=[{[(])'  # of a metric or a function
+
+
+def fetch(url):
+    with urllib.request.urlopen(url) as answer:
+        return answer.read().decode()
+
+
+def find_children(pid):
+    return [int(child) for task in pathlib.Path(f'/proc/{pid}/task').iterdir()
+            for child in (task / 'children').read_text().split()]
+
+
+class Dashboard:
+    """The program, with folders of files, and a folder for what it leaves."""
+
+    def __init__(self, home, n_files=10, checksum=None):
+        self.folders = [home / 'a', home / 'b']
+        for folder in self.folders:
+            folder.mkdir()
+            for number in range(n_files):
+                (folder / str(number)).write_text('x' * number)
+        self.left = home / 'left'
+        self.left.mkdir()
+        self.process = subprocess.Popen(
+            [sys.executable, PROGRAM, checksum or CHECKSUM, *self.folders], text=True,
+            stdout=subprocess.PIPE, stderr=subprocess.PIPE,
+            env={'PATH': '/usr/bin:/bin', 'TMPDIR': str(self.left)})
+
+    def read_addresses(self):
+        """The console page, and the pages of the processes by their folders."""
+        lines = []
+        while not lines or not lines[-1].startswith('Ctrl-C'):
+            lines.append(self.process.stdout.readline())
+            assert lines[-1], self.process.communicate()
+        _, console, _, *processes, _ = lines
+        return console.strip(), {line.split()[1]: line.split()[0] for line in processes}
+
+    def end(self, *numbers):
+        """Sends signals; nothing may be left."""
+        children = find_children(self.process.pid)
+        assert children
+        for number in numbers:
+            self.process.send_signal(number)
+        _, messages = self.process.communicate()
+        assert (self.process.returncode, messages) == (0, ''), messages
+        assert not [pid for pid in children if pathlib.Path(f'/proc/{pid}').exists()], children
+        assert list(self.left.iterdir()) == []
+
+
+@contextlib.contextmanager
+def dashboard(**options):
+    if not shutil.which('prometheus'):
+        raise unittest.SkipTest('there is no prometheus')
+    libraries = runpy.run_path(PROGRAM)['LIBRARIES']
+    if not any(pathlib.Path(folder, 'prom.lib').exists() for folder in libraries):
+        raise unittest.SkipTest('Prometheus has no console libraries')
+    with tempfile.TemporaryDirectory() as home:
+        opened = Dashboard(pathlib.Path(home), **options)
+        try:
+            yield opened
+        finally:
+            opened.process.terminate()
+            opened.process.communicate()
+
+
+def read_panels():
+    return json.loads((EXAMPLE / 'grafana.json').read_text(encoding='utf-8'))['panels']
+
+
+def find_names(expressions):
+    """The metrics that the expressions name."""
+    names = {name for expression in expressions for name in re.findall(NAME, expression)}
+    return names - {'rate', 'time'}
+
+
+def every_metric_of_every_process_is_drawn():
+    with dashboard() as opened:
+        console, pages = opened.read_addresses()
+        assert list(pages) == list(map(str, opened.folders)), pages
+        prometheus = console.partition('/consoles/')[0]
+
+        def ask(expression):
+            """The values for each folder, and the names of the metrics."""
+            values, names = {}, set()
+            for result in query_prometheus(prometheus, expression):
+                names.add(result['metric'].get('__name__'))
+                values.setdefault(result['metric']['folder'], []).append(float(result['value'][1]))
+            return values, names
+
+        # Rates need two scrapes, and distributions a pass with samples.
+        assert wait_for(lambda: [values for values in ask('rate(bytes_total[10s])')[0].values()
+                                 if values[0] > 0][1:])
+        assert wait_for(lambda: len(ask('file_time')[0]) == 2)
+        for page in pages.values():
+            served = set(re.findall(r'^(\w+)', fetch(f'{page}metrics'), re.MULTILINE))
+            assert {'bytes_total', 'file_size_max', 'file_time', 'speed'} < served, served
+        _, names = ask("{job='checksum', __name__!~'up|scrape_.*'}")
+        assert served == names, served ^ names
+
+        graphs = [json.loads(text) for text in re.findall(r'expr: (".*"),', fetch(console))]
+        assert find_names(graphs) == names and len(graphs) == len(names), graphs
+        queries = [target['expr'].replace('$__rate_interval', '10s').replace('$folder', '.*')
+                   for panel in read_panels() for target in panel['targets']]
+        assert find_names(queries) == names, find_names(queries) ^ names
+        for expression in graphs + queries:
+            values, _ = ask(expression)
+            assert set(values) == set(pages), expression
+            assert not any(math.isnan(value) for list in values.values() for value in list)
+        opened.end(signal.SIGINT)
+
+
+def second_signal_changes_nothing():
+    with dashboard() as opened:
+        opened.read_addresses()
+        opened.end(signal.SIGTERM, signal.SIGINT)
+
+
+def stops_while_it_starts():
+    with dashboard() as opened:
+        assert wait_for(lambda: find_children(opened.process.pid))
+        opened.end(signal.SIGTERM)
+
+
+def process_that_ends_ends_all():
+    for checksum, status in (CHECKSUM, 0), ('/bin/false', 1):
+        with dashboard(n_files=0, checksum=checksum) as opened:
+            _, messages = opened.process.communicate()
+            assert opened.process.returncode == 1
+            assert messages == f'dashboard: {checksum} ended with the status {status}\n', messages
+            assert list(opened.left.iterdir()) == []
+
+
+def grafana_model_is_complete():
+    model = json.loads((EXAMPLE / 'grafana.json').read_text(encoding='utf-8'))
+    for key, kind in {'uid': str, 'title': str, 'tags': list, 'schemaVersion': int, 'time': dict,
+                      'templating': dict, 'annotations': dict, 'panels': list}.items():
+        assert isinstance(model[key], kind), key
+    variables = {variable['name']: variable for variable in model['templating']['list']}
+    source = {'type': 'prometheus', 'uid': '${datasource}'}
+    assert variables['datasource']['type'] == 'datasource'
+    assert variables['datasource']['query'] == source['type']
+    assert variables['folder']['datasource'] == source
+
+    panels = model['panels']
+    assert [panel['id'] for panel in panels] == list(range(1, len(panels) + 1))
+    taken = set()
+    for panel in panels:
+        assert panel['type'] == 'timeseries' and panel['title'] and panel['datasource'] == source
+        assert panel['fieldConfig']['defaults']['unit'] in (
+            'Bps', 'cps', 'decbytes', 'ms', 's', 'short')
+        place = panel['gridPos']
+        cells = {(x, y) for x in range(place['x'], place['x'] + place['w'])
+                 for y in range(place['y'], place['y'] + place['h'])}
+        assert max(x for x, _ in cells) < 24 and not cells & taken, place
+        taken |= cells
+        references = [target['refId'] for target in panel['targets']]
+        assert references == ['A', 'B'][:len(references)] and references
+        for target in panel['targets']:
+            assert target['datasource'] == source
+            assert set(re.findall(r'\$(\w+)', target['expr'])) <= {'__rate_interval', *variables}
+
+
+if __name__ == '__main__':
+    CHECKSUM = sys.argv[1]
+    tap.run([every_metric_of_every_process_is_drawn, second_signal_changes_nothing,
+             stops_while_it_starts, process_that_ends_ends_all, grafana_model_is_complete])

@@ -1,0 +1,196 @@
+"""Tests of vek-plot --follow: a page that grows with the logs."""
+
+import contextlib
+import http.client
+import json
+import os
+import pathlib
+import subprocess
+import sys
+import tempfile
+import unittest
+
+from plot import PROGRAM, T, csv_lines
+from support import tap
+
+FIRST = csv_lines((T + 55.5, 'requests', 5), (T + 60.1, 'load', 0.5))
+SECOND = csv_lines((T + 119.5, 'requests', 8), (T + 120.1, 'load', 0.25))
+
+
+class Server:
+    """A running vek-plot, and a page that listens to its events."""
+
+    def __init__(self, folder):
+        self.program = subprocess.Popen([sys.executable, PROGRAM, '--follow', folder],
+                                        stdout=subprocess.PIPE, text=True)
+        self.address = self.program.stdout.readline().strip()
+        self.port = int(self.address.removeprefix('http://127.0.0.1:').removesuffix('/'))
+        self.events = self.connect()
+        self.events.request('GET', '/events')
+        self.stream = self.events.getresponse()
+
+    def connect(self):
+        return http.client.HTTPConnection('127.0.0.1', self.port, timeout=60)
+
+    def get(self, path, **headers):
+        connection = self.connect()
+        with contextlib.closing(connection):
+            connection.request('GET', path, headers=headers)
+            response = connection.getresponse()
+            return response.status, response.headers, response.read().decode()
+
+    def get_data(self, path='/vars.json'):
+        return json.loads(self.get(path)[2])
+
+    def wait(self):
+        """Waits for the next event; returns its data."""
+        while True:
+            line = self.stream.readline().decode()
+            if not line:
+                raise EOFError
+            if line.startswith('data: '):
+                return json.loads(line.removeprefix('data: '))
+
+    def wait_for(self, passes):
+        """Waits until the data has so many passes; returns it."""
+        while True:
+            self.wait()
+            data = self.get_data()
+            if len(data['times'][0]) == passes:
+                return data
+
+    def close(self):
+        self.events.close()
+        self.stream.close()
+        self.program.terminate()
+        self.program.wait()
+        self.program.stdout.close()
+
+
+class Follow(unittest.TestCase):
+    def setUp(self):
+        folder = tempfile.TemporaryDirectory()
+        self.addCleanup(folder.cleanup)
+        self.folder = pathlib.Path(folder.name)
+
+    def write(self, name, text):
+        with open(self.folder / name, 'a', encoding='utf-8') as file:
+            file.write(text)
+
+    def serve(self):
+        server = Server(self.folder)
+        self.addCleanup(server.close)
+        return server
+
+    def test_the_page_and_its_scripts_are_served_with_a_policy(self):
+        self.write('figures.csv', FIRST)
+        server = self.serve()
+        status, headers, page = server.get('/')
+        self.assertEqual((status, headers['Content-Type']), (200, 'text/html; charset=utf-8'))
+        self.assertEqual(headers['Content-Security-Policy'],
+                         "default-src 'none'; script-src 'self'; style-src 'self'; "
+                         "connect-src 'self'; img-src 'self' data:; base-uri 'none'; "
+                         "form-action 'none'; frame-ancestors 'none'")
+        self.assertIn('<script src="dygraph.min.js"></script>', page)
+        for name, kind in (('dygraph.min.js', 'text/javascript'), ('page.js', 'text/javascript'),
+                           ('page.css', 'text/css')):
+            status, headers, _ = server.get(f'/{name}')
+            self.assertEqual((status, headers['Content-Type']), (200, f'{kind}; charset=utf-8'))
+
+    def test_nothing_else_is_served(self):
+        self.write('figures.csv', FIRST)
+        server = self.serve()
+        for path in ('/figures.csv', '/../figures.csv', '/tests', '/page.css/', '/%2e'):
+            self.assertEqual(server.get(path)[0], 404, path)
+
+    def test_requests_for_another_host_are_refused(self):
+        self.write('figures.csv', FIRST)
+        server = self.serve()
+        for host in ('example.org', f'example.org:{server.port}', 'localhost.example.org', '',
+                     '127.0.0.1.example.org', 'localhost:x'):
+            for path in ('/', '/vars.json', '/events'):
+                self.assertEqual(server.get(path, Host=host)[0], 403, host)
+        for host in ('localhost', f'LOCALHOST:{server.port}', '127.0.0.1', '[::1]:80'):
+            self.assertEqual(server.get('/', Host=host)[0], 200, host)
+
+    def test_a_new_pass_is_announced_and_comes_alone(self):
+        self.write('figures.csv', FIRST)
+        server = self.serve()
+        first = server.wait()
+        self.assertEqual(first['pass'], 1)
+        data = server.get_data()
+        self.assertEqual((data['pass'], data['start'], data['whole']), (1, first['start'], True))
+        self.assertEqual(data['times'], [[1700000060.1]])
+
+        self.write('figures.csv', SECOND)
+        self.assertEqual(server.wait(), {'pass': 2, 'start': first['start']})
+        later = server.get_data('/vars.json?after=1')
+        self.assertNotIn('whole', later)
+        self.assertEqual(later['times'], [[1700000120.1]])
+        self.assertEqual([(metric['name'], metric['kind'], metric['values'])
+                          for metric in later['metrics']],
+                         [('load', 'gauge', [0.25]), ('requests', 'counter', [8])])
+        self.assertEqual(server.get_data()['times'], [[1700000060.1, 1700000120.1]])
+
+    def test_what_becomes_another_kind_comes_with_all_that_was(self):
+        self.write('figures.csv', FIRST)
+        server = self.serve()
+        server.wait()
+        self.write('figures.csv', csv_lines((T + 119.5, 'requests', 5), (T + 120.1, 'load', 0.25)))
+        server.wait()
+        later = server.get_data('/vars.json?after=1')
+        self.assertEqual((later['whole'], later['times']), (True, [[1700000060.1, 1700000120.1]]))
+        self.assertEqual([metric['kind'] for metric in later['metrics']], ['gauge', 'gauge'])
+
+    def test_only_new_ranges_come(self):
+        self.write('timeline.csv', 'F,work,1,1700000000000000,1700000001000000\n')
+        server = self.serve()
+        server.wait()
+        self.write('timeline.csv', 'F,work,2,1700000002000000,1700000003000000\n')
+        server.wait()
+        self.assertEqual(server.get_data('/vars.json?after=1')['timelines'], [
+            {'name': 'work', 'dimensions': [], 'clock': 'wall',
+             'lanes': [{'id': '2', 'ranges': [1700000002, 1700000003]}]}])
+
+    def test_a_line_is_read_when_it_has_ended(self):
+        self.write('figures.csv', FIRST)
+        server = self.serve()
+        server.wait()
+        self.write('figures.csv', SECOND[:-8])
+        server.wait()
+        self.write('figures.csv', SECOND[-8:])
+        data = server.wait_for(2)
+        self.assertEqual(data['metrics'][0]['values'], [0.5, 0.25])
+        self.assertNotIn('unread', data)
+
+    def test_files_may_come_later(self):
+        server = self.serve()
+        self.assertEqual(server.wait()['pass'], 1)
+        self.assertEqual(server.get_data()['metrics'], [])
+        self.write('figures.csv', FIRST)
+        self.assertEqual(server.wait_for(1)['sources'], ['figures.csv'])
+
+    def test_rotation_loses_nothing(self):
+        def line(second, value):
+            return (f'2023-11-14 22:13:{second},000000 [{{"MetricName":"a","Timestamp":'
+                    f'"2023-11-14T22:13:{second}Z","Value":{value}}}]\n')
+
+        self.write('figures.json', line(21, 1.5))
+        server = self.serve()
+        server.wait()
+        self.write('figures.json', line(22, 2.5))
+        os.rename(self.folder / 'figures.json', self.folder / 'figures.json.1')
+        self.write('figures.json', line(23, 3.5))
+        self.assertEqual(server.wait_for(3)['metrics'][0]['values'], [1.5, 2.5, 3.5])
+
+        self.write('figures.json', line(24, 4.5))
+        os.rename(self.folder / 'figures.json.1', self.folder / 'figures.json.2')
+        os.rename(self.folder / 'figures.json', self.folder / 'figures.json.1')
+        self.write('figures.json', line(25, 5.5))
+        os.remove(self.folder / 'figures.json.2')
+        data = server.wait_for(5)
+        self.assertEqual(data['metrics'][0]['values'], [1.5, 2.5, 3.5, 4.5, 5.5])
+
+
+if __name__ == '__main__':
+    tap.run([Follow])

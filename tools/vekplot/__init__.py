@@ -1,0 +1,16 @@
+"""The modules of vek-plot, in the order in which the data passes through them.
+
+    arguments   the command line
+    files       which files there are, what they contain, what they gain
+    logs        what a log says
+    csvlog      reads lines of figures and of ranges
+    jsonlog     reads lines of JSON
+    passes      when the passes were
+    rules       what the logs do not say: kinds and restarts
+    metrics     one metric from all logs
+    document    all that is drawn, and its JSON
+    page        one HTML file
+    follow      a page that grows with the files
+    trace       ranges as trace events
+    picture     PNG and SVG
+"""

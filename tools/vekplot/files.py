@@ -1,0 +1,180 @@
+"""The files that vek-plot was given: which of them are logs, in which order, and what they gain."""
+
+import functools
+import os
+import re
+
+from .csvlog import CsvReader
+from .jsonlog import JsonReader
+
+HEAD = 1 << 16  # bytes, which tell what a file contains
+BATCH = 1 << 18  # bytes that are read at once
+SHOWN_UNREAD = 20
+
+CSV_LINE = rb'\d+,[^,\n]*,[^,\n]*(?:,[^,\n]*){7}\n'
+RANGE_LINE = rb'F,[^,\n]*,-?\d+,-?\d+,-?\d+\n'
+JSON_LINE = rb'\d{4}-\d\d-\d\d \d\d:\d\d:\d\d,\d{6} \['
+LINE = re.compile(rb'^(?:(?P<csv>%b|%b)|(?P<json>%b))' % (CSV_LINE, RANGE_LINE, JSON_LINE),
+                  re.MULTILINE)
+READERS = {'csv': CsvReader, 'json': JsonReader}
+ROTATED = re.compile(r'\.(\d+)$')
+
+
+class Unread:
+    """What could not be read."""
+
+    def __init__(self):
+        self.count = 0
+        self.first = []
+
+    def add(self, place, reason):
+        self.count += 1
+        if self.count <= SHOWN_UNREAD:
+            self.first.append(f'{place}: {reason}')
+
+
+class LogFile:
+    """A file, as far as it has been read."""
+
+    def __init__(self, path, name, find_reader):
+        self.name = name
+        self.find_reader = find_reader  # by what the file contains
+        self.file = open(path, 'rb', buffering=HEAD)  # pylint: disable=consider-using-with
+        self.reader = None
+        self.number = 0  # of lines
+        self.rest = b''  # a line that has not ended yet, or all, until it is known what it is
+        self.is_log = True  # as far as it is known
+
+    def find_format(self, head):
+        """Learns from the first bytes what the file is, if it is a log."""
+        match = LINE.search(head)
+        if match:
+            self.reader = self.find_reader(match.lastgroup)
+        elif len(head) >= HEAD:
+            self.is_log = False
+
+    def read_batch(self, unread):
+        """Reads some lines; returns how many bytes that were, 0 at the end."""
+        added = self.file.read(max(BATCH, len(self.rest)))
+        self.rest += added
+        if not self.reader:
+            self.find_format(self.rest[:HEAD])
+        end = self.rest.rfind(b'\n')
+        if self.reader and end >= 0:
+            lines = self.rest[:end].decode('utf-8', 'replace').split('\n')
+            self.rest = self.rest[end + 1:]
+            self.reader.read(lines, lambda index: unread.add(
+                f'{self.name}:{self.number + index + 1}', 'not a line of a log'))
+            self.number += len(lines)
+        return len(added)
+
+    def start_over(self):
+        """After the file was truncated."""
+        self.file.seek(0)
+        self.rest = b''
+        self.number = 0
+
+
+def get_base(path):
+    """The name that a log had before it was rotated."""
+    return ROTATED.sub('', path)
+
+
+def get_order(path):
+    """Orders the files of a log by their age, the oldest first."""
+    match = ROTATED.search(path)
+    return get_base(path), -int(match[1]) if match else 0
+
+
+def get_key(status):
+    """Tells files apart, whatever they are called."""
+    return status.st_dev, status.st_ino
+
+
+class Files:
+    """All files that were given, and what they say.
+
+    They are kept open, so that their rest can be read after they were renamed or deleted.
+    """
+
+    def __init__(self, paths):
+        self.paths = paths
+        self.unread = Unread()
+        self.readers = {}  # by the path of the log, without a number, and its format
+        self.known = {}  # files by their keys
+        self.failed = set()  # paths
+
+    @property
+    def sources(self):
+        return [file.name for file in self.known.values() if file.reader]
+
+    @property
+    def logs(self):
+        return {(os.path.splitext(path)[0], kind): reader.log
+                for (path, kind), reader in self.readers.items()}
+
+    def count_ranges(self):
+        """How many bounds each lane has."""
+        return {(key, *lane): len(bounds) for key, log in self.logs.items()
+                for lane, bounds in log.ranges.items()}
+
+    def count_bytes(self):
+        return sum(os.path.getsize(path) for path, _ in self.find() if os.path.isfile(path))
+
+    def fail(self, path, reason):
+        if path not in self.failed:
+            self.failed.add(path)
+            self.unread.add(path, reason)
+
+    def find(self):
+        """Yields the path of each file, and what it is called."""
+        folders = [path for path in self.paths if os.path.isdir(path)]
+        for path in sorted(set(self.paths).difference(folders), key=get_order):
+            yield path, path
+        for folder in folders:
+            try:
+                paths = [entry.path for entry in os.scandir(folder) if entry.is_file()]
+            except OSError as error:
+                self.fail(folder, error.strerror)
+                continue
+            for path in sorted(paths, key=get_order):
+                yield path, os.path.basename(path) if len(self.paths) == 1 else path
+
+    def find_reader(self, path, kind):
+        return self.readers.setdefault((get_base(path), kind), READERS[kind]())
+
+    def open_new(self):
+        """Opens files that are new; forgets those that are gone, once all of them has been read."""
+        gone = set(self.known)
+        for path, name in self.find():
+            try:
+                status = os.stat(path)
+                key = get_key(status)
+                gone.discard(key)
+                if key not in self.known:
+                    self.known[key] = LogFile(path, name,
+                                              functools.partial(self.find_reader, path))
+                elif status.st_size < self.known[key].file.tell():
+                    self.known[key].start_over()
+            except OSError as error:
+                self.fail(path, error.strerror)
+        return gone
+
+    def read(self, progress=lambda path, size: None):
+        """Reads what the files have gained; returns how many bytes that were."""
+        total = 0
+        gone = self.open_new()
+        for key, file in list(self.known.items()):
+            while file.is_log and (size := file.read_batch(self.unread)):
+                total += size
+                progress(file.name, size)
+            if key in gone:
+                self.known.pop(key).file.close()
+        return total
+
+    def close(self):
+        """Names the files that are no logs, unless they were only found in a folder."""
+        for file in self.known.values():
+            if not file.reader and file.rest and file.name in self.paths:
+                self.fail(file.name, 'not a log')
+            file.file.close()

@@ -1,0 +1,99 @@
+"""What vek-plot does, step by step."""
+
+import pathlib
+import sys
+
+from . import picture
+from .arguments import parse
+from .document import Document
+from .files import Files
+from .page import Missing, write_page
+from .progress import Progress
+from .trace import write_trace
+
+DEFAULT_PAGE = 'vek-plot.html'
+
+
+def say(text):
+    print(f'vek-plot: {text}', file=sys.stderr)
+
+
+def report_unread(unread):
+    for line in unread.first:
+        say(line)
+    if unread.count > len(unread.first):
+        say(f'{unread.count - len(unread.first)} more could not be read')
+
+
+def write_file(path, write_content):
+    """Writes a file, and prints its name."""
+    with open(path, 'w', encoding='utf-8') as file:
+        write_content(file.write)
+    print(path)
+
+
+def write_outputs(document, options):
+    page = options.output
+    if options.open or not (options.svg or options.png or options.trace):
+        page = page or DEFAULT_PAGE
+    if page:
+        write_file(page, lambda write: write_page(document, write))
+    if options.trace:
+        if not document.timelines:
+            say('there are no timelines for a trace')
+        write_file(options.trace, lambda write: write_trace(document, write))
+    for kind in ('svg', 'png'):
+        if path := getattr(options, kind):
+            picture.draw(document, path, kind)
+            print(path)
+    if options.open:
+        open_browser(pathlib.Path(page).absolute().as_uri())
+
+
+def announce(address, options):
+    print(address, flush=True)
+    if options.open:
+        open_browser(address)
+
+
+# What follows is imported when it is needed, since it takes time and memory.
+
+
+def open_browser(address):
+    import webbrowser  # pylint: disable=import-outside-toplevel
+    webbrowser.open(address)
+
+
+def follow(files, options):
+    from .follow import serve  # pylint: disable=import-outside-toplevel
+    serve(files, options, lambda address: announce(address, options))
+
+
+def run(options):
+    if options.svg or options.png:
+        picture.check()
+    files = Files(options.paths)
+    with Progress(files.count_bytes()) as progress:
+        files.read(progress.advance)
+    if options.follow:
+        report_unread(files.unread)
+        follow(files, options)
+        return 0
+    files.close()
+    report_unread(files.unread)
+    document = Document(files, options)
+    if document.is_empty():
+        say('there is nothing to draw')
+        return 1
+    write_outputs(document, options)
+    return 0
+
+
+def main(arguments):
+    """Returns the exit status."""
+    options = parse(arguments)
+    try:
+        return run(options)
+    except (Missing, OSError, picture.Impossible) as error:
+        say(error)
+        return 1
