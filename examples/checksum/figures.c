@@ -35,9 +35,8 @@ void figures_init(Figures *figures, int seconds) {
       vek_metric_registry_gauge_new(registry, "speed", "Bytes/Second", 0, by_algorithm);
   figures->start = g_get_monotonic_time();
 
-  /* A gauge that was never set is not reported. */
+  /* A gauge that was never set is not reported: there is no speed before the first file. */
   vek_metric_gauge_set_value(figures->open_files, 0.0);
-  vek_metric_gauge_set_value(figures->speed, 0.0);
 }
 
 /* A meter would be a moving average over a minute, and most runs are shorter. */

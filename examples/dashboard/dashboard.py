@@ -58,6 +58,14 @@ def started(*command, **options):
         process.wait()
 
 
+def fail(process):
+    sys.exit(f'dashboard: {process.args[0]} ended with the status {process.wait()}')
+
+
+def read_address(process):
+    return process.stdout.readline().strip() or fail(process)
+
+
 def is_ready(url):
     try:
         with urllib.request.urlopen(url + '/-/ready'):
@@ -78,7 +86,7 @@ def run(checksum, folders):
             return True
         for process in processes:
             if process.poll() is not None:
-                sys.exit(f'dashboard: {process.args[0]} ended with the status {process.returncode}')
+                fail(process)
         return False
 
     with contextlib.ExitStack() as stack:
@@ -86,7 +94,7 @@ def run(checksum, folders):
         processes = [stack.enter_context(started(
             checksum, '--quiet', '--repeat', '--jobs=1', '--every=1', '--serve=0', folder,
             stdout=subprocess.PIPE, text=True)) for folder in folders]
-        urls = [process.stdout.readline().strip() for process in processes]
+        urls = list(map(read_address, processes))
         targets = [{'targets': [url.removeprefix('http://').removesuffix('/')],
                     'labels': {'folder': folder}} for folder, url in zip(folders, urls)]
         (home / 'targets.json').write_text(json.dumps(targets), encoding='utf-8')

@@ -3,75 +3,17 @@
 The second is the same program with a registry that reports as often as it can.
 """
 
-import contextlib
 import csv
 import json
 import os
-import pathlib
 import re
 import signal
-import socket
-import struct
-import subprocess
 import sys
-import tempfile
-import threading
 import time
 
 from support import tap
-from support.row import UNITS, Row
-
-# Longer keys than a connection holds of lines that nobody reads.
-HUGE_PREFIX = 'x' * 100_000
-
-
-class Server:
-    """A carbon server; what it has got in the end is in lines."""
-
-    def __init__(self):
-        self.socket = socket.socket()
-        # So that a connection holds little that is not read yet.
-        self.socket.setsockopt(socket.SOL_SOCKET, socket.SO_RCVBUF, 16384)
-        self.socket.setsockopt(socket.IPPROTO_TCP, socket.TCP_MAXSEG, 1000)
-        self.socket.settimeout(60)  # for a program that never comes
-        self.socket.bind(('127.0.0.1', 0))
-        self.socket.listen(1)
-        self.option = f'--carbon=127.0.0.1:{self.socket.getsockname()[1]}'
-        self.thread = threading.Thread(target=self.read)
-        self.lines = None
-
-    def read(self):
-        connection, _ = self.socket.accept()
-        with connection, connection.makefile() as lines:
-            self.lines = lines.read().splitlines()
-
-    def __enter__(self):
-        self.thread.start()
-        return self
-
-    def __exit__(self, *_):
-        self.thread.join()
-        self.socket.close()
-
-
-@contextlib.contextmanager
-def tree(n_files=0):
-    """A folder, and one in it with files of a few bytes."""
-    with tempfile.TemporaryDirectory() as folder:
-        files = pathlib.Path(folder, 'files')
-        files.mkdir()
-        for number in range(n_files):
-            (files / str(number)).write_text(str(number))
-        yield pathlib.Path(folder), files
-
-
-def run(*command, status=0, **options):
-    """Returns what a program prints on its output and as its messages."""
-    ended = subprocess.run(command, check=False, stdin=subprocess.DEVNULL,
-                           env=dict(os.environ, LC_ALL='C.UTF-8'),
-                           **{'stdout': subprocess.PIPE, 'stderr': subprocess.PIPE, **options})
-    assert ended.returncode == status, ended
-    return ended.stdout, (ended.stderr or b'').decode()
+from support.example import Server, read_rows, run, started, tree
+from support.row import UNITS
 
 
 def split_lines(text):
@@ -96,11 +38,6 @@ def to_console(rows):
         lines = [row.to_console() for row in sorted(sections[dimensions], key=lambda row: row.name)]
         text += '\n'.join([f'{header}:', *lines, '', ''])
     return text
-
-
-def read_rows(folder):
-    with open(folder / 'figures.csv', encoding='utf-8') as file:
-        return [Row(columns) for columns in csv.reader(file)]
 
 
 def read_json(folder):
@@ -223,20 +160,10 @@ def every_output_has_the_same_figures_in_many_reports():
         assert check_outputs(HURRIED, folder, files) > 1
 
 
-@contextlib.contextmanager
-def started(*arguments, **options):
-    with subprocess.Popen([CHECKSUM, *arguments], stdout=subprocess.PIPE, stderr=subprocess.PIPE,
-                          **options) as program:
-        try:
-            yield program
-        finally:
-            program.kill()
-
-
 def signal_ends_the_run_with_its_last_figures():
     for number in (signal.SIGINT, signal.SIGTERM):
         # It cannot end before the signal: it waits for somebody to read.
-        with tree(1000) as (_, files), started(*[files] * 10, pipesize=4096) as program:
+        with tree(1000) as (_, files), started(CHECKSUM, *[files] * 10, pipesize=4096) as program:
             begin = os.read(program.stdout.fileno(), 64)
             program.send_signal(number)
             output, messages = program.communicate()
@@ -247,7 +174,8 @@ def signal_ends_the_run_with_its_last_figures():
 
 
 def repeated_walk_begins_again_until_the_signal():
-    with tree(10) as (_, files), started('--repeat', '--progress', files, 'missing') as program:
+    with tree(10) as (_, files), \
+            started(CHECKSUM, '--repeat', '--progress', files, 'missing') as program:
         names = [program.stdout.readline().split()[1] for _ in range(25)]
         assert len(set(names)) == 10, names
         program.send_signal(signal.SIGINT)
@@ -305,61 +233,6 @@ def speed_is_the_average_since_the_start():
         assert 10_000_000 / seconds <= speed < 1e12, (speed, seconds)
 
 
-def wait_for_report(program):
-    while program.stdout.readline() != b'algorithm=sha256, content=empty:\n':
-        pass
-
-
-def server_that_reads_late_gets_everything():
-    with tree(10) as (folder, files):
-        server = Server()
-        with started('--quiet', '--console', server.option, f'--prefix={HUGE_PREFIX}',
-                     f'--csv={folder}', '--wait=600', files) as program:
-            wait_for_report(program)
-            with server:
-                _, messages = program.communicate()
-            assert (program.returncode, messages) == (0, b''), messages
-        assert server.lines == [line for row in read_rows(folder)
-                                for line in row.to_carbon(HUGE_PREFIX)]
-
-
-def server_that_never_reads_is_named_and_changes_nothing():
-    server = Server()
-    with tree(10) as (folder, files), server.socket:
-        output, messages = run(CHECKSUM, '--quiet', '--console', server.option, '--wait=0.01',
-                               f'--prefix={HUGE_PREFIX}', f'--csv={folder}', files)
-        assert b'\nfiles: 10\n' in output, output
-        assert 'VekMetricCarbonReporter was not done in time' in messages, messages
-        assert {row.name for row in read_rows(folder)} == set(UNITS)
-
-
-def server_that_hangs_up_is_told_of():
-    server = Server()
-    with tree(10) as (_, files), server.socket:
-        with started('--quiet', '--console', server.option, f'--prefix={HUGE_PREFIX}',
-                     '--wait=600', files) as program:
-            wait_for_report(program)
-            connection, _ = server.socket.accept()
-            connection.recv(1)  # the program knows that it is connected
-            connection.setsockopt(socket.SOL_SOCKET, socket.SO_LINGER, struct.pack('ii', 1, 0))
-            connection.close()
-            messages = program.communicate()[1].decode()
-            assert program.returncode == 0
-        assert 'Carbon reporter write operation failed with error: ' in messages, messages
-        assert 'in time' not in messages, messages
-
-
-def signal_ends_the_wait():
-    server = Server()
-    with tree(10) as (_, files), server.socket:
-        with started('--quiet', '--console', server.option, f'--prefix={HUGE_PREFIX}',
-                     '--wait=600', files) as program:
-            wait_for_report(program)
-            program.send_signal(signal.SIGINT)
-            assert program.communicate()[1] == b''
-            assert program.returncode == -signal.SIGINT, program.returncode
-
-
 if __name__ == '__main__':
     CHECKSUM, HURRIED = map(os.path.abspath, sys.argv[1:3])
     tap.run((
@@ -369,6 +242,4 @@ if __name__ == '__main__':
         signal_ends_the_run_with_its_last_figures, repeated_walk_begins_again_until_the_signal,
         repeated_walk_ends_where_there_is_no_file, time_limit_ends_a_repeated_walk,
         progress_says_what_was_done, progress_on_a_terminal_is_one_line,
-        speed_is_the_average_since_the_start, server_that_reads_late_gets_everything,
-        server_that_never_reads_is_named_and_changes_nothing, server_that_hangs_up_is_told_of,
-        signal_ends_the_wait))
+        speed_is_the_average_since_the_start))

@@ -35,7 +35,7 @@ def find_children(pid):
 class Dashboard:
     """The program, with folders of files, and a folder for what it leaves."""
 
-    def __init__(self, home, n_files=10):
+    def __init__(self, home, n_files=10, checksum=None):
         self.folders = [home / 'a', home / 'b']
         for folder in self.folders:
             folder.mkdir()
@@ -44,7 +44,7 @@ class Dashboard:
         self.left = home / 'left'
         self.left.mkdir()
         self.process = subprocess.Popen(
-            [sys.executable, PROGRAM, CHECKSUM, *self.folders], text=True,
+            [sys.executable, PROGRAM, checksum or CHECKSUM, *self.folders], text=True,
             stdout=subprocess.PIPE, stderr=subprocess.PIPE,
             env={'PATH': '/usr/bin:/bin', 'TMPDIR': str(self.left)})
 
@@ -144,11 +144,12 @@ def stops_while_it_starts():
 
 
 def process_that_ends_ends_all():
-    with dashboard(n_files=0) as opened:
-        _, messages = opened.process.communicate()
-        assert opened.process.returncode == 1
-        assert messages == f'dashboard: {CHECKSUM} ended with the status 0\n', messages
-        assert list(opened.left.iterdir()) == []
+    for checksum, status in (CHECKSUM, 0), ('/bin/false', 1):
+        with dashboard(n_files=0, checksum=checksum) as opened:
+            _, messages = opened.process.communicate()
+            assert opened.process.returncode == 1
+            assert messages == f'dashboard: {checksum} ended with the status {status}\n', messages
+            assert list(opened.left.iterdir()) == []
 
 
 def grafana_model_is_complete():

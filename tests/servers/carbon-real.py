@@ -17,7 +17,7 @@ import unittest
 
 from support import tap
 from support.row import Row
-from support.servers import DEADLINE, Cache, excerpt, free_port, server, wait_for
+from support.servers import DEADLINE, SERVER_ENV, Cache, excerpt, free_port, server, wait_for
 
 try:
     import whisper
@@ -155,7 +155,8 @@ def read_csv(path, prefix):
 def ask_relay_for_ports(relay, keys):
     """Returns by key the one port that the relay would send it to."""
     answer = subprocess.run([*relay, '-t'], input=''.join(f'{key}\n' for key in keys), check=True,
-                            stdout=subprocess.PIPE, text=True, timeout=DEADLINE).stdout
+                            stdout=subprocess.PIPE, text=True, timeout=DEADLINE,
+                            env=SERVER_ENV).stdout
     ports = {}
     for match in answer.split('\nmatch\n')[1:]:
         key, _, destination, *_ = match.splitlines()

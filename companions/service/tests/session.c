@@ -692,17 +692,24 @@ TEST(carbon_gets_what_waited_for_its_connection) {
   g_assert_cmpstr(line, ==, "requests 1 0\n");
 }
 
-static gboolean on_signal_oneself(gpointer data) {
-  guint *n_signals = data;
-  kill(getpid(), *n_signals % 2 ? SIGTERM : SIGINT);
-  return --*n_signals > 0;
+static gboolean on_terminate_oneself(G_GNUC_UNUSED gpointer data) {
+  kill(getpid(), SIGTERM);
+  return G_SOURCE_REMOVE;
+}
+
+/* Sent before the wait begins, both signals would end the loop. */
+static gboolean on_interrupt_the_wait(gpointer data) {
+  SlowReporter *slow = data;
+  if (slow->n_flushes == 0)
+    return G_SOURCE_CONTINUE;
+  kill(getpid(), SIGINT);
+  return G_SOURCE_REMOVE;
 }
 
 TEST(signal_ends_the_loop_and_another_the_wait) {
   g_autoptr(VekServiceSession) session = session_new();
   g_autoptr(GMainLoop) loop = g_main_loop_new(NULL, FALSE);
-  guint n_signals = 1;
-  g_idle_add(on_signal_oneself, &n_signals);
+  g_idle_add(on_terminate_oneself, NULL);
   g_assert_true(vek_service_session_run(session, loop, 60000));
   assert_recorded(fixture.record, "a flush\n");
 
@@ -710,8 +717,8 @@ TEST(signal_ends_the_loop_and_another_the_wait) {
   session = vek_service_session_new(fixture.registry);
   g_autoptr(SlowReporter) slow = slow_reporter_new(G_MAXUINT);
   vek_service_session_add_reporter(session, VEK_METRIC_REPORTER(g_object_ref(slow)));
-  n_signals = 2;
-  g_timeout_add(1, on_signal_oneself, &n_signals);
+  g_idle_add(on_terminate_oneself, NULL);
+  g_timeout_add(1, on_interrupt_the_wait, slow);
   g_assert_false(vek_service_session_run(session, loop, 60000));
   g_assert_cmpuint(slow->n_flushes, ==, 1);
 }

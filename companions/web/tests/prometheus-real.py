@@ -34,7 +34,7 @@ tests:
         eval_time: 1m
         exp_samples:
           - value: 120
-      - expr: rate(requests_total[1m])
+      - expr: round(rate(requests_total[1m]), 0.001)
         eval_time: 1m
         exp_samples:
           - value: 2

@@ -7,145 +7,7 @@
 #include <sys/stat.h>
 #include <vekmetrics-web/vekmetrics-web.h>
 
-#include "support/fixture.h"
-
-/* The functions of GLib that tests/support/lsan.supp names have no frame pointers: the address
- * sanitizer must unwind them the slow way. It finds this by its name in the program. */
-const char *__asan_default_options(void);
-const char *__asan_default_options(void) {
-  return "fast_unwind_on_malloc=0";
-}
-
-typedef struct {
-  VekServicePrometheusReporter *reporter;
-  VekWebServer *server;
-} Served;
-
-static VekMetricReporterInterface *get_operations(Served *served) {
-  return VEK_METRIC_REPORTER_GET_IFACE(served->reporter);
-}
-
-/* A pass over so many gauges. */
-static void pass(Served *served, int n_metrics) {
-  for (int i = 0; i < n_metrics; i++) {
-    g_autofree char *name = g_strdup_printf("gauge%d", i);
-    get_operations(served)->process_value(VEK_METRIC_REPORTER(served->reporter), name, NULL, NULL,
-                                          0, i);
-  }
-  get_operations(served)->flush(VEK_METRIC_REPORTER(served->reporter));
-}
-
-static Served set_up(void) {
-  VekServicePrometheusReporter *reporter = vek_service_prometheus_reporter_new();
-  return (Served){reporter, vek_web_server_new(reporter)};
-}
-
-static Served set_up_listening(int n_metrics) {
-  Served served = set_up();
-  g_autoptr(GError) error = NULL;
-  g_assert_true(vek_web_server_listen(served.server, NULL, 0, &error));
-  g_assert_no_error(error);
-  pass(&served, n_metrics);
-  return served;
-}
-
-static void settle(void) {
-  while (g_main_context_iteration(NULL, FALSE)) {
-  }
-}
-
-static void tear_down(Served *served) {
-  g_object_unref(served->server);
-  g_object_unref(served->reporter);
-  settle();
-}
-G_DEFINE_AUTO_CLEANUP_CLEAR_FUNC(Served, tear_down)
-
-/* A client that sends a text and reads until the other side ends. */
-typedef struct {
-  GSocketAddress *address;
-  const char *request;
-  GByteArray *answer;
-  gboolean has_ended;
-} Client;
-
-static gpointer talk(gpointer data) {
-  Client *client = data;
-  g_autoptr(GSocket) socket = g_socket_new(g_socket_address_get_family(client->address),
-                                           G_SOCKET_TYPE_STREAM, G_SOCKET_PROTOCOL_DEFAULT, NULL);
-  g_assert_true(g_socket_connect(socket, client->address, NULL, NULL));
-  g_socket_send(socket, client->request, strlen(client->request), NULL, NULL);
-  char buffer[4096];
-  gssize n_read;
-  while ((n_read = g_socket_receive(socket, buffer, sizeof buffer, NULL, NULL)) > 0)
-    g_byte_array_append(client->answer, (guint8 *)buffer, (guint)n_read);
-  g_atomic_int_set(&client->has_ended, TRUE);
-  g_main_context_wakeup(NULL);
-  return NULL;
-}
-
-/* Asks and waits until the connection ends. Returns everything that came, with a NUL behind it. */
-static GByteArray *ask(GSocketAddress *address, const char *request) {
-  Client client = {address, request, g_byte_array_new(), FALSE};
-  GThread *thread = g_thread_new("client", talk, &client);
-  while (!g_atomic_int_get(&client.has_ended))
-    g_main_context_iteration(NULL, TRUE);
-  g_thread_join(thread);
-  g_byte_array_append(client.answer, (const guint8 *)"", 1);
-  return client.answer;
-}
-
-static GSocketAddress *get_address(Served *served) {
-  return g_inet_socket_address_new_from_string("127.0.0.1",
-                                               vek_web_server_get_port(served->server));
-}
-
-/* Sends a request, its lines between "|", and returns the answer's status and headers but for the
- * date, also between "|"; and its body. */
-static char *request(Served *served, const char *lines, GBytes **body) {
-  g_autofree char *text = g_strdup_printf("%s|Connection: close||", lines);
-  g_auto(GStrv) parts = g_strsplit(text, "|", -1);
-  g_autofree char *sent = g_strjoinv("\r\n", parts);
-  g_autoptr(GSocketAddress) address = get_address(served);
-  g_autoptr(GByteArray) answer = ask(address, sent);
-  char *end = strstr((char *)answer->data, "\r\n\r\n");
-  g_assert_nonnull(end);
-  *end = '\0';
-  const guint8 *rest = (guint8 *)end + 4;
-  if (body)
-    *body = g_bytes_new(rest, answer->len - 1 - (gsize)(rest - answer->data));
-  g_auto(GStrv) headers = g_strsplit((char *)answer->data, "\r\n", -1);
-  g_autoptr(GString) found = g_string_new(NULL);
-  for (char **header = headers; *header; header++)
-    if (!g_str_has_prefix(*header, "Date:") && !g_str_has_prefix(*header, "Connection:"))
-      g_string_append_printf(found, "%s%s", found->len > 0 ? "|" : "", *header);
-  return g_string_free(g_steal_pointer(&found), FALSE);
-}
-
-static void assert_status(Served *served, const char *lines, const char *status) {
-  g_test_message("%s", lines);
-  g_autofree char *answer = request(served, lines, NULL);
-  g_auto(GStrv) headers = g_strsplit(answer, "|", -1);
-  g_assert_cmpstr(headers[0], ==, status);
-}
-
-static void assert_bytes(GBytes *found, const char *expected) {
-  gsize size;
-  const char *data = g_bytes_get_data(found, &size);
-  g_autofree char *text = g_strndup(data ? data : "", size);
-  g_assert_cmpstr(text, ==, expected);
-}
-
-static GBytes *decompress(GBytes *compressed) {
-  g_autoptr(GInputStream) input = g_memory_input_stream_new_from_bytes(compressed);
-  g_autoptr(GZlibDecompressor) converter = g_zlib_decompressor_new(G_ZLIB_COMPRESSOR_FORMAT_GZIP);
-  g_autoptr(GInputStream) plain = g_converter_input_stream_new(input, G_CONVERTER(converter));
-  g_autoptr(GOutputStream) output = g_memory_output_stream_new_resizable();
-  g_autoptr(GError) error = NULL;
-  g_output_stream_splice(output, plain, G_OUTPUT_STREAM_SPLICE_CLOSE_TARGET, NULL, &error);
-  g_assert_no_error(error);
-  return g_memory_output_stream_steal_as_bytes(G_MEMORY_OUTPUT_STREAM(output));
-}
+#include "served.h"
 
 TEST(text_is_served_in_both_formats) {
   g_auto(Served) served = set_up_listening(1);
@@ -193,16 +55,6 @@ TEST(text_is_compressed_for_those_who_want_it) {
       assert_bytes(plain, text);
     }
   }
-}
-
-/* The server's source of a name; NULL if it has none. */
-static GSource *find_source(const char *name) {
-  for (guint id = 1; id < 10000; id++) {
-    GSource *source = g_main_context_find_source_by_id(NULL, id);
-    if (source && g_strcmp0(g_source_get_name(source), name) == 0)
-      return source;
-  }
-  return NULL;
 }
 
 /* Connects so many clients and sends the request of each. */
@@ -276,7 +128,7 @@ TEST(all_else_is_refused) {
   static const struct {
     const char *lines, *status;
   } rows[] = {
-      {"GET / HTTP/1.1|Host: localhost", "HTTP/1.1 404 Not Found"},
+      {"GET /x HTTP/1.1|Host: localhost", "HTTP/1.1 404 Not Found"},
       {"GET /metrics/ HTTP/1.1|Host: localhost", "HTTP/1.1 404 Not Found"},
       {"GET /metrics/x HTTP/1.1|Host: localhost", "HTTP/1.1 404 Not Found"},
       {"GET /metrics?name=x HTTP/1.1|Host: localhost", "HTTP/1.1 200 OK"},
@@ -341,23 +193,6 @@ TEST(bodies_of_requests_are_bounded) {
       body, NULL);
   g_autoptr(GByteArray) answer = ask(address, small);
   g_assert_true(g_str_has_prefix((char *)answer->data, "HTTP/1.1 405 "));
-}
-
-/* Connects and waits until the server has accepted. */
-static GSocket *connect_to(Served *served) {
-  g_autoptr(GSocketAddress) address = get_address(served);
-  GSocket *socket =
-      g_socket_new(G_SOCKET_FAMILY_IPV4, G_SOCKET_TYPE_STREAM, G_SOCKET_PROTOCOL_DEFAULT, NULL);
-  g_assert_true(g_socket_connect(socket, address, NULL, NULL));
-  settle();
-  return socket;
-}
-
-/* Whether the other side has ended a connection. */
-static gboolean has_ended(GSocket *socket) {
-  settle();
-  char byte;
-  return g_socket_receive_with_blocking(socket, &byte, 1, FALSE, NULL, NULL) == 0;
 }
 
 TEST(the_connection_that_is_idle_for_longest_makes_room) {

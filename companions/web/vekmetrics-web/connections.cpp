@@ -65,8 +65,7 @@ static void start_sweep(Connections *self) {
   g_source_attach(self->sweep, g_main_context_get_thread_default());
 }
 
-static void on_activity(SoupServer *, SoupServerMessage *message, gpointer data) {
-  auto *self = as<Connections>(data);
+void connections_note(Connections *self, SoupServerMessage *message) {
   auto *socket = soup_server_message_get_socket(message);
   if (!socket || g_socket_is_closed(socket))
     return;
@@ -88,6 +87,10 @@ static void on_activity(SoupServer *, SoupServerMessage *message, gpointer data)
     shut_down_first(self);
   if (!self->sweep)
     start_sweep(self);
+}
+
+static void on_activity(SoupServer *, SoupServerMessage *message, gpointer data) {
+  connections_note(as<Connections>(data), message);
 }
 
 Connections *connections_new(SoupServer *server) {

@@ -16,6 +16,9 @@ struct Connections;
 Connections *connections_new(SoupServer *server);
 void connections_free(Connections *connections);
 
+// Something happens on the connection of a message.
+void connections_note(Connections *connections, SoupServerMessage *message);
+
 // Ends a connection that asks for too much; libsoup notices, and cleans up.
 void connection_shut_down(GSocket *socket);
 

@@ -1,6 +1,7 @@
 #include "page.hpp"
 
 #include "common/internal.hpp"
+#include "compression.hpp"
 #include "negotiation.hpp"
 
 #include <algorithm>
@@ -8,12 +9,7 @@
 
 namespace vekin::web {
 
-namespace {
-
-constexpr gsize kSlice = 128 * 1024;  // of text; takes about a millisecond
-constexpr int kLevel = 1;             // shrinks such texts to a tenth, three times as fast as 6
-
-}  // namespace
+static constexpr gsize kSlice = 128 * 1024;  // of text; takes about a millisecond
 
 struct Page {
   GBytes *text;
@@ -80,27 +76,17 @@ static void sum_slice(Page *page) {
 
 static void compress_slice(Page *page) {
   if (!page->compressor) {
-    page->compressor = g_zlib_compressor_new(G_ZLIB_COMPRESSOR_FORMAT_GZIP, kLevel);
+    page->compressor = compression_new();
     page->output = g_byte_array_new();
   }
   auto slice = get_slice(page, page->n_compressed);
   page->n_compressed += slice.size();
   bool is_last = page->n_compressed == g_bytes_get_size(page->text);
-  while (!slice.empty() || is_last) {
-    guint8 buffer[16 * 1024];
-    gsize n_read = 0, n_written = 0;
-    auto result = g_converter_convert(
-        G_CONVERTER(page->compressor), slice.data(), slice.size(), buffer, sizeof buffer,
-        is_last ? G_CONVERTER_INPUT_AT_END : G_CONVERTER_NO_FLAGS, &n_read, &n_written, nullptr);
-    vek_assert(result != G_CONVERTER_ERROR);  // there is input or its end, and room
-    slice = {slice.data() + n_read, slice.size() - n_read};
-    g_byte_array_append(page->output, buffer, static_cast<guint>(n_written));
-    if (result == G_CONVERTER_FINISHED) {
-      page->compressed = g_byte_array_free_to_bytes(g_steal_pointer(&page->output));
-      g_clear_object(&page->compressor);
-      return;
-    }
-  }
+  compression_append(page->compressor, slice, is_last, page->output);
+  if (!is_last)
+    return;
+  page->compressed = g_byte_array_free_to_bytes(g_steal_pointer(&page->output));
+  g_clear_object(&page->compressor);
 }
 
 bool page_work(Page *page, bool is_compressed) {

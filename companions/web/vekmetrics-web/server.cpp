@@ -2,9 +2,11 @@
 
 #include "common/internal.hpp"
 #include "connections.hpp"
+#include "history.hpp"
 #include "listening.hpp"
 #include "negotiation.hpp"
 #include "page.hpp"
+#include "viewer.hpp"
 #include "waiting.hpp"
 
 #include <glib/gstdio.h>
@@ -21,6 +23,7 @@ struct _VekWebServer {
   GObject parent_instance;
 
   VekServicePrometheusReporter *reporter;  // never changes
+  guint history;                           // passes
   SoupServer *soup_server;                 // NULL until it listens
   Connections *connections;                // of that one
   guint port;                              // the first that it listens on
@@ -29,8 +32,12 @@ struct _VekWebServer {
   GHashTable *hosts;    // names that are allowed, in lower case
   Page *pages[2];       // the last text of each format; NULL before it is asked for
   Waiting *waiting;
+  Viewer *viewer;
 };
 static_assert(vekin::ZeroFillable<VekWebServer>);
+
+enum : guint { PROP_HISTORY = 1, PROP_REPORTER, N_PROPERTIES };
+static GParamSpec *properties[N_PROPERTIES];
 
 G_DEFINE_FINAL_TYPE(VekWebServer, vek_web_server, G_TYPE_OBJECT)
 
@@ -104,34 +111,40 @@ static bool work_on(Request &request, gpointer data) {
 static void serve_text(VekWebServer *self, SoupServerMessage *message) {
   auto *headers = soup_server_message_get_request_headers(message);
   waiting_add(self->waiting, message,
-              choose_format(soup_message_headers_get_list(headers, "Accept")),
+              choose_format(soup_message_headers_get_list(headers, "Accept")), nullptr,
               allows_gzip(soup_message_headers_get_list(headers, "Accept-Encoding")));
 }
 
-static void serve(VekWebServer *self, SoupServerMessage *message, bool is_found) {
+static bool is_text(VekWebServer *self, SoupServer *soup_server, const char *path) {
+  if (soup_server == self->soup_server && g_str_equal(path, "/metrics"))
+    return true;
+  for (guint i = 0; i < self->attached->len; i++) {
+    auto *attached = vekin::as<Attached>(self->attached->pdata[i]);
+    if (attached->soup_server == soup_server && g_str_equal(attached->path, path))
+      return true;
+  }
+  return false;
+}
+
+static void on_request(SoupServer *soup_server, SoupServerMessage *message, const char *path,
+                       GHashTable *query, gpointer data) {
+  auto *self = vekin::as<VekWebServer>(data);
+  bool serves_text = is_text(self, soup_server, path);
+  bool serves_page = soup_server == self->soup_server && viewer_has(self->viewer, path);
   const char *method = soup_server_message_get_method(message);
   if (!is_host_allowed(self, message)) {
     answer(message, SOUP_STATUS_FORBIDDEN, "The Host of the request is not allowed here.\n");
-  } else if (!is_found) {
+  } else if (!serves_text && !serves_page) {
     answer(message, SOUP_STATUS_NOT_FOUND, "The metrics are at /metrics.\n");
   } else if (!g_str_equal(method, "GET") && !g_str_equal(method, "HEAD")) {
     soup_message_headers_replace(soup_server_message_get_response_headers(message), "Allow",
                                  "GET, HEAD");
     answer(message, SOUP_STATUS_METHOD_NOT_ALLOWED, "The metrics can be got, and nothing else.\n");
-  } else {
+  } else if (serves_text) {
     serve_text(self, message);
+  } else {
+    viewer_serve(self->viewer, message, path, query);
   }
-}
-
-static void on_request(SoupServer *soup_server, SoupServerMessage *message, const char *path,
-                       GHashTable *, gpointer data) {
-  auto *self = vekin::as<VekWebServer>(data);
-  bool is_found = soup_server == self->soup_server && g_str_equal(path, "/metrics");
-  for (guint i = 0; i < self->attached->len && !is_found; i++) {
-    auto *attached = vekin::as<Attached>(self->attached->pdata[i]);
-    is_found = attached->soup_server == soup_server && g_str_equal(attached->path, path);
-  }
-  serve(self, message, is_found);
 }
 
 // Bodies are of no use: a small one is passed over, any other is not even read.
@@ -154,13 +167,41 @@ static SoupServer *get_soup_server(VekWebServer *self) {
   if (!self->soup_server) {
     self->soup_server = soup_server_new(nullptr, nullptr);
     self->connections = connections_new(self->soup_server);
+    viewer_start(self->viewer, self->connections, self->waiting);
     add_handlers(self, self->soup_server, nullptr);
   }
   return self->soup_server;
 }
 
+static void vek_web_server_set_property(GObject *object, guint id, const GValue *value,
+                                        GParamSpec *pspec) {
+  auto *self = VEK_WEB_SERVER(object);
+  switch (id) {
+  case PROP_HISTORY:
+    self->history = g_value_get_uint(value);
+    if (self->viewer)
+      viewer_set_history(self->viewer, self->history);
+    break;
+  case PROP_REPORTER:
+    self->reporter = VEK_SERVICE_PROMETHEUS_REPORTER(g_value_dup_object(value));
+    break;
+  default: G_OBJECT_WARN_INVALID_PROPERTY_ID(object, id, pspec);
+  }
+}
+
+static void vek_web_server_get_property(GObject *object, guint id, GValue *value,
+                                        GParamSpec *pspec) {
+  auto *self = VEK_WEB_SERVER(object);
+  switch (id) {
+  case PROP_HISTORY: g_value_set_uint(value, self->history); break;
+  case PROP_REPORTER: g_value_set_object(value, self->reporter); break;
+  default: G_OBJECT_WARN_INVALID_PROPERTY_ID(object, id, pspec);
+  }
+}
+
 static void vek_web_server_dispose(GObject *object) {
   auto *self = VEK_WEB_SERVER(object);
+  g_clear_pointer(&self->viewer, viewer_free);
   g_clear_pointer(&self->connections, connections_free);
   if (self->soup_server)
     soup_server_disconnect(self->soup_server);
@@ -186,9 +227,29 @@ static void vek_web_server_finalize(GObject *object) {
   G_OBJECT_CLASS(vek_web_server_parent_class)->finalize(object);
 }
 
+static void vek_web_server_constructed(GObject *object) {
+  G_OBJECT_CLASS(vek_web_server_parent_class)->constructed(object);
+
+  auto *self = VEK_WEB_SERVER(object);
+  if (!self->reporter)
+    self->reporter = vek_service_prometheus_reporter_new();
+  self->viewer = viewer_new(self->reporter);
+  viewer_set_history(self->viewer, self->history);
+}
+
 static void vek_web_server_class_init(VekWebServerClass *klass) {
-  G_OBJECT_CLASS(klass)->dispose = vek_web_server_dispose;
-  G_OBJECT_CLASS(klass)->finalize = vek_web_server_finalize;
+  auto *object_class = G_OBJECT_CLASS(klass);
+  object_class->set_property = vek_web_server_set_property;
+  object_class->get_property = vek_web_server_get_property;
+  object_class->dispose = vek_web_server_dispose;
+  object_class->finalize = vek_web_server_finalize;
+  object_class->constructed = vek_web_server_constructed;
+
+  properties[PROP_HISTORY] = vekin::property<g_param_spec_uint, vekin::kConstruct>(
+      "history", 0, kMaxPasses, kDefaultPasses);
+  properties[PROP_REPORTER] =
+      vekin::property<g_param_spec_object>("reporter", VEK_SERVICE_TYPE_PROMETHEUS_REPORTER);
+  g_object_class_install_properties(object_class, N_PROPERTIES, properties);
 }
 
 static void vek_web_server_init(VekWebServer *self) {
@@ -201,9 +262,7 @@ static void vek_web_server_init(VekWebServer *self) {
 VekWebServer *vek_web_server_new(VekServicePrometheusReporter *reporter) {
   vek_return_val_if_fail(VEK_SERVICE_IS_PROMETHEUS_REPORTER(reporter), nullptr);
 
-  auto *server = VEK_WEB_SERVER(g_object_new(VEK_WEB_TYPE_SERVER, nullptr));
-  server->reporter = VEK_SERVICE_PROMETHEUS_REPORTER(g_object_ref(reporter));
-  return server;
+  return VEK_WEB_SERVER(g_object_new(VEK_WEB_TYPE_SERVER, "reporter", reporter, nullptr));
 }
 
 gboolean vek_web_server_listen(VekWebServer *server, const char *address, guint port,

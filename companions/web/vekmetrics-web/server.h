@@ -11,7 +11,8 @@ G_BEGIN_DECLS
 /**
  * VekWebServer:
  *
- * Serves the text of a [class@VekService.PrometheusReporter] to Prometheus, at `/metrics`.
+ * Serves the text of a [class@VekService.PrometheusReporter] to Prometheus, at `/metrics`, and a
+ * page that draws the last passes, at `/`.
  *
  * A server has no thread. It runs in the main context that is thread-default when it starts to
  * listen. Call all functions on that thread. The server stops when the object is freed.
@@ -24,6 +25,10 @@ G_BEGIN_DECLS
  * On a loopback address, the `Host` of a request must be localhost, 127.0.0.1, [::1] or an allowed
  * name, with any port. This prevents DNS rebinding, by which a web page could read the metrics.
  *
+ * The page gets the passes that [property@Server:history] keeps from `/vars.json`, and is told of
+ * each further pass by `/events`. It loads nothing from elsewhere. The last 50 of its connections
+ * for events are kept open.
+ *
  * A server that listens itself keeps at most 100 connections. A further one closes the connection
  * that has been idle longest. A connection is closed after 120 seconds in which no request begins
  * or ends, and if a request has a body of more than 64 KiB or of unknown length. Headers are
@@ -33,6 +38,24 @@ G_BEGIN_DECLS
  */
 VEK_EXPORT
 G_DECLARE_FINAL_TYPE(VekWebServer, vek_web_server, VEK_WEB, SERVER, GObject)
+
+/**
+ * VekWebServer:history:
+ *
+ * How many passes are kept for the page: 240 by default, and at most 1,440. With 0 there is no
+ * page.
+ *
+ * The server keeps the passes that its reporter gets while it exists. Each takes 8 bytes for a
+ * counter, a gauge or a meter, and 64 bytes for a histogram or a timer. In addition, the newest
+ * 20,000 ranges of timelines are kept, with 24 bytes each. A lower value drops the oldest passes at
+ * once.
+ */
+
+/**
+ * VekWebServer:reporter:
+ *
+ * The reporter whose text and whose passes are served. Without one, the server makes its own.
+ */
 
 /**
  * vek_web_server_new:
@@ -81,8 +104,8 @@ gboolean vek_web_server_listen_unix(VekWebServer *server, const char *path, GErr
  * @soup_server: another server, made by the program
  * @path: (nullable): the path to serve; %NULL for `/metrics`
  *
- * Serves the text at a path of another server, until this object is freed. The limits on
- * connections do not apply to that server. Does nothing after a failed check.
+ * Serves the text at a path of another server, until this object is freed, but not the page. The
+ * limits on connections do not apply to that server. Does nothing after a failed check.
  */
 VEK_EXPORT
 void vek_web_server_attach(VekWebServer *server, SoupServer *soup_server, const char *path);

@@ -76,9 +76,11 @@ void waiting_free(Waiting *self) {
 }
 
 void waiting_add(Waiting *self, SoupServerMessage *message, VekServicePrometheusFormat format,
-                 bool is_compressed) {
+                 Page *page, bool is_compressed) {
   auto *entry = g_new(Entry, 1);
-  *entry = {self, {SOUP_SERVER_MESSAGE(g_object_ref(message)), format, is_compressed, nullptr}};
+  *entry = {self,
+            {SOUP_SERVER_MESSAGE(g_object_ref(message)), format, is_compressed,
+             page ? page_ref(page) : nullptr}};
   g_ptr_array_add(self->entries, entry);
   g_signal_connect(message, "disconnected", G_CALLBACK(on_disconnected), entry);
   soup_server_message_pause(message);

@@ -27,8 +27,9 @@ Waiting *waiting_new(Work work, gpointer data);
 // Answers those who still wait that there is nothing.
 void waiting_free(Waiting *waiting);
 
-// Pauses a message until it is answered.
+// Pauses a message until it is answered: with a page or, if that is NULL, with the text in a
+// format.
 void waiting_add(Waiting *waiting, SoupServerMessage *message, VekServicePrometheusFormat format,
-                 bool is_compressed);
+                 Page *page, bool is_compressed);
 
 }  // namespace vekin::web

@@ -1,0 +1,44 @@
+#include "batch.hpp"
+
+#include "common/internal.hpp"
+
+#include <algorithm>
+
+namespace vekin::web {
+
+static constexpr gint64 kAbout = gint64{24 * 60 * 60} * G_USEC_PER_SEC;  // a day
+
+static bool ends_about(const VekMetricRange &range, gint64 time) {
+  return range.end >= time - kAbout && range.end <= time + kAbout;
+}
+
+Batch *batch_new(guint64 pass, const char *name, GSList *ranges) {
+  auto *batch = g_atomic_rc_box_new0(Batch);
+  batch->pass = pass;
+  batch->name = g_strdup(name);
+  batch->is_wall = true;
+  batch->n_ranges = std::min(g_slist_length(ranges), kMaxRanges);
+  batch->ranges = g_new(VekMetricRange, batch->n_ranges);
+  gint64 now = g_get_real_time();
+  for (guint i = 0; i < batch->n_ranges; i++, ranges = ranges->next) {
+    batch->ranges[i] = *as<VekMetricRange>(ranges->data);
+    batch->is_wall &= ends_about(batch->ranges[i], now);
+  }
+  return batch;
+}
+
+Batch *batch_ref(Batch *batch) {
+  return as<Batch>(g_atomic_rc_box_acquire(batch));
+}
+
+static void clear_batch(gpointer data) {
+  auto *batch = as<Batch>(data);
+  g_free(batch->name);
+  g_free(batch->ranges);
+}
+
+void batch_unref(Batch *batch) {
+  g_atomic_rc_box_release_full(batch, clear_batch);
+}
+
+}  // namespace vekin::web

@@ -1,0 +1,76 @@
+#include "series.hpp"
+
+#include "common/internal.hpp"
+
+#include <algorithm>
+#include <limits>
+
+namespace vekin::web {
+
+static constexpr guint kMinCapacity = 4;
+static constexpr gdouble kNone = std::numeric_limits<gdouble>::quiet_NaN();
+
+static gdouble *find_row(const Series *series, guint64 pass) {
+  return series->figures + pass % series->capacity * series->n_figures;
+}
+
+static void set_capacity(Series *series, guint capacity) {
+  Series before = *series;
+  series->capacity = capacity;
+  series->figures = g_new(gdouble, gsize{capacity} * series->n_figures);
+  series->first = series->end - std::min<guint64>(series->end - series->first, capacity);
+  for (guint64 pass = series->first; pass < series->end; pass++)
+    std::copy_n(find_row(&before, pass), series->n_figures, find_row(series, pass));
+  g_free(before.figures);
+}
+
+Series *series_new(GString *key, char *head, guint n_figures) {
+  auto *series = g_atomic_rc_box_new0(Series);
+  series->key = key;
+  series->head = head;
+  series->n_figures = n_figures;
+  return series;
+}
+
+Series *series_ref(Series *series) {
+  return as<Series>(g_atomic_rc_box_acquire(series));
+}
+
+static void clear_series(gpointer data) {
+  auto *series = as<Series>(data);
+  g_string_free(series->key, TRUE);
+  g_free(series->head);
+  g_free(series->figures);
+}
+
+void series_unref(Series *series) {
+  g_atomic_rc_box_release_full(series, clear_series);
+}
+
+// The room doubles up to the limit, so that a metric that does not live long takes little.
+void series_put(Series *series, guint64 pass, std::span<const gdouble> figures, guint n_passes) {
+  if (series->end == 0)
+    series->first = series->end = pass;
+  auto n_needed = static_cast<guint>(std::min<guint64>(pass + 1 - series->first, n_passes));
+  if (n_needed > series->capacity)
+    set_capacity(series,
+                 std::min(n_passes, std::max({kMinCapacity, 2 * series->capacity, n_needed})));
+
+  guint64 oldest = pass + 1 - std::min<guint64>(pass + 1 - series->first, series->capacity);
+  for (guint64 missing = std::max(series->end, oldest); missing < pass; missing++)
+    std::fill_n(find_row(series, missing), series->n_figures, kNone);
+  std::copy(figures.begin(), figures.end(), find_row(series, pass));
+  series->first = oldest;
+  series->end = pass + 1;
+}
+
+void series_shrink(Series *series, guint n_passes) {
+  if (series->capacity > n_passes)
+    set_capacity(series, n_passes);
+}
+
+gdouble series_get(const Series *series, guint64 pass, guint figure) {
+  return pass >= series->first && pass < series->end ? find_row(series, pass)[figure] : kNone;
+}
+
+}  // namespace vekin::web
