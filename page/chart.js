@@ -22,6 +22,9 @@
   // The space for the labels of a value axis; the lanes and the time axis leave it, too.
   const axisWidth = () => parseFloat(style('--axis'));
 
+  // Its legend sets styles that a content security policy forbids.
+  Dygraph.PLUGINS = [Dygraph.Plugins.Axes, Dygraph.Plugins.Grid];
+
   const TICK = 3;
 
   // dygraphs reads its labels as HTML, and a unit may be any text.
@@ -49,8 +52,8 @@
     }
   }
 
-  // Where there is more than a point for each pixel, columns of pixels are drawn: paths of thousands
-  // of points take a hundred times as long. Returns their places, with the columns joined.
+  // Where there is more than a point for each pixel, columns of pixels are drawn: paths of
+  // thousands of points take a hundred times as long. Returns their places; neighbours join.
   function columns(from, to, x, top, bottom) {
     const found = [];
     let last = null;
@@ -198,7 +201,6 @@
       gridLineColor: style('--grid'),
       highlightCircleSize: 0,
       interactionModel: {},
-      legend: 'never',
       plotter: ({drawingContext, dygraph, plotArea, points, setName}) => {
         const isMain = setName === main;
         const zero = Math.max(range[0], Math.min(range[1], 0));
@@ -207,7 +209,6 @@
           isMain && isSparse);
       },
       rightGap: 0,
-      showLabelsOnHighlight: false,
       underlayCallback: (context, area, dygraph) => {
         if (band) {
           fillBand(context, area, dygraph, drawing);

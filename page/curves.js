@@ -69,7 +69,7 @@
     };
   }
 
-  const BANDS = [['p10', 'p90'], ['p50', 'p99'], ['p50', 'p90']];
+  const BANDS = [['p10', 'p90'], ['p50', 'p90']];
 
   // The whole curve of a metric. `main` names its line, `band` the two that bound its band, and
   // `thin` those that may leave the chart.

@@ -1,7 +1,7 @@
 // Puts the page together: what it shows of the data is decided here, and drawn by the rows.
 'use strict';
 {
-  const {MetricRow, TimelineRow, Panel, Painter, address, data, format, make} = vek;
+  const {MetricRow, TimelineRow, Panel, Painter, address, data, format, add} = vek;
   const find = id => document.getElementById(id);
 
   const painter = new Painter();
@@ -32,20 +32,15 @@
     const list = find('facts');
     list.replaceChildren();
     for (const [name, text] of facts.filter(([, text]) => text)) {
-      const term = make('dt', '');
-      term.textContent = name;
-      const fact = make('dd', '');
-      fact.textContent = text;
-      list.append(term, fact);
+      const fact = add(list, 'div', '');
+      add(fact, 'dt', '', name);
+      add(fact, 'dd', '', text);
     }
     const lines = find('unread');
     lines.hidden = unread.count === 0;
     lines.querySelector('summary').textContent = `${plural(unread.count, 'line')} not read`;
-    lines.querySelector('ul').replaceChildren(...unread.first.map(line => {
-      const item = make('li', '');
-      item.textContent = line;
-      return item;
-    }));
+    lines.querySelector('ul').replaceChildren();
+    unread.first.forEach(line => add(lines.querySelector('ul'), 'li', '', line));
   }
 
   // Brings the rows up to date with the model.
@@ -93,11 +88,11 @@
   }
 
   function fill(element, found) {
-    element.replaceChildren(...grouped(found).map(group => {
-      const section = make('section', 'group');
-      section.append(...group.flatMap(row => row.parts.map(part => part.element)));
-      return section;
-    }));
+    element.replaceChildren();
+    for (const group of grouped(found)) {
+      const parts = group.flatMap(row => row.parts);
+      add(element, 'section', 'group').append(...parts.map(part => part.element));
+    }
   }
 
   let watched = new Set();
@@ -194,14 +189,14 @@
 
   const STEPS = {ArrowLeft: -1, ArrowRight: 1};
 
-  // Moves the cursor to the next pass before or after it.
+  // Moves the cursor to the next pass, or the one before.
   function moveCursor(step) {
     const {wall} = panels;
     const [from, to] = wall.window;
-    const {passes} = model;
-    const at = wall.cursor ?? (step > 0 ? from : to);
-    const i = vek.curves.indexAt(passes, at) + (step > 0 && passes.includes(at) ? 1 : 0);
-    wall.setCursor(passes[step > 0 ? i : i - 1] ?? (step > 0 ? to : from));
+    const shown = model.passes.filter(time => time >= from && time <= to);
+    const next = step > 0 ? shown.find(time => wall.cursor === null || time > wall.cursor) :
+      shown.findLast(time => wall.cursor === null || time < wall.cursor);
+    wall.setCursor(next ?? wall.cursor);
   }
 
   function onKey(event) {

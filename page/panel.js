@@ -3,11 +3,14 @@
 {
   const LEAST_DRAG = 4;  // pixels; less is a click
 
-  const make = (name, className) => {
+  const make = (name, className, text = '') => {
     const element = document.createElement(name);
     element.className = className;
+    element.textContent = text;
     return element;
   };
+
+  const add = (parent, ...how) => parent.appendChild(make(...how));
 
   class Panel {
     whole = null;      // the first and last time of the data
@@ -41,7 +44,7 @@
     }
 
     get window() {
-      return this.zoom ?? this.whole;
+      return this.zoom ?? this.whole ?? [0, 1];
     }
 
     get width() {
@@ -66,12 +69,15 @@
         return;
       }
       const ticks = this.ticks.map(({time, label}) => {
-        const tick = make('span', 'tick');
-        tick.textContent = label;
+        const tick = make('span', 'tick', label);
         tick.style.left = `${this.#x(time)}px`;
         return tick;
       });
       this.#ticks.replaceChildren(...ticks, this.#tag);
+      const last = ticks.at(-1);
+      if (last && last.offsetLeft + last.offsetWidth > this.width) {
+        last.textContent = '';
+      }
       this.#restarts.forEach(line => line.remove());
       const [from, to] = this.window;
       this.#restarts = restarts.filter(time => time >= from && time <= to).map(time => {
@@ -85,7 +91,7 @@
     }
 
     setCursor(time) {
-      const [from, to] = this.window ?? [0, 0];
+      const [from, to] = this.window;
       this.cursor = time === null ? null : Math.max(from, Math.min(to, time));
       this.#line.hidden = this.#tag.hidden = this.cursor === null;
       if (this.cursor !== null) {
@@ -179,5 +185,5 @@
     }
   }
 
-  window.vek = {...window.vek, Panel, make};
+  window.vek = {...window.vek, Panel, add, make};
 }

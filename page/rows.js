@@ -2,14 +2,7 @@
 // shows is computed when it is painted, so rows out of view cost nothing.
 'use strict';
 {
-  const {format, make} = vek;
-
-  const add = (parent, name, className, text = '') => {
-    const element = make(name, className);
-    element.textContent = text;
-    parent.append(element);
-    return element;
-  };
+  const {format, add, make} = vek;
 
   const spell = value => Number.isNaN(value) ? null :
     value === Infinity ? 'inf' : value === -Infinity ? '-inf' : value;
@@ -124,6 +117,7 @@
       this.figures.replaceChildren();
       for (const [name, text] of figures) {
         add(this.figures, 'span', name === main ? 'main' : name, text);
+        this.figures.append(' ');
       }
       if (time === null) {
         this.plot.setAttribute('aria-label', `${this.metric.name}: ${this.value.textContent} ` +

@@ -13,7 +13,8 @@ import unittest
 from support import tap
 
 ROOT = pathlib.Path(__file__).resolve().parents[2]
-CODE_FOLDERS = ('benchmarks', 'common', 'companions', 'examples', 'tests', 'tools', 'vekmetrics')
+CODE_FOLDERS = ('benchmarks', 'common', 'companions', 'examples', 'page', 'tests', 'tools',
+                'vekmetrics')
 CODE_SUFFIXES = ('.c', '.cpp', '.h', '.hpp')
 FORMAT_VERSION = '14'  # others break lines differently
 ANSWERS = ('docs/faq.md', 'docs/security.md')  # each of their sections names the tests that hold it
@@ -92,7 +93,7 @@ def header_has_the_version():
 
 def pages():
     """Yields each page, and its text without the programs in it."""
-    for page in [*ROOT.glob('*.md'), *(ROOT / 'docs').glob('*.md')]:
+    for page in [*ROOT.glob('*.md'), *(ROOT / 'docs').glob('*.md'), *(ROOT / 'page').glob('*.md')]:
         text = page.read_text(encoding='utf-8')
         yield page, re.sub(r'^```.*?^```$', '', text, flags=re.MULTILINE | re.DOTALL)
 
@@ -144,9 +145,10 @@ def lines_keep_to_100_columns():
     """Except for tables, programs in pages, and files that clang-format checks."""
     builds = [path for path in ROOT.rglob('meson.build')
               if not path.relative_to(ROOT).parts[0].startswith('build')]
-    pythons = [path for folder in CODE_FOLDERS for path in (ROOT / folder).rglob('*.py')]
+    others = [path for folder in CODE_FOLDERS for suffix in ('css', 'js', 'py')
+              for path in (ROOT / folder).rglob(f'*.{suffix}')]
     texts = [*pages(), *((path, path.read_text(encoding='utf-8'))
-                          for path in [*builds, *pythons, *find_scripts()])]
+                          for path in [*builds, *others, *find_scripts()])]
     return '\n'.join(f'{path.relative_to(ROOT)}: {line}' for path, text in texts
                      for line in text.splitlines() if len(line) > 100 and not line.startswith('|'))
 

@@ -1,0 +1,97 @@
+"""Tests of the page of a running program."""
+
+from support import browser, tap
+
+import pages
+from pages import START, Program
+
+
+class Following(browser.Test):
+    def setUp(self):
+        super().setUp()
+        self.program = Program()
+        self.addCleanup(self.program.disconnect)
+
+    def follow(self):
+        pages.server().follow(self.browser, self.program)
+        self.browser.until('document.getElementById("state").className === "running"')
+
+    def until_drawn(self, values):
+        self.browser.until('JSON.stringify(vekPage.series().map(drawn => drawn.values)) === '
+                           f"'{values}'")
+
+    def test_all_passes_are_shown(self):
+        for i in range(3):
+            self.program.add(START + i, requests=10 * i)
+        self.follow()
+        self.until_drawn('[[null,10,10]]')
+        self.assertEqual(self.browser.text('#state'), ['running'])
+
+    def test_a_pass_is_added_when_it_comes(self):
+        self.program.add(START, requests=0)
+        self.program.add(START + 1, requests=5)
+        self.follow()
+        self.until_drawn('[[null,5]]')
+        self.program.add(START + 2, requests=12)
+        self.until_drawn('[[null,5,7]]')
+        self.assertEqual(self.program.asked[-1], 'after=2')
+        self.assertEqual(self.browser.text('#facts dd')[2], '3 passes')
+
+    def test_a_metric_may_come_later(self):
+        self.program.add(START, a=0)
+        self.program.add(START + 1, a=1)
+        self.follow()
+        self.program.add(START + 2, a=3, b=5)
+        self.program.add(START + 3, a=3, b=6)
+        self.until_drawn('[[null,1,2,0],[null,1]]')
+
+    def test_a_metric_that_begins_to_change_leaves_the_line_of_the_others(self):
+        self.program.add(START, a=1)
+        self.program.add(START + 1, a=1)
+        self.follow()
+        self.browser.until('!document.getElementById("constant").hidden')
+        self.program.add(START + 2, a=2)
+        self.browser.until('document.getElementById("constant").hidden')
+        self.assertEqual(self.browser.text('#wall > .rows .name'), ['a'])
+
+    def test_a_program_without_passes_yet_says_so(self):
+        self.follow()
+        self.assertEqual(self.browser.text('#nothing'), ['There are no metrics yet.'])
+        self.program.add(START, a=0)
+        self.program.add(START + 1, a=4)
+        self.until_drawn('[[null,4]]')
+
+    def test_a_restart_is_a_line_and_keeps_what_was_before(self):
+        self.program.add(START, a=0)
+        self.program.add(START + 1, a=4)
+        self.follow()
+        self.until_drawn('[[null,4]]')
+        self.program.restart('second')
+        self.program.add(START + 2, a=1)
+        self.program.add(START + 3, a=3)
+        self.until_drawn('[[null,4,null,null,2]]')
+        self.assertEqual(
+            self.browser.run('return document.querySelectorAll(".restart").length;'), 1)
+
+    def test_the_page_says_when_the_program_has_gone(self):
+        self.program.add(START, a=0)
+        self.program.add(START + 1, a=4)
+        self.follow()
+        stopped = pages.server().program
+        self.browser.until('document.getElementById("state").className === "running"')
+        pages.server().program = None
+        stopped.disconnect()
+        self.browser.until('document.getElementById("state").className === "gone"')
+        self.assertRegex(self.browser.text('#state')[0],
+                         r'^gone since \d\d:\d\d:\d\d; trying again$')
+        self.assertEqual(self.browser.series()[0]['values'], [None, 4])
+
+        stopped.add(START + 2, a=5)
+        pages.server().program = stopped
+        self.until_drawn('[[null,4,1]]')
+        self.browser.until('document.getElementById("state").className === "running"')
+        self.browser.complaints()  # of the refused connections
+
+
+if __name__ == '__main__':
+    tap.run([Following])
