@@ -92,7 +92,8 @@ class Reading(unittest.TestCase):
             self.assertEqual(run.said, 'vek-plot: figures.json:1: not a line of a log\n', change)
             self.assertEqual(run.metrics['a']['values'], [1.5], change)
         for line in ('2023-11-14 22:14:20,000000 []x', '2023-11-14 22:14:20,000000 [1', 'x',
-                     '2023-99-14 22:14:20,000000 []', '2023-11-14 22:14:20,000000 ' + '[' * 99999):
+                     '2023-99-14 22:14:20,000000 []',
+                     '2023-11-14 22:14:20,000000 ' + '[' * 99999 + ']'):
             points = json.dumps([sound])
             run = Run({'figures.json': f'2023-11-14 22:14:20,000000 {points}\n{line}\n'})
             self.assertEqual(run.said, 'vek-plot: figures.json:2: not a line of a log\n', line[:40])

@@ -190,7 +190,7 @@ class Json(unittest.TestCase):
                                      (T + 50.5, ('n', 'host=h;'), 7),
                                      (T + 120, ('a', 'host=h;'), 2.5, 4, 1, 5, 1.5, 2, 4),
                                      (T + 119.5, ('n', 'host=h;'), 9)),
-            'figures.json': ''.join(json_line(time, *(
+            'report.json': ''.join(json_line(time, *(
                 (name, {**members, 'Dimensions': dimensions}) for name, members in
                 (*self.POINTS, ('n', {'Unit': 'Count', 'Value': value}))))
                                     for time, value in ((60, 7.0), (120, 9.0)))})

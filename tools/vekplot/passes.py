@@ -64,7 +64,7 @@ def find_pairs(csv_times, json_times):
     known = find_known(csv_times)
     csv_of = {}
     for index in known:
-        pair = bisect_left(json_times, csv_times[index] - CLOSE)
+        pair = bisect_left(json_times, csv_times[index])
         if pair < len(json_times) and json_times[pair] - csv_times[index] < period:
             csv_of[pair] = index
     pairs = {index: pair for pair, index in csv_of.items()}
