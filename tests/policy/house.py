@@ -16,7 +16,7 @@ ROOT = pathlib.Path(__file__).resolve().parents[2]
 CODE_FOLDERS = ('benchmarks', 'common', 'companions', 'examples', 'tests', 'tools', 'vekmetrics')
 CODE_SUFFIXES = ('.c', '.cpp', '.h', '.hpp')
 FORMAT_VERSION = '14'  # others break lines differently
-ANSWERS = ('docs/faq.md', 'docs/security.md')  # each of their sections names the tests that hold it
+ANSWERS = ('faq', 'reliability', 'security')  # pages of which each section names its tests
 
 
 def find_code():
@@ -130,7 +130,7 @@ def answers_name_tests_that_exist():
     tests = set(find_tests())
     complaints = []
     for page in ANSWERS:
-        text = (ROOT / page).read_text(encoding='utf-8')
+        text = (ROOT / 'docs' / f'{page}.md').read_text(encoding='utf-8')
         for section in text.split('\n## ')[1:]:
             title = section.splitlines()[0]
             named = re.findall(r'`(/[\w-]+/[\w-]+)`', section)
