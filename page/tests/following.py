@@ -88,17 +88,18 @@ class Following(browser.Test):
         self.program.add(START, a=0)
         self.program.add(START + 1, a=4)
         self.follow()
-        stopped = pages.server().program
-        self.browser.until('document.getElementById("state").className === "running"')
-        pages.server().program = None
-        stopped.disconnect()
+        server = pages.server()
+        server.refused.clear()
+        server.program = None
+        self.program.disconnect()
         self.browser.until('document.getElementById("state").className === "gone"')
         self.assertRegex(self.browser.text('#state')[0],
                          r'^gone since \d\d:\d\d:\d\d; trying again$')
         self.assertEqual(self.browser.series()[0]['values'], [None, 4])
 
-        stopped.add(START + 2, a=5)
-        pages.server().program = stopped
+        self.assertTrue(server.refused.wait(browser.DEADLINE))  # a stream, which is then closed
+        self.program.add(START + 2, a=5)
+        server.program = self.program
         self.until_drawn('[[null,4,1]]')
         self.browser.until('document.getElementById("state").className === "running"')
         self.browser.complaints()  # of the refused connections

@@ -119,6 +119,7 @@ class Handler(http.server.BaseHTTPRequestHandler):
             self.reply(TYPES[suffix], find(path))
         else:
             self.send_error(404)
+            self.server.refused.set()
 
     def reply(self, kind, text):
         body = text.encode()
@@ -154,6 +155,7 @@ class Server(http.server.ThreadingHTTPServer):
     daemon_threads = True
     page = ''
     program = None
+    refused = threading.Event()
 
     @property
     def url(self):
