@@ -147,6 +147,13 @@ class Reading(unittest.TestCase):
                           ('größe', []), ('\ufffd', [])])
 
 
+def a_pipe_is_read_like_a_file():
+    with tempfile.TemporaryDirectory() as folder:
+        subprocess.run(['bash', '-c', '"$0" "$1" <(cat)', sys.executable, PROGRAM], cwd=folder,
+                       input=FIGURES, check=True, text=True, stdout=subprocess.DEVNULL)
+        assert len(read_page(pathlib.Path(folder, 'vek-plot.html'))['metrics']) == 2
+
+
 class Options(unittest.TestCase):
     def test_the_page_is_one_file(self):
         run = Run({'figures.csv': FIGURES}, '-o', 'page.html')
@@ -297,6 +304,11 @@ class Trace(unittest.TestCase):
                          [('1', 100, 100), ('1 (2)', 150, 10), ('1 (2)', 200, 10),
                           ('1 (3)', 155, 145), ('2', 100, 100)])
 
+    def test_without_timelines_there_is_no_trace(self):
+        run = Run({'figures.csv': FIGURES}, '--trace=trace.json')
+        self.assertEqual((run.status, run.said, run.written), (
+            1, 'vek-plot: there are no timelines for a trace\n', []))
+
     def test_the_unit_of_ranges_is_an_option(self):
         for unit, start, duration in (('s', 3e6, 2e6), ('ms', 3e3, 2e3), ('us', 3, 2),
                                       ('ns', 0.003, 0.002)):
@@ -306,4 +318,4 @@ class Trace(unittest.TestCase):
 
 
 if __name__ == '__main__':
-    tap.run([Reading, Options, Pictures, without_matplotlib_the_package_is_named, Trace])
+    tap.run([Reading, a_pipe_is_read_like_a_file, Options, Pictures, without_matplotlib_the_package_is_named, Trace])
