@@ -12,9 +12,11 @@ import subprocess
 import sys
 import tempfile
 import unittest
+import urllib.parse
 import urllib.request
 
-from support import tap
+from support import browser, tap
+from support.row import UNITS
 from support.servers import query_prometheus, wait_for
 
 EXAMPLE = pathlib.Path(__file__).resolve().parents[2] / 'examples' / 'dashboard'
@@ -182,7 +184,73 @@ def grafana_model_is_complete():
             assert set(re.findall(r'\$(\w+)', target['expr'])) <= {'__rate_interval', *variables}
 
 
+class Charts(browser.Test):
+    """What a browser draws, read back from the pages."""
+
+    def test_page_of_each_process_draws_its_metrics(self):
+        with dashboard() as opened:
+            _, pages = opened.read_addresses()
+            for page in pages.values():
+                self.browser.open(page)
+                self.browser.until('vekPage.series().some(({name, values}) =>'
+                                   ' name === "bytes" && values.some(value => value > 0))')
+                rows = {row['name']: row for row in self.browser.series()}
+                self.assertEqual(set(rows), {*UNITS, 'workers'})
+                lane, = rows['workers']['lanes']
+                self.assertEqual(lane['id'], '1')
+                self.assertGreater(lane['busy'], 0)
+            self.browser.show('about:blank')  # else it complains when the program ends
+
+    def test_charts_are_of_the_values_that_prometheus_has(self):
+        with dashboard() as opened:
+            console, _ = opened.read_addresses()
+            prometheus = console.partition('/consoles/')[0]
+            end = self.find_end(prometheus)
+            address = json.dumps({'duration': 60, 'endTime': end})
+            for width in 1600, 800, 400:
+                with self.subTest(width=width):
+                    graphs = self.draw(f'{console}#pctc{urllib.parse.quote(address)}', width)
+                    for graph in graphs:
+                        self.check(prometheus, graph)
+        # Debian's files that the library refers to are not all there.
+        self.assertEqual([complaint for complaint in self.browser.complaints()
+                          if '/classic/static/' not in complaint], [])
+
+    def find_end(self, prometheus):
+        """Waits until every metric has a value; returns a time until which all is scraped."""
+        def drawn():
+            scrapes = query_prometheus(prometheus, "timestamp(up{job='checksum'})")
+            end = min((float(result['value'][1]) for result in scrapes), default=0)
+            counts = [len(query_prometheus(prometheus, expression, time=end - 2))
+                      for expression in ('rate(bytes_total[10s])', 'file_time_max')]
+            return end if counts == [2, 2] else None
+        return wait_for(drawn)
+
+    def draw(self, address, width):
+        """What each chart shows: its expression, and the points of each series."""
+        self.browser.show(address, width=width)
+        self.browser.until('PromConsole._graph_registry.every(graph => graph.rickshawGraph)')
+        self.browser.screenshot(f'console-{width}')
+        overhang = self.browser.run('return document.documentElement.scrollWidth - innerWidth;')
+        self.assertLessEqual(overhang, 0)
+        return self.browser.run("""
+            return PromConsole._graph_registry.map(graph => ({
+              expression: graph.params.expr[0],
+              series: graph.rickshawGraph.series.map(
+                ({data}) => data.filter(point => point.y !== null).map(({x, y}) => [x, y])),
+            }));""")
+
+    def check(self, prometheus, graph):
+        """Compares the first and the last point of each series."""
+        self.assertEqual(len(graph['series']) % 2, 0, graph)  # there are two processes
+        for points in graph['series']:
+            for time, value in points[0], points[-1]:
+                results = query_prometheus(prometheus, graph['expression'], time=time)
+                values = [float(result['value'][1]) for result in results]
+                self.assertIn(value, values, graph['expression'])
+
+
 if __name__ == '__main__':
     CHECKSUM = sys.argv[1]
     tap.run([every_metric_of_every_process_is_drawn, second_signal_changes_nothing,
-             stops_while_it_starts, process_that_ends_ends_all, grafana_model_is_complete])
+             stops_while_it_starts, process_that_ends_ends_all, grafana_model_is_complete, Charts])

@@ -59,14 +59,18 @@ class Browser:
     def devtools(self, command, **parameters):
         return self.call('POST', '/goog/cdp/execute', {'cmd': command, 'params': parameters})
 
-    def open(self, url, width=1600, height=900, scheme='light'):
-        """Opens the viewer page, and returns when everything in view is drawn."""
+    def show(self, url, width=1600, height=900, scheme='light'):
+        """Opens any page."""
         self.devtools('Emulation.setDeviceMetricsOverride', width=width, height=height,
                       deviceScaleFactor=1, mobile=False)
         self.devtools('Emulation.setEmulatedMedia',
                       features=[{'name': 'prefers-color-scheme', 'value': scheme}])
         self.call('POST', '/url', {'url': 'about:blank'})  # else only the fragment may change
         self.call('POST', '/url', {'url': url})
+
+    def open(self, url, **options):
+        """Opens the viewer page, and returns when everything in view is drawn."""
+        self.show(url, **options)
         self.settle()
 
     def run(self, script, *arguments):

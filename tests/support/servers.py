@@ -70,9 +70,9 @@ def server(command, port, folder):
             process.wait(DEADLINE)
 
 
-def query_prometheus(url, expression):
+def query_prometheus(url, expression, **parameters):
     """Returns the result of an instant query; an empty one while the server starts."""
-    query = urllib.parse.urlencode({'query': expression})
+    query = urllib.parse.urlencode({'query': expression, **parameters})
     try:
         with urllib.request.urlopen(f'{url}/api/v1/query?{query}') as answer:
             return json.load(answer)['data']['result']

@@ -37,13 +37,14 @@ class Client:
         'idle': (b'', 1),
         'half a request': (GET, 1),
         'slow writer': (b'G', 1 << 30),
-        'slow reader': ((GET + b'\r\n') * 10, 1),
+        'slow reader': (GET + b'\r\n', 1),
         'long header': (GET + b'x: ' + b'x' * (1 << 16), 1 << 30),
-        'unknown method': (b'BREW /metrics HTTP/1.1\r\nHost: localhost\r\n\r\n', 5),
+        'unknown method': (b'BREW /metrics HTTP/1.1\r\nHost: localhost\r\n\r\n', 1),
         'garbage': (GARBAGE, 1),
-        'gzip': (GET + b'Accept-Encoding: gzip\r\n\r\n', 5),
-        'OpenMetrics': (GET + b'Accept: application/openmetrics-text\r\n\r\n', 5),
-        'plain': (GET + b'\r\n', 5),
+        'gzip': (GET + b'Accept-Encoding: gzip\r\n\r\n', 1),
+        'OpenMetrics': (GET + b'Accept: application/openmetrics-text\r\n\r\n', 1),
+        'plain': (GET + b'\r\n', 1),
+        'pipelined': ((GET + b'\r\n') * 10, 1),
     }
 
     n_unaccepted = 0  # connections at most

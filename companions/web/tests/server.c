@@ -175,6 +175,26 @@ TEST(nothing_is_said_to_pages_of_others) {
   g_assert_null(strstr(answer, "Access-Control"));
 }
 
+TEST(connection_ends_with_its_answer) {
+  g_auto(Served) served = set_up_listening(1);
+  static const char *const paths[] = {"/metrics", "/"};
+  for (gsize i = 0; i < G_N_ELEMENTS(paths); i++) {
+    g_autofree char *request =
+        g_strdup_printf("GET %s HTTP/1.1\r\nHost: localhost\r\n\r\n", paths[i]);
+    g_autoptr(GPtrArray) sockets = send_requests(&served, 1, request);
+    while (count_answered(sockets) == 0)
+      g_main_context_iteration(NULL, TRUE);
+    char answer[4096];
+    g_assert_cmpint(g_socket_receive(sockets->pdata[0], answer, sizeof answer, NULL, NULL), >, 0);
+    settle();
+    gssize n_read;
+    while ((n_read = g_socket_receive_with_blocking(sockets->pdata[0], answer, sizeof answer, FALSE,
+                                                    NULL, NULL)) > 0) {
+    }
+    g_assert_cmpint(n_read, ==, 0);
+  }
+}
+
 TEST(bodies_of_requests_are_bounded) {
   g_auto(Served) served = set_up_listening(1);
   g_autoptr(GSocketAddress) address = get_address(&served);
