@@ -13,6 +13,7 @@ from .progress import Progress
 from .trace import write_trace
 
 DEFAULT_PAGE = 'vek-plot.html'
+INTERRUPTED = 130  # as shells say it
 
 
 def say(text):
@@ -99,3 +100,5 @@ def main(arguments):
     except (Failure, OSError) as error:
         say(error)
         return 1
+    except KeyboardInterrupt:
+        return INTERRUPTED
