@@ -114,7 +114,9 @@ def find_tests():
             for name in re.findall(r"'([^']+)'", files):
                 programs.setdefault(build.parent / name, []).append(program)
 
-    for path in [*find_code(), *ROOT.glob('tests/*/*.py'), *ROOT.glob('companions/*/tests/*.py')]:
+    pythons = [path for folder in ('tests/*', 'companions/*/tests', 'tools/tests')
+               for path in ROOT.glob(f'{folder}/*.py')]
+    for path in [*find_code(), *pythons]:
         text = path.read_text(encoding='utf-8')
         if path.suffix == '.py':
             names = re.findall(r'^ *def (?:test_)?(\w+)\(', text, re.MULTILINE)

@@ -190,6 +190,14 @@ class Follow(unittest.TestCase):
         os.remove(self.folder / 'figures.json.2')
         data = server.wait_for(5)
         self.assertEqual(data['metrics'][0]['values'], [1.5, 2.5, 3.5, 4.5, 5.5])
+        self.assertEqual(data['sources'], ['figures.json.1', 'figures.json'])
+
+    def test_a_log_that_is_emptied_goes_on(self):
+        self.write('figures.csv', FIRST)
+        server = self.serve()
+        server.wait()
+        (self.folder / 'figures.csv').write_text(csv_lines((T + 120, 'load', 0.25)), 'utf-8')
+        self.assertEqual(server.wait_for(2)['metrics'][0]['values'], [0.5, 0.25])
 
 
 if __name__ == '__main__':

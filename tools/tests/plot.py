@@ -87,3 +87,10 @@ def json_line(time, *points):
     stamp = f'{date:%Y-%m-%dT%H:%M:%SZ}'
     array = [{'MetricName': name, 'Timestamp': stamp, **members} for name, members in points]
     return f'{date:%Y-%m-%d %H:%M:%S},000500 {json.dumps(array)}\n'
+
+
+# Two metrics in three passes, and a timeline.
+FIGURES = csv_lines((T + 55.5, 'requests', 5), (T + 60.1, 'load', 0.5),
+                    (T + 119.5, 'requests', 8), (T + 120.1, 'load', 0.25),
+                    (T + 177.5, 'requests', 9), (T + 180.1, 'load', 1.5))
+RANGES = 'F,work,1,1700000060000000,1700000062000000\nF,work,2,1700000119000000,1700000125000000\n'

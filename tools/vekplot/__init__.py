@@ -7,10 +7,13 @@
     jsonlog     reads lines of JSON
     passes      when the passes were
     rules       what the logs do not say: kinds and restarts
-    metrics     one metric from all logs
-    document    all that is drawn, and its JSON
-    page        one HTML file
-    follow      a page that grows with the files
+    metrics     the metrics of a program
+    programs    the programs that wrote the logs
+    timelines   ranges
+    document    all that is drawn
+    writing     ... in JSON
+    page        ... as one HTML file
+    follow      ... as a page that grows with the files
     trace       ranges as trace events
     picture     PNG and SVG
 """

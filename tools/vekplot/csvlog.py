@@ -12,7 +12,7 @@ from .logs import LATEST, Identity, Log, Series
 
 VALUE = ('value',)
 STATISTICS = ('avg', 'samples', 'min', 'max', 'p10', 'p50', 'p90')  # the order of the columns
-NO_STATISTICS = ',,,,,,'
+NO_STATISTICS = ',,,,,'
 
 # In µs: more than what passes between two lines of a pass, even on a busy machine.
 PAUSE = 100_000
@@ -43,9 +43,8 @@ class CsvReader:
         self.lines[name, dimensions, is_single] = line
         return line
 
-    def add_range(self, line):
+    def add_range(self, name, lane, start, end):
         """Adds a line of a timeline."""
-        _, name, lane, start, end = line.split(',')
         bounds = array('q', (int(start), int(end)))
         self.log.ranges.setdefault((name, int(lane)), array('q')).extend(bounds)
 
@@ -62,18 +61,16 @@ class CsvReader:
         previous = times[-2] if current > 0 else -1
         for index, text in enumerate(batch):
             try:
-                is_single = text.endswith(NO_STATISTICS)
-                if is_single:
-                    stamp, name, dimensions, value = text[:-6].split(',')
-                    value = float(value)
-                elif text.startswith('F,'):
-                    self.add_range(text)
+                stamp, name, dimensions, value, rest = text.split(',', 4)
+                if stamp == 'F':
+                    self.add_range(name, dimensions, value, rest)
                     continue
-                else:
-                    stamp, name, dimensions, *figures = text.split(',')
-                    average, samples, low, high, p10, p50, p90 = map(float, figures)
+                value = float(value)
+                is_single = rest == NO_STATISTICS
+                if not is_single:
+                    samples, low, high, p10, p50, p90 = map(float, rest.split(','))
                     if samples == 0:
-                        average = low = high = p10 = p50 = p90 = math.nan
+                        value = low = high = p10 = p50 = p90 = math.nan
                 stamp = int(stamp)
                 if not 0 <= stamp < LATEST:
                     raise ValueError(stamp)
@@ -94,10 +91,8 @@ class CsvReader:
             line[0] = current
             line[1](stamp)
             line[2](current)
-            if is_single:
-                line[3](value)
-            else:
-                line[3](average)
+            line[3](value)
+            if not is_single:
                 line[4](samples)
                 line[5](low)
                 line[6](high)

@@ -41,6 +41,7 @@ class LogFile:
         self.find_reader = find_reader  # by what the file contains
         self.file = open(path, 'rb', buffering=HEAD)  # pylint: disable=consider-using-with
         self.reader = None
+        self.size = 0  # of what has been read
         self.number = 0  # of lines
         self.rest = b''  # a line that has not ended yet, or all, until it is known what it is
         self.is_log = True  # as far as it is known
@@ -57,6 +58,7 @@ class LogFile:
         """Reads some lines; returns how many bytes that were, 0 at the end."""
         added = self.file.read(max(BATCH, len(self.rest)))
         self.rest += added
+        self.size += len(added)
         if not self.reader:
             self.find_format(self.rest[:HEAD])
         end = self.rest.rfind(b'\n')
@@ -71,6 +73,7 @@ class LogFile:
     def start_over(self):
         """After the file was truncated."""
         self.file.seek(0)
+        self.size = 0
         self.rest = b''
         self.number = 0
 
@@ -154,8 +157,10 @@ class Files:
                 if key not in self.known:
                     self.known[key] = LogFile(path, name,
                                               functools.partial(self.find_reader, path))
-                elif status.st_size < self.known[key].file.tell():
-                    self.known[key].start_over()
+                file = self.known[key]
+                file.name = name
+                if status.st_size < file.size:
+                    file.start_over()
             except OSError as error:
                 self.fail(path, error.strerror)
         return gone

@@ -19,7 +19,8 @@ from .document import Document
 from .page import find_file, find_references
 from .writing import write_document
 
-PERIOD = 0.25  # seconds between two looks at the files
+PERIOD = 0.25  # seconds between two looks at the files, at least
+REST = 4  # times as long as a look takes, which is long if the logs are
 PATIENCE = 8  # looks at files that go on growing, before what they have is shown
 KEPT_MARKS = 100
 KEEP_ALIVE = 15  # seconds
@@ -169,8 +170,11 @@ def serve(files, options, announce):
         threading.Thread(target=server.serve_forever, daemon=True).start()
         announce(f'http://127.0.0.1:{server.server_port}/')
         try:
+            pause = PERIOD
             while True:
-                time.sleep(PERIOD)
+                time.sleep(pause)
+                begin = time.monotonic()
                 feed.look()
+                pause = max(PERIOD, REST * (time.monotonic() - begin))
         except KeyboardInterrupt:
             server.shutdown()

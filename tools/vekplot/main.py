@@ -6,12 +6,14 @@ import sys
 from . import picture
 from .arguments import parse
 from .document import Document
+from .failure import Failure
 from .files import Files
-from .page import Missing, write_page
+from .page import read_page, write_page
 from .progress import Progress
 from .trace import write_trace
 
 DEFAULT_PAGE = 'vek-plot.html'
+INTERRUPTED = 130  # as shells say it
 
 
 def say(text):
@@ -37,10 +39,11 @@ def write_outputs(document, options):
     if options.open or not (options.svg or options.png or options.trace):
         page = page or DEFAULT_PAGE
     if page:
-        write_file(page, lambda write: write_page(document, write))
+        lines = read_page()
+        write_file(page, lambda write: write_page(lines, document, write))
     if options.trace:
         if not document.timelines:
-            say('there are no timelines for a trace')
+            raise Failure('there are no timelines for a trace')
         write_file(options.trace, lambda write: write_trace(document, write))
     for kind in ('svg', 'png'):
         if path := getattr(options, kind):
@@ -94,6 +97,8 @@ def main(arguments):
     options = parse(arguments)
     try:
         return run(options)
-    except (Missing, OSError, picture.Impossible) as error:
+    except (Failure, OSError) as error:
         say(error)
         return 1
+    except KeyboardInterrupt:
+        return INTERRUPTED

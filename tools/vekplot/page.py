@@ -3,6 +3,7 @@
 import pathlib
 import re
 
+from .failure import Failure
 from .writing import write_document
 
 FOLDER = pathlib.Path(__file__).resolve().parents[1]  # tools of the source, or of the prefix
@@ -15,17 +16,13 @@ SCRIPT = re.compile(r'<script src="([\w.-]+)"></script>')
 DATA = '<script type="application/json" id="data">'
 
 
-class Missing(Exception):
-    """A file of the page is not installed."""
-
-
 def find_file(name):
     """The path of a file that the page refers to."""
     for folder in (PAGE, DYGRAPHS):
         if (folder / name).is_file():
             return folder / name
-    raise Missing(f'{name} is missing: install ' +
-                  ('libjs-dygraphs' if 'dygraph' in name else 'vek-plot again'))
+    package = 'libjs-dygraphs' if 'dygraph' in name else 'vek-plot'
+    raise Failure(f'{name} is missing: install {package}')
 
 
 def read_template():
@@ -48,9 +45,13 @@ def embed(line):
     return line
 
 
-def write_page(document, write):
-    """Writes the page; all of its files are read before."""
-    lines = [embed(line) for line in read_template().splitlines(keepends=True)]
+def read_page():
+    """The lines of the template, with all that they refer to."""
+    return [embed(line) for line in read_template().splitlines(keepends=True)]
+
+
+def write_page(lines, document, write):
+    """Writes the page, with the data."""
     for line in lines:
         if line.startswith(DATA):
             write(DATA)

@@ -4,6 +4,7 @@ import importlib.util
 import math
 from datetime import datetime
 
+from .failure import Failure
 from .logs import SECOND
 
 LIMIT = 60  # charts of a picture
@@ -11,14 +12,10 @@ WIDTH, HEIGHT = 10, 1.6  # inches of a chart
 FEW = 100  # points, which are marked
 
 
-class Impossible(Exception):
-    """There can be no such picture."""
-
-
 def check():
     """Raises an exception if there is no matplotlib."""
     if not importlib.util.find_spec('matplotlib'):
-        raise Impossible('--svg and --png require matplotlib: install python3-matplotlib')
+        raise Failure('--svg and --png require matplotlib: install python3-matplotlib')
 
 
 def get_rates(times, totals, restarts):
@@ -79,9 +76,9 @@ def draw(document, path, kind):
     timelines = [timeline for timeline in document.timelines if timeline.clock == 'wall']
     count = len(document.metrics) + len(timelines)
     if count > LIMIT:
-        raise Impossible(f'{count} charts are too many for a picture: --select at most {LIMIT}')
+        raise Failure(f'{count} charts are too many for a picture: --select at most {LIMIT}')
     if count == 0:
-        raise Impossible('a picture shows no ranges of another clock than that of the passes')
+        raise Failure('a picture shows no ranges of another clock than that of the passes')
 
     from matplotlib.figure import Figure  # pylint: disable=import-outside-toplevel
     figure = Figure(figsize=(WIDTH, HEIGHT * count + 0.4), layout='constrained')

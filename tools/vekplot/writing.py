@@ -4,7 +4,6 @@ import base64
 import json
 import sys
 
-from .document import STATISTICS
 from .logs import SECOND
 
 MANY = 1000

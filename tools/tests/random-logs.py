@@ -112,4 +112,4 @@ def damaged_logs_are_drawn():
 
 
 if __name__ == '__main__':
-    tap.run([random_logs_are_drawn, damaged_logs_are_drawn], 'random-logs')
+    tap.run([random_logs_are_drawn, damaged_logs_are_drawn])

@@ -1,0 +1,5 @@
+"""Why something cannot be made."""
+
+
+class Failure(Exception):
+    """Ends the program with what it says."""
