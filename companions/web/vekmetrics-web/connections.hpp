@@ -16,6 +16,10 @@ struct Connections;
 Connections *connections_new(SoupServer *server);
 void connections_free(Connections *connections);
 
+// Lets a connection end with the answer to a request: libsoup 3.2 never closes one whose client
+// leaves between two requests.
+void connection_end_with_answer(SoupServerMessage *message);
+
 // Ends a connection that asks for too much; libsoup notices, and cleans up.
 void connection_shut_down(GSocket *socket);
 

@@ -123,13 +123,10 @@ static void serve(VekWebServer *self, SoupServerMessage *message, bool is_found)
   }
 }
 
-// A connection ends with its answer: libsoup 3.2 never closes one whose client leaves between two
-// requests.
 static void on_request(SoupServer *soup_server, SoupServerMessage *message, const char *path,
                        GHashTable *, gpointer data) {
   auto *self = vekin::as<VekWebServer>(data);
-  soup_message_headers_replace(soup_server_message_get_response_headers(message), "Connection",
-                               "close");
+  connection_end_with_answer(message);  // again: "100 Continue" has cleared the headers
   bool is_found = soup_server == self->soup_server && g_str_equal(path, "/metrics");
   for (guint i = 0; i < self->attached->len && !is_found; i++) {
     auto *attached = vekin::as<Attached>(self->attached->pdata[i]);
