@@ -329,7 +329,6 @@ TEST(connection_ends_with_its_answer) {
       "GET /metrics HTTP/1.1\r\nHost: localhost\r\n\r\n",
       "GET / HTTP/1.1\r\nHost: localhost\r\n\r\n",
       "PUT / HTTP/1.1\r\nHost: localhost\r\nExpect: 100-continue\r\n\r\n",
-      "GET /\xff HTTP/1.1\r\nHost: localhost\r\n\r\n",
   };
   for (gsize i = 0; i < G_N_ELEMENTS(requests); i++) {
     g_autoptr(GPtrArray) sockets = send_requests(&served, 1, requests[i]);
