@@ -118,36 +118,33 @@ void pass_and_text_prometheus(benchmark::State &state) {
     benchmark::DoNotOptimize(serializer.Serialize(peer.Collect()));
 }
 
-// A text that shows other metrics than the one before: everything is arranged anew.
+// A pass with one metric more than the one before, and its text.
 void changed_text_library(benchmark::State &state) {
   auto &library = get_library();
   auto *reporter = VEK_METRIC_REPORTER(library.reporter);
   int number = 0;
   for (auto _ : state) {
-    state.PauseTiming();
     g_autofree char *name = g_strdup_printf("new%d", number++);
     VEK_METRIC_REPORTER_GET_IFACE(reporter)->process_value(reporter, name, nullptr, nullptr, 0, 1);
     library.report();
-    state.ResumeTiming();
     library.make_text();
   }
 }
 
 #ifdef WITH_WEB
 
-// Asks again and again over one connection, on a thread of its own.
+// Asks again and again, each time over a new connection, on a thread of its own.
 class Client {
 public:
   Client(guint port, const char *headers)
-      : request(std::string("GET /metrics HTTP/1.1\r\nHost: localhost\r\n") + headers + "\r\n"),
-        connection(connect(port)),
+      : port(port),
+        request(std::string("GET /metrics HTTP/1.1\r\nHost: localhost\r\n") + headers + "\r\n"),
         thread([this] { run(); }) {}
   ~Client() {
     ended = true;
     asked = true;
     asked.notify_one();
     thread.join();
-    g_object_unref(connection);
   }
 
   void ask() {
@@ -159,44 +156,33 @@ public:
   }
 
 private:
-  static GSocket *connect(guint port) {
+  GSocket *connect() {
     auto *socket = g_socket_new(G_SOCKET_FAMILY_IPV4, G_SOCKET_TYPE_STREAM,
                                 G_SOCKET_PROTOCOL_DEFAULT, nullptr);
     g_autoptr(GSocketAddress) address = g_inet_socket_address_new_from_string("127.0.0.1", port);
-    g_socket_connect(socket, address, nullptr, nullptr);
+    if (!g_socket_connect(socket, address, nullptr, nullptr))
+      g_error("Cannot connect");
     return socket;
   }
 
   void run() {
-    std::string answer;
     for (;;) {
       asked.wait(false);
       asked = false;
       if (ended)
         return;
+      g_autoptr(GSocket) connection = connect();
       g_socket_send(connection, request.data(), request.size(), nullptr, nullptr);
-      answer.clear();
-      while (!is_whole(answer)) {
-        static char buffer[1 << 18];
-        auto n_read = g_socket_receive(connection, buffer, sizeof buffer, nullptr, nullptr);
-        if (n_read <= 0)
-          g_error("The server has ended the connection");
-        answer.append(buffer, static_cast<gsize>(n_read));
+      static char buffer[1 << 18];
+      while (g_socket_receive(connection, buffer, sizeof buffer, nullptr, nullptr) > 0) {
       }
       answered = true;
       g_main_context_wakeup(nullptr);
     }
   }
 
-  static bool is_whole(const std::string &answer) {
-    auto end = answer.find("\r\n\r\n");
-    auto length = answer.find("Content-Length: ");
-    return end != answer.npos &&
-           answer.size() - end - 4 == std::strtoul(answer.c_str() + length + 16, nullptr, 10);
-  }
-
+  guint port;
   std::string request;
-  GSocket *connection;
   std::atomic<bool> asked = false, answered = false, ended = false;
   std::thread thread;
 };
@@ -234,7 +220,7 @@ const std::vector<Case> cases = {
     {"text of 11000/prometheus", text_prometheus},
     {"pass and text of 11000/library", pass_and_text_library},
     {"pass and text of 11000/prometheus", pass_and_text_prometheus},
-    {"changed text of 11000/library", changed_text_library},
+    {"changed pass and text of 11000/library", changed_text_library},
 #ifdef WITH_WEB
     {"kept text served/library", serve_plain},
     {"kept text served compressed/library", serve_compressed},

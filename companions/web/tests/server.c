@@ -177,11 +177,13 @@ TEST(nothing_is_said_to_pages_of_others) {
 
 TEST(connection_ends_with_its_answer) {
   g_auto(Served) served = set_up_listening(1);
-  static const char *const paths[] = {"/metrics", "/"};
-  for (gsize i = 0; i < G_N_ELEMENTS(paths); i++) {
-    g_autofree char *request =
-        g_strdup_printf("GET %s HTTP/1.1\r\nHost: localhost\r\n\r\n", paths[i]);
-    g_autoptr(GPtrArray) sockets = send_requests(&served, 1, request);
+  static const char *const requests[] = {
+      "GET /metrics HTTP/1.1\r\nHost: localhost\r\n\r\n",
+      "GET / HTTP/1.1\r\nHost: localhost\r\n\r\n",
+      "PUT / HTTP/1.1\r\nHost: localhost\r\nExpect: 100-continue\r\n\r\n",
+  };
+  for (gsize i = 0; i < G_N_ELEMENTS(requests); i++) {
+    g_autoptr(GPtrArray) sockets = send_requests(&served, 1, requests[i]);
     while (count_answered(sockets) == 0)
       g_main_context_iteration(NULL, TRUE);
     char answer[4096];

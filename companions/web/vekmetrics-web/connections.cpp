@@ -93,10 +93,16 @@ static void on_activity(SoupServer *, SoupServerMessage *message, gpointer data)
   connections_note(as<Connections>(data), message);
 }
 
+// So early because requests that cannot be read are answered without asking anyone.
+static void on_started(SoupServer *, SoupServerMessage *message, gpointer) {
+  connection_end_with_answer(message);
+}
+
 Connections *connections_new(SoupServer *server) {
   auto *self = g_new0(Connections, 1);
   self->server = SOUP_SERVER(g_object_ref(server));
   self->nodes = g_hash_table_new(nullptr, nullptr);
+  g_signal_connect(server, "request-started", G_CALLBACK(on_started), self);
   g_signal_connect(server, "request-started", G_CALLBACK(on_activity), self);
   g_signal_connect(server, "request-finished", G_CALLBACK(on_activity), self);
   return self;
@@ -112,6 +118,11 @@ void connections_free(Connections *self) {
   g_hash_table_unref(self->nodes);
   g_object_unref(self->server);
   g_free(self);
+}
+
+void connection_end_with_answer(SoupServerMessage *message) {
+  soup_message_headers_replace(soup_server_message_get_response_headers(message), "Connection",
+                               "close");
 }
 
 void connection_shut_down(GSocket *socket) {

@@ -19,6 +19,10 @@ void connections_free(Connections *connections);
 // Something happens on the connection of a message.
 void connections_note(Connections *connections, SoupServerMessage *message);
 
+// Lets a connection end with the answer to a request: libsoup 3.2 never closes one whose client
+// leaves between two requests.
+void connection_end_with_answer(SoupServerMessage *message);
+
 // Ends a connection that asks for too much; libsoup notices, and cleans up.
 void connection_shut_down(GSocket *socket);
 

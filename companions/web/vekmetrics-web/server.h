@@ -18,8 +18,9 @@ G_BEGIN_DECLS
  * listen. Call all functions on that thread. The server stops when the object is freed.
  *
  * The header `Accept` of a request chooses between OpenMetrics and the text format, which is the
- * default. `Accept-Encoding` can choose gzip. Each text is compressed once, and a large one in
- * slices, between which the main loop continues. The `ETag` depends on the contents: a client that
+ * default. `Accept-Encoding` can choose gzip. One request is answered in each iteration of the main
+ * loop. Each text is written and compressed once, and in slices, between which the main loop
+ * continues. A connection ends with its answer. The `ETag` depends on the contents: a client that
  * already has the text gets the status 304 instead.
  *
  * On a loopback address, the `Host` of a request must be localhost, 127.0.0.1, [::1] or an allowed
