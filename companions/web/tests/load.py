@@ -88,7 +88,7 @@ class Client:
             self.reconnect()
 
     def is_open(self, n_bytes=1):
-        """Reads so many bytes, if there are any; returns whether the server keeps the connection."""
+        """Reads so many bytes, if there are any. Returns whether the connection is open."""
         try:
             return self.socket.recv(n_bytes) != b''
         except BlockingIOError:
