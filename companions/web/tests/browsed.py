@@ -98,6 +98,16 @@ class Browsed(browser.Test):
         self.assertEqual(sorted((found['start'], found['end']) for found in work['longest']),
                          list(zip(lane['ranges'][::2], lane['ranges'][1::2])))
 
+    def test_further_pass_comes_by_itself(self):
+        self.pass_with(5)
+        self.open()
+        for n_passes in (2, 3, 4):
+            self.pass_with(n_passes)
+            self.browser.until('document.querySelectorAll("#facts dd")[2].innerText === '
+                               f'"{n_passes} passes"')
+            self.browser.settle()
+            self.assertEqual(len(self.drawn('work')['longest']), n_passes)
+
     def test_page_says_when_the_program_has_ended(self):
         self.pass_with(5)
         self.open()
