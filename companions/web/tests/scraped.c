@@ -1,7 +1,8 @@
 /* A program with a metric of every kind that Prometheus scrapes: scraped PORT HOST.
  *
  * Prints its port. Each number on its standard input is added to its counter and followed by a
- * pass, which it acknowledges by a line. It ends with its input. */
+ * pass, which it acknowledges by a line. A range of a second ends before each pass. The program
+ * ends with its input. */
 
 #include <stdio.h>
 #include <stdlib.h>
@@ -11,6 +12,7 @@
 typedef struct {
   GMainLoop *loop;
   VekMetricCounter *requests;
+  VekMetricTimeline *jobs;
   VekServicePrometheusReporter *reporter;
 } Work;
 
@@ -21,6 +23,8 @@ static gboolean on_input(GIOChannel *input, G_GNUC_UNUSED GIOCondition condition
     g_main_loop_quit(work->loop);
     return G_SOURCE_REMOVE;
   }
+  gint64 now = g_get_real_time();
+  vek_metric_timeline_add_range(work->jobs, 1, now - G_USEC_PER_SEC, now);
   vek_metric_counter_add(work->requests, g_ascii_strtoll(line, NULL, 10));
   vek_metric_registry_report(vek_metric_registry_get_default(),
                              VEK_METRIC_REPORTER(work->reporter));
@@ -53,6 +57,7 @@ int main(int argc, char **argv) {
       vek_metric_registry_histogram_new(registry, "change", "Bytes", NULL, host);
   g_autoptr(VekMetricTimer) wait =
       vek_metric_registry_timer_new(registry, "wait", "Seconds", NULL, host);
+  g_autoptr(VekMetricTimeline) timeline = vek_metric_registry_timeline_new(registry, "work");
   vek_metric_counter_add(jobs, -3);
   vek_metric_gauge_set_value(load, 0.1);
   vek_metric_gauge_set_value(nothing, g_ascii_strtod("nan", NULL));
@@ -70,7 +75,7 @@ int main(int argc, char **argv) {
   fflush(stdout);
 
   g_autoptr(GMainLoop) loop = g_main_loop_new(NULL, FALSE);
-  Work work = {loop, requests, reporter};
+  Work work = {loop, requests, timeline, reporter};
   g_autoptr(GIOChannel) input = g_io_channel_unix_new(0);
   g_io_add_watch(input, G_IO_IN | G_IO_HUP, on_input, &work);
   g_main_loop_run(loop);
