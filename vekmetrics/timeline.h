@@ -36,7 +36,8 @@ void vek_metric_timeline_add_range(VekMetricTimeline *timeline, gint id, gint64 
 
 /**
  * vek_metric_timeline_move_data:
- * @timeline: a timeline; only checked not to be %NULL
+ * @timeline: a timeline; only checked not to be %NULL, and a metric of another kind may end the
+ *   process
  *
  * Moves all ranges out of the timeline. No pass reports them.
  *

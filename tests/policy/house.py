@@ -17,7 +17,7 @@ CODE_FOLDERS = ('benchmarks', 'common', 'companions', 'examples', 'page', 'tests
                 'vekmetrics')
 CODE_SUFFIXES = ('.c', '.cpp', '.h', '.hpp')
 FORMAT_VERSION = '14'  # others break lines differently
-ANSWERS = ('docs/faq.md', 'docs/security.md')  # each of their sections names the tests that hold it
+ANSWERS = ('faq', 'reliability', 'security')  # pages of which each section names its tests
 
 
 def find_code():
@@ -131,7 +131,7 @@ def answers_name_tests_that_exist():
     tests = set(find_tests())
     complaints = []
     for page in ANSWERS:
-        text = (ROOT / page).read_text(encoding='utf-8')
+        text = (ROOT / 'docs' / f'{page}.md').read_text(encoding='utf-8')
         for section in text.split('\n## ')[1:]:
             title = section.splitlines()[0]
             named = re.findall(r'`(/[\w-]+/[\w-]+)`', section)

@@ -144,14 +144,28 @@ TEST(meter_falls_to_zero_over_400_idle_days_at_once) {
   g_assert_cmpint(vek_metric_meter_get_time(meter), ==, BEFORE + SECONDS(2 + 400 * 86400));
 }
 
-TEST(mark_after_400_idle_days_weighs_as_much_as_the_time_that_passed) {
+typedef struct {
+  const char *name;
+  gint64 idle;
+  gdouble marked; /* at its end: 10 a second */
+  gdouble rate;   /* from 5 to 10, so many times as the time constant of 60 s has passed */
+} Silence;
+
+static const Silence silences[] = {
+    {"mark-after-2-idle-seconds", SECONDS(2), 20, 5.0 + 5.0 / 30},
+    {"mark-after-an-idle-hour", SECONDS(3600), 36000, 305.0},
+    {"mark-after-400-idle-days", SECONDS(34560000), 345600000, 2880005.0},
+};
+
+TEST_ROWS(mark_weighs_as_much_as_the_time_that_passed, silences) {
+  const Silence *silence = data;
   g_autoptr(VekMetricMeter) meter = ticked_meter_new();
-  vek_testing_clock_advance(400 * SECONDS(86400));
+  vek_testing_clock_advance(silence->idle);
   count_readings();
-  vek_metric_meter_mark(meter, 345600000); /* 10 a second, 576,000 time constants later */
+  vek_metric_meter_mark(meter, silence->marked);
   g_assert_cmpuint(get_monotonic_readings(), ==, 1);
   g_assert_cmpuint(get_real_readings(), ==, 1);
-  g_assert_cmpfloat_with_epsilon(vek_metric_meter_get_rate(meter), 2880005.0, 1e-6);
+  g_assert_cmpfloat_with_epsilon(vek_metric_meter_get_rate(meter), silence->rate, 1e-6);
 }
 
 TEST(meter_does_not_tick_while_the_monotonic_clock_is_back) {

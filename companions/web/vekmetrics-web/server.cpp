@@ -136,6 +136,12 @@ static void on_request(SoupServer *soup_server, SoupServerMessage *message, cons
   bool serves_text = is_text(self, soup_server, path);
   bool serves_page = soup_server == self->soup_server && viewer_has(self->viewer, path);
   const char *method = soup_server_message_get_method(message);
+
+  // A connection ends with its answer: libsoup 3.2 never closes one whose client leaves between two
+  // requests.
+  if (soup_server == self->soup_server)
+    soup_message_headers_replace(soup_server_message_get_response_headers(message), "Connection",
+                                 "close");
   if (!is_host_allowed(self, message)) {
     answer(message, SOUP_STATUS_FORBIDDEN, "The Host of the request is not allowed here.\n");
   } else if (!serves_text && !serves_page) {
