@@ -88,7 +88,7 @@ class Client:
             self.reconnect()
 
     def is_open(self, n_bytes=1):
-        """Reads so many bytes, if there are any; returns whether the server keeps the connection."""
+        """Reads bytes, if there are any; returns whether the server keeps the connection."""
         try:
             return self.socket.recv(n_bytes) != b''
         except BlockingIOError:
