@@ -60,8 +60,8 @@ void progress_end(Progress *progress) {
   gint64 errors = vek_metric_counter_get_count(progress->figures->errors);
   double seconds = (double)(g_get_monotonic_time() - progress->figures->start) / G_USEC_PER_SEC;
   double megabytes = (double)vek_metric_counter_get_count(progress->figures->bytes) / 1e6;
-  g_printerr("%sHashed %" G_GINT64_FORMAT
-             " files of %.1f MB in %.1f s: %.1f MB/s, %" G_GINT64_FORMAT " error%s.\n",
+  g_printerr("%sHashed %" G_GINT64_FORMAT " files, %.1f MB, in %.1f s: %.1f MB/s, %" G_GINT64_FORMAT
+             " error%s.\n",
              progress->terminal ? "\033[K" : "", count_files(progress->figures), megabytes, seconds,
              megabytes / seconds, errors, errors == 1 ? "" : "s");
 }

@@ -67,8 +67,9 @@ def read_address(process):
 
 
 def is_ready(url):
+    direct = urllib.request.build_opener(urllib.request.ProxyHandler({}))
     try:
-        with urllib.request.urlopen(url + '/-/ready'):
+        with direct.open(url + '/-/ready'):
             return True
     except (urllib.error.URLError, ConnectionError):
         return False

@@ -200,7 +200,7 @@ def progress_says_what_was_done():
         _, messages = run(CHECKSUM, '--progress', '--quiet', '--jobs=1', f'--csv={folder}', files)
     begin, end = messages.splitlines()
     assert begin == f'Hashes the files below {files} on 1 thread, and measures itself.', begin
-    pattern = r'Hashed 10 files of 0\.0 MB in \d+\.\d s: \d+\.\d MB/s, 0 errors\.'
+    pattern = r'Hashed 10 files, 0\.0 MB, in \d+\.\d s: \d+\.\d MB/s, 0 errors\.'
     assert re.fullmatch(pattern, end), end
 
 
@@ -217,7 +217,7 @@ def progress_on_a_terminal_is_one_line():
     begin, end, rest = shown.split('\r\n')
     *lines, end = end.split('\r')
     assert ' for 600 seconds, ' in begin and rest == '', shown
-    assert end.startswith('\033[KHashed 10 files of '), shown
+    assert end.startswith('\033[KHashed 10 files, '), shown
     assert lines, shown
     for line in lines:
         assert re.fullmatch(r'\033\[K +\d+ s  \d+ files  0\.0 MB  \d+\.\d MB/s', line), line

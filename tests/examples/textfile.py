@@ -74,8 +74,8 @@ def promtool_finds_no_fault():
 def change_queries_hold_for_each_type():
     """Over eleven passes, a minute apart: increase() of what is a counter, delta() of a gauge.
 
-    The range begins a second before the first pass, because Prometheus 3 excludes its beginning. The
-    functions extrapolate to the whole range.
+    The range begins a second before the first pass, because Prometheus 3 excludes its beginning.
+    The functions extrapolate to the whole range.
     """
     if not shutil.which('promtool'):
         raise unittest.SkipTest('there is no promtool')
