@@ -195,8 +195,9 @@ class Viewing(browser.Test):
         self.open(width=800)
         self.browser.devtools('Emulation.setDeviceMetricsOverride', width=1200, height=900,
                               deviceScaleFactor=1, mobile=False)
-        self.browser.until('''document.querySelector('.plot canvas').clientWidth ===
-            document.querySelector('.plot').clientWidth && innerWidth === 1200''')
+        self.browser.until('''innerWidth === 1200 &&
+            document.querySelector('.lane canvas').width ===
+            document.querySelector('.lane canvas').clientWidth''')
 
     def test_charts_and_lanes_share_the_time_axis(self):
         for width in SIZES:
