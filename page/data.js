@@ -133,7 +133,8 @@
     return {
       ...later,
       passes: extend(model.passes, later.passes),
-      restarts: [...model.restarts, ...(restarted ? [later.passes[0]] : []), ...later.restarts],
+      restarts: [...new Set([...model.restarts, ...(restarted ? [later.passes[0]] : []),
+        ...later.restarts])],
       metrics: appendAll(model.metrics, later.metrics, (a, b) => appendMetric(a, b, extend)),
       timelines: appendAll(model.timelines, later.timelines, appendTimeline),
     };

@@ -244,7 +244,13 @@
     };
     window.addEventListener('popstate', onAddress);
     window.addEventListener('hashchange', onAddress);
-    new ResizeObserver(() => showView(false)).observe(find('main'));
+    let width = 0;
+    new ResizeObserver(([{contentRect}]) => {
+      if (contentRect.width !== width) {
+        width = contentRect.width;
+        showView(false);
+      }
+    }).observe(find('main'));
     matchMedia('(prefers-color-scheme: dark)').addEventListener('change', () => painter.repaint());
   }
 

@@ -11,8 +11,9 @@
   function build(row, {name, dimensions, kind, unit}) {
     row.element = make('div', `row ${kind}`);
     row.label = add(row.element, 'div', 'label');
-    add(row.label, 'h3', 'name', name);
-    const chips = add(row.label, 'ul', 'chips');
+    const head = add(row.label, 'div', 'head');
+    add(head, 'h3', 'name', name);
+    const chips = add(head, 'ul', 'chips');
     for (const pair of dimensions) {
       add(chips, 'li', '', pair.join('='));
     }
@@ -35,9 +36,9 @@
       build(this, metric);
       this.parts = [this];
       this.value = add(this.label, 'p', 'value');
+      const buttons = add(this.label, 'p', 'buttons');
       this.figures = add(this.label, 'p', 'figures');
       this.plot.setAttribute('role', 'img');
-      const buttons = add(this.label, 'p', 'buttons');
       const toggle = (text, title, flip) => {
         const button = add(buttons, 'button', '', text);
         button.type = 'button';

@@ -1,8 +1,11 @@
 """Tests of what the page draws: known data in, the drawn figures out."""
 
+import base64
+import math
 import pathlib
 import random
 import string
+import struct
 
 from support import browser, tap
 
@@ -149,6 +152,12 @@ class Curves(browser.Test):
         for found in pixels.values():
             for value, time in (min(found), max(found)):
                 self.assertEqual(shown.get(time), value)
+
+    def test_values_may_be_binary(self):
+        values = [0.1, -2.5e-300, math.inf, math.nan]
+        binary = base64.b64encode(struct.pack('<4d', *values)).decode()
+        [drawn] = self.draw(metric('gauge', binary))
+        self.assertEqual(drawn['values'], [0.1, -2.5e-300, 'inf', None])
 
     def test_a_chart_shows_every_value_of_a_short_log(self):
         values = [float(i * i % 97) for i in range(1000)]

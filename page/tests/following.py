@@ -73,21 +73,33 @@ class Following(browser.Test):
         self.assertEqual(
             self.browser.run('return document.querySelectorAll(".restart").length;'), 1)
 
+    def test_a_server_may_replace_all_passes(self):
+        self.program.add(START, a=0, b=0)
+        self.program.add(START + 1, a=4, b=5)
+        self.follow()
+        self.until_drawn('[[null,4],[null,5]]')
+        self.program.passes = [(START, {'a': 1}), (START + 1, {'a': 2})]
+        self.program.is_whole = True
+        self.program.add(START + 2, a=5)
+        self.until_drawn('[[null,1,3]]')
+        self.assertEqual(self.browser.text('#wall > .rows .name'), ['a'])
+
     def test_the_page_says_when_the_program_has_gone(self):
         self.program.add(START, a=0)
         self.program.add(START + 1, a=4)
         self.follow()
-        stopped = pages.server().program
-        self.browser.until('document.getElementById("state").className === "running"')
-        pages.server().program = None
-        stopped.disconnect()
+        server = pages.server()
+        server.refused.clear()
+        server.program = None
+        self.program.disconnect()
         self.browser.until('document.getElementById("state").className === "gone"')
         self.assertRegex(self.browser.text('#state')[0],
                          r'^gone since \d\d:\d\d:\d\d; trying again$')
         self.assertEqual(self.browser.series()[0]['values'], [None, 4])
 
-        stopped.add(START + 2, a=5)
-        pages.server().program = stopped
+        self.assertTrue(server.refused.wait(browser.DEADLINE))  # a stream, which is then closed
+        self.program.add(START + 2, a=5)
+        server.program = self.program
         self.until_drawn('[[null,4,1]]')
         self.browser.until('document.getElementById("state").className === "running"')
         self.browser.complaints()  # of the refused connections

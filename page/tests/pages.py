@@ -77,6 +77,7 @@ class Program:
         self.passes = []  # (time, values by name)
         self.streams = []
         self.asked = []
+        self.is_whole = False  # whether each reply has everything
 
     def add(self, time, **values):
         self.passes.append((time, values))
@@ -91,12 +92,13 @@ class Program:
             stream.put(None)
 
     def vars(self, after):
-        kept = self.passes[after:]
+        kept = self.passes if self.is_whole else self.passes[after:]
         names = sorted({name for _, values in kept for name in values})
         return document(
             [metric('counter', [values.get(name) for _, values in kept], name, 'Count')
              for name in names],
-            times=[time for time, _ in kept], start=self.start, **{'pass': len(self.passes)})
+            times=[time for time, _ in kept], start=self.start, whole=self.is_whole,
+            **{'pass': len(self.passes)})
 
 
 class Handler(http.server.BaseHTTPRequestHandler):
@@ -117,6 +119,7 @@ class Handler(http.server.BaseHTTPRequestHandler):
             self.reply(TYPES[suffix], find(path))
         else:
             self.send_error(404)
+            self.server.refused.set()
 
     def reply(self, kind, text):
         body = text.encode()
@@ -152,6 +155,7 @@ class Server(http.server.ThreadingHTTPServer):
     daemon_threads = True
     page = ''
     program = None
+    refused = threading.Event()
 
     @property
     def url(self):

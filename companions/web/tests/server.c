@@ -318,6 +318,18 @@ TEST(unix_socket_is_of_this_user_alone) {
   g_assert_cmpint(g_rmdir(folder), ==, 0);
 }
 
+TEST(file_that_is_no_socket_is_kept) {
+  g_auto(Served) served = set_up();
+  g_autofree char *folder = g_dir_make_tmp(NULL, NULL);
+  g_autofree char *path = g_build_filename(folder, "metrics", NULL);
+  g_assert_true(g_file_set_contents(path, "", 0, NULL));
+  g_autoptr(GError) error = NULL;
+  g_assert_false(vek_web_server_listen_unix(served.server, path, &error));
+  g_assert_error(error, G_IO_ERROR, G_IO_ERROR_ADDRESS_IN_USE);
+  g_assert_cmpint(g_unlink(path), ==, 0);
+  g_assert_cmpint(g_rmdir(folder), ==, 0);
+}
+
 TEST(addresses_that_are_none_are_errors) {
   g_auto(Served) served = set_up();
   g_autoptr(GError) error = NULL;

@@ -15,8 +15,12 @@ static GSocket *make_socket(GSocketAddress *address, GError **error) {
                       G_SOCKET_PROTOCOL_DEFAULT, error);
 }
 
-// Whether there is a socket at an address that nobody listens on.
-static bool is_abandoned(GSocketAddress *address) {
+// Whether there is a socket at a path that nobody listens on. Connecting to any other file is
+// refused as well.
+static bool is_abandoned(const char *path, GSocketAddress *address) {
+  GStatBuf status;
+  if (g_lstat(path, &status) != 0 || !S_ISSOCK(status.st_mode))
+    return false;
   g_autoptr(GError) error = nullptr;
   g_autoptr(GSocket) socket = make_socket(address, nullptr);
   return socket && !g_socket_connect(socket, address, nullptr, &error) &&
@@ -37,7 +41,7 @@ GSocket *listen_on(GSocketAddress *address, GError **error) {
 
 GSocket *listen_on_path(const char *path, GError **error) {
   g_autoptr(GSocketAddress) address = g_unix_socket_address_new(path);
-  if (is_abandoned(address))
+  if (is_abandoned(path, address))
     g_unlink(path);
   return listen_on(address, error);
 }
