@@ -166,6 +166,21 @@ class Restarts(unittest.TestCase):
 class Json(unittest.TestCase):
     """Logs in JSON, alone and together with those in CSV."""
 
+    def kind(self, *points):
+        """The kind of a metric from pairs of the time of a pass and a value, with the same stamp.
+        """
+        lines = [json_line(60, ('a', {'Value': value})).replace(',000500 ', f',{time} ')
+                 for time, value in points]
+        return Run({'figures.json': ''.join(lines)}).metrics['a']['kind']
+
+    def test_a_counter_may_change_in_two_passes_of_a_second(self):
+        self.assertEqual(self.kind(('100000', 1), ('600000', 2), ('900000', 2)), 'counter')
+
+    def test_a_change_after_a_pass_is_not_earlier_than_it(self):
+        lines = [json_line(time, ('a', {'Timestamp': '2023-11-14T22:13:25Z', 'Value': time}))
+                 for time in (60, 120)]
+        self.assertEqual(Run({'figures.json': ''.join(lines)}).metrics['a']['kind'], 'gauge')
+
     STATISTICS = {'SampleCount': 4, 'Sum': 10.0, 'Minimum': 1.0, 'Maximum': 5.0}
     POINTS = (('a', {'Unit': 'Seconds', 'StatisticValues': STATISTICS}),
               ('a_p50', {'Unit': 'Seconds', 'Value': 2.0}),

@@ -165,7 +165,7 @@ class Program:
     def find_counters(self, metrics):
         for metric in metrics:
             line = self.lines[metric]
-            if not rules.is_counter(line, self.restarts):
+            if not rules.is_counter(line, self.axis.times, self.restarts):
                 metric.kind = 'gauge'
             elif rules.ever_falls(line) and self.find_interval(metric):
                 metric.kind = 'gauge'  # the sums of its intervals

@@ -8,6 +8,8 @@ from bisect import bisect_left
 from math import gcd
 from operator import eq, gt, lt
 
+from .logs import SECOND
+
 SHORTEST_INTERVAL = 1000  # µs; times that are not on a grid have smaller common divisors
 
 
@@ -26,10 +28,11 @@ def find_interval(line, times):
     return interval if len(stamps) > 1 and any(delays) else None
 
 
-def is_counter(line, restarts=()):
+def is_counter(line, times, restarts=()):
     """Whether all values are integers, and the stamp stands still exactly where the value does.
 
-    In a restart the stamp moves even if the value is the same.
+    In a restart the stamp moves even if the value is the same. A stamp in whole seconds stands
+    still where the value changes twice in a second, with a pass between.
     """
     if not all(map(float.is_integer, line.values)):
         return False
@@ -39,6 +42,10 @@ def is_counter(line, restarts=()):
         index = bisect_left(line.places, restart)
         if 0 < index < len(line.places):
             values_stand[index - 1] = stamps_stand[index - 1]
+    if not line.is_exact:
+        for index, (value_stands, stamp_stands) in enumerate(zip(values_stand, stamps_stand)):
+            if stamp_stands and not value_stands:
+                stamps_stand[index] = line.stamps[index] <= times[line.places[index]] - SECOND
     return values_stand == stamps_stand
 
 
