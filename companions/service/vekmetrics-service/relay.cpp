@@ -174,7 +174,7 @@ GPtrArray *vek_service_relay_disclaim(VekServiceRelay *relay) {
 }
 
 bool vek_service_relay_add(VekServiceRelay *relay, VekMetricReporter *reporter) {
-  g_autoptr(VekMetricReporter) owned = reporter;
+  [[maybe_unused]] g_autoptr(VekMetricReporter) owned = reporter;
   g_autoptr(GPtrArray) before = nullptr;
 
   vekin::MutexLock held(relay->lock);
