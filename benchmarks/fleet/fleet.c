@@ -10,44 +10,8 @@
 #include <stdlib.h>
 #include <time.h>
 #include <vekmetrics-testing/clock.h>
-#include <vekmetrics/vekmetrics.h>
 
-static VekMetricRegistry *registry;
-static GPtrArray *metrics;
-
-/* Of ten metrics, five are counters, two gauges, and one each a meter, a histogram and a timer. */
-static void make_metric(int number) {
-  g_autofree char *name = g_strdup_printf("requests%03d", number);
-  char *dimensions[] = {"service", "frontend", NULL};
-  gpointer metric;
-  switch (number % 10) {
-  case 0:
-  case 1: metric = vek_metric_registry_gauge_new(registry, name, "Percent", 0, dimensions); break;
-  case 2: metric = vek_metric_registry_meter_new(registry, name, "Count", dimensions); break;
-  case 3:
-    metric = vek_metric_registry_histogram_new(registry, name, "Bytes", NULL, dimensions);
-    break;
-  case 4:
-    metric = vek_metric_registry_timer_new(registry, name, "Milliseconds", NULL, dimensions);
-    break;
-  default: metric = vek_metric_registry_counter_new(registry, name, "Count", dimensions); break;
-  }
-  g_ptr_array_add(metrics, metric);
-}
-
-static void update(gpointer metric, gpointer pass) {
-  int number = GPOINTER_TO_INT(pass);
-  if (VEK_IS_METRIC_COUNTER(metric))
-    vek_metric_counter_add(metric, 1234 + number);
-  else if (VEK_IS_METRIC_GAUGE(metric))
-    vek_metric_gauge_set_value(metric, number / 7.0);
-  else if (VEK_IS_METRIC_METER(metric))
-    vek_metric_meter_mark(metric, 1000.0);
-  else if (VEK_IS_METRIC_TIMER(metric))
-    vek_metric_timer_set_usec(metric, 12345 + number);
-  else
-    vek_metric_histogram_set(metric, 1500.0 + number);
-}
+#include "metrics.h"
 
 static guint n_connected;
 
@@ -86,12 +50,10 @@ int main(int argc, char **argv) {
     g_main_context_iteration(NULL, TRUE);
 
   vek_testing_clock_set(start, G_USEC_PER_SEC);
-  registry = g_object_new(VEK_TYPE_METRIC_REGISTRY, NULL);
-  metrics = g_ptr_array_new_with_free_func(g_object_unref);
-  for (int i = 0; i < n_metrics; i++)
-    make_metric(i);
+  g_autoptr(VekMetricRegistry) registry = g_object_new(VEK_TYPE_METRIC_REGISTRY, NULL);
+  g_autoptr(GPtrArray) metrics = metrics_new(registry, n_metrics);
   for (int pass = 0; pass < n_passes; pass++) {
-    g_ptr_array_foreach(metrics, update, GINT_TO_POINTER(pass));
+    metrics_update(metrics, pass);
     for (guint i = 0; i < reporters->len; i++)
       vek_metric_registry_report(registry, g_ptr_array_index(reporters, i));
     vek_testing_clock_advance(60 * G_USEC_PER_SEC);
@@ -107,8 +69,5 @@ int main(int argc, char **argv) {
     g_main_context_iteration(NULL, TRUE);
 
   g_print("%.6f\n", (double)(clock() - queued) / CLOCKS_PER_SEC);
-
-  g_ptr_array_unref(metrics);
-  g_object_unref(registry);
   return 0;
 }

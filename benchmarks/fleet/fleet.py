@@ -6,6 +6,8 @@ by the end. Each is sent lines by the library's own reporter, over many connecti
 
 A server has received its lines when it has closed the connections, which it does when it has read
 them to their end. What it does with them then is "stored": written to a file, or passed on.
+
+prometheus scrapes processes instead. It has stored what its queries count.
 """
 
 import contextlib
@@ -31,26 +33,14 @@ import whisper
 ROOT = pathlib.Path(__file__).resolve().parents[2]
 sys.path += [str(ROOT / 'benchmarks'), str(ROOT / 'tests')]
 import results  # noqa: E402
+from scraping import scrape  # noqa: E402
 from support.servers import Cache, excerpt, free_port, server  # noqa: E402
+from waiting import cpu_seconds, wait_until  # noqa: E402
 
 INTERVAL = 60  # seconds between passes
 METRICS = 1000  # of a process
 LINES = 1600  # that a process sends in a pass: a histogram and a timer send four each
-DEADLINE = 120  # seconds that only a failure takes
 UTILISATION = 0.5  # of a server, so that it keeps up with more than the mean
-
-
-def wait_until(condition, what):
-    end = time.monotonic() + DEADLINE
-    while not condition():
-        if time.monotonic() > end:
-            raise TimeoutError(f'{what} took more than {DEADLINE} seconds')
-        time.sleep(0.02)
-
-
-def cpu_seconds(pid):
-    fields = pathlib.Path(f'/proc/{pid}/stat').read_text(encoding='utf-8').rsplit(')', 1)[1].split()
-    return (int(fields[11]) + int(fields[12])) / os.sysconf('SC_CLK_TCK')
 
 
 def count_connections(port):
@@ -212,7 +202,7 @@ def measure_victoria(client, folder):
         return {'received': sending.received, 'stored': stored}
 
 
-SERVERS = {'carbon-cache': measure_cache, 'carbon-c-relay': measure_relay,
+PUSHED = {'carbon-cache': measure_cache, 'carbon-c-relay': measure_relay,
            'victoria-metrics': measure_victoria}
 
 
@@ -243,10 +233,8 @@ def needed(n_processes, cpu):
     return math.ceil(n_processes * LINES / INTERVAL * cpu / 1e6 / UTILISATION)
 
 
-def main():
-    arguments = results.make_parser(__doc__, server=SERVERS).parse_args()
-    client = f'{arguments.folder}/fleet/bench-fleet'
-
+def push(client, names):
+    """What servers take that a fleet sends to, with the lines on the wire."""
     wire = measure_wire(client)
     print(f'a line has {wire["bytes"]:.1f} bytes and takes its sender {wire["cpu"]:.2f} µs')
     for name, phases in (('equal', equal_phases), ('spread', spread_phases)):
@@ -257,12 +245,9 @@ def main():
 
     servers = {}
     print(f'\n{"server":18}{"lines":>10}{"what":>12}{"lines/s":>12}{"µs of CPU a line":>18}')
-    for name in arguments.server or SERVERS:
-        if not shutil.which(name):
-            print(f'{name:18}is not installed')
-            continue
+    for name in names:
         with tempfile.TemporaryDirectory(prefix='vek-fleet-') as folder:
-            servers[name] = SERVERS[name](client, pathlib.Path(folder))
+            servers[name] = PUSHED[name](client, pathlib.Path(folder))
         for what, taken in servers[name].items():
             print(f'{name:18}{taken["lines"]:10,}{what:>12}{taken["per_second"]:12,.0f}'
                   f'{taken["cpu"]:18.2f}', flush=True)
@@ -273,7 +258,23 @@ def main():
         cores = [needed(n_processes, taken['stored']['cpu']) for taken in servers.values()]
         print(f'{n_processes:10,}{n_processes * LINES / INTERVAL:12,.0f}'
               + ''.join(f'{n:18,}' for n in cores))
-    results.save(arguments.out, wire=wire, servers=servers)
+    return {'wire': wire, 'servers': servers}
+
+
+def main():
+    known = [*PUSHED, 'prometheus']
+    arguments = results.make_parser(__doc__, server=known).parse_args()
+    names = [name for name in arguments.server or known if shutil.which(name)]
+    for name in set(arguments.server or known).difference(names):
+        print(f'{name} is not installed')
+
+    figures = {}
+    pushed = [name for name in names if name in PUSHED]
+    if pushed:
+        figures |= push(f'{arguments.folder}/fleet/bench-fleet', pushed)
+    if 'prometheus' in names:
+        figures['prometheus'] = scrape(f'{arguments.folder}/fleet/bench-scraped')
+    results.save(arguments.out, **figures)
 
 
 if __name__ == '__main__':
