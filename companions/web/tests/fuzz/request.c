@@ -1,6 +1,5 @@
 /* What a connection brings: an input is sent to a server, and the connection is ended. */
 
-#define _GNU_SOURCE /* memmem() */
 #include <string.h>
 #include <vekmetrics-web/vekmetrics-web.h>
 
