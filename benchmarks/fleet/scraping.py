@@ -58,7 +58,8 @@ def measure_prometheus(program, folder):
         status = pathlib.Path(f'/proc/{prometheus.pid}/status').read_text(encoding='utf-8')
         resident = int(re.search(r'^VmRSS:\s+(\d+) kB', status, re.MULTILINE)[1]) * 1024
 
-        names = [group['metric']['__name__'] for group in query('group by (__name__) ({job="fleet"})')]
+        names = [group['metric']['__name__']
+                 for group in query('group by (__name__) ({job="fleet"})')]
         series = int(query('count({job="fleet"})')[0]['value'][1])
         configure([])
         prometheus.send_signal(signal.SIGHUP)
