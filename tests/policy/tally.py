@@ -16,15 +16,17 @@ ROWS = (
     ('tap programs count by their tests',
      '1..2\nok 1 /a/b\nok 2 /a/c\n', 'OK', '2 passed, 0 failed\n'),
     ('a failed test is one failure',
-     '1..2\nok 1 /a/b\nnot ok 2 /a/c - why\n', 'FAIL', '1 passed, 1 failed\n'),
+     '1..2\nok 1 /a/b\nnot ok 2 /a/c - why\n', 'FAIL',
+     'failed program: /a/c - why\n1 passed, 1 failed\n'),
     ('a program that crashes between tests has failed',
-     '1..2\nok 1 /a/b\n', 'ERROR', '1 passed, 1 failed\n'),
+     '1..2\nok 1 /a/b\n', 'ERROR',
+     'failed program: ERROR\n1 passed, 1 failed\n'),
     ('a program that hangs has failed',
-     '1..2\n', 'TIMEOUT', '0 passed, 1 failed\n'),
+     '1..2\n', 'TIMEOUT', 'failed program: TIMEOUT\n0 passed, 1 failed\n'),
     ('other programs count as one',
      'okay so far\nokay still\n  not ok\n', 'OK', '1 passed, 0 failed\n'),
     ('other programs fail as one',
-     None, 'FAIL', '0 passed, 1 failed\n'),
+     None, 'FAIL', 'failed program: FAIL\n0 passed, 1 failed\n'),
     ('skipped tests are named and not counted',
      '1..2\nok 1 /a/b\nok 2 /a/c # SKIP no tool\n', 'OK',
      'skipped program: /a/c: no tool\n1 passed, 0 failed\n'),
@@ -49,7 +51,7 @@ class Tally(unittest.TestCase):
 
     def test_runs_are_summed_up(self):
         self.assertEqual(self.tally(('ok 1 /a\n', 'OK'), ('', 'OK'), ('not ok 1 /b\n', 'FAIL')),
-                         ('2 passed, 1 failed\n', 1))
+                         ('failed program: /b\n2 passed, 1 failed\n', 1))
 
     def test_only_passing_is_a_success(self):
         self.assertEqual(self.tally(('', 'OK')), ('1 passed, 0 failed\n', 0))
@@ -75,13 +77,13 @@ class Step(unittest.TestCase):
                      '{ ! step name fail; } || echo went on'):
             with self.subTest(line):
                 self.assertEqual(run_check(self.FAILING, line),
-                                 (['not ok name', 'said', '0 passed, 1 failed'], 1))
+                                 (['not ok name', 'said', 'failed name', '0 passed, 1 failed'], 1))
 
     def test_condition_has_the_status_of_the_step(self):
         self.assertEqual(run_check('if step name true; then echo went on; fi')[0],
                          ['ok name', 'went on', '1 passed, 0 failed'])
         self.assertEqual(run_check(self.FAILING, 'step name fail || echo "status $?"')[0],
-                         ['not ok name', 'said', 'status 7', '0 passed, 1 failed'])
+                         ['not ok name', 'said', 'status 7', 'failed name', '0 passed, 1 failed'])
 
     def test_passing_step_is_silent_and_changes_nothing_of_the_check(self):
         self.assertEqual(run_check('talk() { echo said; value=2; cd /; }', 'value=1 before=$PWD',
@@ -113,9 +115,17 @@ class Count(unittest.TestCase):
         self.assertEqual(self.count(good, 'echo 7 passed, 0 failed; echo said'),
                          ('2 passed, 0 failed', 0))
 
+    def test_failures_are_named_once_at_the_end(self):
+        inner = (f"bash -c '. {SCRIPTS}/steps; count sh -c \"echo failed x: /y; echo 1 passed, "
+                 "1 failed; exit 1\"; step z false; finish'")
+        self.assertEqual(run_check(f'count {inner}', 'count false', 'step name true')[0][-4:],
+                         ['failed x: /y', 'failed z', 'failed false', '2 passed, 3 failed'])
+        lines, _ = run_check(f'count {inner}')
+        self.assertEqual(lines.count('failed x: /y'), 1)
+
     def test_no_test_at_all_is_a_failure(self):
         self.assertEqual(self.count('true'), ('0 passed, 0 failed', 1))
 
 
 if __name__ == '__main__':
-    tap.run([Tally, Count])
+    tap.run([Tally, Step, Count])
