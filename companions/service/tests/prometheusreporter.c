@@ -540,6 +540,28 @@ TEST(family_with_a_negative_quantile_is_a_gauge_from_then_on) {
   }
 }
 
+TEST(family_begins_with_the_first_sample_that_is_shown) {
+  g_autoptr(Reporter) reporter = set_up();
+  vek_service_prometheus_reporter_declare_monotonic(reporter, "x");
+  static const char *const samples[] = {"x_total{h=\"1\"} 1", "x_total{h=\"2\"} 1",
+                                        "x_total{h=\"3\"} 1"};
+  for (int shown = 0; shown < 1 << G_N_ELEMENTS(samples); shown++) {
+    g_autoptr(GString) expected = g_string_new(shown ? "x_total counter" : "");
+    for (gsize i = 0; i < G_N_ELEMENTS(samples); i++) {
+      g_autofree char *dimensions = g_strdup_printf("h=%d", (int)i + 1);
+      count(reporter, "x", dimensions, shown & 1 << i ? 1 : -1);
+      if (shown & 1 << i)
+        g_string_append_printf(expected, "; %s", samples[i]);
+    }
+    gauge(reporter, "y", NULL, shown);
+    flush(reporter);
+    if (shown == 0)
+      assert_warning("The counter x is declared monotonic, but negative: it is left out");
+    g_string_append_printf(expected, "%sy gauge; y %d", shown ? "; " : "", shown);
+    assert_text(reporter, TEXT, expected->str);
+  }
+}
+
 TEST(values_of_all_sizes_are_written) {
   g_autoptr(Reporter) reporter = set_up();
   gauge(reporter, "a", NULL, NAN);
@@ -613,7 +635,7 @@ TEST(text_that_is_prepared_in_slices_is_the_same) {
     flush(whole);
     flush(sliced);
     for (int format = OPENMETRICS; format <= TEXT; format++) {
-      g_assert_cmpint(prepare(sliced, format), ==, 10);
+      g_assert_cmpint(prepare(sliced, format), ==, 13);
       g_autofree char *found = vek_service_prometheus_reporter_get_text(sliced, format);
       g_autofree char *expected = vek_service_prometheus_reporter_get_text(whole, format);
       g_assert_cmpstr(found, ==, expected);

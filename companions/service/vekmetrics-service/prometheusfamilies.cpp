@@ -77,8 +77,6 @@ void free_family(gpointer data) {
     g_free(family->sample_name);
   g_free(family->name);
   g_array_unref(family->samples);
-  for (char *header : family->headers)
-    g_free(header);
   g_free(family);
 }
 
@@ -169,17 +167,11 @@ bool comes_before(const Series *series, const Series *other) {
   return order < 0 || (order == 0 && g_strcmp0(series->unit, other->unit) < 0);
 }
 
-void clear_headers(Family *family) {
-  for (auto &header : family->headers)
-    g_clear_pointer(&header, g_free);
-}
-
 void name_first(Family *family, const Sample &sample) {
   if (family->of && !comes_before(sample.series, family->of))
     return;
   family->of = sample.series;
   family->figure = sample.figure;
-  clear_headers(family);
 }
 
 // Where a sample of a sorted family is, or belongs.

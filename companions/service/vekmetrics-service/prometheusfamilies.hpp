@@ -28,7 +28,6 @@ struct Family {
   const Series *of;  // the first of its names and units, which the help shows
   Figure figure;     // of that series
   GArray *samples;   // of Sample, by labels
-  char *headers[2];  // the lines before the samples in each format; NULL before they are shown
 };
 
 // The families of a set of series. The first of those that a format would confuse are shown: the

@@ -63,6 +63,12 @@ void take_next(Series *series, Policy &policy, gint64 time) {
 
 }  // namespace
 
+bool has_negative_quantile(const Series *series) {
+  auto &quantiles = series->now.aggregate.quantiles;
+  return series->kind == Kind::aggregated && series->is_now &&
+         std::any_of(std::begin(quantiles), std::end(quantiles), [](gdouble q) { return q < 0; });
+}
+
 int compare_keys(const Key &a, const Key &b) {
   int order = memcmp(a.bytes, b.bytes, std::min(a.size, b.size));
   return order != 0 ? order : (a.size > b.size) - (a.size < b.size);
@@ -112,7 +118,7 @@ Aggregate aggregate(VekMetricSnapshot *snapshot) {
 }
 
 Changes take_pass(GHashTable *table, Policy &policy, gint64 time) {
-  Changes changes = {g_ptr_array_new(), g_ptr_array_new_with_free_func(free_series)};
+  Changes changes = {g_ptr_array_new(), g_ptr_array_new_with_free_func(free_series), false};
   gint64 keep = policy.keep_seconds * G_USEC_PER_SEC;
   GHashTableIter iter;
   gpointer value;
@@ -122,7 +128,10 @@ Changes take_pass(GHashTable *table, Policy &policy, gint64 time) {
     if (series->is_next) {
       if (!series->is_now)
         g_ptr_array_add(changes.came, series);
+      bool was_negative = has_negative_quantile(series);
       take_next(series, policy, time);
+      if (!was_negative && has_negative_quantile(series))
+        changes.turned_negative = true;
     } else if (time - series->brought >= keep) {
       g_hash_table_iter_steal(&iter);
       g_ptr_array_add(changes.gone, series);

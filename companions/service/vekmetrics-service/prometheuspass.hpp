@@ -69,12 +69,15 @@ GHashTable *series_table_new();
 Series *series_table_get(GHashTable *table, GString *scratch, const char *name, char **dimensions,
                          Kind kind);
 
+bool has_negative_quantile(const Series *series);
+
 Aggregate aggregate(VekMetricSnapshot *snapshot);
 
 // What a pass has changed in the set of series.
 struct Changes {
-  GPtrArray *came;  // of Series
-  GPtrArray *gone;  // of Series that are no longer in the table, and freed with the array
+  GPtrArray *came;       // of Series
+  GPtrArray *gone;       // of Series that are no longer in the table, and freed with the array
+  bool turned_negative;  // whether a series has a negative quantile that had none before
 };
 
 // Takes over what the pass that ends now has brought and drops what is kept no longer.

@@ -24,7 +24,7 @@ constexpr struct {
 };
 
 constexpr int kFormats = 2;
-constexpr guint kSlice = 1000;  // samples of a text that are written in about half a millisecond
+constexpr guint kSlice = 1000;  // lines of a text that are written in about half a millisecond
 constexpr guint kFewChanges = 16;
 
 }  // namespace
@@ -76,7 +76,13 @@ static void forget_texts(VekServicePrometheusReporter *self) {
     text_clear(text);
 }
 
+static void forget_layouts(VekServicePrometheusReporter *self) {
+  for (auto &text : self->texts)
+    text_clear_layout(text);
+}
+
 static void forget_families(VekServicePrometheusReporter *self) {
+  forget_layouts(self);
   g_clear_pointer(&self->arrangement, arrangement_free);
 }
 
@@ -88,6 +94,7 @@ static void add_series(gpointer, gpointer series, gpointer array) {
 static void rearrange(VekServicePrometheusReporter *self, const Changes &changes) {
   if (!self->arrangement)
     return;
+  forget_layouts(self);
   bool is_right = changes.came->len + changes.gone->len <= kFewChanges + self->series->len / 64;
   for (guint i = 0; is_right && i < changes.gone->len; i++)
     is_right = arrangement_remove(self->arrangement, vekin::as<Series>(changes.gone->pdata[i]));
@@ -102,13 +109,13 @@ static void arrange(VekServicePrometheusReporter *self) {
     self->arrangement = arrangement_new(self->own, self->series, self->policy);
 }
 
-// Writes up to so many samples of a text. Returns whether there is nothing left to write.
+// Writes up to so many lines of a text. Returns whether there is nothing left to write.
 static bool write_text(VekServicePrometheusReporter *self, VekServicePrometheusFormat format,
-                       guint n_samples) {
+                       guint n_lines) {
   if (self->texts[format].bytes || !self->has_passed)
     return true;
   arrange(self);
-  return text_write(self->texts[format], n_samples,
+  return text_write(self->texts[format], n_lines,
                     arrangement_get_families(self->arrangement, format), format,
                     self->policy.negative);
 }
@@ -187,6 +194,8 @@ static void end_pass(VekServicePrometheusReporter *self) {
     g_ptr_array_set_size(self->series, 0);
     g_hash_table_foreach(self->table, add_series, self->series);
   }
+  if (changes.turned_negative)
+    forget_layouts(self);
   g_ptr_array_unref(changes.came);
   g_ptr_array_unref(changes.gone);
   forget_texts(self);
@@ -224,7 +233,6 @@ static void vek_service_prometheus_reporter_set_property(GObject *object, guint 
     g_free(self->policy.prefix);
     self->policy.prefix = g_value_dup_string(value);
     forget_families(self);
-    forget_texts(self);
     break;
   default: G_OBJECT_WARN_INVALID_PROPERTY_ID(object, id, pspec);
   }
@@ -245,7 +253,6 @@ static void vek_service_prometheus_reporter_finalize(GObject *object) {
   auto *self = VEK_SERVICE_PROMETHEUS_REPORTER(object);
   g_clear_pointer(&self->pass_followers, g_ptr_array_unref);
   g_ptr_array_unref(self->followers);
-  forget_texts(self);
   forget_families(self);
   g_ptr_array_unref(self->series);
   g_hash_table_unref(self->own_table);
@@ -339,7 +346,6 @@ void vek_service_prometheus_reporter_declare_monotonic(VekServicePrometheusRepor
     return;
   g_hash_table_insert(reporter->policy.monotonic, g_strdup(name), g_new0(Declaration, 1));
   forget_families(reporter);
-  forget_texts(reporter);
 }
 
 void vek_service_prometheus_reporter_add_follower(VekServicePrometheusReporter *reporter,

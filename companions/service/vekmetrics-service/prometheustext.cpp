@@ -26,6 +26,16 @@ constexpr Dialect kDialects[] = {
     {"untyped", &Family::sample_name, Quotes::kept, ""},
 };
 
+// A line of the text.
+struct Line {
+  const Series *series;
+  guint header_size;  // of the lines before a family's samples, which the first of them has
+  guint size;         // of what comes before the number
+  Figure figure;
+  guint8 quantile;   // its index if the figure is quantiles
+  bool is_counters;  // of a counter, which is not shown if it is negative
+};
+
 constexpr const char *kQuantileLabels[] = {"quantile=\"0.5\"", "quantile=\"0.9\"",
                                            "quantile=\"0.99\""};
 static_assert(std::size(kQuantileLabels) == std::size(kQuantiles));
@@ -54,22 +64,6 @@ const char *describe(Figure figure) {
   return "";
 }
 
-char *make_header(const Family *family, const Dialect &dialect) {
-  const char *name = family->*dialect.name;
-  auto *text = g_string_new(nullptr);
-  for (const char *piece : {"# HELP ", name, " "})
-    g_string_append(text, piece);
-  append_escaped(text, family->of->name, dialect.help_quotes);
-  if (const char *unit = family->of->unit; unit && *unit) {
-    g_string_append(text, ", in ");
-    append_escaped(text, unit, dialect.help_quotes);
-  }
-  for (const char *piece :
-       {describe(family->figure), "\n# TYPE ", name, " ", get_type_name(family, dialect), "\n"})
-    g_string_append(text, piece);
-  return g_string_free(text, FALSE);
-}
-
 // Appends without a NUL, and inline: there are a hundred thousand pieces in a large text.
 void append(GString *text, std::string_view piece) {
   if (text->allocated_len - text->len < piece.size()) [[unlikely]] {
@@ -81,8 +75,22 @@ void append(GString *text, std::string_view piece) {
   text->len += piece.size();
 }
 
-void append_line(GString *text, const Family *family, std::string_view labels,
-                 std::string_view quantile, std::string_view value) {
+void append_header(GString *text, const Family *family, const Dialect &dialect) {
+  const char *name = family->*dialect.name;
+  for (const char *piece : {"# HELP ", name, " "})
+    append(text, piece);
+  append_escaped(text, family->of->name, dialect.help_quotes);
+  if (const char *unit = family->of->unit; unit && *unit) {
+    append(text, ", in ");
+    append_escaped(text, unit, dialect.help_quotes);
+  }
+  for (const char *piece :
+       {describe(family->figure), "\n# TYPE ", name, " ", get_type_name(family, dialect), "\n"})
+    append(text, piece);
+}
+
+void append_piece(GString *text, const Family *family, std::string_view labels,
+                  std::string_view quantile) {
   append(text, family->sample_name);
   if (!labels.empty() || !quantile.empty()) {
     append(text, "{");
@@ -93,24 +101,71 @@ void append_line(GString *text, const Family *family, std::string_view labels,
     append(text, "}");
   }
   append(text, " ");
-  append(text, value);
-  append(text, "\n");
 }
 
-void append_sample(GString *text, const Family *family, const Sample &sample) {
-  auto &now = sample.series->now;
-  auto append_figure = [=](gdouble value, const char *quantile = "") {
-    append_line(text, family, sample.series->labels, quantile, Number(value).text);
+bool shows_negative_quantile(const Family *family) {
+  for (guint i = 0; i < family->samples->len; i++) {
+    auto &sample = g_array_index(family->samples, Sample, i);
+    if (sample.figure == Figure::quantiles && has_negative_quantile(sample.series))
+      return true;
+  }
+  return false;
+}
+
+void note_negative(Family *family, GHashTable *negative) {
+  if (family->type != Type::summary || family->is_negative || !shows_negative_quantile(family))
+    return;
+  family->is_negative = true;
+  g_hash_table_add(negative, g_strdup(family->name));
+}
+
+void lay_out_sample(Layout &layout, const Family *family, const Dialect &dialect) {
+  auto &sample = g_array_index(family->samples, Sample, layout.sample);
+  auto *pieces = layout.pieces;
+  gsize start = pieces->len;
+  if (layout.sample == 0)
+    append_header(pieces, family, dialect);
+  Line line = {
+      .series = sample.series,
+      .header_size = static_cast<guint>(pieces->len - start),
+      .size = 0,
+      .figure = sample.figure,
+      .quantile = 0,
+      .is_counters = family->type == Type::counter,
   };
-  switch (sample.figure) {
-  case Figure::count:
-    append_line(text, family, sample.series->labels, "", Decimal(now.count).text);
-    break;
+  gsize n_lines = sample.figure == Figure::quantiles ? std::size(kQuantiles) : 1;
+  for (; line.quantile < n_lines; line.quantile++) {
+    start = pieces->len;
+    append_piece(pieces, family, sample.series->labels,
+                 n_lines > 1 ? kQuantileLabels[line.quantile] : "");
+    line.size = static_cast<guint>(pieces->len - start);
+    g_array_append_val(layout.lines, line);
+    line.header_size = 0;
+  }
+}
+
+// Lays out one more sample. Returns false if all are.
+bool lay_out(Layout &layout, GPtrArray *families, const Dialect &dialect, GHashTable *negative) {
+  if (layout.family == families->len)
+    return false;
+  auto *family = as<Family>(families->pdata[layout.family]);
+  if (layout.sample == 0)
+    note_negative(family, negative);
+  lay_out_sample(layout, family, dialect);
+  if (++layout.sample == family->samples->len) {
+    layout.sample = 0;
+    layout.family++;
+  }
+  return true;
+}
+
+void append_number(GString *text, const Line &line) {
+  auto &now = line.series->now;
+  auto append_figure = [=](gdouble value) { append(text, Number(value).text); };
+  switch (line.figure) {
+  case Figure::count: append(text, Decimal(now.count).text); break;
   case Figure::value: append_figure(now.value); break;
-  case Figure::quantiles:
-    for (gsize i = 0; i < std::size(kQuantiles); i++)
-      append_figure(now.aggregate.quantiles[i], kQuantileLabels[i]);
-    break;
+  case Figure::quantiles: append_figure(now.aggregate.quantiles[line.quantile]); break;
   case Figure::average: append_figure(now.aggregate.average); break;
   case Figure::min: append_figure(now.aggregate.min); break;
   case Figure::max: append_figure(now.aggregate.max); break;
@@ -119,10 +174,10 @@ void append_sample(GString *text, const Family *family, const Sample &sample) {
 }
 
 // The formats have no negative counters, and a series without samples has nothing but their number.
-bool is_shown(const Family *family, const Sample &sample) {
-  auto &now = sample.series->now;
-  switch (sample.figure) {
-  case Figure::count: return family->type != Type::counter || now.count >= 0;
+bool is_shown(const Line &line) {
+  auto &now = line.series->now;
+  switch (line.figure) {
+  case Figure::count: return !line.is_counters || now.count >= 0;
   case Figure::value:
   case Figure::n_samples: return true;
   case Figure::quantiles:
@@ -133,65 +188,42 @@ bool is_shown(const Family *family, const Sample &sample) {
   return now.aggregate.n_samples > 0;
 }
 
-bool shows_negative_quantile(const Family *family) {
-  for (guint i = 0; i < family->samples->len; i++) {
-    auto &sample = g_array_index(family->samples, Sample, i);
-    auto &quantiles = sample.series->now.aggregate.quantiles;
-    if (sample.figure == Figure::quantiles &&
-        std::any_of(std::begin(quantiles), std::end(quantiles), [](gdouble q) { return q < 0; }))
-      return true;
+void write_line(Text &text, const Line &line) {
+  const char *pieces = text.layout.pieces->str;
+  if (line.header_size > 0) {
+    text.header = text.piece;
+    text.header_size = line.header_size;
+    text.piece += line.header_size;
   }
-  return false;
-}
-
-void note_negative(Family *family, GHashTable *negative) {
-  if (family->type != Type::summary || family->is_negative || !shows_negative_quantile(family))
-    return;
-  family->is_negative = true;
-  for (auto &header : family->headers)
-    g_clear_pointer(&header, g_free);
-  g_hash_table_add(negative, g_strdup(family->name));
-}
-
-// Appends up to so many samples to a text that is begun. Returns whether it is whole.
-bool append_samples(Text &text, guint n_samples, GPtrArray *families,
-                    VekServicePrometheusFormat format, GHashTable *negative) {
-  for (; text.family < families->len; text.family++) {
-    auto *family = as<Family>(families->pdata[text.family]);
-    if (text.sample == 0)
-      note_negative(family, negative);
-    for (; text.sample < family->samples->len; text.sample++) {
-      if (n_samples-- == 0)
-        return false;
-      auto &sample = g_array_index(family->samples, Sample, text.sample);
-      if (!is_shown(family, sample))
-        continue;
-      if (!text.has_header) {
-        if (!family->headers[format])
-          family->headers[format] = make_header(family, kDialects[format]);
-        append(text.begun, family->headers[format]);
-        text.has_header = true;
-      }
-      append_sample(text.begun, family, sample);
-    }
-    text.sample = 0;
-    text.has_header = false;
+  if (is_shown(line)) {
+    append(text.begun, {pieces + text.header, text.header_size});
+    append(text.begun, {pieces + text.piece, line.size});
+    append_number(text.begun, line);
+    append(text.begun, "\n");
+    text.header_size = 0;
   }
-  append(text.begun, kDialects[format].end);
-  return true;
+  text.piece += line.size;
 }
 
 }  // namespace
 
-bool text_write(Text &text, guint n_samples, GPtrArray *families, VekServicePrometheusFormat format,
+bool text_write(Text &text, guint n_lines, GPtrArray *families, VekServicePrometheusFormat format,
                 GHashTable *negative) {
+  auto &layout = text.layout;
+  auto &dialect = kDialects[format];
+  if (!layout.pieces)
+    layout = {g_string_new(nullptr), g_array_new(FALSE, FALSE, sizeof(Line)), 0, 0};
   if (!text.begun) {
     text.begun = g_string_sized_new(text.size + 1024);
-    text.family = text.sample = 0;
-    text.has_header = false;
+    text.line = 0;
+    text.piece = text.header = text.header_size = 0;
   }
-  if (!append_samples(text, n_samples, families, format, negative))
-    return false;
+  while (text.line < layout.lines->len || lay_out(layout, families, dialect, negative)) {
+    if (n_lines-- == 0)
+      return false;
+    write_line(text, g_array_index(layout.lines, Line, text.line++));
+  }
+  append(text.begun, dialect.end);
   text.size = text.begun->len;
   text.bytes = g_string_free_to_bytes(g_steal_pointer(&text.begun));
   return true;
@@ -201,6 +233,15 @@ void text_clear(Text &text) {
   g_clear_pointer(&text.bytes, g_bytes_unref);
   if (text.begun)
     g_string_free(g_steal_pointer(&text.begun), TRUE);
+}
+
+void text_clear_layout(Text &text) {
+  text_clear(text);
+  if (text.layout.pieces) {
+    g_string_free(text.layout.pieces, TRUE);
+    g_array_unref(text.layout.lines);
+    text.layout = {};
+  }
 }
 
 }  // namespace vekin::prometheus
