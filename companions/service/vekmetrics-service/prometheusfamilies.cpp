@@ -219,7 +219,7 @@ struct Places {
   const Series *in_the_way;  // of any of them, or NULL
 
   Places(Arrangement &arrangement, const Series *series, const char *prefix)
-      : parts(get_parts(series, *arrangement.policy)), in_the_way(nullptr) {
+      : parts(get_parts(series, *arrangement.policy)), places{}, in_the_way(nullptr) {
     for (gsize i = 0; i < parts.size(); i++) {
       places[i] = find_place(arrangement, series, parts[i], prefix);
       auto *other = find_family(arrangement, places[i]);
