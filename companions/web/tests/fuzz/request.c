@@ -3,16 +3,15 @@
 #include <string.h>
 #include <vekmetrics-web/vekmetrics-web.h>
 
-static GSocketAddress *start_server(void) {
+static VekWebServer *start_server(void) {
   VekServicePrometheusReporter *reporter = vek_service_prometheus_reporter_new();
   VekMetricReporterInterface *operations = VEK_METRIC_REPORTER_GET_IFACE(reporter);
   operations->process_value(VEK_METRIC_REPORTER(reporter), "secret", NULL, NULL, 0, 42);
   operations->flush(VEK_METRIC_REPORTER(reporter));
-  static VekWebServer *server; /* kept, so that it does not count as lost */
-  server = vek_web_server_new(reporter);
+  VekWebServer *server = vek_web_server_new(reporter);
   g_object_unref(reporter);
   g_assert_true(vek_web_server_listen(server, NULL, 0, NULL));
-  return g_inet_socket_address_new_from_string("127.0.0.1", vek_web_server_get_port(server));
+  return server;
 }
 
 /* Sends everything and reads until the server ends the connection. */
@@ -54,9 +53,9 @@ static gboolean names_this_machine(const guint8 *data, gsize size) {
 
 int LLVMFuzzerTestOneInput(const guint8 *data, gsize size);
 int LLVMFuzzerTestOneInput(const guint8 *data, gsize size) {
-  static GSocketAddress *address;
-  if (!address)
-    address = start_server();
+  g_autoptr(VekWebServer) server = start_server();
+  g_autoptr(GSocketAddress) address =
+      g_inet_socket_address_new_from_string("127.0.0.1", vek_web_server_get_port(server));
   g_autoptr(GSocket) socket =
       g_socket_new(G_SOCKET_FAMILY_IPV4, G_SOCKET_TYPE_STREAM, G_SOCKET_PROTOCOL_DEFAULT, NULL);
   g_assert_true(g_socket_connect(socket, address, NULL, NULL));
