@@ -26,6 +26,7 @@ static void replay(const char *folder) {
 
 int main(int argc, char **argv) {
   g_test_init(&argc, &argv, NULL);
+  g_log_set_always_fatal(G_LOG_LEVEL_ERROR | G_LOG_LEVEL_CRITICAL); /* an input may be warned of */
   for (int i = 1; i < argc; i++) {
     g_autofree char *name = g_path_get_basename(argv[i]);
     g_autofree char *path = g_strconcat("/fuzz/", name, NULL);
