@@ -42,6 +42,10 @@ class Document:
         self.unread = files.unread
 
         programs = find_programs(self.logs, options.counter, options.gauge)
+        singles = {metric.name for program in programs.values() for metric in program.metrics
+                   if not metric.is_distribution}
+        self.missing = [(option, name) for option in ('counter', 'gauge')
+                        for name in getattr(options, option) if name not in singles]
         self.is_one_program = len(programs) < 2
         if len(programs) == 1:
             self.axis = next(iter(programs.values())).axis
