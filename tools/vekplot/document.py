@@ -50,9 +50,10 @@ class Document:
         if len(programs) == 1:
             self.axis = next(iter(programs.values())).axis
         else:
-            tell_apart(programs)
             self.axis = Axis(array('q', sorted(
                 {time for program in programs.values() for time in program.axis.times})))
+        if not self.is_one_program:
+            tell_apart(programs)
         self.first = 0  # pass that is drawn
         self.since, self.until = 0, LATEST
         self.restarts = sorted(program.axis.times[place] for program in programs.values()
