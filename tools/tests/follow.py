@@ -16,6 +16,8 @@ from support import tap
 FIRST = csv_lines((T + 55.5, 'requests', 5), (T + 60.1, 'load', 0.5))
 SECOND = csv_lines((T + 119.5, 'requests', 8), (T + 120.1, 'load', 0.25))
 
+SILENCES = 4  # of 15 seconds, that only a failure takes
+
 
 class Server:
     """A running vek-plot, and a page that listens to its events."""
@@ -45,12 +47,15 @@ class Server:
 
     def wait(self):
         """Waits for the next event; returns its data."""
-        while True:
+        silences = 0
+        while silences < SILENCES:
             line = self.stream.readline().decode()
             if not line:
                 raise EOFError
             if line.startswith('data: '):
                 return json.loads(line.removeprefix('data: '))
+            silences += line.startswith(':')
+        raise AssertionError('no event came')
 
     def wait_for(self, passes):
         """Waits until the data has so many passes; returns it."""
