@@ -10,19 +10,22 @@ import sys
 import tempfile
 import unittest
 
-from plot import PROGRAM, T, csv_lines
+from plot import PROGRAM, T, csv_lines, json_line
 from support import tap
 
 FIRST = csv_lines((T + 55.5, 'requests', 5), (T + 60.1, 'load', 0.5))
 SECOND = csv_lines((T + 119.5, 'requests', 8), (T + 120.1, 'load', 0.25))
 
+SILENCES = 4  # of 15 seconds, that only a failure takes
+
 
 class Server:
     """A running vek-plot, and a page that listens to its events."""
 
-    def __init__(self, folder):
-        self.program = subprocess.Popen([sys.executable, PROGRAM, '--follow', folder],
-                                        stdout=subprocess.PIPE, text=True)
+    def __init__(self, folder, *arguments):
+        self.program = subprocess.Popen(
+            [sys.executable, PROGRAM, '--follow', *arguments], cwd=folder, text=True,
+            stdout=subprocess.PIPE, stderr=subprocess.PIPE)
         self.address = self.program.stdout.readline().strip()
         self.port = int(self.address.removeprefix('http://127.0.0.1:').removesuffix('/'))
         self.events = self.connect()
@@ -44,12 +47,15 @@ class Server:
 
     def wait(self):
         """Waits for the next event; returns its data."""
-        while True:
+        silences = 0
+        while silences < SILENCES:
             line = self.stream.readline().decode()
             if not line:
                 raise EOFError
             if line.startswith('data: '):
                 return json.loads(line.removeprefix('data: '))
+            silences += line.startswith(':')
+        raise AssertionError('no event came')
 
     def wait_for(self, passes):
         """Waits until the data has so many passes; returns it."""
@@ -59,12 +65,30 @@ class Server:
             if len(data['times'][0]) == passes:
                 return data
 
+
     def close(self):
+        """Returns what the program has said."""
         self.events.close()
         self.stream.close()
         self.program.terminate()
-        self.program.wait()
-        self.program.stdout.close()
+        return self.program.communicate()[1]
+
+
+def figures(second, value):
+    return csv_lines((T + second, 'load', value))
+
+
+def report(second, value):
+    return json_line(second, ('load', {'Value': value}))
+
+
+def get_values(data):
+    """The values of metrics of one name by their files."""
+    found = {}
+    for metric in data['metrics']:
+        (_, file), = metric['dimensions']
+        found[file] = [value for value in metric['values'] if value is not None]
+    return found
 
 
 class Follow(unittest.TestCase):
@@ -77,8 +101,11 @@ class Follow(unittest.TestCase):
         with open(self.folder / name, 'a', encoding='utf-8') as file:
             file.write(text)
 
-    def serve(self):
-        server = Server(self.folder)
+    def rename(self, old, new):
+        os.rename(self.folder / old, self.folder / new)
+
+    def serve(self, *arguments):
+        server = Server(self.folder, *arguments or ['.'])
         self.addCleanup(server.close)
         return server
 
@@ -171,22 +198,18 @@ class Follow(unittest.TestCase):
         self.assertEqual(server.wait_for(1)['sources'], ['figures.csv'])
 
     def test_rotation_loses_nothing(self):
-        def line(second, value):
-            return (f'2023-11-14 22:13:{second},000000 [{{"MetricName":"a","Timestamp":'
-                    f'"2023-11-14T22:13:{second}Z","Value":{value}}}]\n')
-
-        self.write('figures.json', line(21, 1.5))
+        self.write('figures.json', report(1, 1.5))
         server = self.serve()
         server.wait()
-        self.write('figures.json', line(22, 2.5))
-        os.rename(self.folder / 'figures.json', self.folder / 'figures.json.1')
-        self.write('figures.json', line(23, 3.5))
+        self.write('figures.json', report(2, 2.5))
+        self.rename('figures.json', 'figures.json.1')
+        self.write('figures.json', report(3, 3.5))
         self.assertEqual(server.wait_for(3)['metrics'][0]['values'], [1.5, 2.5, 3.5])
 
-        self.write('figures.json', line(24, 4.5))
-        os.rename(self.folder / 'figures.json.1', self.folder / 'figures.json.2')
-        os.rename(self.folder / 'figures.json', self.folder / 'figures.json.1')
-        self.write('figures.json', line(25, 5.5))
+        self.write('figures.json', report(4, 4.5))
+        self.rename('figures.json.1', 'figures.json.2')
+        self.rename('figures.json', 'figures.json.1')
+        self.write('figures.json', report(5, 5.5))
         os.remove(self.folder / 'figures.json.2')
         data = server.wait_for(5)
         self.assertEqual(data['metrics'][0]['values'], [1.5, 2.5, 3.5, 4.5, 5.5])
@@ -198,6 +221,58 @@ class Follow(unittest.TestCase):
         server.wait()
         (self.folder / 'figures.csv').write_text(csv_lines((T + 120, 'load', 0.25)), 'utf-8')
         self.assertEqual(server.wait_for(2)['metrics'][0]['values'], [0.5, 0.25])
+
+    def test_programs_in_one_folder_grow_and_are_rotated_apart(self):
+        self.write('a.csv', figures(1, 1.5) + figures(5, 2.5))
+        self.write('a.json', report(1, 1.5) + report(5, 2.5))
+        self.write('b.json', report(2, 10.5) + report(6, 20.5))
+        server = self.serve()
+        server.wait()
+        self.assertEqual(get_values(server.get_data()), {'a': [1.5, 2.5], 'b': [10.5, 20.5]})
+
+        self.write('a.csv', figures(7, 3.5))
+        self.assertEqual(get_values(server.wait_for(5)),
+                         {'a': [1.5, 2.5, 3.5], 'b': [10.5, 20.5]})
+        self.write('b.json', report(8, 30.5))
+        self.assertEqual(get_values(server.wait_for(6)),
+                         {'a': [1.5, 2.5, 3.5], 'b': [10.5, 20.5, 30.5]})
+
+        self.write('b.json', report(9, 40.5))
+        self.rename('b.json', 'b.json.1')
+        self.write('b.json', report(10, 50.5))
+        self.write('a.csv', figures(11, 4.5))
+        data = server.wait_for(9)
+        self.assertEqual(get_values(data), {'a': [1.5, 2.5, 3.5, 4.5],
+                                            'b': [10.5, 20.5, 30.5, 40.5, 50.5]})
+        self.assertEqual(sorted(data['sources']), ['a.csv', 'a.json', 'b.json', 'b.json.1'])
+
+    def test_folders_and_files_grow_together(self):
+        names = 'one/figures.csv', 'two/figures.json', 'three.csv'
+        for folder in 'one', 'two':
+            (self.folder / folder).mkdir()
+        for second, name in enumerate(names):
+            line = report if name.endswith('json') else figures
+            self.write(name, line(second, second + 0.5) + line(second + 5, second + 0.25))
+        server = self.serve('one', 'two', 'three.csv')
+        server.wait()
+        before = {'one/figures': [0.5, 0.25], 'two/figures': [1.5, 1.25], 'three': [2.5, 2.25]}
+        self.assertEqual(get_values(server.get_data()), before)
+
+        for name, line, passes in zip(names, (figures, report, figures), (7, 8, 9)):
+            self.write(name, line(passes + 1, 9.5))
+            data = server.wait_for(passes)
+            before[os.path.splitext(name)[0]].append(9.5)
+            self.assertEqual(get_values(data), before)
+        self.rename('two/figures.json', 'two/figures.json.1')
+        self.write('two/figures.json', report(11, 10.5))
+        before['two/figures'].append(10.5)
+        self.assertEqual(get_values(server.wait_for(10)), before)
+
+    def test_a_name_that_no_metric_has_is_said_before_the_address(self):
+        self.write('figures.csv', FIRST)
+        server = Server(self.folder, '--counter=request', '.')
+        self.assertEqual(server.close(), 'vek-plot: --counter request: '
+                         'there is no counter or gauge with this name\n')
 
 
 if __name__ == '__main__':

@@ -11,7 +11,7 @@ import sys
 import tempfile
 import unittest
 
-from plot import FIGURES, PROGRAM, RANGES, Run, T, csv_lines, read_page
+from plot import FIGURES, PROGRAM, RANGES, SAMPLE, Run, T, csv_lines, read_page
 from support import tap
 
 
@@ -70,6 +70,16 @@ class Options(unittest.TestCase):
             self.assertEqual((run.status, run.written), (2, []), arguments)
             self.assertIn('usage: vek-plot', run.said)
         self.assertEqual(Run({}, paths=[]).status, 2)
+
+    def test_names_that_no_counter_or_gauge_has_are_said(self):
+        files = {'figures.csv': FIGURES + csv_lines((T + 240.1, 'size', *SAMPLE))}
+        for status, select in (0, []), (0, ['--select=requests']), (1, ['--select=none']):
+            run = Run(files, '--counter=requests', '--counter=request', '--gauge=size',
+                      '--gauge=load', *select)
+            self.assertEqual(run.status, status)
+            self.assertEqual(run.said.splitlines()[:2], [
+                'vek-plot: --counter request: there is no counter or gauge with this name',
+                'vek-plot: --gauge size: there is no counter or gauge with this name'])
 
     def test_each_option_is_documented_and_completed(self):
         run = subprocess.run([sys.executable, PROGRAM, '--help'], check=True, text=True,

@@ -255,6 +255,13 @@ class Programs(unittest.TestCase):
                           ('load', [['file', 'b']], 2, [1.5, 1.25]),
                           ('mine', [], 1, [None, 2.5])])
 
+    def test_logs_of_the_same_name_are_told_apart_by_their_folders(self):
+        log = csv_lines((T + 60, 'load', 0.5), (T + 120, 'load', 0.25))
+        run = Run({'one/figures.csv': log, 'two/figures.csv': log},
+                  paths=['logs/one', './logs/two/figures.csv'])
+        self.assertEqual([metric['dimensions'] for metric in run.data['metrics']],
+                         [[['file', 'one/figures']], [['file', 'two/figures']]])
+
 
 class Ranges(unittest.TestCase):
     FIGURES = csv_lines((T + 60, 'load', 0.5), (T + 120, 'load', 0.25))

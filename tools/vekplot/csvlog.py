@@ -12,7 +12,9 @@ from .logs import LATEST, Identity, Log, Series
 
 VALUE = ('value',)
 STATISTICS = ('avg', 'samples', 'min', 'max', 'p10', 'p50', 'p90')  # the order of the columns
-NO_STATISTICS = ',,,,,'
+SAMPLES = STATISTICS.index('samples')
+NOTHING = [0 if statistic == 'samples' else math.nan for statistic in STATISTICS]  # no samples
+NO_STATISTICS = ',,,,,,'
 
 # In µs: more than what passes between two lines of a pass, even on a busy machine.
 PAUSE = 100_000
@@ -38,8 +40,7 @@ class CsvReader:
         """Begins a metric."""
         identity = Identity(name, parse_dimensions(dimensions), not is_single)
         series = self.log.series.setdefault(identity, Series(VALUE if is_single else STATISTICS))
-        line = [-1, series.stamps.append, series.passes.append,
-                *(column.append for column in series.columns.values())]
+        line = [-1, series.stamps.append, series.passes.append, series.figures.fromlist]
         self.lines[name, dimensions, is_single] = line
         return line
 
@@ -52,7 +53,7 @@ class CsvReader:
         """Reads a list of lines, and reports the index of each one that it cannot read.
 
         This loop takes most of the time of all. What it needs of a metric is a list: the last pass
-        with a line of it, and the functions that append a time, a pass and each figure.
+        with a line of it, and the functions that append a time, a pass and a list of figures.
         """
         # pylint: disable=too-many-locals
         get_line = self.lines.get
@@ -61,20 +62,23 @@ class CsvReader:
         previous = times[-2] if current > 0 else -1
         for index, text in enumerate(batch):
             try:
-                stamp, name, dimensions, value, rest = text.split(',', 4)
+                stamp, name, dimensions, rest = text.split(',', 3)
                 if stamp == 'F':
-                    self.add_range(name, dimensions, value, rest)
+                    self.add_range(name, dimensions, *rest.split(','))
                     continue
-                value = float(value)
-                is_single = rest == NO_STATISTICS
-                if not is_single:
-                    samples, low, high, p10, p50, p90 = map(float, rest.split(','))
-                    if samples == 0:
-                        value = low = high = p10 = p50 = p90 = math.nan
+                is_single = rest.endswith(NO_STATISTICS)
+                if is_single:
+                    figures = [float(rest[:-len(NO_STATISTICS)])]
+                else:
+                    figures = list(map(float, rest.split(',')))
+                    if len(figures) != len(STATISTICS):
+                        raise ValueError(rest)
+                    if figures[SAMPLES] == 0:
+                        figures = NOTHING
                 stamp = int(stamp)
                 if not 0 <= stamp < LATEST:
                     raise ValueError(stamp)
-            except (ValueError, OverflowError):
+            except (TypeError, ValueError, OverflowError):
                 report(index)
                 continue
 
@@ -91,16 +95,9 @@ class CsvReader:
             line[0] = current
             line[1](stamp)
             line[2](current)
-            line[3](value)
-            if not is_single:
-                line[4](samples)
-                line[5](low)
-                line[6](high)
-                line[7](p10)
-                line[8](p50)
-                line[9](p90)
-                if stamp > previous:
-                    limit = stamp + PAUSE
+            line[3](figures)
+            if not is_single and stamp > previous:
+                limit = stamp + PAUSE
 
         if current >= 0:
             times[current] = latest

@@ -42,13 +42,18 @@ class Document:
         self.unread = files.unread
 
         programs = find_programs(self.logs, options.counter, options.gauge)
+        singles = {metric.name for program in programs.values() for metric in program.metrics
+                   if not metric.is_distribution}
+        self.missing = [(option, name) for option in ('counter', 'gauge')
+                        for name in getattr(options, option) if name not in singles]
         self.is_one_program = len(programs) < 2
         if len(programs) == 1:
             self.axis = next(iter(programs.values())).axis
         else:
-            tell_apart(programs)
             self.axis = Axis(array('q', sorted(
                 {time for program in programs.values() for time in program.axis.times})))
+        if not self.is_one_program:
+            tell_apart(programs)
         self.first = 0  # pass that is drawn
         self.since, self.until = 0, LATEST
         self.restarts = sorted(program.axis.times[place] for program in programs.values()

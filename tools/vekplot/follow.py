@@ -160,7 +160,7 @@ class Handler(BaseHTTPRequestHandler):
 
 
 def serve(files, options, announce):
-    """Serves the page until it is interrupted; its address is announced."""
+    """Serves the page until it is interrupted; announces its address, and what it shows at first."""
     feed = Feed(files, options)
     feed.look()
     names = frozenset(['index.html', *find_references()])
@@ -168,7 +168,7 @@ def serve(files, options, announce):
     with ThreadingHTTPServer(('127.0.0.1', 0), handler) as server:
         server.daemon_threads = True
         threading.Thread(target=server.serve_forever, daemon=True).start()
-        announce(f'http://127.0.0.1:{server.server_port}/')
+        announce(f'http://127.0.0.1:{server.server_port}/', feed.document)
         try:
             pause = PERIOD
             while True:

@@ -67,8 +67,7 @@ class JsonReader:
         series.unit = unit
         series.stamps.append(stamp)
         series.passes.append(current)
-        for statistic, figure in figures.items():
-            series.columns[statistic].append(figure)
+        series.figures.extend(figures.values())
 
     def read(self, batch, report):
         """Reads a list of lines, and reports the index of each one that it cannot read."""

@@ -25,10 +25,16 @@ class Series:
     """One metric in one log: its lines."""
 
     def __init__(self, statistics):
+        self.statistics = tuple(statistics)
         self.stamps = array('q')  # of each line, as the metric gave it
         self.passes = array('i')  # of each line: the index of its pass
-        self.columns = {statistic: array('d') for statistic in statistics}
+        self.figures = array('d')  # of each line: one for each statistic
         self.unit = None
+
+    def get_column(self, statistic):
+        """The figures of a statistic. All of a line are together because they come so."""
+        count = len(self.statistics)
+        return self.figures[self.statistics.index(statistic)::count] if count > 1 else self.figures
 
 
 class Log:
@@ -44,10 +50,9 @@ class Log:
         first_pass = len(self.times)
         self.times += later.times
         for identity, added in later.series.items():
-            series = self.series.setdefault(identity, Series(added.columns))
+            series = self.series.setdefault(identity, Series(added.statistics))
             series.stamps += added.stamps
             series.passes += array('i', (first_pass + index for index in added.passes))
-            for statistic, column in added.columns.items():
-                series.columns[statistic] += column
+            series.figures += added.figures
         for lane, ranges in later.ranges.items():
             self.ranges.setdefault(lane, array('q')).extend(ranges)

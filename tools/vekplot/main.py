@@ -27,6 +27,11 @@ def report_unread(unread):
         say(f'{unread.count - len(unread.first)} more could not be read')
 
 
+def report_missing(document):
+    for option, name in document.missing:
+        say(f'--{option} {name}: there is no counter or gauge with this name')
+
+
 def write_file(path, write_content):
     """Writes a file, and prints its name."""
     with open(path, 'w', encoding='utf-8') as file:
@@ -53,7 +58,8 @@ def write_outputs(document, options):
         open_browser(pathlib.Path(page).absolute().as_uri())
 
 
-def announce(address, options):
+def announce(address, document, options):
+    report_missing(document)
     print(address, flush=True)
     if options.open:
         open_browser(address)
@@ -69,7 +75,7 @@ def open_browser(address):
 
 def follow(files, options):
     from .follow import serve  # pylint: disable=import-outside-toplevel
-    serve(files, options, lambda address: announce(address, options))
+    serve(files, options, lambda address, document: announce(address, document, options))
 
 
 def run(options):
@@ -85,6 +91,7 @@ def run(options):
     files.close()
     report_unread(files.unread)
     document = Document(files, options)
+    report_missing(document)
     if document.is_empty():
         say('there is nothing to draw')
         return 1

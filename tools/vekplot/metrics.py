@@ -2,6 +2,7 @@
 
 import math
 from array import array
+from functools import partial
 
 from . import rules
 from .logs import Identity, Log
@@ -12,8 +13,8 @@ TIMES = ('Seconds', 'Milliseconds', 'Microseconds')
 
 
 def is_run(numbers):
-    """Whether each number is the successor of the one before."""
-    return numbers == array('i', range(numbers[0], numbers[0] + len(numbers)))
+    """Whether each number is the successor of the one before, if they ascend."""
+    return numbers[-1] - numbers[0] == len(numbers) - 1
 
 
 class Axis:
@@ -27,7 +28,8 @@ class Axis:
 class Metric:
     """A metric: its figures by statistic, or the single ones as "value".
 
-    The figures are in layers, one from each log: pairs of their places on the axis and the figures.
+    The figures are in layers, one from each log: pairs of their places on the axis and a function
+    that returns the figures.
     """
 
     def __init__(self, identity, unit, layers):
@@ -47,11 +49,12 @@ class Metric:
         """A figure for each time of the axis: that of the first layer which has one, or NaN."""
         layers = self.layers[statistic]
         size = len(self.axis.times)
-        if len(layers) == 1 and len(layers[0][1]) == size and is_run(layers[0][0]):
-            return layers[0][1]
+        places, get_figures = layers[0]
+        if len(layers) == 1 and len(places) == size and is_run(places):
+            return get_figures()
         aligned = array('d', [math.nan]) * size
-        for places, figures in reversed(layers):
-            for place, figure in zip(places, figures):
+        for places, get_figures in reversed(layers):
+            for place, figure in zip(places, get_figures()):
                 aligned[place] = figure
         return aligned
 
@@ -66,12 +69,12 @@ class Line:
         self.places = series.passes
         if places and not (places[0] == 0 and is_run(places)):
             self.places = array('i', map(places.__getitem__, series.passes))
-        self.layers = {statistic: (self.places, column)
-                       for statistic, column in series.columns.items()}
+        self.layers = {statistic: (self.places, partial(series.get_column, statistic))
+                       for statistic in series.statistics}
 
     @property
     def values(self):
-        return self.layers['value'][1]
+        return self.layers['value'][1]()
 
 
 def read_json(log, places):
@@ -185,4 +188,4 @@ class Program:
             times.append(latest)
             values.append(value)
         metric.axis = self.other_axes.setdefault(times.tobytes(), Axis(times, places))
-        metric.layers = {'value': [(array('i', range(len(values))), values)]}
+        metric.layers = {'value': [(array('i', range(len(values))), lambda: values)]}

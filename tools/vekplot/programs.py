@@ -37,10 +37,14 @@ def find_programs(logs, counters, gauges):
 
 
 def tell_apart(programs):
-    """Gives metrics that several programs have another dimension: the name of the log."""
+    """Gives metrics that several programs have another dimension: the name of the log, with its
+    folder if the logs are in several.
+    """
+    paths = {name: os.path.abspath(name) for name in programs}
+    base = os.path.commonpath([os.path.dirname(path) for path in paths.values()])
     counts = Counter((metric.name, metric.dimensions) for program in programs.values()
                      for metric in program.metrics)
     for name, program in programs.items():
         for metric in program.metrics:
             if counts[metric.name, metric.dimensions] > 1:
-                metric.dimensions += (('file', os.path.basename(name)),)
+                metric.dimensions += (('file', os.path.relpath(paths[name], base)),)
