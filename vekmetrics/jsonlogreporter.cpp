@@ -63,18 +63,16 @@ static void open_log_file(VekMetricJsonLogReporter *self) {
   self->output_stream = reinterpret_cast<GOutputStream *>(stream);
 }
 
+// Called when a file has been flushed, so that there is one.
 static void rotate_file(VekMetricJsonLogReporter *self) {
-  if (self->output_stream) {
-    g_autoptr(GError) error = nullptr;
-    if (!g_output_stream_close(self->output_stream, self->cancellable, &error))
-      vek_warning("Could not close output stream: %s", error->message);
-    g_clear_object(&self->output_stream);
-  }
-  if (self->basename && self->dirname) {
-    g_autofree char *name = g_strdup_printf("%s.json", self->basename);
-    vek_metrics_rotate_files(name, self->dirname, self->rotate);
-    open_log_file(self);
-  }
+  g_autoptr(GError) error = nullptr;
+  if (!g_output_stream_close(self->output_stream, self->cancellable, &error))
+    vek_warning("Could not close output stream: %s", error->message);
+  g_clear_object(&self->output_stream);
+
+  g_autofree char *name = g_strdup_printf("%s.json", self->basename);
+  vek_metrics_rotate_files(name, self->dirname, self->rotate);
+  open_log_file(self);
 }
 
 // One cycle of a write and a flush runs at a time; each end of it starts the next. A write and a

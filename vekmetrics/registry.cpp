@@ -43,12 +43,14 @@ static bool put_part(std::span<char> &room, const char *string) {
 // is put into the space, or allocated if it does not fit there.
 static char *get_key(const char *name, char **dimensions, std::span<char> space) {
   // The line is part of the message and fixed, so that crash reports of all releases fall together.
-  if (!name) [[unlikely]]
+  if (!name) [[unlikely]]  // Untested: this ends the process
     g_assertion_message_expr(G_LOG_DOMAIN, "../vekmetrics/registry", 85, __func__, "name != NULL");
 
   // An empty vector joins to an empty string, which is a part, too.
   auto room = space;
-  bool fits = !dimensions || *dimensions || put_part(room, "");
+  if (dimensions && !*dimensions)
+    put_part(room, "");
+  bool fits = true;
   for (char **part = dimensions; fits && part && *part; part++)
     fits = put_part(room, *part);
   if (fits && put_part(room, name)) {

@@ -130,7 +130,7 @@ GParamSpec *assert_construct_only_property(GType type, const char *name) {
   return pspec;
 }
 
-void assert_unknown_property_warns(gpointer object) {
+void assert_unknown_property_warns_in(const char *domain, gpointer object) {
   GObjectClass *klass = G_OBJECT_GET_CLASS(object);
   g_autoptr(GParamSpec) pspec = g_param_spec_ref_sink(
       g_param_spec_boolean("unknown", "unknown", "unknown", FALSE, G_PARAM_READWRITE));
@@ -141,9 +141,9 @@ void assert_unknown_property_warns(gpointer object) {
                       G_OBJECT_TYPE_NAME(object));
 
   klass->set_property(object, 99, &value, pspec);
-  assert_logged_like("VEK:metrics", G_LOG_LEVEL_WARNING, pattern);
+  assert_logged_like(domain, G_LOG_LEVEL_WARNING, pattern);
   klass->get_property(object, 99, &value, pspec);
-  assert_logged_like("VEK:metrics", G_LOG_LEVEL_WARNING, pattern);
+  assert_logged_like(domain, G_LOG_LEVEL_WARNING, pattern);
 }
 
 static gint n_real_readings;

@@ -75,8 +75,10 @@ void assert_invalid_cast(const char *from, const char *to);
  * its name for nick and blurb; returns it for what is particular. */
 GParamSpec *assert_construct_only_property(GType type, const char *name);
 
-/* Asserts that the object warns of a property id that it does not know. */
-void assert_unknown_property_warns(gpointer object);
+/* Asserts that the object warns of a property id that it does not know, in the log domain. */
+void assert_unknown_property_warns_in(const char *domain, gpointer object);
+#define assert_unknown_property_warns(object) \
+  assert_unknown_property_warns_in("VEK:metrics", (object))
 
 /* Counts how often each clock is read, from here to the end of the test. */
 void count_readings(void);

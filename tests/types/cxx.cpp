@@ -58,6 +58,22 @@ TEST(an_owner_takes_over_copies_moves_and_drops_references) {
   g_assert_cmpuint(references(counter), ==, 2);
 }
 
+TEST(copies_of_records_share_them) {
+  const gdouble sample = 2;
+  vek::Snapshot snapshot = vek::Snapshot::create(&sample, 1), shared = snapshot;
+  snapshot = vek::Snapshot();
+  g_assert_cmpfloat(shared.max(), ==, 2.0);
+
+  vek::Dimension dimension = vek::Dimension::create("host", "h1"), same = dimension;
+  dimension = vek::Dimension();
+  g_assert_cmpstr(same.value(), ==, "h1");
+}
+
+TEST(a_copy_of_an_empty_owner_is_empty) {
+  vek::Counter none, copy = none;
+  g_assert_true(copy == nullptr);
+}
+
 TEST(an_owner_is_shared_and_moved_as_what_it_derives_from) {
   auto registry = vek::Registry::create();
   vek::Timer timer = registry.timer("t", "Seconds");

@@ -62,6 +62,16 @@ static void assert_failed(gboolean passed, GError **error, VekTestingError code,
   g_clear_error(error);
 }
 
+TEST(failures_need_no_error_to_fill_in) {
+  g_autoptr(VekTestingRecorder) recorder = vek_testing_recorder_new();
+  g_assert_false(vek_testing_check_count(recorder, "requests", NULL, 3, NULL));
+  g_assert_false(vek_testing_check_value(recorder, "load", NULL, 0.25, 0, NULL));
+  g_assert_false(vek_testing_check_n_samples(recorder, "latency", NULL, 2, NULL));
+  g_assert_false(vek_testing_check_n_ranges(recorder, "render", 1, NULL));
+  g_assert_false(vek_testing_check_nothing(recorder, "errors", NULL));
+  g_assert_false(vek_testing_check_text(recorder, A_PASS "\n", NULL));
+}
+
 TEST(failures_tell_what_was_brought) {
   static const VekTestingError missing = VEK_TESTING_ERROR_MISSING;
   static const VekTestingError different = VEK_TESTING_ERROR_DIFFERENT;

@@ -295,3 +295,8 @@ TEST(failed_checks_do_nothing) {
   ASSERT_REFUSED(vek_testing_recorder_get_snapshot, "name != NULL", (recorder, NULL, NULL));
   ASSERT_REFUSED(vek_testing_recorder_get_ranges, "name != NULL", (recorder, NULL));
 }
+
+TEST(unknown_property_warns) {
+  g_autoptr(VekTestingRecorder) recorder = vek_testing_recorder_new();
+  assert_unknown_property_warns_in("VEK:testing", recorder);
+}

@@ -54,11 +54,10 @@ void vekin::testing::append_number(GString *text, gdouble number) {
   }
   // 15 digits are always right, 17 always enough.
   char buffer[G_ASCII_DTOSTR_BUF_SIZE];
-  for (const char *format : {"%.15g", "%.16g", "%.17g"}) {
-    g_ascii_formatd(buffer, sizeof buffer, format, number);
-    if (g_ascii_strtod(buffer, nullptr) == number)
-      break;
-  }
+  g_ascii_formatd(buffer, sizeof buffer, "%.15g", number);
+  for (const char *format : {"%.16g", "%.17g"})
+    if (g_ascii_strtod(buffer, nullptr) != number)
+      g_ascii_formatd(buffer, sizeof buffer, format, number);
   g_string_append(text, buffer);
 }
 
@@ -88,18 +87,13 @@ static void append_statistics(GString *text, VekMetricSnapshot *snapshot) {
   vekin::testing::append_number(text, vek_metric_snapshot_get_max(snapshot));
 }
 
-static const char *get_word(vekin::testing::Kind kind) {
-  switch (kind) {
-  case vekin::testing::Kind::Count: return "count ";
-  case vekin::testing::Kind::Value: return "value ";
-  case vekin::testing::Kind::Timeline: return "timeline ";
-  case vekin::testing::Kind::Aggregated: return "aggregated ";
-  }
-  return nullptr;
-}
-
 void vekin::testing::append_call(GString *text, const Call &call, bool with_time) {
-  g_string_append(text, get_word(call.kind));
+  switch (call.kind) {
+  case Kind::Count: g_string_append(text, "count "); break;
+  case Kind::Value: g_string_append(text, "value "); break;
+  case Kind::Timeline: g_string_append(text, "timeline "); break;
+  case Kind::Aggregated: g_string_append(text, "aggregated "); break;
+  }
   append_identity(text, call.name, call.dimensions);
   g_string_append_c(text, ' ');
   switch (call.kind) {

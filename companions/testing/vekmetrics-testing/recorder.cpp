@@ -200,7 +200,7 @@ bool vekin::testing::had_pass(VekTestingRecorder *recorder) {
 }
 
 bool vekin::testing::has_name(VekTestingRecorder *recorder, const char *name) {
-  for (guint i = 0; recorder->last && i < recorder->last->len; i++)
+  for (guint i = 0; i < recorder->last->len; i++)
     if (g_strcmp0(as<Call>(recorder->last->pdata[i])->name, name) == 0)
       return true;
   return false;

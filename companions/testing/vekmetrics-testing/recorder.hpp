@@ -28,7 +28,7 @@ const Call *find_call(VekTestingRecorder *recorder, Kind kind, const char *name,
 // Whether there was a pass.
 bool had_pass(VekTestingRecorder *recorder);
 
-// Whether the last pass brought anything of that name.
+// Whether the last pass, which there was, brought anything of that name.
 bool has_name(VekTestingRecorder *recorder, const char *name);
 
 }  // namespace vekin::testing
