@@ -133,12 +133,11 @@ bool is_shown(const Family *family, const Sample &sample) {
   return now.aggregate.n_samples > 0;
 }
 
+// Of a summary: all that it shows are quantiles.
 bool shows_negative_quantile(const Family *family) {
   for (guint i = 0; i < family->samples->len; i++) {
-    auto &sample = g_array_index(family->samples, Sample, i);
-    auto &quantiles = sample.series->now.aggregate.quantiles;
-    if (sample.figure == Figure::quantiles &&
-        std::any_of(std::begin(quantiles), std::end(quantiles), [](gdouble q) { return q < 0; }))
+    auto &quantiles = g_array_index(family->samples, Sample, i).series->now.aggregate.quantiles;
+    if (std::any_of(std::begin(quantiles), std::end(quantiles), [](gdouble q) { return q < 0; }))
       return true;
   }
   return false;
