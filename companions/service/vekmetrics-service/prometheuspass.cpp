@@ -65,7 +65,7 @@ void take_next(Series *series, Policy &policy, gint64 time) {
 
 bool has_negative_quantile(const Series *series) {
   auto &quantiles = series->now.aggregate.quantiles;
-  return series->kind == Kind::aggregated && series->is_now &&
+  return series->kind == Kind::aggregated &&
          std::any_of(std::begin(quantiles), std::end(quantiles), [](gdouble q) { return q < 0; });
 }
 
