@@ -13,7 +13,8 @@ static bool ends_about(const VekMetricRange &range, gint64 time) {
 }
 
 Batch *batch_new(guint64 pass, const char *name, GSList *ranges) {
-  auto *batch = g_atomic_rc_box_new0(Batch);
+  auto *batch = g_new0(Batch, 1);
+  batch->ref_count = 1;
   batch->pass = pass;
   batch->name = g_strdup(name);
   batch->is_wall = true;
@@ -28,17 +29,16 @@ Batch *batch_new(guint64 pass, const char *name, GSList *ranges) {
 }
 
 Batch *batch_ref(Batch *batch) {
-  return as<Batch>(g_atomic_rc_box_acquire(batch));
-}
-
-static void clear_batch(gpointer data) {
-  auto *batch = as<Batch>(data);
-  g_free(batch->name);
-  g_free(batch->ranges);
+  g_atomic_int_inc(&batch->ref_count);
+  return batch;
 }
 
 void batch_unref(Batch *batch) {
-  g_atomic_rc_box_release_full(batch, clear_batch);
+  if (!g_atomic_int_dec_and_test(&batch->ref_count))
+    return;
+  g_free(batch->name);
+  g_free(batch->ranges);
+  g_free(batch);
 }
 
 }  // namespace vekin::web

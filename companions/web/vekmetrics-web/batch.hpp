@@ -9,6 +9,7 @@ namespace vekin::web {
 inline constexpr guint kMaxRanges = 20'000;  // that are kept, of all timelines together
 
 struct Batch {
+  int ref_count;  // changed only atomically
   guint64 pass;
   char *name;
   bool is_wall;  // the ranges end about when the pass was, so that they are of the wall clock

@@ -12,6 +12,7 @@ namespace vekin::web {
 static constexpr gsize kSlice = 128 * 1024;  // of text; takes about a millisecond
 
 struct Page {
+  int ref_count;
   GBytes *text;
   const char *content_type;
 
@@ -26,7 +27,8 @@ struct Page {
 };
 
 Page *page_new(GBytes *text, const char *content_type) {
-  auto *page = g_rc_box_new0(Page);
+  auto *page = g_new0(Page, 1);
+  page->ref_count = 1;
   page->text = g_bytes_ref(text);
   page->content_type = content_type;
   page->checksum = g_checksum_new(G_CHECKSUM_MD5);  // the fastest, and nothing is kept safe by it
@@ -34,11 +36,13 @@ Page *page_new(GBytes *text, const char *content_type) {
 }
 
 Page *page_ref(Page *page) {
-  return as<Page>(g_rc_box_acquire(page));
+  page->ref_count++;
+  return page;
 }
 
-static void clear_page(gpointer data) {
-  auto *page = as<Page>(data);
+void page_unref(Page *page) {
+  if (--page->ref_count > 0)
+    return;
   g_bytes_unref(page->text);
   g_checksum_free(page->checksum);
   for (char *tag : page->tags)
@@ -46,10 +50,7 @@ static void clear_page(gpointer data) {
   g_clear_object(&page->compressor);
   g_clear_pointer(&page->output, g_byte_array_unref);
   g_clear_pointer(&page->compressed, g_bytes_unref);
-}
-
-void page_unref(Page *page) {
-  g_rc_box_release_full(page, clear_page);
+  g_free(page);
 }
 
 GBytes *page_get_text(const Page *page) {

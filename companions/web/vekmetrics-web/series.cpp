@@ -25,7 +25,8 @@ static void set_capacity(Series *series, guint capacity) {
 }
 
 Series *series_new(GString *key, char *head, guint n_figures) {
-  auto *series = g_atomic_rc_box_new0(Series);
+  auto *series = g_new0(Series, 1);
+  series->ref_count = 1;
   series->key = key;
   series->head = head;
   series->n_figures = n_figures;
@@ -33,18 +34,17 @@ Series *series_new(GString *key, char *head, guint n_figures) {
 }
 
 Series *series_ref(Series *series) {
-  return as<Series>(g_atomic_rc_box_acquire(series));
-}
-
-static void clear_series(gpointer data) {
-  auto *series = as<Series>(data);
-  g_string_free(series->key, TRUE);
-  g_free(series->head);
-  g_free(series->figures);
+  g_atomic_int_inc(&series->ref_count);
+  return series;
 }
 
 void series_unref(Series *series) {
-  g_atomic_rc_box_release_full(series, clear_series);
+  if (!g_atomic_int_dec_and_test(&series->ref_count))
+    return;
+  g_string_free(series->key, TRUE);
+  g_free(series->head);
+  g_free(series->figures);
+  g_free(series);
 }
 
 // The room doubles up to the limit, so that a metric that does not live long takes little.

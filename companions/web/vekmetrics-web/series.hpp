@@ -11,6 +11,7 @@ namespace vekin::web {
 // Passes are numbered from 1. There are figures of those from `first` up to `end`, without that;
 // those of a pass are NaN if it did not report the metric.
 struct Series {
+  int ref_count;  // changed only atomically
   GString *key;
   char *head;       // its JSON, up to the figures
   guint n_figures;  // of each pass
