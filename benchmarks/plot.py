@@ -20,6 +20,8 @@ CASES = {  # counters, gauges and timers
     'mixed': (40, 40, 20),
     'timers': (0, 0, 100),
 }
+MOST_SECONDS = 5
+MOST_MEGABYTES = 100
 SPLIT = 'import sys\nfor line in open(sys.argv[1], "rb"): line.split(b",")'
 
 
@@ -53,30 +55,34 @@ def run(*command):
     return (usage.ru_utime + usage.ru_stime, time.monotonic() - begin, usage.ru_maxrss * 1024 / 1e6)
 
 
-def measure(program, counts):
-    """The figures of a case, as records."""
+def describe(case):
+    return '{} counters, {} gauges, {} timers'.format(*CASES[case])
+
+
+def measure(program, case, page):
+    """The figures of a case, as records; writes the page."""
     with tempfile.TemporaryDirectory() as folder:
-        log, page = f'{folder}/figures.csv', f'{folder}/page.html'
-        write_log(log, *counts)
+        log = f'{folder}/figures.csv'
+        write_log(log, *CASES[case])
         split = run(sys.executable, '-c', SPLIT, log)
         drawn = run(sys.executable, program, '-o', page, log)
         sizes = [os.path.getsize(path) / 1e6 for path in (log, page)]
-    return [{'what': what, 'figure': figure, 'unit': unit} for what, figure, unit in (
-        ('splitting the lines', split[0], 's'), ('drawing them', drawn[0], 's'),
-        ('drawing them, by the clock', drawn[1], 's'),
-        ('drawing them, relative to splitting', drawn[0] / split[0], ''),
-        ('peak memory', drawn[2], 'MB'), ('size of the log', sizes[0], 'MB'),
-        ('size of the page', sizes[1], 'MB'))]
+    return [results.make_record('splitting the lines', split[0], 's'),
+            results.make_record('drawing them', drawn[0], 's', MOST_SECONDS),
+            results.make_record('drawing them, by the clock', drawn[1], 's'),
+            results.make_record('drawing them, relative to splitting', drawn[0] / split[0], ''),
+            results.make_record('peak memory', drawn[2], 'MB', MOST_MEGABYTES),
+            results.make_record('size of the log', sizes[0], 'MB'),
+            results.make_record('size of the page', sizes[1], 'MB')]
 
 
 def main():
     arguments = results.make_parser(__doc__, case=CASES).parse_args()
     figures = {}
     for case in arguments.case or CASES:
-        print('{}: {} counters, {} gauges, {} timers'.format(case, *CASES[case]), flush=True)
-        figures[case] = measure(f'{arguments.folder}/vek-plot', CASES[case])
-        for record in figures[case]:
-            print(f'  {record["what"]:42}{record["figure"]:12,.2f} {record["unit"]}', flush=True)
+        with tempfile.NamedTemporaryFile() as page:
+            figures[case] = measure(f'{arguments.folder}/vek-plot', case, page.name)
+        results.show(f'{case}: {describe(case)}', figures[case])
     results.save(arguments.out, cases=figures)
 
 

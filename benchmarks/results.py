@@ -19,6 +19,18 @@ def make_parser(doc, **names):
     return parser
 
 
+def make_record(what, figure, unit, limit=None):
+    """A figure, which is at most the limit if all is well."""
+    return {'what': what, 'figure': figure, 'unit': unit} | ({'limit': limit} if limit else {})
+
+
+def show(title, records):
+    print(title)
+    for record in records:
+        limit = f', at most {record["limit"]}' if 'limit' in record else ''
+        print(f'  {record["what"]:42}{record["figure"]:12,.2f} {record["unit"]}{limit}', flush=True)
+
+
 def machine():
     cpuinfo = pathlib.Path('/proc/cpuinfo').read_text(encoding='utf-8')
     model = re.search(r'^model name\s*: (.*)', cpuinfo, re.MULTILINE)
