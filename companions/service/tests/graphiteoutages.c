@@ -210,6 +210,31 @@ TEST(a_write_that_was_not_taken_whole_is_sent_again) {
   assert_many(server->received->str, (int)sent, MANY_LINES - 1);
 }
 
+TEST(a_write_that_would_block_is_made_again) {
+  g_autoptr(LineServer) server = line_server_new("127.0.0.1");
+  g_autoptr(VekMetricReporter) reporter = connect_reporter(server, NULL);
+  next_write_error = g_error_new_literal(G_IO_ERROR, G_IO_ERROR_WOULD_BLOCK, "full");
+  send_count(reporter, "a", 1);
+  g_assert_true(is_busy(reporter));
+  assert_lines(reporter, 1, 0, 0);
+  assert_received(server, "a 1 1700000000\n");
+  assert_lines(reporter, 0, 1, 0);
+}
+
+TEST(a_write_that_fails_costs_the_connection_and_no_line) {
+  g_autoptr(LineServer) server = line_server_new("127.0.0.1");
+  g_autoptr(VekMetricReporter) reporter = connect_reporter(server, NULL);
+  next_write_error = g_error_new_literal(G_IO_ERROR, G_IO_ERROR_BROKEN_PIPE, "Broken pipe");
+  send_count(reporter, "a", 1);
+  g_assert_false(is_connected(reporter));
+  assert_outage(server, "Broken pipe");
+  assert_lines(reporter, 1, 0, 0);
+  end_delay();
+  meet(reporter, server);
+  assert_received(server, "a 1 1700000000\n");
+  assert_outage_over(server, 0, 0);
+}
+
 TEST(a_server_that_does_not_read_costs_the_oldest_lines) {
   vek_testing_clock_set(TIMESTAMP, 0);
   g_autoptr(LineServer) server = line_server_new("127.0.0.1");

@@ -172,6 +172,7 @@ TEST(dimensions_are_written_as_tags_on_demand) {
       {{"~a", "~b~", NULL}, "a_b.u_v.n_m;~a=_b~ 1 1700000000\n"},
       {{"", "", NULL}, "a_b.u_v.n_m;_=_ 1 1700000000\n"},
       {{"a", "~", NULL}, "a_b.u_v.n_m;a=_ 1 1700000000\n"},
+      {{"host", "h1", "zone", NULL}, "a_b.u_v.n_m;host=h1 1 1700000000\n"},
   };
   g_autoptr(LineServer) server = line_server_new("127.0.0.1");
   g_autoptr(VekMetricReporter) reporter = connect_reporter(server, "a;b");
@@ -307,6 +308,14 @@ TEST(bad_property_values_are_refused_and_change_nothing) {
     g_object_run_dispose(other);
     run_until_idle();
   }
+}
+
+TEST(unknown_property_warns) {
+  g_autoptr(GObject) reporter =
+      g_object_new(VEK_SERVICE_TYPE_GRAPHITE_REPORTER, "host", "127.0.0.1", NULL);
+  assert_unknown_property_warns_in("VEK:service", reporter);
+  g_object_run_dispose(reporter); /* it would try to connect */
+  run_until_idle();
 }
 
 TEST(every_operation_is_set_but_that_for_timelines) {

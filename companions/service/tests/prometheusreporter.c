@@ -499,6 +499,18 @@ TEST(declared_counter_that_goes_down_is_warned_of_once) {
   assert_text(reporter, TEXT, "not_declared untyped; not_declared -3; x_total counter; x_total 3");
 }
 
+TEST(declaring_a_counter_again_changes_nothing) {
+  g_autoptr(Reporter) reporter = set_up();
+  vek_service_prometheus_reporter_declare_monotonic(reporter, "x");
+  count(reporter, "x", NULL, 5);
+  flush(reporter);
+  vek_service_prometheus_reporter_declare_monotonic(reporter, "x");
+  count(reporter, "x", NULL, 4);
+  flush(reporter);
+  assert_warning("The counter x is declared monotonic, but went down");
+  assert_text(reporter, TEXT, "x_total counter; x_total 4");
+}
+
 TEST(counter_that_comes_anew_has_not_gone_down) {
   g_autoptr(Reporter) reporter = set_up();
   vek_service_prometheus_reporter_declare_monotonic(reporter, "x");
@@ -718,4 +730,15 @@ TEST(failed_checks_name_their_own_function) {
   assert_logged("VEK:service", G_LOG_LEVEL_CRITICAL,
                 "vek_service_prometheus_reporter_declare_monotonic: assertion 'name != NULL' "
                 "failed");
+}
+
+TEST(unknown_property_warns) {
+  g_autoptr(Reporter) reporter = set_up();
+  assert_unknown_property_warns_in("VEK:service", reporter);
+}
+
+TEST(formats_have_nicknames) {
+  g_autoptr(GEnumClass) formats = g_type_class_ref(VEK_SERVICE_TYPE_PROMETHEUS_FORMAT);
+  g_assert_cmpint(g_enum_get_value_by_nick(formats, "openmetrics")->value, ==, OPENMETRICS);
+  g_assert_cmpint(g_enum_get_value_by_nick(formats, "text")->value, ==, TEXT);
 }

@@ -12,12 +12,34 @@
 /* The timer that was set last, for the session's are not called by a public name. */
 static guint timer_seconds;
 static guint timer_id;
+static void (*meanwhile)(void); /* happens when a timer has begun to fire, unless NULL */
+
+typedef struct {
+  GSourceFunc function;
+  gpointer data;
+  GDestroyNotify notify;
+} Timer;
+
+static gboolean on_timer(gpointer data) {
+  const Timer *timer = data;
+  if (meanwhile)
+    meanwhile();
+  return timer->function(timer->data);
+}
+
+static void timer_free(gpointer data) {
+  Timer *timer = data;
+  timer->notify(timer->data);
+  g_free(timer);
+}
 
 guint g_timeout_add_seconds_full(gint priority, guint interval, GSourceFunc function, gpointer data,
                                  GDestroyNotify notify) {
+  Timer *timer = g_new(Timer, 1);
+  *timer = (Timer){.function = function, .data = data, .notify = notify};
   g_autoptr(GSource) source = g_timeout_source_new_seconds(interval);
   g_source_set_priority(source, priority);
-  g_source_set_callback(source, function, data, notify);
+  g_source_set_callback(source, on_timer, timer, timer_free);
   timer_seconds = interval;
   timer_id = g_source_attach(source, NULL);
   return timer_id;
@@ -44,8 +66,11 @@ struct _SlowReporter {
   GObject parent_instance;
 
   guint n_operations; /* so many are to be under way, one after each flush */
+  gint priority;      /* of their ends */
   gboolean busy;
   guint n_flushes;
+  void (*on_last_flush)(gpointer data); /* when no operation is left, unless NULL */
+  gpointer data;
 };
 
 static void slow_reporter_reporter_init(VekMetricReporterInterface *iface);
@@ -63,13 +88,16 @@ static gboolean on_operation_done(gpointer reporter) {
 static void slow_reporter_flush(VekMetricReporter *reporter) {
   SlowReporter *self = SLOW_REPORTER(reporter);
   self->n_flushes++;
-  if (self->n_operations == 0)
+  if (self->n_operations == 0) {
+    if (self->on_last_flush)
+      self->on_last_flush(self->data);
     return;
+  }
   self->busy = TRUE;
   if (self->n_operations == G_MAXUINT) /* never to end */
     return;
   self->n_operations--;
-  g_idle_add(on_operation_done, self);
+  g_idle_add_full(self->priority, on_operation_done, self, NULL);
 }
 
 static void slow_reporter_reporter_init(VekMetricReporterInterface *iface) {
@@ -95,6 +123,7 @@ static void slow_reporter_init(SlowReporter *self) {
 static SlowReporter *slow_reporter_new(guint n_operations) {
   SlowReporter *self = g_object_new(SLOW_TYPE_REPORTER, NULL);
   self->n_operations = n_operations;
+  self->priority = G_PRIORITY_DEFAULT_IDLE;
   return self;
 }
 
@@ -104,6 +133,10 @@ static VekServiceSession *session_new(void) {
   VekServiceSession *session = vek_service_session_new(fixture.registry);
   vek_service_session_add_reporter(session, g_object_ref(fixture.reporter));
   return session;
+}
+
+static void add_slow(VekServiceSession *session, SlowReporter *slow) {
+  vek_service_session_add_reporter(session, VEK_METRIC_REPORTER(g_object_ref(slow)));
 }
 
 static void add_b(VekServiceSession *session) {
@@ -161,7 +194,7 @@ TEST(every_operation_is_handed_on) {
 TEST(reporter_without_operations_is_passed_over) {
   g_autoptr(VekServiceSession) session = session_new();
   g_autoptr(SlowReporter) slow = slow_reporter_new(0);
-  vek_service_session_add_reporter(session, VEK_METRIC_REPORTER(g_object_ref(slow)));
+  add_slow(session, slow);
   count("requests");
   vek_service_session_report(session);
   assert_recorded(fixture.record, "a count requests 1 @1000\na flush\n");
@@ -398,6 +431,44 @@ TEST(new_period_counts_from_the_last_pass) {
   g_assert_null(g_main_context_find_source_by_id(NULL, before));
 }
 
+static VekServiceSession *ending;
+
+static void finish_session(void) {
+  vek_service_session_finish(ending, 60000);
+  assert_recorded(fixture.record, "a flush\n");
+}
+
+static void let_go_of_session(void) {
+  g_clear_object(&ending);
+}
+
+TEST(timer_that_fires_while_the_session_ends_does_nothing) {
+  static void (*const ends[])(void) = {finish_session, let_go_of_session};
+  for (guint i = 0; i < G_N_ELEMENTS(ends); i++) {
+    ending = session_new();
+    set_period(ending, 10);
+    meanwhile = ends[i];
+    fire_timer();
+    meanwhile = NULL;
+    assert_recorded(fixture.record, "");
+    g_clear_object(&ending);
+  }
+}
+
+static void on_fire_timer(VekTestingRecorder *reporter, const char *line, gpointer data) {
+  (void)line;
+  g_signal_handlers_disconnect_by_data(reporter, data);
+  fire_timer();
+}
+
+TEST(timer_that_fires_within_a_pass_does_nothing) {
+  g_autoptr(VekServiceSession) session = session_new();
+  set_period(session, 10);
+  on_recorded(fixture.reporter, on_fire_timer, session);
+  vek_service_session_report(session);
+  assert_recorded(fixture.record, "a flush\n");
+}
+
 static void on_notify(GObject *session, GParamSpec *pspec, gpointer data) {
   (void)session, (void)pspec;
   ++*(guint *)data;
@@ -463,7 +534,7 @@ TEST(registry_can_have_another_session_after_the_first) {
 TEST(finish_waits_for_what_is_under_way) {
   g_autoptr(VekServiceSession) session = session_new();
   g_autoptr(SlowReporter) slow = slow_reporter_new(3);
-  vek_service_session_add_reporter(session, VEK_METRIC_REPORTER(g_object_ref(slow)));
+  add_slow(session, slow);
   g_assert_true(vek_service_session_finish(session, 60000));
   g_assert_false(slow->busy);
   /* In the last pass, and whenever it had become idle. */
@@ -471,10 +542,24 @@ TEST(finish_waits_for_what_is_under_way) {
   assert_recorded(fixture.record, "a flush\n");
 }
 
+TEST(finish_waits_for_each_reporter) {
+  g_autoptr(VekServiceSession) session = session_new();
+  g_autoptr(SlowReporter) first = slow_reporter_new(1);
+  g_autoptr(SlowReporter) second = slow_reporter_new(2);
+  second->priority = G_PRIORITY_LOW;
+  add_slow(session, first);
+  add_slow(session, second);
+  g_assert_true(vek_service_session_finish(session, 60000));
+  g_assert_false(first->busy || second->busy);
+  g_assert_cmpuint(first->n_flushes, ==, 2);
+  g_assert_cmpuint(second->n_flushes, ==, 3);
+  assert_recorded(fixture.record, "a flush\n");
+}
+
 TEST(finish_names_who_is_late) {
   g_autoptr(VekServiceSession) session = session_new();
   g_autoptr(SlowReporter) slow = slow_reporter_new(G_MAXUINT);
-  vek_service_session_add_reporter(session, VEK_METRIC_REPORTER(g_object_ref(slow)));
+  add_slow(session, slow);
   g_assert_false(vek_service_session_finish(session, 1));
   assert_logged("VEK:service", G_LOG_LEVEL_WARNING, "SlowReporter was not done in time");
   g_assert_cmpuint(slow->n_flushes, ==, 1);
@@ -493,7 +578,7 @@ static void on_finished(GObject *session, GAsyncResult *result, gpointer data) {
 TEST(finish_async_leaves_the_loop_to_the_program) {
   g_autoptr(VekServiceSession) session = session_new();
   g_autoptr(SlowReporter) slow = slow_reporter_new(2);
-  vek_service_session_add_reporter(session, VEK_METRIC_REPORTER(g_object_ref(slow)));
+  add_slow(session, slow);
   vek_service_session_finish_async(session, 60000, NULL, on_finished, fixture.record);
   assert_recorded(fixture.record, "a flush\n");
   /* Who comes second waits, too. */
@@ -512,7 +597,7 @@ TEST(finish_async_leaves_the_loop_to_the_program) {
 TEST(cancelling_ends_the_wait) {
   g_autoptr(VekServiceSession) session = session_new();
   g_autoptr(SlowReporter) slow = slow_reporter_new(G_MAXUINT);
-  vek_service_session_add_reporter(session, VEK_METRIC_REPORTER(g_object_ref(slow)));
+  add_slow(session, slow);
   g_autoptr(GCancellable) cancellable = g_cancellable_new();
   g_cancellable_cancel(cancellable);
   vek_service_session_finish_async(session, 60000, cancellable, on_finished, fixture.record);
@@ -523,16 +608,60 @@ TEST(cancelling_ends_the_wait) {
   g_assert_false(vek_service_session_finish(session, 60000));
 }
 
-static void on_call_back(VekTestingRecorder *reporter, const char *line, gpointer data) {
-  (void)line;
-  g_signal_handlers_disconnect_by_data(reporter, data);
+TEST(cancelling_ends_all_waits) {
+  g_autoptr(VekServiceSession) session = session_new();
+  g_autoptr(SlowReporter) slow = slow_reporter_new(G_MAXUINT);
+  add_slow(session, slow);
+  g_autoptr(GCancellable) cancellable = g_cancellable_new();
+  for (int i = 0; i < 2; i++)
+    vek_service_session_finish_async(session, 60000, cancellable, on_finished, fixture.record);
+  assert_recorded(fixture.record, "a flush\n");
+  g_cancellable_cancel(cancellable);
+  static const char *const ended =
+      "not drained Operation was cancelled\nnot drained Operation was cancelled\n";
+  while (fixture.record->len < strlen(ended))
+    g_main_context_iteration(NULL, TRUE);
+  assert_recorded(fixture.record, ended);
+}
+
+static void cancel_and_let_the_loop_run(gpointer cancellable) {
+  g_cancellable_cancel(cancellable);
+  while (g_main_context_iteration(NULL, FALSE))
+    ;
+}
+
+TEST(wait_may_end_within_a_flush) {
+  g_autoptr(VekServiceSession) session = session_new();
+  g_autoptr(GCancellable) cancellable = g_cancellable_new();
+  g_autoptr(SlowReporter) slow = slow_reporter_new(1);
+  slow->on_last_flush = cancel_and_let_the_loop_run;
+  slow->data = cancellable;
+  add_slow(session, slow);
+  vek_service_session_finish_async(session, 60000, cancellable, on_finished, fixture.record);
+  assert_recorded(fixture.record, "a flush\n");
+  while (fixture.record->len == 0)
+    g_main_context_iteration(NULL, TRUE);
+  assert_recorded(fixture.record, "not drained Operation was cancelled\n");
+  g_assert_false(vek_service_session_finish(session, 60000));
+}
+
+static void call_back(gpointer data) {
   VekServiceSession *session = data;
+  g_autoptr(GMainLoop) loop = g_main_loop_new(NULL, FALSE);
   vek_service_session_report(session);
   assert_refused("vek_service_session_report", "!session_is_in_pass(session)");
   g_assert_false(vek_service_session_finish(session, 0));
   assert_refused("vek_service_session_finish", "!session_is_in_pass(session)");
   vek_service_session_finish_async(session, 0, NULL, NULL, NULL);
   assert_refused("vek_service_session_finish_async", "!session_is_in_pass(session)");
+  g_assert_false(vek_service_session_run(session, loop, 0));
+  assert_refused("vek_service_session_run", "!session_is_in_pass(session)");
+}
+
+static void on_call_back(VekTestingRecorder *reporter, const char *line, gpointer data) {
+  (void)line;
+  g_signal_handlers_disconnect_by_data(reporter, data);
+  call_back(data);
 }
 
 TEST(nothing_is_reported_or_finished_within_a_pass) {
@@ -549,11 +678,27 @@ TEST(nothing_is_reported_or_finished_within_a_pass) {
   assert_recorded(fixture.record, "a count requests 0 @1000\na flush\n");
 }
 
+TEST(nothing_is_reported_or_finished_within_a_flush_at_the_end) {
+  g_autoptr(VekServiceSession) session = session_new();
+  g_autoptr(SlowReporter) slow = slow_reporter_new(1);
+  slow->on_last_flush = call_back;
+  slow->data = session;
+  add_slow(session, slow);
+  g_assert_true(vek_service_session_finish(session, 60000));
+  g_assert_cmpuint(slow->n_flushes, ==, 2);
+  assert_recorded(fixture.record, "a flush\n");
+}
+
 static gpointer report_elsewhere(gpointer session) {
+  g_autoptr(GMainLoop) loop = g_main_loop_new(NULL, FALSE);
   vek_service_session_report(session);
   assert_refused("vek_service_session_report", "main_context.is_owned");
   g_assert_false(vek_service_session_finish(session, 0));
   assert_refused("vek_service_session_finish", "main_context.is_owned");
+  vek_service_session_finish_async(session, 0, NULL, NULL, NULL);
+  assert_refused("vek_service_session_finish_async", "main_context.is_owned");
+  g_assert_false(vek_service_session_run(session, loop, 0));
+  assert_refused("vek_service_session_run", "main_context.is_owned");
   return NULL;
 }
 
@@ -571,6 +716,24 @@ TEST(registry_has_one_session) {
   assert_refused("vek_service_session_new", "!registry_has_session");
   vek_service_session_report(session);
   assert_recorded(fixture.record, "a flush\n");
+}
+
+TEST(second_session_of_a_registry_is_over) {
+  g_autoptr(VekServiceSession) first = session_new();
+  g_autoptr(VekServiceSession) session =
+      g_object_new(VEK_SERVICE_TYPE_SESSION, "registry", fixture.registry, NULL);
+  vek_service_session_add_reporter(session, g_object_ref(fixture.reporter));
+  assert_refused("vek_service_session_add_reporter", "!session_is_over");
+  g_assert_false(vek_service_session_remove_reporter(session, fixture.reporter));
+  vek_service_session_report(session);
+  assert_refused("vek_service_session_report", "!session_is_over(session)");
+  g_assert_false(vek_service_session_finish(session, 60000));
+  assert_recorded(fixture.record, "");
+}
+
+TEST(unknown_property_warns) {
+  g_autoptr(VekServiceSession) session = session_new();
+  assert_unknown_property_warns_in("VEK:service", session);
 }
 
 TEST(failed_checks_name_their_own_function) {
@@ -607,6 +770,11 @@ TEST(failed_checks_name_their_own_function) {
   assert_refused("vek_service_session_run", "VEK_SERVICE_IS_SESSION(session)");
   g_assert_false(vek_service_session_run(session, NULL, 0));
   assert_refused("vek_service_session_run", "loop != NULL");
+  g_autoptr(GMainContext) context = g_main_context_new();
+  g_autoptr(GMainLoop) loop = g_main_loop_new(context, FALSE);
+  g_assert_false(vek_service_session_run(session, loop, 0));
+  assert_refused("vek_service_session_run",
+                 "g_main_loop_get_context(loop) == g_main_context_default()");
   g_assert_false(vek_service_drain_is_busy(wrong));
   assert_refused("vek_service_drain_is_busy", "VEK_SERVICE_IS_DRAIN(drain)");
 }
@@ -622,6 +790,38 @@ TEST(session_that_is_let_go_of_ends_silently) {
   count("requests");
   run_periodic_pass(fixture.registry);
   assert_recorded(fixture.record, "");
+}
+
+static void on_let_go_of_session(VekTestingRecorder *reporter, const char *line, gpointer data) {
+  (void)line;
+  g_signal_handlers_disconnect_by_data(reporter, data);
+  g_object_unref(data);
+}
+
+TEST(session_that_is_let_go_of_in_a_pass_sees_its_end) {
+  VekServiceSession *session = session_new();
+  count("requests");
+  on_recorded(fixture.reporter, on_let_go_of_session, session);
+  run_periodic_pass(fixture.registry);
+  assert_recorded(fixture.record, "a count requests 1 @1000\na flush\n");
+  count("requests");
+  run_periodic_pass(fixture.registry);
+  assert_recorded(fixture.record, "");
+}
+
+TEST(metrics_are_made_while_nothing_has_a_session) {
+  g_autoptr(VekMetricRegistry) registry = g_object_new(VEK_TYPE_METRIC_REGISTRY, NULL);
+  g_autoptr(VekServiceSession) session = vek_service_session_new(registry);
+  g_clear_object(&session);
+  g_clear_object(&registry);
+  count("requests");
+  g_assert_true(is_registered("requests"));
+}
+
+TEST(metric_without_a_name_is_made) {
+  g_autoptr(VekServiceSession) session = session_new();
+  g_autoptr(VekMetric) metric = g_object_new(VEK_TYPE_METRIC_COUNTER, NULL);
+  g_assert_null(vek_metric_get_name(metric));
 }
 
 TEST(default_registry_is_meant_by_null) {
@@ -716,7 +916,7 @@ TEST(signal_ends_the_loop_and_another_the_wait) {
   g_object_unref(session);
   session = vek_service_session_new(fixture.registry);
   g_autoptr(SlowReporter) slow = slow_reporter_new(G_MAXUINT);
-  vek_service_session_add_reporter(session, VEK_METRIC_REPORTER(g_object_ref(slow)));
+  add_slow(session, slow);
   g_idle_add(on_terminate_oneself, NULL);
   g_timeout_add(1, on_interrupt_the_wait, slow);
   g_assert_false(vek_service_session_run(session, loop, 60000));

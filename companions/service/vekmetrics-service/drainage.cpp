@@ -15,7 +15,10 @@ static bool is_busy(gpointer reporter) {
   return holds_itself(reporter) && g_atomic_int_get(&vekin::as<GObject>(reporter)->ref_count) > 1;
 }
 
+// A flush may let the main loop run, in which the wait ends, too.
 static void end(vekin::Drainage *self, bool drained) {
+  if (g_source_is_destroyed(&self->source))
+    return;
   g_clear_handle_id(&self->timeout, g_source_remove);
   g_source_destroy(&self->source);
   g_ptr_array_set_size(self->reporters, 0);
@@ -45,7 +48,7 @@ static gboolean dispatch(GSource *source, GSourceFunc, gpointer) {
       continue;
     VEK_METRIC_REPORTER_GET_IFACE(reporter)->flush(reporter);
     if (g_source_is_destroyed(source))
-      return G_SOURCE_REMOVE;
+      break;
     if (!is_busy(reporter))
       g_ptr_array_remove_index(self->reporters, i);
   }
@@ -103,6 +106,5 @@ vekin::Drainage *vekin::drainage_start(GPtrArray *reporters, guint timeout_ms,
 }
 
 void vekin::drainage_stop(Drainage *drainage) {
-  if (!g_source_is_destroyed(&drainage->source))
-    end(drainage, false);
+  end(drainage, false);
 }

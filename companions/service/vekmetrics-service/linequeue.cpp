@@ -52,12 +52,9 @@ static void split(GQueue *chunks, GList *link, gsize position) {
 
 // Lets lines go: those that were sent already, though not their whole chunk, or else the oldest of
 // which nothing was sent. A line that was sent in part must stay, or the next would be joined to
-// that part. False if there is no other.
+// that part. False if there is no other than that. Called while there are lines.
 bool LineQueue::make_room() {
   GList *link = chunks.head;
-  if (!link)
-    return false;
-
   auto *chunk = as<Chunk>(link->data);
   if (chunk->sent > chunk->start) {
     const char *first = chunk->text + chunk->start;
@@ -114,8 +111,8 @@ void LineQueue::push(const GString *line) {
 
 void LineQueue::set_max_lines(guint lines) {
   max_lines = lines;
-  while (n_lines > max_lines && make_room())
-    ;
+  while (n_lines > max_lines)  // which is at least one, so that there is another to go
+    make_room();
 }
 
 gsize LineQueue::peek(const char **text) {

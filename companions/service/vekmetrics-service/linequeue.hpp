@@ -22,7 +22,7 @@ struct LineQueue {
 
   GQueue chunks;  // the oldest at the head; only that one is ever sent in part
   guint n_lines;
-  guint max_lines;
+  guint max_lines;  // at least 1
   guint64 n_sent;
   guint64 n_dropped;
 

@@ -104,6 +104,7 @@ bool format_usual(char *text, gdouble value) {
   // Seventeen digits tell all numbers apart. These powers are exact, and what a long double has
   // more than a double keeps the product as near as that takes. Some processors have no more, and
   // neither has valgrind.
+  // Untested: the tests are measured on processors whose long double is longer
   if (static_cast<long double>(magnitude) * (1 + 0x1p-63L) == magnitude)
     return false;
   int n_decimals = 1;

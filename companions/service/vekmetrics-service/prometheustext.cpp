@@ -103,12 +103,11 @@ void append_piece(GString *text, const Family *family, std::string_view labels,
   append(text, " ");
 }
 
+// Of a summary: all that it shows are quantiles.
 bool shows_negative_quantile(const Family *family) {
-  for (guint i = 0; i < family->samples->len; i++) {
-    auto &sample = g_array_index(family->samples, Sample, i);
-    if (sample.figure == Figure::quantiles && has_negative_quantile(sample.series))
+  for (guint i = 0; i < family->samples->len; i++)
+    if (has_negative_quantile(g_array_index(family->samples, Sample, i).series))
       return true;
-  }
   return false;
 }
 

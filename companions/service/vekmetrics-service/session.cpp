@@ -102,7 +102,7 @@ static GPtrArray *end_session(VekServiceSession *self) {
     registry = g_steal_pointer(&self->registry);
     set_timer(self, g_get_monotonic_time());
   }
-  return registry && self->relay ? vek_service_relay_disclaim(self->relay) : nullptr;
+  return registry ? vek_service_relay_disclaim(self->relay) : nullptr;
 }
 
 static void on_drained(bool drained, gpointer data) {

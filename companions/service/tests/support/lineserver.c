@@ -8,6 +8,7 @@
 
 guint n_writes;
 gsize largest_write;
+GError *next_write_error;
 
 static GSource *delayed; /* a reference */
 static guint delay;
@@ -29,6 +30,10 @@ gssize g_socket_send_with_blocking(GSocket *socket, const char *buffer, gsize si
                                    gboolean blocking, GCancellable *cancellable, GError **error) {
   n_writes++;
   largest_write = MAX(largest_write, size);
+  if (next_write_error) {
+    g_propagate_error(error, g_steal_pointer(&next_write_error));
+    return -1;
+  }
   return NEXT(g_socket_send_with_blocking)(socket, buffer, size, blocking, cancellable, error);
 }
 

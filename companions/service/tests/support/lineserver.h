@@ -70,6 +70,9 @@ void end_delay(void);
 extern guint n_writes;
 extern gsize largest_write;
 
+/* What the next write fails with, and then NULL again. */
+extern GError *next_write_error;
+
 void process_count_of(VekMetricReporter *reporter, const char *name, char **dimensions,
                       const char *unit, gint64 count);
 void process_count(VekMetricReporter *reporter, const char *name, gint64 count);
