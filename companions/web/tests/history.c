@@ -74,6 +74,11 @@ TEST(document_says_what_it_shows) {
       getpid(), g_get_host_name(), start);
   g_assert_cmpstr(text, ==, expected);
 
+  g_set_prgname(NULL);
+  g_autofree char *nameless = get_passes(&served, "");
+  g_assert_cmpstr(nameless, ==, expected); /* the name of the program's file */
+  g_set_prgname("test-history");
+
   g_auto(Served) other = set_up_at_epoch();
   g_autofree char *other_text = get_passes(&other, "");
   g_assert_null(strstr(other_text, start));
@@ -371,12 +376,42 @@ TEST(ranges_of_another_clock_are_told) {
   g_auto(Served) served = set_up_at_epoch();
   bring_range(&served, "x", 1, -1500000, 5);
   bring_range(&served, "y", 1, EPOCH - 10000 * MINUTE, EPOCH);
+  bring_range(&served, "z", 1, EPOCH, EPOCH + 10000 * MINUTE);
   flush(&served);
   assert_timelines(&served, "",
                    "{\"name\":\"x\",\"dimensions\":[],\"clock\":\"other\",\"lanes\":["
                    "{\"id\":\"1\",\"ranges\":[-1.5,0.000005]}]},"
                    "{\"name\":\"y\",\"dimensions\":[],\"clock\":\"wall\",\"lanes\":["
-                   "{\"id\":\"1\",\"ranges\":[1699400000,1700000000]}]}");
+                   "{\"id\":\"1\",\"ranges\":[1699400000,1700000000]}]},"
+                   "{\"name\":\"z\",\"dimensions\":[],\"clock\":\"other\",\"lanes\":["
+                   "{\"id\":\"1\",\"ranges\":[1700000000,1700600000]}]}");
+}
+
+TEST(timelines_are_shown_that_have_ranges) {
+  g_auto(Served) served = set_up_at_epoch();
+  g_autoptr(VekMetricTimeline) timeline =
+      vek_metric_registry_timeline_new(fixture.registry, "empty");
+  report(&served);
+  assert_timelines(&served, "", "");
+  bring_range(&served, NULL, 1, EPOCH, EPOCH + 1000000); /* of a timeline that was disposed */
+  report(&served);
+  assert_timelines(&served, "",
+                   "{\"name\":\"\",\"dimensions\":[],\"clock\":\"wall\",\"lanes\":["
+                   "{\"id\":\"1\",\"ranges\":[1700000000,1700000001]}]}");
+}
+
+TEST(passes_that_are_not_kept_any_more_leave_nothing) {
+  g_auto(Served) served = set_up_at_epoch();
+  bring(&served, "x", NULL, NULL, 1);
+  g_object_set(served.server, "history", 0, NULL);
+  bring(&served, "x", NULL, NULL, 2);
+  bring_range(&served, "x", 1, 2, 3);
+  flush(&served);
+  g_object_set(served.server, "history", 0, NULL);
+  g_object_set(served.server, "history", 5, NULL);
+  assert_member(&served, "", "pass", NULL, "0");
+  assert_member(&served, "", "metrics", NULL, "[]");
+  assert_timelines(&served, "", "");
 }
 
 TEST(ranges_go_with_their_pass) {

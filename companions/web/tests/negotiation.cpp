@@ -23,6 +23,11 @@ TEST(accept_decides_over_the_format) {
       {"Application/OpenMetrics-Text; Version=1.0.0; charset=utf-8", kOpenMetrics},
       {"application/openmetrics-text;version=\"1.0.0\"", kOpenMetrics},
       {"application/openmetrics-text;version=0.0.1", kText},
+      {"application/openmetrics-text;version=1", kText},
+      {"application/openmetrics-text;version=\"1.0.0", kText},
+      {"application/openmetrics-text;version=1.0.0\"", kText},
+      {"application/openmetrics-text;q=0.5,text/plain;version=0.0.3;q=0.6", kOpenMetrics},
+      {"application/openmetrics-text;q=0.5,text/plain;version=0.0.4;q=0.6", kText},
       {"application/openmetrics-text;version=2.0.0,*/*;q=0.1", kText},
       {"application/openmetrics-text;q=0", kText},
       {"application/openmetrics-text;q=0.5,text/plain;q=0.6", kText},
@@ -33,6 +38,13 @@ TEST(accept_decides_over_the_format) {
       {"application/openmetrics-text;q=0.5,text/plain;q=0,*/*", kOpenMetrics},
       {"application/openmetrics-text;q=0.5,text/*;q=0.4,*/*", kOpenMetrics},
       {"application/openmetrics-text;q=high", kText},
+      {"application/openmetrics-text;q=", kText},
+      {"application/openmetrics-text;q=-1", kText},
+      {"application/openmetrics-text;q=2", kText},
+      {"application/openmetrics-text;q=1", kOpenMetrics},
+      {"application/openmetrics-text;q=1.000", kOpenMetrics},
+      {"application/openmetrics-text;q=0.1234", kText},
+      {"application/openmetrics-text;q=0x5", kText},
       {"application/openmetrics-text;q=0.5x,text/plain;q=0.1", kText},
       {",,;=;q,application/openmetrics-text,;", kOpenMetrics},
       {"application/openmetrics-text;version=1.0.0,"
@@ -50,10 +62,23 @@ TEST(accept_encoding_decides_over_gzip) {
     const char *accept_encoding;
     bool expected;
   } rows[] = {
-      {nullptr, false},    {"", false},         {"gzip", true},          {"deflate, GZIP", true},
-      {"x-gzip", true},    {"gzip;q=0", false}, {"gzip;q=0.000", false}, {"gzip;q=0.001", true},
-      {"*", true},         {"*;q=0", false},    {"gzip;q=0,*", false},   {"*;q=0,gzip;q=1.0", true},
-      {"identity", false}, {"gzipped", false},
+      {nullptr, false},
+      {"", false},
+      {"gzip", true},
+      {"deflate, GZIP", true},
+      {"x-gzip", true},
+      {"gzip;q=0", false},
+      {"gzip;q=0.000", false},
+      {"gzip;q=0.001", true},
+      {"gzip;q=0,x-gzip", true},
+      {"x-gzip,gzip;q=0", true},
+      {"gzip,*;q=0", true},
+      {"*", true},
+      {"*;q=0", false},
+      {"gzip;q=0,*", false},
+      {"*;q=0,gzip;q=1.0", true},
+      {"identity", false},
+      {"gzipped", false},
   };
   for (auto &row : rows) {
     g_test_message("%s", row.accept_encoding ? row.accept_encoding : "(none)");

@@ -84,6 +84,22 @@ GByteArray *ask(GSocketAddress *address, const char *request) {
   return client.answer;
 }
 
+SoupServer *other_server_new(GSocketAddress **address) {
+  SoupServer *soup_server = soup_server_new(NULL, NULL);
+  g_assert_true(soup_server_listen_local(soup_server, 0, SOUP_SERVER_LISTEN_IPV4_ONLY, NULL));
+  g_autoptr(GSList) listeners = soup_server_get_listeners(soup_server);
+  *address = g_socket_get_local_address(listeners->data, NULL);
+  return soup_server;
+}
+
+void assert_answer(GSocketAddress *address, const char *path, const char *expected) {
+  g_autofree char *lines =
+      g_strdup_printf("GET %s HTTP/1.1\r\nHost: localhost\r\nConnection: close\r\n\r\n", path);
+  g_autoptr(GByteArray) answer = ask(address, lines);
+  g_test_message("%s: %s", path, (char *)answer->data);
+  g_assert_true(g_str_has_prefix((char *)answer->data, expected));
+}
+
 GSocketAddress *get_address(Served *served) {
   return g_inet_socket_address_new_from_string("127.0.0.1",
                                                vek_web_server_get_port(served->server));

@@ -40,6 +40,12 @@ gboolean has_ended(GSocket *socket);
  * NUL behind it. */
 GByteArray *ask(GSocketAddress *address, const char *request);
 
+/* A server of the program's own on loopback, and its address. */
+SoupServer *other_server_new(GSocketAddress **address);
+
+/* Asks for a path, and compares the beginning of the answer. */
+void assert_answer(GSocketAddress *address, const char *path, const char *expected);
+
 /* Sends a request, its lines between "|", and returns the answer's status and headers but for the
  * date, also between "|"; and its body. */
 char *request(Served *served, const char *lines, GBytes **body);

@@ -1,6 +1,7 @@
 /* Tests of VekWebServer. Clients are threads that talk to it by sockets, while it works in the main
  * loop. */
 
+#include <errno.h>
 #include <gio/gunixsocketaddress.h>
 #include <glib/gstdio.h>
 #include <string.h>
@@ -8,6 +9,42 @@
 #include <vekmetrics-web/vekmetrics-web.h>
 
 #include "served.h"
+#include "support/replace.h"
+
+/* These functions fail when a test names one. */
+static const char *failing;
+
+static gboolean fails(const char *function, GError **error) {
+  if (g_strcmp0(failing, function) != 0)
+    return FALSE;
+  g_set_error(error, G_IO_ERROR, G_IO_ERROR_FAILED, "%s failed", function);
+  return TRUE;
+}
+
+GSocket *g_socket_new(GSocketFamily family, GSocketType type, GSocketProtocol protocol,
+                      GError **error) {
+  return fails(__func__, error) ? NULL : NEXT(g_socket_new)(family, type, protocol, error);
+}
+
+gboolean g_socket_listen(GSocket *socket, GError **error) {
+  return !fails(__func__, error) && NEXT(g_socket_listen)(socket, error);
+}
+
+gboolean soup_server_listen_socket(SoupServer *server, GSocket *socket,
+                                   SoupServerListenOptions options, GError **error) {
+  return !fails(__func__, error) && NEXT(soup_server_listen_socket)(server, socket, options, error);
+}
+
+gboolean g_inet_address_get_is_loopback(GInetAddress *address) {
+  return !fails(__func__, NULL) && NEXT(g_inet_address_get_is_loopback)(address);
+}
+
+int fchmod(int fd, mode_t mode) {
+  if (!fails(__func__, NULL))
+    return NEXT(fchmod)(fd, mode);
+  errno = EIO;
+  return -1;
+}
 
 TEST(text_is_served_in_both_formats) {
   g_auto(Served) served = set_up_listening(1);
@@ -55,6 +92,16 @@ TEST(text_is_compressed_for_those_who_want_it) {
       assert_bytes(plain, text);
     }
   }
+}
+
+TEST(large_text_is_written_over_several_turns) {
+  g_auto(Served) served = set_up_listening(2500);
+  g_autoptr(GBytes) body = NULL;
+  g_autofree char *answer = request(&served, "GET /metrics HTTP/1.1|Host: localhost", &body);
+  g_assert_true(g_str_has_prefix(answer, "HTTP/1.1 200 OK|"));
+  g_autofree char *text =
+      vek_service_prometheus_reporter_get_text(served.reporter, VEK_SERVICE_PROMETHEUS_FORMAT_TEXT);
+  assert_bytes(body, text);
 }
 
 /* Connects so many clients and sends the request of each. */
@@ -156,6 +203,13 @@ TEST(hosts_that_the_program_allows_are_answered) {
   vek_web_server_allow_host(served.server, "Metrics.Example");
   assert_status(&served, "GET /metrics HTTP/1.1|Host: metrics.EXAMPLE:80", "HTTP/1.1 200 OK");
   assert_status(&served, "GET /metrics HTTP/1.1|Host: example", "HTTP/1.1 403 Forbidden");
+}
+
+TEST(from_other_machines_any_host_is_asked_for) {
+  g_auto(Served) served = set_up_listening(1);
+  failing = "g_inet_address_get_is_loopback"; /* as if the client had come from one */
+  assert_status(&served, "GET /metrics HTTP/1.1|Host: any.example", "HTTP/1.1 200 OK");
+  failing = NULL;
 }
 
 TEST(before_the_first_pass_there_is_nothing) {
@@ -264,27 +318,64 @@ TEST(connection_on_which_nothing_happens_is_ended) {
 TEST(path_of_another_server_is_served_until_this_one_ends) {
   Served served = set_up();
   pass(&served, 1);
-  g_autoptr(SoupServer) soup_server = soup_server_new(NULL, NULL);
-  g_assert_true(soup_server_listen_local(soup_server, 0, SOUP_SERVER_LISTEN_IPV4_ONLY, NULL));
+  g_autoptr(GSocketAddress) address = NULL;
+  g_autoptr(SoupServer) soup_server = other_server_new(&address);
   vek_web_server_attach(served.server, soup_server, "/figures");
-  g_autoptr(GSList) listeners = soup_server_get_listeners(soup_server);
-  g_autoptr(GSocketAddress) address = g_socket_get_local_address(listeners->data, NULL);
-  static const struct {
-    const char *path, *status;
-  } rows[] = {{"/figures", "HTTP/1.1 200 "},
-              {"/figures/x", "HTTP/1.1 404 "},
-              {"/metrics", "HTTP/1.1 404 "},
-              {"/figures", "HTTP/1.1 404 "}};
-  for (gsize i = 0; i < G_N_ELEMENTS(rows); i++) {
-    if (i == 3)
-      g_object_unref(served.server);
-    g_autofree char *lines = g_strdup_printf(
-        "GET %s HTTP/1.1\r\nHost: localhost\r\nConnection: close\r\n\r\n", rows[i].path);
-    g_autoptr(GByteArray) answer = ask(address, lines);
-    g_assert_true(g_str_has_prefix((char *)answer->data, rows[i].status));
-  }
+  assert_answer(address, "/figures", "HTTP/1.1 200 ");
+  assert_answer(address, "/figures/x", "HTTP/1.1 404 ");
+  assert_answer(address, "/metrics", "HTTP/1.1 404 ");
+  g_object_unref(served.server);
+  assert_answer(address, "/figures", "HTTP/1.1 404 ");
   g_object_unref(served.reporter);
   settle();
+}
+
+TEST(each_server_that_is_attached_has_its_path) {
+  g_auto(Served) served = set_up();
+  pass(&served, 1);
+  g_autoptr(GSocketAddress) first_address = NULL, second_address = NULL;
+  g_autoptr(SoupServer) first = other_server_new(&first_address);
+  g_autoptr(SoupServer) second = other_server_new(&second_address);
+  vek_web_server_attach(served.server, first, NULL);
+  vek_web_server_attach(served.server, second, "/figures");
+  assert_answer(first_address, "/metrics", "HTTP/1.1 200 ");
+  assert_answer(second_address, "/metrics", "HTTP/1.1 404 ");
+  assert_answer(second_address, "/figures", "HTTP/1.1 200 ");
+}
+
+/* A client of another server whose request waits to be compressed. */
+static GSocket *let_wait(Served *served, SoupServer *soup_server, GSocketAddress *address) {
+  pass(served, 20000);
+  vek_web_server_attach(served->server, soup_server, NULL);
+  GSocket *socket = connect_to_address(address);
+  static const char *const request =
+      "GET /metrics HTTP/1.1\r\nHost: localhost\r\nAccept-Encoding: gzip\r\n\r\n";
+  g_socket_send(socket, request, strlen(request), NULL, NULL);
+  while (!find_source("vekmetrics-web turn"))
+    g_main_context_iteration(NULL, TRUE);
+  return socket;
+}
+
+TEST(clients_of_another_server_that_wait_at_the_end_are_told) {
+  Served served = set_up();
+  g_autoptr(GSocketAddress) address = NULL;
+  g_autoptr(SoupServer) soup_server = other_server_new(&address);
+  g_autoptr(GSocket) socket = let_wait(&served, soup_server, address);
+  tear_down(&served);
+  char answer[4096] = "";
+  g_assert_cmpint(g_socket_receive(socket, answer, sizeof answer - 1, NULL, NULL), >, 0);
+  g_assert_true(g_str_has_prefix(answer, "HTTP/1.1 503 "));
+}
+
+TEST(another_server_may_end_while_its_clients_wait) {
+  g_auto(Served) served = set_up();
+  g_autoptr(GSocketAddress) address = NULL;
+  g_autoptr(SoupServer) soup_server = other_server_new(&address);
+  g_autoptr(GSocket) socket = let_wait(&served, soup_server, address);
+  soup_server_disconnect(soup_server);
+  settle();
+  g_assert_null(find_source("vekmetrics-web turn"));
+  g_assert_true(has_ended(socket));
 }
 
 TEST(unix_socket_is_of_this_user_alone) {
@@ -332,6 +423,76 @@ TEST(file_that_is_no_socket_is_kept) {
   g_assert_cmpint(g_rmdir(folder), ==, 0);
 }
 
+TEST(socket_that_takes_no_connections_is_kept) {
+  g_auto(Served) served = set_up();
+  g_autofree char *folder = g_dir_make_tmp(NULL, NULL);
+  g_autofree char *path = g_build_filename(folder, "metrics", NULL);
+  g_autoptr(GSocketAddress) address = g_unix_socket_address_new(path);
+  g_autoptr(GSocket) socket =
+      g_socket_new(G_SOCKET_FAMILY_UNIX, G_SOCKET_TYPE_DATAGRAM, G_SOCKET_PROTOCOL_DEFAULT, NULL);
+  g_assert_true(g_socket_bind(socket, address, FALSE, NULL));
+  g_autoptr(GError) error = NULL;
+  g_assert_false(vek_web_server_listen_unix(served.server, path, &error));
+  g_assert_error(error, G_IO_ERROR, G_IO_ERROR_ADDRESS_IN_USE);
+
+  g_clear_error(&error);
+  failing = "g_socket_new";
+  g_assert_false(vek_web_server_listen_unix(served.server, path, &error));
+  failing = NULL;
+  g_assert_cmpstr(error->message, ==, "g_socket_new failed");
+  g_assert_cmpint(g_unlink(path), ==, 0);
+  g_assert_cmpint(g_rmdir(folder), ==, 0);
+}
+
+TEST(failures_to_listen_are_errors) {
+  g_auto(Served) served = set_up();
+  static const struct {
+    const char *function, *message;
+  } rows[] = {
+      {"g_socket_new", "g_socket_new failed"},
+      {"fchmod", "Input/output error"},
+      {"g_socket_listen", "g_socket_listen failed"},
+      {"soup_server_listen_socket", "soup_server_listen_socket failed"},
+  };
+  for (gsize i = 0; i < G_N_ELEMENTS(rows); i++) {
+    failing = rows[i].function;
+    g_autoptr(GError) error = NULL;
+    g_assert_false(vek_web_server_listen(served.server, NULL, 0, &error));
+    failing = NULL;
+    g_assert_cmpstr(error->message, ==, rows[i].message);
+    g_assert_cmpuint(vek_web_server_get_port(served.server), ==, 0);
+  }
+}
+
+TEST(port_is_the_first_of_several) {
+  g_auto(Served) served = set_up_listening(1);
+  guint port = vek_web_server_get_port(served.server);
+  listen_locally(&served);
+  g_assert_cmpuint(vek_web_server_get_port(served.server), ==, port);
+}
+
+TEST(properties_read_back) {
+  g_auto(Served) served = set_up();
+  g_autoptr(VekServicePrometheusReporter) reporter = NULL;
+  guint history;
+  g_object_set(served.server, "history", 7, NULL);
+  g_object_get(served.server, "reporter", &reporter, "history", &history, NULL);
+  g_assert_true(reporter == served.reporter);
+  g_assert_cmpuint(history, ==, 7);
+}
+
+TEST(unknown_property_warns) {
+  g_auto(Served) served = set_up();
+  assert_unknown_property_warns_in("VEK:web", served.server);
+}
+
+TEST(server_that_is_made_without_a_reporter_has_its_own) {
+  g_autoptr(VekWebServer) server = g_object_new(VEK_WEB_TYPE_SERVER, NULL);
+  g_autoptr(VekServicePrometheusReporter) reporter = NULL;
+  g_object_get(server, "reporter", &reporter, NULL);
+  g_assert_true(VEK_SERVICE_IS_PROMETHEUS_REPORTER(reporter));
+}
+
 TEST(addresses_that_are_none_are_errors) {
   g_auto(Served) served = set_up();
   g_autoptr(GError) error = NULL;
@@ -357,7 +518,15 @@ TEST(failed_checks_name_their_own_function) {
   g_assert_false(vek_web_server_listen(NULL, NULL, 0, NULL));
   g_assert_false(vek_web_server_listen(served.server, NULL, 65536, NULL));
   g_assert_false(vek_web_server_listen_unix(served.server, NULL, NULL));
+  g_autoptr(GError) error = g_error_new_literal(G_IO_ERROR, G_IO_ERROR_FAILED, "set");
+  g_assert_false(vek_web_server_listen(served.server, NULL, 0, &error));
+  g_assert_false(vek_web_server_listen_unix(NULL, "/metrics", NULL));
+  g_assert_false(vek_web_server_listen_unix(served.server, "/metrics", &error));
+  g_autoptr(SoupServer) soup_server = soup_server_new(NULL, NULL);
+  vek_web_server_attach(NULL, soup_server, NULL);
   vek_web_server_attach(served.server, NULL, NULL);
+  vek_web_server_attach(served.server, soup_server, "metrics");
+  vek_web_server_allow_host(NULL, "localhost");
   vek_web_server_allow_host(served.server, NULL);
   g_assert_cmpuint(vek_web_server_get_port(NULL), ==, 0);
   static const char *const expected[] = {
@@ -365,7 +534,13 @@ TEST(failed_checks_name_their_own_function) {
       "vek_web_server_listen: assertion 'VEK_WEB_IS_SERVER(server)' failed",
       "vek_web_server_listen: assertion 'port <= G_MAXUINT16' failed",
       "vek_web_server_listen_unix: assertion 'path != NULL' failed",
+      "vek_web_server_listen: assertion 'error == NULL || *error == NULL' failed",
+      "vek_web_server_listen_unix: assertion 'VEK_WEB_IS_SERVER(server)' failed",
+      "vek_web_server_listen_unix: assertion 'error == NULL || *error == NULL' failed",
+      "vek_web_server_attach: assertion 'VEK_WEB_IS_SERVER(server)' failed",
       "vek_web_server_attach: assertion 'SOUP_IS_SERVER(soup_server)' failed",
+      "vek_web_server_attach: assertion 'path == NULL || *path == '/'' failed",
+      "vek_web_server_allow_host: assertion 'VEK_WEB_IS_SERVER(server)' failed",
       "vek_web_server_allow_host: assertion 'name != NULL' failed",
       "vek_web_server_get_port: assertion 'VEK_WEB_IS_SERVER(server)' failed",
   };

@@ -256,13 +256,25 @@ TEST(stream_ends_with_its_client) {
   }
 }
 
-/* On a Unix socket, because a system buffers only so much there. */
+/* Listens on a Unix socket, because a system buffers only so much there. Returns the folder. */
+static char *listen_in_folder(Served *served, GSocketAddress **address) {
+  char *folder = g_dir_make_tmp(NULL, NULL);
+  g_autofree char *path = g_build_filename(folder, "metrics", NULL);
+  g_assert_true(vek_web_server_listen_unix(served->server, path, NULL));
+  *address = g_unix_socket_address_new(path);
+  return folder;
+}
+
+static void remove_folder(Served *served, const char *folder) {
+  g_clear_object(&served->server); /* which removes its socket */
+  served->server = vek_web_server_new(served->reporter);
+  g_assert_cmpint(g_rmdir(folder), ==, 0);
+}
+
 TEST(client_that_does_not_read_gets_the_last_event_only) {
   g_auto(Served) served = set_up();
-  g_autofree char *folder = g_dir_make_tmp(NULL, NULL);
-  g_autofree char *path = g_build_filename(folder, "metrics", NULL);
-  g_assert_true(vek_web_server_listen_unix(served.server, path, NULL));
-  g_autoptr(GSocketAddress) address = g_unix_socket_address_new(path);
+  g_autoptr(GSocketAddress) address = NULL;
+  g_autofree char *folder = listen_in_folder(&served, &address);
   g_autoptr(GSocket) stream = connect_to_address(address);
   send_request(stream, "/events");
   settle();
@@ -270,6 +282,7 @@ TEST(client_that_does_not_read_gets_the_last_event_only) {
     pass(&served, 0);
     settle();
   }
+  run_source("vekmetrics-web comments");
   g_autoptr(GString) text = g_string_new(NULL);
   for (gsize n_before = 1; text->len != n_before;) {
     n_before = text->len;
@@ -279,9 +292,21 @@ TEST(client_that_does_not_read_gets_the_last_event_only) {
   g_assert_nonnull(strstr(text->str, "\nid: 1\n"));
   g_assert_nonnull(strstr(text->str, "\nid: 20000\n"));
   g_assert_null(strstr(text->str, "\nid: 19999\n"));
-  g_clear_object(&served.server); /* which removes its socket */
-  served.server = vek_web_server_new(served.reporter);
-  g_assert_cmpint(g_rmdir(folder), ==, 0);
+  g_assert_null(strstr(text->str, "\n:\n")); /* nor a comment */
+  remove_folder(&served, folder);
+}
+
+TEST(client_that_does_not_read_keeps_nobody_waiting) {
+  g_auto(Served) served = set_up();
+  pass(&served, 20000);
+  g_autoptr(GSocketAddress) address = NULL;
+  g_autofree char *folder = listen_in_folder(&served, &address);
+  g_autoptr(GSocket) silent = connect_to_address(address);
+  send_request(silent, "/vars.json");
+  settle();
+  g_autoptr(GByteArray) answer = ask(address, "GET /vars.json HTTP/1.0\r\nHost: localhost\r\n\r\n");
+  g_assert_true(g_str_has_suffix((char *)answer->data, "\"timelines\":[]}"));
+  remove_folder(&served, folder);
 }
 
 TEST(end_of_the_server_ends_what_it_sends) {
@@ -308,11 +333,9 @@ TEST(end_of_the_server_ends_what_it_sends) {
 
 TEST(page_is_not_served_at_the_paths_of_other_servers) {
   Served served = set_up_listening(1);
-  g_autoptr(SoupServer) soup_server = soup_server_new(NULL, NULL);
-  g_assert_true(soup_server_listen_local(soup_server, 0, SOUP_SERVER_LISTEN_IPV4_ONLY, NULL));
+  g_autoptr(GSocketAddress) address = NULL;
+  g_autoptr(SoupServer) soup_server = other_server_new(&address);
   vek_web_server_attach(served.server, soup_server, "/");
-  g_autoptr(GSList) listeners = soup_server_get_listeners(soup_server);
-  g_autoptr(GSocketAddress) address = g_socket_get_local_address(listeners->data, NULL);
   static const struct {
     const char *path, *status;
   } rows[] = {

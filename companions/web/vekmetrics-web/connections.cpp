@@ -67,6 +67,7 @@ static void start_sweep(Connections *self) {
 
 void connections_note(Connections *self, SoupServerMessage *message) {
   auto *socket = soup_server_message_get_socket(message);
+  // Untested: some releases of libsoup tell of a connection that is gone
   if (!socket || g_socket_is_closed(socket))
     return;
   auto *node = as<GList>(g_hash_table_lookup(self->nodes, socket));

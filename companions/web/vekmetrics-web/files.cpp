@@ -6,14 +6,6 @@ extern "C" void vek_web_page_register_resource(void);  // the generated header i
 
 namespace vekin::web {
 
-static constexpr struct {
-  const char *suffix, *content_type;
-} kContentTypes[] = {
-    {".html", "text/html; charset=utf-8"},
-    {".css", "text/css; charset=utf-8"},
-    {".js", "text/javascript; charset=utf-8"},
-};
-
 struct Files {
   GHashTable *pages;  // from path to Page, of what has been asked for
 };
@@ -40,11 +32,13 @@ void files_free(Files *self) {
   g_free(self);
 }
 
+// The page is made of HTML, CSS and JavaScript.
 static const char *get_content_type(const char *path) {
-  for (auto &[suffix, content_type] : kContentTypes)
-    if (g_str_has_suffix(path, suffix))
-      return content_type;
-  return "application/octet-stream";
+  if (g_str_has_suffix(path, ".html"))
+    return "text/html; charset=utf-8";
+  if (g_str_has_suffix(path, ".css"))
+    return "text/css; charset=utf-8";
+  return "text/javascript; charset=utf-8";
 }
 
 Page *files_find(Files *self, const char *path) {

@@ -1,5 +1,6 @@
 #include "listening.hpp"
 
+#include <errno.h>
 #include <gio/gunixsocketaddress.h>
 #include <glib/gstdio.h>
 #include <sys/stat.h>
@@ -27,14 +28,23 @@ static bool is_abandoned(const char *path, GSocketAddress *address) {
          g_error_matches(error, G_IO_ERROR, G_IO_ERROR_CONNECTION_REFUSED);
 }
 
+// The file that is made of a Unix socket has the mode of the socket, so that there is no moment at
+// which others could connect.
+static bool keep_private(GSocket *socket, GError **error) {
+  if (fchmod(g_socket_get_fd(socket), S_IRWXU) == 0)
+    return true;
+  int code = errno;
+  g_set_error_literal(error, G_IO_ERROR, g_io_error_from_errno(code), g_strerror(code));
+  return false;
+}
+
 GSocket *listen_on(GSocketAddress *address, GError **error) {
   g_autoptr(GSocket) socket = make_socket(address, error);
-  if (socket)
-    g_socket_set_listen_backlog(socket, kBacklog);
-  // The file that is made of a Unix socket has the mode of the socket, so that there is no moment
-  // at which others could connect.
-  if (!socket || fchmod(g_socket_get_fd(socket), S_IRWXU) != 0 ||
-      !g_socket_bind(socket, address, TRUE, error) || !g_socket_listen(socket, error))
+  if (!socket)
+    return nullptr;
+  g_socket_set_listen_backlog(socket, kBacklog);
+  if (!keep_private(socket, error) || !g_socket_bind(socket, address, TRUE, error) ||
+      !g_socket_listen(socket, error))
     return nullptr;
   return G_SOCKET(g_object_ref(socket));
 }
