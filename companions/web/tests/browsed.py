@@ -7,10 +7,20 @@ import subprocess
 import sys
 import urllib.request
 
-from support import browser, tap
+from support import browser, drawing, tap
 
 PROGRAM = pathlib.Path(sys.argv[1]).resolve()
 SIZES = (1600, 800, 400)
+
+# What the program measures: numbers from 0 to 8, in bytes and in tenths of a second, and the same
+# numbers less 4.
+TOTALS = {'requests': [5, 12, 12], 'jobs': [-3, -3, -3]}
+SINGLE = {'arrivals': 0, 'load': 0.1, 'nothing "yet"': None}
+STATISTICS = {
+    'size': {'avg': 4, 'min': 0, 'max': 8, 'p10': 0, 'p50': 4, 'p90': 7.2, 'p99': 7.92},
+    'wait': {'avg': 0.4, 'min': 0, 'max': 0.8, 'p10': 0, 'p50': 0.4, 'p90': 0.72, 'p99': 0.792},
+    'change': {'avg': 0, 'min': -4, 'max': 4, 'p10': -4, 'p50': 0, 'p90': 3.2, 'p99': 3.92},
+}
 
 
 class Browsed(browser.Test):
@@ -43,12 +53,6 @@ class Browsed(browser.Test):
         with urllib.request.urlopen(self.url + 'vars.json') as answer:
             return json.load(answer)
 
-    def rates(self, *counts):
-        """What the page draws of a counter, by the times of the passes."""
-        times = self.passes()['times'][0]
-        return [None] + [count / (end - start)
-                         for start, end, count in zip(times[:-1], times[1:], counts, strict=True)]
-
     def open(self, **options):
         self.browser.open(self.url, **options)
         self.browser.until('document.getElementById("state").className === "running"')
@@ -57,14 +61,6 @@ class Browsed(browser.Test):
     def drawn(self, name):
         [series] = [series for series in self.browser.series() if series['name'] == name]
         return series
-
-    def assert_close(self, found, expected):
-        self.assertEqual(len(found), len(expected))
-        for value, other in zip(found, expected):
-            if other is None:
-                self.assertIsNone(value)
-            else:
-                self.assertAlmostEqual(value, other, delta=1e-6 * abs(other))
 
     def test_figures_of_every_kind_are_drawn(self):
         for count in (5, 7, 0):
@@ -75,17 +71,19 @@ class Browsed(browser.Test):
                 self.browser.screenshot(f'program-{width}')
                 self.assertLessEqual(
                     self.browser.run('return document.documentElement.scrollWidth;'), width)
-                requests = self.drawn('requests')
-                self.assertEqual((requests['kind'], requests['unit'], requests['dimensions']),
-                                 ('counter', 'Count/Second', [['host', 'a']]))
-                self.assert_close(requests['values'], self.rates(7, 0))
-                self.assertEqual(self.drawn('arrivals')['kind'], 'meter')
-                self.assertEqual(self.drawn('load')['values'], [0.1, 0.1, 0.1])
-                wait = self.drawn('wait')
-                self.assertEqual((wait['kind'], wait['band']), ('timer', ['p10', 'p90']))
-                for name, value in {'p50': 0.4, 'max': 0.8, 'avg': 0.4, 'min': 0}.items():
-                    self.assert_close(wait['lines'][name], [value] * 3)
-                self.assertEqual(self.drawn('size')['kind'], 'histogram')
+                drawing.check(self, self.browser)
+                self.assertEqual({row['kind'] for row in self.browser.series()}, {
+                    'counter', 'gauge', 'meter', 'histogram', 'timer', 'timeline'})
+                for name, value in SINGLE.items():
+                    self.assertEqual(self.drawn(name)['values'], [value] * 3)
+                for name, statistics in STATISTICS.items():
+                    lines = self.drawn(name)['lines']
+                    self.assertEqual(set(lines), set(statistics))
+                    for line, value in statistics.items():
+                        for drawn in lines[line]:
+                            self.assertAlmostEqual(drawn, value, msg=(name, line))
+                for name, totals in TOTALS.items():
+                    self.assertEqual(self.drawn(name)['values'], totals)
 
     def test_ranges_are_drawn_by_the_wall_clock(self):
         self.pass_with(1)
