@@ -66,7 +66,7 @@ static void start_sweep(Connections *self) {
 }
 
 void connections_note(Connections *self, SoupServerMessage *message) {
-  auto *socket = soup_server_message_get_socket(message);
+  auto *socket = connection_get_socket(message);
   // Untested: some releases of libsoup tell of a connection that is gone
   if (!socket || g_socket_is_closed(socket))
     return;
@@ -124,6 +124,18 @@ void connections_free(Connections *self) {
 void connection_end_with_answer(SoupServerMessage *message) {
   soup_message_headers_replace(soup_server_message_get_response_headers(message), "Connection",
                                "close");
+}
+
+static G_DEFINE_QUARK(vek_web_socket, socket);
+
+void connection_set_socket(GSocketAddress *local_address, GSocket *socket) {
+  g_object_set_qdata_full(G_OBJECT(local_address), socket_quark(), g_object_ref(socket),
+                          g_object_unref);
+}
+
+GSocket *connection_get_socket(SoupServerMessage *message) {
+  auto *address = soup_server_message_get_local_address(message);
+  return as<GSocket>(g_object_get_qdata(G_OBJECT(address), socket_quark()));
 }
 
 void connection_shut_down(GSocket *socket) {

@@ -23,6 +23,11 @@ void connections_note(Connections *connections, SoupServerMessage *message);
 // leaves between two requests.
 void connection_end_with_answer(SoupServerMessage *message);
 
+// The socket of a message's connection. libsoup does not know it, so the connection's local address
+// holds it.
+void connection_set_socket(GSocketAddress *local_address, GSocket *socket);
+GSocket *connection_get_socket(SoupServerMessage *message);
+
 // Ends a connection that asks for too much; libsoup notices, and cleans up.
 void connection_shut_down(GSocket *socket);
 

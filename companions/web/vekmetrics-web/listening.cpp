@@ -1,8 +1,13 @@
 #include "listening.hpp"
 
+#include "common/internal.hpp"
+#include "connections.hpp"
+
 #include <errno.h>
 #include <gio/gunixsocketaddress.h>
 #include <glib/gstdio.h>
+#include <netinet/in.h>
+#include <netinet/tcp.h>
 #include <sys/stat.h>
 
 namespace vekin::web {
@@ -54,6 +59,82 @@ GSocket *listen_on_path(const char *path, GError **error) {
   if (is_abandoned(path, address))
     g_unlink(path);
   return listen_on(address, error);
+}
+
+struct Listener {
+  GSocket *socket;
+  SoupServer *server;
+  GSource *source;  // a connection, or the next try
+  bool is_failing;
+};
+
+static void set_source(Listener *self, GSource *source, const char *name, GSourceFunc callback) {
+  if (self->source) {
+    g_source_destroy(self->source);
+    g_source_unref(self->source);
+  }
+  self->source = source;
+  g_source_set_name(source, name);
+  g_source_set_callback(source, callback, self, nullptr);
+  g_source_attach(source, g_main_context_get_thread_default());
+}
+
+// A connection that the client has reset has no address, and is closed.
+static void serve(Listener *self, GSocket *socket) {
+  g_autoptr(GSocketAddress) local = g_socket_get_local_address(socket, nullptr);
+  g_autoptr(GSocketAddress) remote = g_socket_get_remote_address(socket, nullptr);
+  if (!local || !remote)
+    return;
+  if (G_IS_INET_SOCKET_ADDRESS(local))
+    g_socket_set_option(socket, IPPROTO_TCP, TCP_NODELAY, TRUE, nullptr);
+  connection_set_socket(local, socket);
+  g_autoptr(GSocketConnection) connection = g_socket_connection_factory_create_connection(socket);
+  soup_server_accept_iostream(self->server, G_IO_STREAM(connection), local, remote, nullptr);
+}
+
+static void watch(Listener *self);
+
+static gboolean on_retry(gpointer data) {
+  watch(as<Listener>(data));
+  return G_SOURCE_REMOVE;
+}
+
+static gboolean on_connection(GSocket *, GIOCondition, gpointer data) {
+  auto *self = as<Listener>(data);
+  g_autoptr(GError) error = nullptr;
+  g_autoptr(GSocket) socket = g_socket_accept(self->socket, nullptr, &error);
+  if (socket) {
+    self->is_failing = false;
+    serve(self, socket);
+  } else if (!g_error_matches(error, G_IO_ERROR, G_IO_ERROR_WOULD_BLOCK)) {
+    if (!self->is_failing)
+      vek_warning("Could not accept a connection: %s", error->message);
+    self->is_failing = true;
+    set_source(self, g_timeout_source_new(1000), "vekmetrics-web retry", on_retry);
+  }
+  return G_SOURCE_CONTINUE;
+}
+
+static void watch(Listener *self) {
+  set_source(self, g_socket_create_source(self->socket, G_IO_IN, nullptr),
+             "vekmetrics-web listener", G_SOURCE_FUNC(on_connection));
+}
+
+Listener *listener_new(GSocket *socket, SoupServer *server) {
+  auto *self = g_new0(Listener, 1);
+  self->socket = G_SOCKET(g_object_ref(socket));
+  self->server = server;
+  g_socket_set_blocking(socket, FALSE);
+  watch(self);
+  return self;
+}
+
+void listener_free(gpointer listener) {
+  auto *self = as<Listener>(listener);
+  g_source_destroy(self->source);
+  g_source_unref(self->source);
+  g_object_unref(self->socket);
+  g_free(self);
 }
 
 }  // namespace vekin::web

@@ -2,7 +2,7 @@
 
 // Sockets that a server listens on.
 
-#include <gio/gio.h>
+#include <libsoup/soup.h>
 
 namespace vekin::web {
 
@@ -10,5 +10,11 @@ GSocket *listen_on(GSocketAddress *address, GError **error);
 
 // Listens on a Unix socket of this user alone. One that nobody listens on any more is replaced.
 GSocket *listen_on_path(const char *path, GError **error);
+
+// Hands each connection to the server. libsoup would accept no more after the first that it cannot
+// accept, for lack of descriptors; here, that one is tried again after a second.
+struct Listener;
+Listener *listener_new(GSocket *socket, SoupServer *server);
+void listener_free(gpointer listener);
 
 }  // namespace vekin::web

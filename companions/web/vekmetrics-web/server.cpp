@@ -27,6 +27,7 @@ struct _VekWebServer {
   SoupServer *soup_server;                 // NULL until it listens
   Connections *connections;                // of that one
   guint port;                              // the first that it listens on
+  GPtrArray *listeners;                    // of Listener
   GPtrArray *socket_paths;
   GPtrArray *attached;  // of Attached
   GHashTable *hosts;    // names that are allowed, in lower case
@@ -157,7 +158,7 @@ static void on_headers(SoupServer *soup_server, SoupServerMessage *message, cons
   if (soup_server == vekin::as<VekWebServer>(data)->soup_server &&
       (soup_message_headers_get_encoding(headers) == SOUP_ENCODING_CHUNKED ||
        soup_message_headers_get_content_length(headers) > kMaxBody))
-    connection_shut_down(soup_server_message_get_socket(message));
+    connection_shut_down(connection_get_socket(message));
 }
 
 static void add_handlers(VekWebServer *self, SoupServer *soup_server, const char *path) {
@@ -173,6 +174,10 @@ static SoupServer *get_soup_server(VekWebServer *self) {
     add_handlers(self, self->soup_server, nullptr);
   }
   return self->soup_server;
+}
+
+static void listen(VekWebServer *self, GSocket *socket) {
+  g_ptr_array_add(self->listeners, listener_new(socket, get_soup_server(self)));
 }
 
 static void vek_web_server_set_property(GObject *object, guint id, const GValue *value,
@@ -203,6 +208,7 @@ static void vek_web_server_get_property(GObject *object, guint id, GValue *value
 
 static void vek_web_server_dispose(GObject *object) {
   auto *self = VEK_WEB_SERVER(object);
+  g_ptr_array_set_size(self->listeners, 0);
   g_clear_pointer(&self->viewer, viewer_free);
   g_clear_pointer(&self->connections, connections_free);
   if (self->soup_server)
@@ -223,6 +229,7 @@ static void vek_web_server_dispose(GObject *object) {
 static void vek_web_server_finalize(GObject *object) {
   auto *self = VEK_WEB_SERVER(object);
   g_ptr_array_unref(self->attached);
+  g_ptr_array_unref(self->listeners);
   g_ptr_array_unref(self->socket_paths);
   g_hash_table_unref(self->hosts);
 
@@ -255,6 +262,7 @@ static void vek_web_server_class_init(VekWebServerClass *klass) {
 }
 
 static void vek_web_server_init(VekWebServer *self) {
+  self->listeners = g_ptr_array_new_with_free_func(listener_free);
   self->socket_paths = g_ptr_array_new_with_free_func(g_free);
   self->attached = g_ptr_array_new_with_free_func(free_attached);
   self->hosts = g_hash_table_new_full(g_str_hash, g_str_equal, g_free, nullptr);
@@ -281,13 +289,12 @@ gboolean vek_web_server_listen(VekWebServer *server, const char *address, guint 
     return FALSE;
   }
   g_autoptr(GSocket) socket = listen_on(socket_address, error);
-  if (!socket || !soup_server_listen_socket(get_soup_server(server), socket,
-                                            static_cast<SoupServerListenOptions>(0), error))
+  g_autoptr(GSocketAddress) bound = socket ? g_socket_get_local_address(socket, error) : nullptr;
+  if (!bound)
     return FALSE;
-  if (server->port == 0) {
-    g_autoptr(GSocketAddress) bound = g_socket_get_local_address(socket, nullptr);
+  if (server->port == 0)
     server->port = g_inet_socket_address_get_port(G_INET_SOCKET_ADDRESS(bound));
-  }
+  listen(server, socket);
   return TRUE;
 }
 
@@ -300,8 +307,8 @@ gboolean vek_web_server_listen_unix(VekWebServer *server, const char *path, GErr
   if (!socket)
     return FALSE;
   g_ptr_array_add(server->socket_paths, g_strdup(path));
-  return soup_server_listen_socket(get_soup_server(server), socket,
-                                   static_cast<SoupServerListenOptions>(0), error);
+  listen(server, socket);
+  return TRUE;
 }
 
 void vek_web_server_attach(VekWebServer *server, SoupServer *soup_server, const char *path) {

@@ -30,6 +30,9 @@ G_BEGIN_DECLS
  * each further pass by `/events`. It loads nothing from elsewhere. The last 50 of its connections
  * for events are kept open.
  *
+ * If a connection cannot be accepted, for example because the process has no descriptors left, the
+ * server logs a warning, and tries again each second until it can.
+ *
  * A server that listens itself keeps at most 100 connections. A further one closes the connection
  * that has been idle longest. A connection is closed after 120 seconds in which no request begins
  * or ends, and if a request has a body of more than 64 KiB or of unknown length. Headers are

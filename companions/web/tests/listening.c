@@ -1,0 +1,101 @@
+#include "served.h"
+#include "support/replace.h"
+
+#include <string.h>
+#include <sys/stat.h>
+
+static const char *failing; /* the function below that fails */
+
+static gboolean fails(const char *function, GError **error) {
+  if (g_strcmp0(failing, function) != 0)
+    return FALSE;
+  g_set_error(error, G_IO_ERROR, G_IO_ERROR_FAILED, "no %s", function);
+  return TRUE;
+}
+
+/* In place of the functions of GIO and the C library, which they call. */
+
+GSocket *g_socket_accept(GSocket *socket, GCancellable *cancellable, GError **error) {
+  return fails("accept", error) ? NULL : NEXT(g_socket_accept)(socket, cancellable, error);
+}
+
+GSocketAddress *g_socket_get_local_address(GSocket *socket, GError **error) {
+  return fails("local address", error) ? NULL : NEXT(g_socket_get_local_address)(socket, error);
+}
+
+GSocketAddress *g_socket_get_remote_address(GSocket *socket, GError **error) {
+  return fails("remote address", error) ? NULL : NEXT(g_socket_get_remote_address)(socket, error);
+}
+
+int fchmod(int fd, mode_t mode) {
+  return fails("fchmod", NULL) ? -1 : NEXT(fchmod)(fd, mode);
+}
+
+static void assert_answers(Served *served) {
+  assert_status(served, "GET /metrics HTTP/1.1|Host: localhost", "HTTP/1.1 200 OK");
+}
+
+static void retry(void) {
+  GSource *source = find_source("vekmetrics-web retry");
+  g_assert_nonnull(source);
+  g_source_set_ready_time(source, 0);
+  settle();
+}
+
+TEST(connection_that_cannot_be_accepted_is_accepted_later) {
+  g_auto(Served) served = set_up_listening(1);
+  for (guint i = 0; i < 2; i++) {
+    failing = "accept";
+    g_autoptr(GSocket) socket = connect_to(&served);
+    assert_logged("VEK:web", G_LOG_LEVEL_WARNING, "Could not accept a connection: no accept");
+    retry(); /* in vain, and logged no more */
+    failing = NULL;
+    retry();
+    static const char request[] = "GET /metrics HTTP/1.0\r\nHost: localhost\r\n\r\n";
+    g_assert_cmpint(g_socket_send(socket, request, strlen(request), NULL, NULL), ==,
+                    strlen(request));
+    settle();
+    char answer[64];
+    g_assert_cmpint(g_socket_receive(socket, answer, sizeof answer, NULL, NULL), >, 15);
+    g_assert_cmpint(memcmp(answer, "HTTP/1.0 200 OK", 15), ==, 0);
+    assert_answers(&served);
+  }
+}
+
+TEST(server_can_be_freed_while_it_cannot_accept) {
+  Served served = set_up_listening(1);
+  failing = "accept";
+  g_autoptr(GSocket) socket = connect_to(&served);
+  assert_logged("VEK:web", G_LOG_LEVEL_WARNING, "Could not accept a connection: no accept");
+  failing = NULL;
+  tear_down(&served);
+  g_assert_null(find_source("vekmetrics-web retry"));
+}
+
+TEST(connection_without_an_address_is_closed) {
+  g_auto(Served) served = set_up_listening(1);
+  static const char *const functions[] = {"local address", "remote address"};
+  for (guint i = 0; i < G_N_ELEMENTS(functions); i++) {
+    failing = functions[i];
+    g_autoptr(GSocket) socket = connect_to(&served);
+    failing = NULL;
+    g_assert_true(has_ended(socket));
+    assert_answers(&served);
+  }
+}
+
+TEST(whatever_keeps_it_from_listening_is_an_error) {
+  g_auto(Served) served = set_up();
+  static const char *const functions[] = {"fchmod", "local address"};
+  for (guint i = 0; i < G_N_ELEMENTS(functions); i++) {
+    failing = functions[i];
+    g_autoptr(GError) error = NULL;
+    g_assert_false(vek_web_server_listen(served.server, NULL, 0, &error));
+    failing = NULL;
+    g_assert_nonnull(error);
+    g_assert_cmpuint(vek_web_server_get_port(served.server), ==, 0);
+  }
+  listen_locally(&served);
+  pass(&served, 1);
+  assert_answers(&served);
+}
