@@ -14,6 +14,9 @@ G_BEGIN_DECLS
 /* To be called once, after g_test_init(). No message is fatal then, except errors. */
 void log_capture_init(void);
 
+/* Passes over the library's debug messages, too: a long test causes millions. */
+void log_capture_pass_over_debug(void);
+
 /* Takes the oldest message: the exact domain, level and text. */
 void assert_logged(const char *domain, GLogLevelFlags level, const char *message);
 

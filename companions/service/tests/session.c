@@ -7,50 +7,8 @@
 #include "support/fixture.h"
 #include "support/folder.h"
 #include "support/periodicpass.h"
+#include "support/sessiontimer.h"
 #include "support/tsan-tasks.h"
-
-/* The timer that was set last, for the session's are not called by a public name. */
-static guint timer_seconds;
-static guint timer_id;
-static void (*meanwhile)(void); /* happens when a timer has begun to fire, unless NULL */
-
-typedef struct {
-  GSourceFunc function;
-  gpointer data;
-  GDestroyNotify notify;
-} Timer;
-
-static gboolean on_timer(gpointer data) {
-  const Timer *timer = data;
-  if (meanwhile)
-    meanwhile();
-  return timer->function(timer->data);
-}
-
-static void timer_free(gpointer data) {
-  Timer *timer = data;
-  timer->notify(timer->data);
-  g_free(timer);
-}
-
-guint g_timeout_add_seconds_full(gint priority, guint interval, GSourceFunc function, gpointer data,
-                                 GDestroyNotify notify) {
-  Timer *timer = g_new(Timer, 1);
-  *timer = (Timer){.function = function, .data = data, .notify = notify};
-  g_autoptr(GSource) source = g_timeout_source_new_seconds(interval);
-  g_source_set_priority(source, priority);
-  g_source_set_callback(source, on_timer, timer, timer_free);
-  timer_seconds = interval;
-  timer_id = g_source_attach(source, NULL);
-  return timer_id;
-}
-
-static void fire_timer(void) {
-  GSource *timer = g_main_context_find_source_by_id(NULL, timer_id);
-  g_assert_nonnull(timer);
-  g_source_set_ready_time(timer, 0);
-  g_assert_true(g_main_context_iteration(NULL, FALSE));
-}
 
 static void assert_refused(const char *function, const char *condition) {
   g_autofree char *message = g_strdup_printf("%s: assertion '%s' failed", function, condition);

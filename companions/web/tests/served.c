@@ -151,7 +151,10 @@ GBytes *decompress(GBytes *compressed) {
 }
 
 GSource *find_source(const char *name) {
-  for (guint id = 1; id < 10000; id++) {
+  g_autoptr(GSource) newest = g_idle_source_new();
+  guint id = g_source_attach(newest, NULL);
+  g_source_destroy(newest);
+  for (; id > 0; id--) {
     GSource *source = g_main_context_find_source_by_id(NULL, id);
     if (source && g_strcmp0(g_source_get_name(source), name) == 0)
       return source;

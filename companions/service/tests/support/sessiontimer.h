@@ -1,0 +1,16 @@
+#pragma once
+
+/* The timer of a session's own passes, without waiting for it. */
+
+#include <glib.h>
+
+/* Of the timer of whole seconds that was set last with a function to free its data: a session's.
+ * Its id is 0 if the test has set it to that and none was set since. */
+extern guint timer_seconds;
+extern guint timer_id;
+
+/* Happens when it has begun to fire, unless NULL. */
+extern void (*meanwhile)(void);
+
+/* Fires it, on this thread. */
+void fire_timer(void);
