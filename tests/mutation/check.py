@@ -9,14 +9,13 @@ import os
 import pathlib
 import random
 import re
-import subprocess
 import sys
 import threading
 
 from covered import Coverage
 from equivalents import key_of, read_equivalents
 from mutants import make_mutants
-from tree import ROOT, Tree, find_sources
+from tree import ROOT, Tree, find_sources, run
 
 FOLDER = ROOT / 'build-check' / 'mutation'
 
@@ -112,16 +111,15 @@ def identify(mutant, code):
 
 
 def changed_lines(commit):
-    """The numbers of the lines of each file that differ from a commit."""
+    """The numbers of the lines of each source that differ from a commit."""
     lines = collections.defaultdict(set)
-    path = None
-    for line in subprocess.run(['git', 'diff', '--unified=0', commit, '--', *find_sources()],
-                               cwd=ROOT, check=True, text=True,
-                               stdout=subprocess.PIPE).stdout.splitlines():
+    for line in run('git', 'diff', '--unified=0', commit, '--', *find_sources(),
+                    cwd=ROOT).splitlines():
         if line.startswith('+++ b/'):
-            path = line[6:]
+            path = line.removeprefix('+++ b/')
         elif match := re.match(r'@@ -\S+ \+(\d+)(?:,(\d+))? @@', line):
-            lines[path] |= set(range(int(match[1]), int(match[1]) + int(match[2] or 1)))
+            first, number = int(match[1]), int(match[2] or 1)
+            lines[path].update(range(first, first + number))
     return lines
 
 

@@ -28,9 +28,10 @@ JUMPS = {'break', 'continue', 'return'}
 KEYWORDS = JUMPS | {'case', 'default', 'do', 'else', 'for', 'if', 'switch', 'while'}
 
 # The beginning of a declaration: a type, and a name.
-DECLARATION = re.compile(r'(?:[\w:]+(?:<[^;=]*?>)?[ \n]+)+[*&]*\w')
+DECLARATION = re.compile(r'(?:[\w:]+(?:<[^;=]*?>|\(\w+\))?[ \n]+)+[*&]*\w')
 LOCK = re.compile(r'(?P<scope>\w+::)?(?P<kind>Mutex|Reader|Writer)Lock \w+\([^;]*\)(?=;)')
-FUNCTION = re.compile(r'^[A-Za-z][^;={}()\n]*?([\w:~]+)\(', re.MULTILINE)
+FUNCTION = re.compile(r'^(?:class|struct) (\w+)|^(?:\w[^;={}()\n]*[ *&])?([\w:~]+)\(',
+                      re.MULTILINE)
 
 
 @dataclass(frozen=True, order=True)
@@ -101,7 +102,7 @@ class Maker:
         self.path = path
         self.code = code
         self.tokens = read_tokens(code)
-        self.functions = [(match.start(), match[1]) for match in FUNCTION.finditer(code)]
+        self.functions = [(match.start(), match[1] or match[2]) for match in FUNCTION.finditer(code)]
         self.lines = [match.start() for match in re.finditer('^', code, re.MULTILINE)]
         self.found = {}
 

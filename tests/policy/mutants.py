@@ -29,6 +29,7 @@ ROWS = (
     ('loops keep their conditions', 'for (; a(); b()) c();', ['for (; a(); b()) ;']),
     ('values are returned', 'return a;', []),
     ('declarations stay', 'g_autofree char *a = nullptr;', []),
+    ('declarations by macros stay', 'g_autoptr(GSource) a = nullptr;', []),
     ('neighbouring arguments are exchanged',
      'int a = b(c, d(), e);', ['int a = b(d(), c, e);', 'int a = b(c, e, d());']),
     ('locks are dropped, or taken for reading',
@@ -58,10 +59,13 @@ class Mutants(unittest.TestCase):
                          ['void f() {\n  \n;\n  int b;\n}\n'])
 
     def test_mutant_is_known_by_its_function_and_lines(self):
-        first, second = make_mutants('a.cpp', 'void f() {\n  g(\n      a);\n}\n\n'
-                                              'void A::b() {\n  g(a);\n}\n')
-        self.assertEqual(key_of(first), ('a.cpp f', 'g( a);', ';'))
-        self.assertEqual(key_of(second), ('a.cpp A::b', 'g(a);', ';'))
+        keys = list(map(key_of, make_mutants('a.cpp', (
+            'A *f() {\n  g(\n      a);\n}\n'
+            'void A::b() {\n  g(b);\n}\n'
+            'G_DEFINE_TYPE(A, a)\n'
+            'class C {\n  C() {\n    g(c);\n  }\n};\n'))))
+        self.assertEqual(keys, [('a.cpp f', 'g( a);', ';'), ('a.cpp A::b', 'g(b);', ';'),
+                                ('a.cpp C', 'g(c);', ';')])
 
 
 if __name__ == '__main__':

@@ -702,6 +702,14 @@ static gpointer report_elsewhere(gpointer session) {
   return NULL;
 }
 
+TEST(main_context_is_free_after_each_call) {
+  g_autoptr(VekServiceSession) session = session_new();
+  vek_service_session_report(session);
+  g_assert_false(g_main_context_is_owner(NULL));
+  g_assert_true(vek_service_session_finish(session, 0));
+  g_assert_false(g_main_context_is_owner(NULL));
+}
+
 TEST(nothing_is_reported_or_finished_on_another_thread) {
   g_autoptr(VekServiceSession) session = session_new();
   g_assert_true(g_main_context_acquire(NULL));
