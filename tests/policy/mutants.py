@@ -1,10 +1,13 @@
 """Tests of the mutants that scripts/check-mutation makes."""
 
+import pathlib
 import unittest
 
-from mutation.equivalents import key_of
+from mutation.equivalents import key_of, read_equivalents
 from mutation.mutants import make_mutants
 from support import tap
+
+ROOT = pathlib.Path(__file__).resolve().parents[2]
 
 # A statement, and what the mutants make of it.
 ROWS = (
@@ -66,6 +69,12 @@ class Mutants(unittest.TestCase):
             'class C {\n  C() {\n    g(c);\n  }\n};\n'))))
         self.assertEqual(keys, [('a.cpp f', 'g( a);', ';'), ('a.cpp A::b', 'g(b);', ';'),
                                 ('a.cpp C', 'g(c);', ';')])
+
+    def test_equivalents_are_mutants(self):
+        equivalents = read_equivalents()
+        for path in {place.split()[0] for place, _, _ in equivalents}:
+            equivalents -= set(map(key_of, make_mutants(path, (ROOT / path).read_text())))
+        self.assertEqual(equivalents, set())
 
 
 if __name__ == '__main__':
