@@ -305,6 +305,17 @@ TEST(metric_that_is_asked_for_in_a_pass_is_not_retired) {
   g_assert_false(is_registered("requests"));
 }
 
+TEST(metric_is_retired_though_one_of_other_dimensions_is_asked_for) {
+  g_autoptr(VekServiceSession) session = session_new();
+  g_autoptr(VekMetric) asking = NULL;
+  char *dimensions[] = {(char *)"host", (char *)"h1", NULL};
+  g_object_unref(vek_metric_registry_counter_new(fixture.registry, "requests", NULL, dimensions));
+  on_recorded(fixture.reporter, on_ask, &asking);
+  run_periodic_pass(fixture.registry);
+  assert_recorded(fixture.record, "a count requests{host=h1} 0 @1000\na flush\n");
+  g_assert_null(vek_metric_registry_get_metric(fixture.registry, "requests", dimensions));
+}
+
 TEST(metric_that_is_asked_for_once_it_is_retired_comes_back) {
   /* Registered first, it is flushed last. */
   g_autoptr(VekMetricRegistry) registry = g_object_new(VEK_TYPE_METRIC_REGISTRY, NULL);
@@ -658,6 +669,14 @@ static gpointer report_elsewhere(gpointer session) {
   g_assert_false(vek_service_session_run(session, loop, 0));
   assert_refused("vek_service_session_run", "main_context.is_owned");
   return NULL;
+}
+
+TEST(main_context_is_free_after_each_call) {
+  g_autoptr(VekServiceSession) session = session_new();
+  vek_service_session_report(session);
+  g_assert_false(g_main_context_is_owner(NULL));
+  g_assert_true(vek_service_session_finish(session, 0));
+  g_assert_false(g_main_context_is_owner(NULL));
 }
 
 TEST(nothing_is_reported_or_finished_on_another_thread) {

@@ -1,0 +1,252 @@
+"""Makes mutants of C and C++: small changes, each of which a test should notice.
+
+It works on the tokens of code that clang-format has formatted, in which a binary operator has
+spaces around it. Some of the mutants do not compile; the compiler finds these.
+"""
+
+import bisect
+import re
+from dataclasses import dataclass
+
+TOKEN = re.compile(r'''
+    (?P<blank>  \s+ | //[^\n]* | /\*.*?\*/ | ^\#(?:\\\n|[^\n])* | \[\[.*?\]\] )
+  | (?P<string> \w*"(?:\\.|[^"\\\n])*" | '(?:\\.|[^'\\])' )
+  | (?P<number> \.?\d(?:[eEpP][+-]|'?[\w.])* )
+  | (?P<name>   [A-Za-z_]\w*(?:::~?[A-Za-z_]\w*)* )
+  | (?P<sign>   <<=|>>=|<=>|->|\+\+|--|<<|>>|<=|>=|==|!=|&&|\|\||[-+*/%&|^]=|::|\.\.\.|. )
+''', re.VERBOSE | re.DOTALL | re.MULTILINE)
+
+OPERATORS = {
+    '+': '-', '-': '+', '*': '/', '/': '*', '%': '*', '<<': '>>', '>>': '<<', '&': '|', '|': '&',
+    '<': '<=', '<=': '<', '>': '>=', '>=': '>', '==': '!=', '!=': '==', '&&': '||', '||': '&&',
+    '+=': '-=', '-=': '+=', '*=': '/=', '/=': '*=', '&=': '|=', '|=': '&=',
+}
+STEPS = {'++': '--', '--': '++'}
+TRUTHS = {'true': 'false', 'false': 'true', 'TRUE': 'FALSE', 'FALSE': 'TRUE'}
+CLOSING = {'(': ')', '[': ']', '{': '}'}
+JUMPS = {'break', 'continue', 'return'}
+KEYWORDS = JUMPS | {'case', 'default', 'do', 'else', 'for', 'if', 'switch', 'while'}
+
+# The beginning of a declaration: a type, and a name.
+DECLARATION = re.compile(r'(?:[\w:]+(?:<[^;=]*?>|\(\w+\))?[ \n]+)+[*&]*\w')
+LOCK = re.compile(r'(?P<scope>\w+::)?(?P<kind>Mutex|Reader|Writer)Lock \w+\([^;]*\)(?=;)')
+FUNCTION = re.compile(r'^(?:class|struct) (\w+)|^(?:\w[^;={}()\n]*[ *&])?([\w:~]+)\(',
+                      re.MULTILINE)
+
+
+@dataclass(frozen=True, order=True)
+class Mutant:
+    """A change: the text between two offsets of a file is replaced by another text."""
+    path: str
+    start: int
+    end: int
+    text: str
+    kind: str
+    line: int
+    function: str
+    before: str  # the lines that it changes, as one line
+    after: str
+
+    def apply(self, code):
+        # The lines that follow keep their numbers, which messages contain.
+        lines = code.count('\n', self.start, self.end) - self.text.count('\n')
+        return code[:self.start] + self.text + '\n' * lines + code[self.end:]
+
+
+@dataclass
+class Token:
+    kind: str
+    text: str
+    start: int
+    end: int
+    partner: int = -1      # of a bracket: the index of the other one
+    opener: str = ''       # the bracket that the token is in
+    is_code: bool = False  # it is inside the body of a function
+
+
+def read_tokens(code):
+    """The tokens without comments, blanks and preprocessor lines."""
+    tokens = []
+    for match in TOKEN.finditer(code):
+        if match.lastgroup != 'blank':
+            tokens.append(Token(match.lastgroup, match.group(), match.start(), match.end()))
+
+    opened = []
+    for index, token in enumerate(tokens):
+        inside = bool(opened) and tokens[opened[-1]].is_code
+        token.is_code = inside
+        token.opener = tokens[opened[-1]].text if opened else ''
+        if token.kind != 'sign':
+            continue
+        if token.text in CLOSING:
+            if token.text == '{':
+                token.is_code = inside or begins_body(tokens, index)
+            opened.append(index)
+        elif opened and token.text == CLOSING[tokens[opened[-1]].text]:
+            token.partner = opened.pop()
+            tokens[token.partner].partner = index
+    return tokens
+
+
+def begins_body(tokens, index):
+    """Whether a brace outside functions opens the body of one."""
+    before = [token.text for token in tokens[max(index - 2, 0):index]]
+    return bool(before) and (before[-1] == ')' or
+                             before[-1] in ('const', 'noexcept', 'override') and before[0] == ')')
+
+
+class Maker:
+    """Makes the mutants of one file."""
+
+    def __init__(self, path, code):
+        self.path = path
+        self.code = code
+        self.tokens = read_tokens(code)
+        self.functions = [(match.start(), match[1] or match[2]) for match in FUNCTION.finditer(code)]
+        self.lines = [match.start() for match in re.finditer('^', code, re.MULTILINE)]
+        self.found = {}
+
+    def make(self):
+        for index, token in enumerate(self.tokens):
+            if token.kind == 'number':
+                self.change_number(token)
+            elif token.text in TRUTHS:
+                self.add('constant', token.start, token.end, TRUTHS[token.text])
+            elif token.kind == 'sign':
+                self.change_operator(index, token)
+            if token.is_code:
+                if token.text in ('if', 'while'):
+                    self.negate_condition(index)
+                elif token.text == '?':
+                    self.swap_branches(index)
+                elif token.text == '(':
+                    self.swap_arguments(index)
+                if self.begins_statement(index):
+                    self.drop_statement(index)
+        for match in LOCK.finditer(self.code):
+            self.weaken_lock(match)
+        return sorted(self.found.values())
+
+    def add(self, kind, start, end, text):
+        function = bisect.bisect_right(self.functions, (start, '~')) - 1
+        line = bisect.bisect_right(self.lines, start)
+        first = self.lines[line - 1]
+        last = self.code.find('\n', end)
+        before = self.code[first:last]
+        after = self.code[first:start] + text + self.code[end:last]
+        self.found.setdefault(
+            (start, end, text),
+            Mutant(self.path, start, end, text, kind, line,
+                   self.functions[function][1] if function >= 0 else '',
+                   ' '.join(before.split()), ' '.join(after.split())))
+
+    def change_number(self, token):
+        match = re.fullmatch(r'(\d+)(\.0)?([uUlLfF]*)', token.text)
+        if match:
+            value = int(match[1])
+            for changed in {0: [1], 1: [0, 2]}.get(value, [value - 1, value + 1]):
+                self.add('constant', token.start, token.end,
+                         f'{changed}{match[2] or ""}{match[3]}')
+        elif not token.text.startswith('0x'):
+            self.add('constant', token.start, token.end, f'(1 + {token.text})')
+
+    def change_operator(self, index, token):
+        around = self.code[token.start - 1] + self.code[token.end:token.end + 1]
+        if token.text in OPERATORS and not around.strip():
+            self.add('operator', token.start, token.end, OPERATORS[token.text])
+        elif token.text in STEPS:
+            self.add('operator', token.start, token.end, STEPS[token.text])
+        elif token.text == '!' and token.is_code:
+            before = self.tokens[index - 1].text, self.tokens[index - 2].text
+            if before not in (('(', 'if'), ('(', 'while')):
+                self.add('condition', token.start, token.end, '')
+
+    def negate_condition(self, index):
+        if self.tokens[index + 1].text != '(':
+            return
+        start = index + 2
+        end = self.tokens[index + 1].partner
+        for semicolon in self.find_separators(index + 1, ';'):
+            start = semicolon + 1
+        if start < end:
+            condition = self.code[self.tokens[start].start:self.tokens[end - 1].end]
+            self.add('condition', self.tokens[start].start, self.tokens[end - 1].end,
+                     f'!({condition})')
+
+    def swap_branches(self, index):
+        """Exchanges what a conditional expression gives if its condition holds, and if not."""
+        colon = self.find_end(index + 1, ':')
+        end = self.find_end(colon + 1, ',;')
+        self.swap('condition', index + 1, colon, colon + 1, end)
+
+    def swap_arguments(self, index):
+        name = self.tokens[index - 1]
+        if name.kind != 'name' or name.text in KEYWORDS or name.text.startswith('vek_return_'):
+            return
+        commas = self.find_separators(index, ',')
+        bounds = [index, *commas, self.tokens[index].partner]
+        for left, middle, right in zip(bounds, bounds[1:], bounds[2:]):
+            self.swap('arguments', left + 1, middle, middle + 1, right)
+
+    def swap(self, kind, left, left_end, right, right_end):
+        if not (left < left_end and right < right_end):
+            return
+        first, second, third, fourth = (self.tokens[left].start, self.tokens[left_end - 1].end,
+                                        self.tokens[right].start, self.tokens[right_end - 1].end)
+        one, other = self.code[first:second], self.code[third:fourth]
+        if one != other:
+            self.add(kind, first, fourth, other + self.code[second:third] + one)
+
+    def find_separators(self, opening, text):
+        """The separators between two brackets that are in no brackets between them."""
+        found = []
+        index = opening + 1
+        while index < self.tokens[opening].partner:
+            if self.tokens[index].text == text:
+                found.append(index)
+            index = max(index, self.tokens[index].partner) + 1
+        return found
+
+    def find_end(self, index, ends):
+        """The first of these signs from here on, or the bracket that closes before it."""
+        while index < len(self.tokens):
+            token = self.tokens[index]
+            if token.kind == 'sign' and (token.text in ends or token.text in CLOSING.values()):
+                break
+            index = max(index, token.partner) + 1
+        return index
+
+    def begins_statement(self, index):
+        before = self.tokens[index - 1]
+        if self.tokens[index].opener != '{':
+            return False
+        if before.text == ')':
+            opener = self.tokens[before.partner - 1].text
+            return opener in ('for', 'if', 'while')
+        if before.text == ':':
+            return any(token.text in ('case', 'default')
+                       for token in self.tokens[max(index - 3, 0):index])
+        return before.text in (';', '{', '}', 'else', 'do')
+
+    def drop_statement(self, index):
+        first = self.tokens[index]
+        end = self.find_end(index, ';')
+        if self.tokens[end].text != ';':
+            return
+        statement = self.code[first.start:self.tokens[end].start]
+        is_jump = statement in JUMPS
+        is_expression = first.text in ('++', '--', '*', '(') or (
+            first.kind == 'name' and first.text not in KEYWORDS and
+            not DECLARATION.match(statement))
+        if is_jump or is_expression:
+            self.add('statement', first.start, self.tokens[end].start, '')
+
+    def weaken_lock(self, match):
+        self.add('lock', match.start(), match.end(), '')
+        if match['kind'] == 'Writer':
+            self.add('lock', match.start('kind'), match.end('kind'), 'Reader')
+
+
+def make_mutants(path, code):
+    """The mutants of a file, in the order of its text."""
+    return Maker(path, code).make()

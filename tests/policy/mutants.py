@@ -1,0 +1,81 @@
+"""Tests of the mutants that scripts/check-mutation makes."""
+
+import pathlib
+import unittest
+
+from mutation.equivalents import key_of, read_equivalents
+from mutation.mutants import make_mutants
+from support import tap
+
+ROOT = pathlib.Path(__file__).resolve().parents[2]
+
+# A statement, and what the mutants make of it.
+ROWS = (
+    ('binary operators are exchanged', 'int a = b + c;', ['int a = b - c;']),
+    ('comparisons move by one', 'bool a = b < c;', ['bool a = b <= c;']),
+    ('pointers, references and brackets of templates are no operators',
+     'Each<Metric> &a = *b->get<Metric *>(&c);', []),
+    ('numbers change by one', 'int a = 60;', ['int a = 59;', 'int a = 61;']),
+    ('zero becomes one', 'double a = 0.0;', ['double a = 1.0;']),
+    ('suffixes stay', 'auto a = 1u;', ['auto a = 0u;', 'auto a = 2u;']),
+    ('truths are exchanged', 'bool a = false;', ['bool a = true;']),
+    ('texts and comments stay', 'auto a = "1 + 1";  // 1 + 1', []),
+    ('conditions are negated', 'if (a) b = c;', ['if (!(a)) b = c;', 'if (a) ;']),
+    ('what a condition declares first stays',
+     'if (auto *a = b; !c) d = e;',
+     ['if (auto *a = b; !(!c)) d = e;', 'if (auto *a = b; c) d = e;',
+      'if (auto *a = b; !c) ;']),
+    ('branches of an expression are exchanged', 'int a = b ? c : d(e);', ['int a = b ? d(e) : c;']),
+    ('calls are dropped', 'update(a);', [';']),
+    ('assignments are dropped', 'self->a = b;', [';']),
+    ('jumps are dropped', 'for (;;) break;', ['for (;;) ;']),
+    ('loops keep their conditions', 'for (; a(); b()) c();', ['for (; a(); b()) ;']),
+    ('values are returned', 'return a;', []),
+    ('declarations stay', 'g_autofree char *a = nullptr;', []),
+    ('declarations by macros stay', 'g_autoptr(GSource) a = nullptr;', []),
+    ('neighbouring arguments are exchanged',
+     'int a = b(c, d(), e);', ['int a = b(d(), c, e);', 'int a = b(c, e, d());']),
+    ('locks are dropped, or taken for reading',
+     'vekin::WriterLock held(a);', [';', 'vekin::ReaderLock held(a);']),
+    ('readers are dropped', 'ReaderLock held(a);', [';']),
+)
+
+
+def mutate(code):
+    return [mutant.apply(code) for mutant in make_mutants('a.cpp', code)]
+
+
+class Mutants(unittest.TestCase):
+    def test_rows(self):
+        for sentence, statement, mutated in ROWS:
+            with self.subTest(sentence):
+                body = 'void f() {{\n  {}\n}}\n'
+                self.assertEqual(sorted(mutate(body.format(statement))),
+                                 sorted(map(body.format, mutated)))
+
+    def test_only_statements_in_functions_are_dropped(self):
+        code = 'struct A {\n  A(const A &) = delete;\n  int get(int a, int b);\n};\n'
+        self.assertEqual(mutate(code), [])
+
+    def test_lines_after_a_dropped_statement_keep_their_numbers(self):
+        self.assertEqual(mutate('void f() {\n  call(\n      a);\n  int b;\n}\n'),
+                         ['void f() {\n  \n;\n  int b;\n}\n'])
+
+    def test_mutant_is_known_by_its_function_and_lines(self):
+        keys = list(map(key_of, make_mutants('a.cpp', (
+            'A *f() {\n  g(\n      a);\n}\n'
+            'void A::b() {\n  g(b);\n}\n'
+            'G_DEFINE_TYPE(A, a)\n'
+            'class C {\n  C() {\n    g(c);\n  }\n};\n'))))
+        self.assertEqual(keys, [('a.cpp f', 'g( a);', ';'), ('a.cpp A::b', 'g(b);', ';'),
+                                ('a.cpp C', 'g(c);', ';')])
+
+    def test_equivalents_are_mutants(self):
+        equivalents = read_equivalents()
+        for path in {place.split()[0] for place, _, _ in equivalents}:
+            equivalents -= set(map(key_of, make_mutants(path, (ROOT / path).read_text())))
+        self.assertEqual(equivalents, set())
+
+
+if __name__ == '__main__':
+    tap.run([Mutants])
