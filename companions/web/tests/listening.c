@@ -1,6 +1,7 @@
 #include "served.h"
 #include "support/replace.h"
 
+#include <errno.h>
 #include <string.h>
 #include <sys/stat.h>
 
@@ -15,6 +16,15 @@ static gboolean fails(const char *function, GError **error) {
 
 /* In place of the functions of GIO and the C library, which they call. */
 
+GSocket *g_socket_new(GSocketFamily family, GSocketType type, GSocketProtocol protocol,
+                      GError **error) {
+  return fails("socket", error) ? NULL : NEXT(g_socket_new)(family, type, protocol, error);
+}
+
+gboolean g_socket_listen(GSocket *socket, GError **error) {
+  return !fails("listen", error) && NEXT(g_socket_listen)(socket, error);
+}
+
 GSocket *g_socket_accept(GSocket *socket, GCancellable *cancellable, GError **error) {
   return fails("accept", error) ? NULL : NEXT(g_socket_accept)(socket, cancellable, error);
 }
@@ -28,7 +38,10 @@ GSocketAddress *g_socket_get_remote_address(GSocket *socket, GError **error) {
 }
 
 int fchmod(int fd, mode_t mode) {
-  return fails("fchmod", NULL) ? -1 : NEXT(fchmod)(fd, mode);
+  if (!fails("fchmod", NULL))
+    return NEXT(fchmod)(fd, mode);
+  errno = EIO;
+  return -1;
 }
 
 static void assert_answers(Served *served) {
@@ -86,7 +99,7 @@ TEST(connection_without_an_address_is_closed) {
 
 TEST(whatever_keeps_it_from_listening_is_an_error) {
   g_auto(Served) served = set_up();
-  static const char *const functions[] = {"fchmod", "local address"};
+  static const char *const functions[] = {"socket", "fchmod", "listen", "local address"};
   for (guint i = 0; i < G_N_ELEMENTS(functions); i++) {
     failing = functions[i];
     g_autoptr(GError) error = NULL;

@@ -26,24 +26,8 @@ GSocket *g_socket_new(GSocketFamily family, GSocketType type, GSocketProtocol pr
   return fails(__func__, error) ? NULL : NEXT(g_socket_new)(family, type, protocol, error);
 }
 
-gboolean g_socket_listen(GSocket *socket, GError **error) {
-  return !fails(__func__, error) && NEXT(g_socket_listen)(socket, error);
-}
-
-gboolean soup_server_listen_socket(SoupServer *server, GSocket *socket,
-                                   SoupServerListenOptions options, GError **error) {
-  return !fails(__func__, error) && NEXT(soup_server_listen_socket)(server, socket, options, error);
-}
-
 gboolean g_inet_address_get_is_loopback(GInetAddress *address) {
   return !fails(__func__, NULL) && NEXT(g_inet_address_get_is_loopback)(address);
-}
-
-int fchmod(int fd, mode_t mode) {
-  if (!fails(__func__, NULL))
-    return NEXT(fchmod)(fd, mode);
-  errno = EIO;
-  return -1;
 }
 
 TEST(text_is_served_in_both_formats) {
@@ -442,26 +426,6 @@ TEST(socket_that_takes_no_connections_is_kept) {
   g_assert_cmpstr(error->message, ==, "g_socket_new failed");
   g_assert_cmpint(g_unlink(path), ==, 0);
   g_assert_cmpint(g_rmdir(folder), ==, 0);
-}
-
-TEST(failures_to_listen_are_errors) {
-  g_auto(Served) served = set_up();
-  static const struct {
-    const char *function, *message;
-  } rows[] = {
-      {"g_socket_new", "g_socket_new failed"},
-      {"fchmod", "Input/output error"},
-      {"g_socket_listen", "g_socket_listen failed"},
-      {"soup_server_listen_socket", "soup_server_listen_socket failed"},
-  };
-  for (gsize i = 0; i < G_N_ELEMENTS(rows); i++) {
-    failing = rows[i].function;
-    g_autoptr(GError) error = NULL;
-    g_assert_false(vek_web_server_listen(served.server, NULL, 0, &error));
-    failing = NULL;
-    g_assert_cmpstr(error->message, ==, rows[i].message);
-    g_assert_cmpuint(vek_web_server_get_port(served.server), ==, 0);
-  }
 }
 
 TEST(port_is_the_first_of_several) {
