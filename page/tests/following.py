@@ -84,6 +84,26 @@ class Following(browser.Test):
         self.until_drawn('[[null,1,3]]')
         self.assertEqual(self.browser.text('#wall > .rows .name'), ['a'])
 
+    def test_10000_passes_are_kept(self):
+        for i in range(10000):
+            self.program.add(START + i, a=i)
+        self.follow()
+        self.program.add(START + 10000, a=10000)
+        self.browser.until('document.querySelectorAll("#facts dd")[1].innerText === '
+                           '"2023-11-14 22:13:21 – 2023-11-15 01:00:00"')
+        self.assertEqual(self.browser.text('#facts dd')[2], '10000 passes')
+
+    def test_100000_ranges_of_a_lane_are_kept(self):
+        self.follow()
+        kept = self.browser.run('''
+            const read = ranges =>
+              vek.data.read({timelines: [{name: 'work', lanes: [{id: '1', ranges}]}]});
+            const before = read(Array.from({length: 200000}, (_, i) => i));
+            const [{lanes: [{ranges}]}] =
+              vek.data.append(before, read([200000, 200001])).timelines;
+            return [ranges.length, ranges[0], ranges.at(-1)];''')
+        self.assertEqual(kept, [100000, [2, 3], [200000, 200001]])
+
     def test_the_page_says_when_the_program_has_gone(self):
         self.program.add(START, a=0)
         self.program.add(START + 1, a=4)

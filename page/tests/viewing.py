@@ -99,6 +99,13 @@ class Viewing(browser.Test):
         self.assertEqual(self.names(), ['c', 'b', 'a'])
         self.assertEqual(self.address(), '#sort=size')
 
+    def test_timelines_are_sorted_by_their_busy_shares(self):
+        data = document(timelines=[
+            timeline({'1': [START, START + length], '2': [START, START + length]}, name)
+            for name, length in (('a', 20), ('b', 60), ('c', 40))], times=minutes(2))
+        self.open(data, '#sort=size')
+        self.assertEqual(self.names(), ['b', 'c', 'a'])
+
     def test_dragging_zooms_all_charts(self):
         data = document([metric('gauge', list(range(100)), name) for name in ('a', 'b')],
                         [timeline({'1': [START, START + 99 * 15, START + 99 * 45,

@@ -1,7 +1,6 @@
 #include "history.hpp"
 
 #include "common/internal.hpp"
-#include "json.hpp"
 
 #include <vekmetrics-service/vekmetrics-service.h>
 
@@ -41,26 +40,6 @@ static void append_to_key(GString *key, const char *string) {
   g_string_append_c(key, '\0');
 }
 
-static char *make_head(const char *name, char **dimensions, const char *kind, const char *unit) {
-  auto *head = g_string_new("{\"name\":");
-  append_json_string(head, name);
-  g_string_append(head, ",\"dimensions\":[");
-  for (char **pair = dimensions; pair && pair[0] && pair[1]; pair += 2) {
-    g_string_append(head, pair == dimensions ? "[" : ",[");
-    append_json_string(head, pair[0]);
-    g_string_append_c(head, ',');
-    append_json_string(head, pair[1]);
-    g_string_append_c(head, ']');
-  }
-  g_string_append_printf(head, "],\"kind\":\"%s\",\"unit\":", kind);
-  if (unit)
-    append_json_string(head, unit);
-  else
-    g_string_append(head, "null");
-  g_string_append(head, ",\"times\":0,");
-  return g_string_free(head, FALSE);
-}
-
 // What tells metrics apart; a metric that is made anew with another unit is another one.
 static Series *find_series(VekWebHistory *self, const char *name, char **dimensions,
                            const char *kind, const char *unit, guint n_figures) {
@@ -74,8 +53,8 @@ static Series *find_series(VekWebHistory *self, const char *name, char **dimensi
 
   auto *series = vekin::as<Series>(g_hash_table_lookup(self->table, key));
   if (!series) {
-    series = series_new(g_string_new_len(key->str, static_cast<gssize>(key->len)),
-                        make_head(name, dimensions, kind, unit), n_figures);
+    series = series_new(g_string_new_len(key->str, static_cast<gssize>(key->len)), name, dimensions,
+                        kind, unit, n_figures);
     g_hash_table_insert(self->table, series->key, series);
   }
   return series;

@@ -1,6 +1,7 @@
 #include "series.hpp"
 
 #include "common/internal.hpp"
+#include "json.hpp"
 
 #include <algorithm>
 #include <limits>
@@ -24,11 +25,32 @@ static void set_capacity(Series *series, guint capacity) {
   g_free(before.figures);
 }
 
-Series *series_new(GString *key, char *head, guint n_figures) {
+static char *make_head(const char *name, char **dimensions, const char *kind, const char *unit) {
+  auto *head = g_string_new("{\"name\":");
+  append_json_string(head, name);
+  g_string_append(head, ",\"dimensions\":[");
+  for (char **pair = dimensions; pair && pair[0] && pair[1]; pair += 2) {
+    g_string_append(head, pair == dimensions ? "[" : ",[");
+    append_json_string(head, pair[0]);
+    g_string_append_c(head, ',');
+    append_json_string(head, pair[1]);
+    g_string_append_c(head, ']');
+  }
+  g_string_append_printf(head, "],\"kind\":\"%s\",\"unit\":", kind);
+  if (unit)
+    append_json_string(head, unit);
+  else
+    g_string_append(head, "null");
+  g_string_append(head, ",\"times\":0,");
+  return g_string_free(head, FALSE);
+}
+
+Series *series_new(GString *key, const char *name, char **dimensions, const char *kind,
+                   const char *unit, guint n_figures) {
   auto *series = g_new0(Series, 1);
   series->ref_count = 1;
   series->key = key;
-  series->head = head;
+  series->head = make_head(name, dimensions, kind, unit);
   series->n_figures = n_figures;
   return series;
 }

@@ -20,8 +20,9 @@ struct Series {
   gdouble *figures;  // those of a pass from pass % capacity * n_figures on
 };
 
-// A series without figures. Takes the key and the head over.
-Series *series_new(GString *key, char *head, guint n_figures);
+// A series without figures. Takes the key over.
+Series *series_new(GString *key, const char *name, char **dimensions, const char *kind,
+                   const char *unit, guint n_figures);
 Series *series_ref(Series *series);
 void series_unref(Series *series);
 
