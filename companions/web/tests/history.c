@@ -412,6 +412,10 @@ TEST(passes_that_are_not_kept_any_more_leave_nothing) {
   assert_member(&served, "", "pass", NULL, "0");
   assert_member(&served, "", "metrics", NULL, "[]");
   assert_timelines(&served, "", "");
+  bring(&served, "x", NULL, NULL, 3);
+  flush(&served);
+  assert_member(&served, "", "pass", NULL, "1");
+  assert_passes(&served, "", "3");
 }
 
 TEST(ranges_go_with_their_pass) {

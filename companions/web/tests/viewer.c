@@ -6,6 +6,7 @@
 #include <string.h>
 
 #include "served.h"
+#include "support/heap.h"
 
 #define HEADERS                                                                        \
   "Content-Security-Policy: default-src 'none'; script-src 'self'; style-src 'self'; " \
@@ -302,8 +303,10 @@ TEST(client_that_does_not_read_keeps_nobody_waiting) {
   g_autoptr(GSocketAddress) address = NULL;
   g_autofree char *folder = listen_in_folder(&served, &address);
   g_autoptr(GSocket) silent = connect_to_address(address);
+  gsize used = heap_get_used();
   send_request(silent, "/vars.json");
   settle();
+  g_assert_cmpuint(heap_get_used(), <, used + 1000000); /* of some two megabytes */
   g_autoptr(GByteArray) answer = ask(address, "GET /vars.json HTTP/1.0\r\nHost: localhost\r\n\r\n");
   g_assert_true(g_str_has_suffix((char *)answer->data, "\"timelines\":[]}"));
   remove_folder(&served, folder);
