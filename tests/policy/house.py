@@ -105,7 +105,10 @@ def links_of_pages_lead_somewhere():
 
 
 def find_tests():
-    """The paths of the tests, as the pages name them: /PROGRAM/TEST."""
+    """The paths of the tests, as the pages name them: /PROGRAM/TEST.
+
+    A program that is made of a folder is called after it.
+    """
     programs = {}  # for each source, those that are made of it
     builds = [ROOT / 'tests/types/meson.build', *ROOT.glob('companions/*/tests/meson.build')]
     for build in builds:
@@ -124,7 +127,7 @@ def find_tests():
             names = re.findall(r'^TEST\((\w+)\)', text, re.MULTILINE)
             if 'TEST_ROWS(' in text:
                 names += re.findall(r'{(?:\.path = )?"([a-z0-9-]+)"', text)
-        for program in programs.get(path, [path.stem]):
+        for program in programs.get(path, [path.stem, path.parent.name]):
             yield from (f'/{program}/{name}'.replace('_', '-') for name in names)
 
 

@@ -148,6 +148,14 @@ void assert_nothing_logged(void) {
   g_assert_cmpstr(record ? record->message : NULL, ==, NULL);
 }
 
+char *log_capture_take(GLogLevelFlags *level) {
+  g_autoptr(Record) record = take();
+  if (!record)
+    return NULL;
+  *level = record->level;
+  return g_steal_pointer(&record->message);
+}
+
 guint log_capture_get_n_waiting(void) {
   g_mutex_lock(&lock);
   guint n_waiting = g_queue_get_length(&records);

@@ -37,6 +37,11 @@ void assert_failed_check(const char *function, const char *condition);
 
 void assert_nothing_logged(void);
 
+/* Takes the oldest message, whatever it is, and its level.
+ *
+ * Returns: (transfer full): its text; NULL if none waits */
+char *log_capture_take(GLogLevelFlags *level);
+
 /* How many messages wait to be taken. */
 guint log_capture_get_n_waiting(void);
 

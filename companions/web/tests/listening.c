@@ -6,11 +6,12 @@
 #include <sys/stat.h>
 
 static const char *failing; /* the function below that fails */
+static GIOErrorEnum failure = G_IO_ERROR_FAILED;
 
 static gboolean fails(const char *function, GError **error) {
   if (g_strcmp0(failing, function) != 0)
     return FALSE;
-  g_set_error(error, G_IO_ERROR, G_IO_ERROR_FAILED, "no %s", function);
+  g_set_error(error, G_IO_ERROR, failure, "no %s", function);
   return TRUE;
 }
 
@@ -73,6 +74,21 @@ TEST(connection_that_cannot_be_accepted_is_accepted_later) {
     g_assert_cmpint(memcmp(answer, "HTTP/1.0 200 OK", 15), ==, 0);
     assert_answers(&served);
   }
+}
+
+TEST(connection_that_has_gone_is_no_failure) {
+  g_auto(Served) served = set_up_listening(1);
+  g_autoptr(GSocketAddress) address = get_address(&served);
+  g_autoptr(GSocket) socket =
+      g_socket_new(G_SOCKET_FAMILY_IPV4, G_SOCKET_TYPE_STREAM, G_SOCKET_PROTOCOL_TCP, NULL);
+  failing = "accept";
+  failure = G_IO_ERROR_WOULD_BLOCK;
+  g_assert_true(g_socket_connect(socket, address, NULL, NULL));
+  g_assert_true(g_main_context_iteration(NULL, FALSE));
+  failing = NULL;
+  failure = G_IO_ERROR_FAILED;
+  g_assert_null(find_source("vekmetrics-web retry"));
+  assert_answers(&served);
 }
 
 TEST(server_can_be_freed_while_it_cannot_accept) {
