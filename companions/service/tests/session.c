@@ -713,6 +713,20 @@ static gpointer report_elsewhere(gpointer session) {
   return NULL;
 }
 
+TEST(cancelling_after_the_wait_does_nothing) {
+  g_autoptr(VekServiceSession) session = session_new();
+  g_autoptr(SlowReporter) slow = slow_reporter_new(1);
+  add_slow(session, slow);
+  g_autoptr(GCancellable) cancellable = g_cancellable_new();
+  vek_service_session_finish_async(session, 60000, cancellable, on_finished, fixture.record);
+  assert_recorded(fixture.record, "a flush\n");
+  while (fixture.record->len == 0)
+    g_main_context_iteration(NULL, TRUE);
+  assert_recorded(fixture.record, "drained -\n");
+  g_cancellable_cancel(cancellable);
+  g_assert_false(g_main_context_iteration(NULL, FALSE));
+}
+
 TEST(main_context_is_free_after_each_call) {
   g_autoptr(VekServiceSession) session = session_new();
   vek_service_session_report(session);
