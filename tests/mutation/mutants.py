@@ -102,7 +102,8 @@ class Maker:
         self.path = path
         self.code = code
         self.tokens = read_tokens(code)
-        self.functions = [(match.start(), match[1] or match[2]) for match in FUNCTION.finditer(code)]
+        self.functions = [(match.start(), match[1] or match[2])
+                          for match in FUNCTION.finditer(code)]
         self.lines = [match.start() for match in re.finditer('^', code, re.MULTILINE)]
         self.found = {}
 

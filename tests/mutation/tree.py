@@ -125,8 +125,12 @@ class Tree:
         the source.
         """
         command = ['setpriv', '--pdeathsig', 'TERM', 'ninja', '-C', self.build(kind), *targets]
-        return not subprocess.run(command, stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL,
-                                  check=False).returncode
+        done = subprocess.run(command, stdout=subprocess.PIPE, stderr=subprocess.STDOUT, text=True,
+                              errors='replace', check=False)
+        failed = re.search(r'^FAILED: (?!build\.ninja)', done.stdout, re.MULTILINE)
+        if done.returncode and not failed:
+            raise SystemExit(done.stdout)  # this is no fault of the mutant
+        return not failed
 
 
 class Test:

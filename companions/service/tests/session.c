@@ -305,12 +305,20 @@ TEST(metric_that_is_asked_for_in_a_pass_is_not_retired) {
   g_assert_false(is_registered("requests"));
 }
 
+static void on_ask_for_another_host(VekTestingRecorder *reporter, const char *line, gpointer data) {
+  (void)line;
+  g_signal_handlers_disconnect_by_data(reporter, data);
+  char *dimensions[] = {(char *)"host", (char *)"h2", NULL};
+  *(VekMetric **)data =
+      g_object_new(VEK_TYPE_METRIC_COUNTER, "name", "requests", "dimensions", dimensions, NULL);
+}
+
 TEST(metric_is_retired_though_one_of_other_dimensions_is_asked_for) {
   g_autoptr(VekServiceSession) session = session_new();
   g_autoptr(VekMetric) asking = NULL;
   char *dimensions[] = {(char *)"host", (char *)"h1", NULL};
   g_object_unref(vek_metric_registry_counter_new(fixture.registry, "requests", NULL, dimensions));
-  on_recorded(fixture.reporter, on_ask, &asking);
+  on_recorded(fixture.reporter, on_ask_for_another_host, &asking);
   run_periodic_pass(fixture.registry);
   assert_recorded(fixture.record, "a count requests{host=h1} 0 @1000\na flush\n");
   g_assert_null(vek_metric_registry_get_metric(fixture.registry, "requests", dimensions));
@@ -669,6 +677,20 @@ static gpointer report_elsewhere(gpointer session) {
   g_assert_false(vek_service_session_run(session, loop, 0));
   assert_refused("vek_service_session_run", "main_context.is_owned");
   return NULL;
+}
+
+TEST(cancelling_after_the_wait_does_nothing) {
+  g_autoptr(VekServiceSession) session = session_new();
+  g_autoptr(SlowReporter) slow = slow_reporter_new(1);
+  add_slow(session, slow);
+  g_autoptr(GCancellable) cancellable = g_cancellable_new();
+  vek_service_session_finish_async(session, 60000, cancellable, on_finished, fixture.record);
+  assert_recorded(fixture.record, "a flush\n");
+  while (fixture.record->len == 0)
+    g_main_context_iteration(NULL, TRUE);
+  assert_recorded(fixture.record, "drained -\n");
+  g_cancellable_cancel(cancellable);
+  g_assert_false(g_main_context_iteration(NULL, FALSE));
 }
 
 TEST(main_context_is_free_after_each_call) {
