@@ -80,8 +80,9 @@ static void set_timer(VekServiceSession *self, gint64 now) {
   if (!self->registry || self->period == kRegistryPeriod)
     return;
 
-  gint64 left = self->period * G_USEC_PER_SEC - (now - self->last_pass);
-  auto seconds = static_cast<guint>(MAX(left, 0) / G_USEC_PER_SEC);
+  gint64 period = self->period * G_USEC_PER_SEC;
+  gint64 left = CLAMP(period - (now - self->last_pass), 0, period);
+  auto seconds = static_cast<guint>(left / G_USEC_PER_SEC);
   self->timer = g_timeout_add_seconds_full(G_PRIORITY_DEFAULT, seconds, on_period,
                                            vekin::weak_ref_new(self), vekin::weak_ref_free);
 }
