@@ -121,7 +121,7 @@ static void expect(const Population *population, Output *const *outputs, gsize n
 }
 
 /* Reads what was sent; the limit only ends a test in which lines are lost. */
-static void receive(LineServer *server, Output *output) {
+static void receive_lines(LineServer *server, Output *output) {
   GSocket *socket = g_socket_connection_get_socket(server->connection);
   while (output->received.n_lines < output->expected.n_lines) {
     /* The kernel sends no further line before this side acknowledges the first. */
@@ -161,9 +161,9 @@ static void run_turn(Soak *self, guint turn) {
 
   while (is_held_by_others(self->carbon) || is_held_by_others(self->json))
     g_main_context_iteration(NULL, TRUE);
-  receive(self->carbon_server, &carbon);
+  receive_lines(self->carbon_server, &carbon);
   if (is_connected(self->graphite))
-    receive(self->graphite_server, &graphite);
+    receive_lines(self->graphite_server, &graphite);
 }
 
 static void settle_all(Soak *self) {
@@ -206,7 +206,7 @@ static void end_outage(Soak *self) {
   line_server_accept(self->graphite_server);
   run_until(is_connected(self->graphite));
   assert_outage_over(self->graphite_server, 60, 0);
-  receive(self->graphite_server, &graphite);
+  receive_lines(self->graphite_server, &graphite);
 }
 
 typedef struct {

@@ -180,3 +180,31 @@ gboolean has_ended(GSocket *socket) {
   char byte;
   return g_socket_receive_with_blocking(socket, &byte, 1, FALSE, NULL, NULL) == 0;
 }
+
+void send_request(GSocket *socket, const char *path) {
+  g_autofree char *text = g_strdup_printf("GET %s HTTP/1.1\r\nHost: localhost\r\n\r\n", path);
+  g_socket_send(socket, text, strlen(text), NULL, NULL);
+}
+
+GSocket *send_to(Served *served, const char *path) {
+  GSocket *socket = connect_to(served);
+  send_request(socket, path);
+  settle();
+  return socket;
+}
+
+char *receive(GSocket *socket) {
+  settle();
+  char buffer[1 << 16];
+  gssize n_read = g_socket_receive_with_blocking(socket, buffer, sizeof buffer, FALSE, NULL, NULL);
+  g_autofree char *text = g_strndup(buffer, n_read > 0 ? (gsize)n_read : 0);
+  char *body = strstr(text, "\r\n\r\n");
+  return g_strdup(body && g_str_has_prefix(text, "HTTP/") ? body + 4 : text);
+}
+
+void run_source(const char *name) {
+  GSource *source = find_source(name);
+  g_assert_nonnull(source);
+  g_source_set_ready_time(source, 0);
+  settle();
+}

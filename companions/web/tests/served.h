@@ -56,7 +56,17 @@ void assert_status(Served *served, const char *lines, const char *status);
 void assert_bytes(GBytes *found, const char *expected);
 GBytes *decompress(GBytes *compressed);
 
+/* Asks for a path on a connection, or on a new one. */
+void send_request(GSocket *socket, const char *path);
+GSocket *send_to(Served *served, const char *path);
+
+/* What has come, without the headers. */
+char *receive(GSocket *socket);
+
 /* The server's source of a name; NULL if it has none. */
 GSource *find_source(const char *name);
+
+/* Runs that source, for which a program would wait. */
+void run_source(const char *name);
 
 G_END_DECLS

@@ -152,29 +152,6 @@ TEST(passes_are_sent_in_slices) {
   assert_bytes(decompressed, text);
 }
 
-static void send_request(GSocket *socket, const char *path) {
-  g_autofree char *text = g_strdup_printf("GET %s HTTP/1.1\r\nHost: localhost\r\n\r\n", path);
-  g_socket_send(socket, text, strlen(text), NULL, NULL);
-}
-
-/* Sends a request on a new connection. */
-static GSocket *send_to(Served *served, const char *path) {
-  GSocket *socket = connect_to(served);
-  send_request(socket, path);
-  settle();
-  return socket;
-}
-
-/* What has come, without the headers. */
-static char *receive(GSocket *socket) {
-  settle();
-  char buffer[1 << 16];
-  gssize n_read = g_socket_receive_with_blocking(socket, buffer, sizeof buffer, FALSE, NULL, NULL);
-  g_autofree char *text = g_strndup(buffer, n_read > 0 ? (gsize)n_read : 0);
-  char *body = strstr(text, "\r\n\r\n");
-  return g_strdup(body && g_str_has_prefix(text, "HTTP/") ? body + 4 : text);
-}
-
 /* Events as they come, with what is chosen at random replaced by "...". */
 static void assert_received(GSocket *socket, const char *expected) {
   g_autofree char *found = receive(socket);
@@ -201,13 +178,6 @@ TEST(each_pass_is_an_event) {
   assert_received(second, EVENT("4a", "9"));
   pass(&served, 1);
   assert_received(second, EVENT("4c", "10"));
-}
-
-static void run_source(const char *name) {
-  GSource *source = find_source(name);
-  g_assert_nonnull(source);
-  g_source_set_ready_time(source, 0);
-  settle();
 }
 
 TEST(comments_keep_a_stream_open) {

@@ -6,10 +6,11 @@
 
 namespace vekin::web {
 
-static constexpr gint64 kAbout = gint64{24 * 60 * 60} * G_USEC_PER_SEC;  // a day
+static constexpr guint64 kAbout = guint64{24 * 60 * 60} * G_USEC_PER_SEC;  // a day
 
 static bool ends_about(const VekMetricRange &range, gint64 time) {
-  return range.end >= time - kAbout && range.end <= time + kAbout;
+  auto [first, last] = std::minmax(range.end, time);
+  return static_cast<guint64>(last) - static_cast<guint64>(first) <= kAbout;
 }
 
 Batch *batch_new(guint64 pass, const char *name, GSList *ranges) {

@@ -148,7 +148,10 @@ static gint64 get_next_time(const VekWebHistory *self, gint64 monotonic) {
   if (self->times->len == 0)
     return now;
   gint64 last = g_array_index(self->times, gint64, self->times->len - 1);
-  return std::max(now, last + std::max<gint64>(monotonic - self->monotonic, 1));
+  gint64 next;
+  if (__builtin_add_overflow(last, std::max<gint64>(monotonic - self->monotonic, 1), &next))
+    return last;
+  return std::max(now, next);
 }
 
 static void vek_web_history_flush(VekMetricReporter *reporter) {
