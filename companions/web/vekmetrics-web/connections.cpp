@@ -68,7 +68,7 @@ static void start_sweep(Connections *self) {
 void connections_note(Connections *self, SoupServerMessage *message) {
   auto *socket = connection_get_socket(message);
   // Untested: some releases of libsoup tell of a connection that is gone
-  if (!socket || g_socket_is_closed(socket))
+  if (g_socket_is_closed(socket))
     return;
   auto *node = as<GList>(g_hash_table_lookup(self->nodes, socket));
   if (node) {
