@@ -426,6 +426,7 @@ TEST(ranges_go_with_their_pass) {
   flush(&served);
   g_autofree char *text = get_passes(&served, "");
   g_assert_nonnull(strstr(text, "\"name\":\"x\""));
+  assert_timelines(&served, "?after=1", "");
   bring_range(&served, "y", 1, 1, 2);
   g_autofree char *during = get_passes(&served, "");
   g_assert_null(strstr(during, "\"name\":\"y\""));
