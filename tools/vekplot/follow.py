@@ -160,7 +160,7 @@ class Handler(BaseHTTPRequestHandler):
 
 
 def serve(files, options, announce):
-    """Serves the page until it is interrupted; announces its address, and what it shows."""
+    """Serves the page until it is interrupted; announces its address and its first document."""
     feed = Feed(files, options)
     feed.look()
     names = frozenset(['index.html', *find_references()])

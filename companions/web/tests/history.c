@@ -426,6 +426,7 @@ TEST(ranges_go_with_their_pass) {
   flush(&served);
   g_autofree char *text = get_passes(&served, "");
   g_assert_nonnull(strstr(text, "\"name\":\"x\""));
+  assert_timelines(&served, "?after=1", "");
   bring_range(&served, "y", 1, 1, 2);
   g_autofree char *during = get_passes(&served, "");
   g_assert_null(strstr(during, "\"name\":\"y\""));
@@ -459,6 +460,10 @@ TEST(newest_20000_ranges_are_kept) {
       vek_metric_timeline_add_range(timeline, 1, i, 0);
     report(&served);
   }
+  vek_metric_timeline_add_range(timeline, 1, 70000, 0);
+  report(&served);
+  g_autofree char *text = get_passes(&served, "");
+  g_assert_nonnull(strstr(text, "\"ranges\":[0.07,0]")); /* those of a pass go together */
 }
 
 /* Bytes that a hundred metrics take with so many passes. */

@@ -3,6 +3,7 @@
 
 #include <gio/gunixsocketaddress.h>
 #include <glib/gstdio.h>
+#include <json-glib/json-glib.h>
 #include <string.h>
 
 #include "served.h"
@@ -141,6 +142,8 @@ TEST(passes_are_sent_in_slices) {
   g_autofree char *text = g_strndup(g_bytes_get_data(whole, NULL), g_bytes_get_size(whole));
   g_assert_nonnull(strstr(text, "\"gauge4999\""));
   g_assert_true(g_str_has_suffix(text, "],\"timelines\":[]}"));
+  g_autoptr(JsonParser) parser = json_parser_new();
+  g_assert_true(json_parser_load_from_data(parser, text, -1, NULL));
 
   g_autofree char *second = request(&served, http11, &chunks);
   g_assert_nonnull(strstr(second, "|Transfer-Encoding: chunked"));
