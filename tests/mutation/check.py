@@ -68,7 +68,7 @@ class Bench:
         return self.tree.libraries(kind) + [self.tests[kind][name].target for name in names]
 
     def patience(self, kind, name):
-        """The seconds after which a test hangs. The sanitizers slow it down."""
+        """The seconds after which a test hangs. The sanitizer slows it down."""
         return 10 + (20 if kind == 'plain' else 200) * self.coverage.seconds[name]
 
     def rank(self, mutant, name):
@@ -151,7 +151,7 @@ def judge_all(mutants, codes, results):
                 result = bench.judge(mutant, code, kind)
                 results.add(identify(mutant, code), result)
             if result[0] == PENDING:
-                waiting.append((mutant, 'thread' if mutant.kind == 'lock' else 'address'))
+                waiting.append((mutant, 'address'))
 
     with concurrent.futures.ThreadPoolExecutor(len(trees)) as pool:
         try:

@@ -19,7 +19,6 @@ OPTIONS = {
     'plain': [],
     'coverage': ['-Db_coverage=true'],
     'address': ['-Db_sanitize=address', '-Db_lundef=false'],
-    'thread': ['-Db_sanitize=thread'],
 }
 
 # Random tests are as short as under valgrind. A mutant may loop, allocate or write without end.
