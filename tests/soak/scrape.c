@@ -1,32 +1,8 @@
 #include "scrape.h"
 
 #include "lives.h"
-#include "support/replace.h"
 
 #include <string.h>
-
-/* The sockets of the web server's connections. */
-static GSList *accepted;
-
-GSocket *g_socket_accept(GSocket *listener, GCancellable *cancellable, GError **error) {
-  GSocket *socket = NEXT(g_socket_accept)(listener, cancellable, error);
-  if (socket)
-    accepted = g_slist_prepend(accepted, g_object_ref(socket));
-  return socket;
-}
-
-/* libsoup 3.2.3 keeps a reference to each socket that it has accepted. */
-static void release_accepted(void) {
-  settle();
-  run_source("vekmetrics-web connections");
-  for (GSList *node = accepted; node; node = node->next) {
-    guint n_references = G_OBJECT(node->data)->ref_count;
-    g_assert_cmpuint(n_references, <=, 2);
-    while (n_references-- > 0)
-      g_object_unref(node->data);
-  }
-  g_clear_pointer(&accepted, g_slist_free);
-}
 
 static guint count_occurrences(GBytes *bytes, const char *word) {
   gsize size;
@@ -70,5 +46,4 @@ void scrape(Served *served, guint n_passes) {
   g_assert_cmpuint(count_occurrences(text, "\nmetric_"), ==, get_n_samples());
   g_autofree char *other = request(served, "GET /vars.json HTTP/1.0|Host: localhost", &passes);
   g_assert_cmpuint(count_occurrences(passes, "{\"name\":\"metric-"), ==, get_n_series(n_passes));
-  release_accepted();
 }
