@@ -45,6 +45,7 @@ static gboolean on_operation_done(gpointer reporter) {
 
 static void slow_reporter_flush(VekMetricReporter *reporter) {
   SlowReporter *self = SLOW_REPORTER(reporter);
+  g_assert_false(self->busy);
   self->n_flushes++;
   if (self->n_operations == 0) {
     if (self->on_last_flush)

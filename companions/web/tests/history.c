@@ -403,11 +403,11 @@ TEST(timelines_are_shown_that_have_ranges) {
 TEST(passes_that_are_not_kept_any_more_leave_nothing) {
   g_auto(Served) served = set_up_at_epoch();
   bring(&served, "x", NULL, NULL, 1);
-  g_object_set(served.server, "history", 0, NULL);
+  for (int i = 0; i < 2; i++)
+    g_object_set(served.server, "history", 0, NULL);
   bring(&served, "x", NULL, NULL, 2);
   bring_range(&served, "x", 1, 2, 3);
   flush(&served);
-  g_object_set(served.server, "history", 0, NULL);
   g_object_set(served.server, "history", 5, NULL);
   assert_member(&served, "", "pass", NULL, "0");
   assert_member(&served, "", "metrics", NULL, "[]");
@@ -416,6 +416,7 @@ TEST(passes_that_are_not_kept_any_more_leave_nothing) {
   flush(&served);
   assert_member(&served, "", "pass", NULL, "1");
   assert_passes(&served, "", "3");
+  assert_timelines(&served, "", "");
 }
 
 TEST(ranges_go_with_their_pass) {

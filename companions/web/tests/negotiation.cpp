@@ -24,7 +24,7 @@ TEST(accept_decides_over_the_format) {
       {"application/openmetrics-text;version=\"1.0.0\"", kOpenMetrics},
       {"application/openmetrics-text;version=0.0.1", kText},
       {"application/openmetrics-text;version=1", kText},
-      {"application/openmetrics-text;version=\"1.0.0", kText},
+      {"application/openmetrics-text;version=\"1.0.0x", kText},
       {"application/openmetrics-text;version=1.0.0\"", kText},
       {"application/openmetrics-text;q=0.5,text/plain;version=0.0.3;q=0.6", kOpenMetrics},
       {"application/openmetrics-text;q=0.5,text/plain;version=0.0.4;q=0.6", kText},
