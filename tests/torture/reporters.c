@@ -81,7 +81,8 @@ TEST(json_log_loses_what_its_page_says) {
       {"stat", "Cannot create log dir *", LATER_PASSES, NULL},
       {"open", "Could not append to file in *", LATER_PASSES, NULL},
       {"write", "Could not write log: *", THIS_PASS, NULL},
-      {"close", "Could not close output stream: *", NO_PASS, NULL},
+      /* GLib closes a file again that could not be closed; newer releases complain of it. */
+      {"close", "Could not close output stream: *|g_close(fd:*) failed with EBADF*", NO_PASS, NULL},
       {"rename", NULL, UP_TO_THIS_PASS, NULL},
       {0},
   };

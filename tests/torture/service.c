@@ -58,7 +58,11 @@ TEST(graphite_reporter_loses_nothing) {
   torture(&(Scenario){send_to_graphite, outage, effects});
 }
 
+/* Newer releases of GLib stop waiting for a name by the clock, which does not stand still here. */
 static void send_to_graphite_by_name(Run *run) {
+  g_autoptr(GResolver) resolver = g_resolver_get_default();
+  if (g_object_class_find_property(G_OBJECT_GET_CLASS(resolver), "timeout"))
+    g_object_set(resolver, "timeout", 0, NULL);
   send_to(run, "graphite.example.org");
 }
 
@@ -103,7 +107,7 @@ TEST(session_finishes_all_reporters) {
       {"stat", "Cannot create log dir *", LATER_PASSES, log_lines},
       {"open", "Could not append to file in *", LATER_PASSES, log_lines},
       {"write", "Could not write log: *", THIS_PASS, log_lines},
-      {"close", "Could not close output stream: *", NO_PASS, NULL},
+      {"close", "Could not close output stream: *|g_close(fd:*) failed with EBADF*", NO_PASS, NULL},
       {"rename", NULL, UP_TO_THIS_PASS, log_lines},
       {0},
   };
