@@ -105,10 +105,7 @@ def links_of_pages_lead_somewhere():
 
 
 def find_tests():
-    """The paths of the tests, as the pages name them: /PROGRAM/TEST.
-
-    A program that is made of a folder is called after it.
-    """
+    """The paths of the tests, as the pages name them: /PROGRAM/TEST."""
     programs = {}  # for each source, those that are made of it
     builds = [ROOT / 'tests/types/meson.build', *ROOT.glob('companions/*/tests/meson.build')]
     for build in builds:
@@ -116,6 +113,10 @@ def find_tests():
                                          build.read_text(encoding='utf-8')):
             for name in re.findall(r"'([^']+)'", files):
                 programs.setdefault(build.parent / name, []).append(program)
+    for build in ROOT.glob('tests/*/meson.build'):  # of a folder that is one program
+        folder = build.parent
+        if f"executable('test-{folder.name}'" in build.read_text(encoding='utf-8'):
+            programs |= {source: [folder.name] for source in folder.glob('*.c')}
 
     pythons = [path for folder in ('tests/*', 'companions/*/tests', 'tools/tests')
                for path in ROOT.glob(f'{folder}/*.py')]
@@ -127,7 +128,7 @@ def find_tests():
             names = re.findall(r'^TEST\((\w+)\)', text, re.MULTILINE)
             if 'TEST_ROWS(' in text:
                 names += re.findall(r'{(?:\.path = )?"([a-z0-9-]+)"', text)
-        for program in programs.get(path, [path.stem, path.parent.name]):
+        for program in programs.get(path, [path.stem]):
             yield from (f'/{program}/{name}'.replace('_', '-') for name in names)
 
 

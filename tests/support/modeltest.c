@@ -112,7 +112,7 @@ static void check_inputs(const ModelTest *test) {
 
 #else
 
-/* Checks the histories that the fuzzer found. */
+/* Checks the histories that are kept for the fuzzer. */
 static void check_inputs(const ModelTest *test) {
   const char *program = g_get_prgname() + strlen("test-");
   g_autofree char *folder = g_test_build_filename(G_TEST_DIST, "fuzz", program, NULL);

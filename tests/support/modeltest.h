@@ -33,7 +33,7 @@ typedef struct {
 /* A number as a recorder shows it. */
 char *describe_number(gdouble number);
 
-/* Runs the histories in the folder fuzz/<program>, which scripts/fuzz found, and then random ones
- * of growing length, of at least so many operations together. The seed that GLib's test framework
- * prints repeats them. */
+/* Runs the histories in the folder fuzz/<program>, from which scripts/fuzz begins, and then random
+ * ones of growing length, of at least so many operations together. The seed that GLib's test
+ * framework prints repeats them. */
 void model_test_run(const ModelTest *test, guint n_operations);

@@ -2,6 +2,8 @@
 #include "support/replace.h"
 
 #include <errno.h>
+#include <gio/gunixsocketaddress.h>
+#include <glib/gstdio.h>
 #include <string.h>
 #include <sys/stat.h>
 
@@ -127,4 +129,25 @@ TEST(whatever_keeps_it_from_listening_is_an_error) {
   listen_locally(&served);
   pass(&served, 1);
   assert_answers(&served);
+}
+
+TEST(socket_that_takes_no_connections_is_kept) {
+  g_auto(Served) served = set_up();
+  g_autofree char *folder = g_dir_make_tmp(NULL, NULL);
+  g_autofree char *path = g_build_filename(folder, "metrics", NULL);
+  g_autoptr(GSocketAddress) address = g_unix_socket_address_new(path);
+  g_autoptr(GSocket) socket =
+      g_socket_new(G_SOCKET_FAMILY_UNIX, G_SOCKET_TYPE_DATAGRAM, G_SOCKET_PROTOCOL_DEFAULT, NULL);
+  g_assert_true(g_socket_bind(socket, address, FALSE, NULL));
+  g_autoptr(GError) error = NULL;
+  g_assert_false(vek_web_server_listen_unix(served.server, path, &error));
+  g_assert_error(error, G_IO_ERROR, G_IO_ERROR_ADDRESS_IN_USE);
+
+  g_clear_error(&error);
+  failing = "socket";
+  g_assert_false(vek_web_server_listen_unix(served.server, path, &error));
+  failing = NULL;
+  g_assert_cmpstr(error->message, ==, "no socket");
+  g_assert_cmpint(g_unlink(path), ==, 0);
+  g_assert_cmpint(g_rmdir(folder), ==, 0);
 }

@@ -1,33 +1,18 @@
 /* Tests of VekWebServer. Clients are threads that talk to it by sockets, while it works in the main
  * loop. */
 
-#include <errno.h>
 #include <gio/gunixsocketaddress.h>
 #include <glib/gstdio.h>
 #include <string.h>
-#include <sys/stat.h>
 #include <vekmetrics-web/vekmetrics-web.h>
 
 #include "served.h"
 #include "support/replace.h"
 
-/* These functions fail when a test names one. */
-static const char *failing;
-
-static gboolean fails(const char *function, GError **error) {
-  if (g_strcmp0(failing, function) != 0)
-    return FALSE;
-  g_set_error(error, G_IO_ERROR, G_IO_ERROR_FAILED, "%s failed", function);
-  return TRUE;
-}
-
-GSocket *g_socket_new(GSocketFamily family, GSocketType type, GSocketProtocol protocol,
-                      GError **error) {
-  return fails(__func__, error) ? NULL : NEXT(g_socket_new)(family, type, protocol, error);
-}
+static gboolean is_elsewhere; /* as if clients came from other machines */
 
 gboolean g_inet_address_get_is_loopback(GInetAddress *address) {
-  return !fails(__func__, NULL) && NEXT(g_inet_address_get_is_loopback)(address);
+  return !is_elsewhere && NEXT(g_inet_address_get_is_loopback)(address);
 }
 
 TEST(text_is_served_in_both_formats) {
@@ -200,9 +185,9 @@ TEST(hosts_that_the_program_allows_are_answered) {
 
 TEST(from_other_machines_any_host_is_asked_for) {
   g_auto(Served) served = set_up_listening(1);
-  failing = "g_inet_address_get_is_loopback"; /* as if the client had come from one */
+  is_elsewhere = TRUE;
   assert_status(&served, "GET /metrics HTTP/1.1|Host: any.example", "HTTP/1.1 200 OK");
-  failing = NULL;
+  is_elsewhere = FALSE;
 }
 
 TEST(before_the_first_pass_there_is_nothing) {
@@ -412,27 +397,6 @@ TEST(file_that_is_no_socket_is_kept) {
   g_autoptr(GError) error = NULL;
   g_assert_false(vek_web_server_listen_unix(served.server, path, &error));
   g_assert_error(error, G_IO_ERROR, G_IO_ERROR_ADDRESS_IN_USE);
-  g_assert_cmpint(g_unlink(path), ==, 0);
-  g_assert_cmpint(g_rmdir(folder), ==, 0);
-}
-
-TEST(socket_that_takes_no_connections_is_kept) {
-  g_auto(Served) served = set_up();
-  g_autofree char *folder = g_dir_make_tmp(NULL, NULL);
-  g_autofree char *path = g_build_filename(folder, "metrics", NULL);
-  g_autoptr(GSocketAddress) address = g_unix_socket_address_new(path);
-  g_autoptr(GSocket) socket =
-      g_socket_new(G_SOCKET_FAMILY_UNIX, G_SOCKET_TYPE_DATAGRAM, G_SOCKET_PROTOCOL_DEFAULT, NULL);
-  g_assert_true(g_socket_bind(socket, address, FALSE, NULL));
-  g_autoptr(GError) error = NULL;
-  g_assert_false(vek_web_server_listen_unix(served.server, path, &error));
-  g_assert_error(error, G_IO_ERROR, G_IO_ERROR_ADDRESS_IN_USE);
-
-  g_clear_error(&error);
-  failing = "g_socket_new";
-  g_assert_false(vek_web_server_listen_unix(served.server, path, &error));
-  failing = NULL;
-  g_assert_cmpstr(error->message, ==, "g_socket_new failed");
   g_assert_cmpint(g_unlink(path), ==, 0);
   g_assert_cmpint(g_rmdir(folder), ==, 0);
 }
