@@ -77,3 +77,11 @@ void assert_folder(const char *folder, const char *description) {
   }
   g_assert_cmpstr(found->str, ==, description);
 }
+
+guint count_open_files(void) {
+  g_autoptr(GDir) dir = g_dir_open("/proc/self/fd", 0, NULL);
+  guint n = 0;
+  while (g_dir_read_name(dir))
+    n++;
+  return n;
+}

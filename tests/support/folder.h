@@ -17,4 +17,7 @@ void folder_write(const char *folder, const char *name, const char *contents);
  * for a folder in it, "NAME -> TARGET\n" for a symbolic link. */
 void assert_folder(const char *folder, const char *description);
 
+/* How many descriptors the process has open. */
+guint count_open_files(void);
+
 G_END_DECLS

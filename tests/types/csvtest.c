@@ -307,14 +307,6 @@ TEST(two_reporters_of_one_file_cut_lines_where_a_buffer_is_full) {
   folder_remove(folder);
 }
 
-static guint count_open_files(void) {
-  g_autoptr(GDir) dir = g_dir_open("/proc/self/fd", 0, NULL);
-  guint n = 0;
-  while (g_dir_read_name(dir))
-    n++;
-  return n;
-}
-
 TEST(released_reporter_closes_its_file) {
   char *folder = folder_new();
   guint n_open = count_open_files();
