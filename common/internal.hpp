@@ -8,7 +8,6 @@
 
 #include <glib-object.h>
 
-#include <atomic>
 #include <cstddef>
 #include <string_view>
 #include <type_traits>
@@ -159,22 +158,24 @@ T *as(gpointer instance) {
 // Whether an instance is of a type or of one derived from it. GObject tells a derived type only by
 // a call, and a type itself only after it was asked for; here the type that passed last passes at
 // once. All else is in a function of its own, or its needs would burden the short way.
+//
+// The accesses are the compiler's, because <atomic> is half the work of compiling a source.
 template <GType (*get_type)()>
-[[gnu::visibility("hidden")]] constinit std::atomic<GType> passed_last = 0;
+[[gnu::visibility("hidden")]] constinit GType passed_last = 0;
 
 template <GType (*get_type)()>
 [[gnu::cold, gnu::noinline]] bool is_a_slowly(gpointer instance) {
   auto *klass = instance ? as<GTypeInstance>(instance)->g_class : nullptr;
   if (!klass || !g_type_is_a(klass->g_type, get_type()))
     return false;
-  passed_last<get_type>.store(klass->g_type, std::memory_order_relaxed);
+  __atomic_store_n(&passed_last<get_type>, klass->g_type, __ATOMIC_RELAXED);
   return true;
 }
 
 template <GType (*get_type)()>
 bool is_a(gpointer instance) {
   if (auto *klass = instance ? as<GTypeInstance>(instance)->g_class : nullptr) [[likely]]
-    if (klass->g_type == passed_last<get_type>.load(std::memory_order_relaxed)) [[likely]]
+    if (klass->g_type == __atomic_load_n(&passed_last<get_type>, __ATOMIC_RELAXED)) [[likely]]
       return true;
   return is_a_slowly<get_type>(instance);
 }

@@ -60,10 +60,10 @@ def clamp(double):
 
 def make_locale(folder):
     """Makes a locale with a decimal comma and returns the environment that chooses it."""
-    name = 'de_DE.UTF-8'
+    name = 'de_DE.ISO-8859-1'
     path = pathlib.Path(folder, name)
     try:
-        subprocess.run(['localedef', '-i', 'de_DE', '-f', 'UTF-8', path], check=True,
+        subprocess.run(['localedef', '-i', 'de_DE', '-f', 'ISO-8859-1', path], check=True,
                        stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
     except (OSError, subprocess.CalledProcessError):
         raise unittest.SkipTest(f'localedef cannot make {name}: '

@@ -5,11 +5,11 @@
 #include <locale.h>
 #include <stdlib.h>
 
-#define LOCALE "de_DE.UTF-8"
+#define LOCALE "de_DE.ISO-8859-1"
 
 static gboolean make_locale(const char *folder) {
   g_autofree char *path = g_build_filename(folder, LOCALE, NULL);
-  const char *command[] = {"localedef", "-i", "de_DE", "-f", "UTF-8", path, NULL};
+  const char *command[] = {"localedef", "-i", "de_DE", "-f", "ISO-8859-1", path, NULL};
   int status = -1;
   return g_spawn_sync(NULL, (char **)command, NULL,
                       G_SPAWN_SEARCH_PATH | G_SPAWN_STDOUT_TO_DEV_NULL | G_SPAWN_STDERR_TO_DEV_NULL,

@@ -213,8 +213,10 @@ guint run_threads(guint n, void (*work)(guint thread, gpointer data),
   }
   g_mutex_unlock(&gate);
 
-  while (g_atomic_int_get(&n_done) < (gint)n)
+  while (g_atomic_int_get(&n_done) < (gint)n) {
     meanwhile(data);
+    g_thread_yield();
+  }
   for (guint i = 0; i < n; i++)
     g_thread_join(threads[i]);
   meanwhile(data);

@@ -295,7 +295,7 @@ TEST(the_constructor_checks_the_registry_and_then_the_name) {
 
 static void add_often(guint thread, gpointer counter) {
   (void)thread;
-  for (guint i = 0; i < 2000; i++) {
+  for (guint i = 0; i < 500; i++) {
     vek_metric_counter_add(counter, 3);
     vek_metric_counter_inc(counter);
     vek_metric_counter_dec(counter);
@@ -307,7 +307,7 @@ TEST(threads_add_up_exactly) {
   g_autoptr(VekMetricCounter) counter =
       vek_metric_registry_counter_new(fixture.registry, "requests", NULL, NULL);
   g_assert_cmpuint(fixture_run_threads(4, add_often, counter), ==, 0);
-  g_assert_cmpint(vek_metric_counter_get_count(counter), ==, 16000);
+  g_assert_cmpint(vek_metric_counter_get_count(counter), ==, 4000);
 }
 
 static void make_and_unref(void) {
