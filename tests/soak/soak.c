@@ -2,8 +2,8 @@
  * with registered reporters and in one with a session. What comes out at the other ends is counted,
  * and memory and descriptors must not grow.
  *
- * SOAK_PASSES is how many minutes pass, a multiple of 400: 2000 if it is not set. A year has
- * 525600. */
+ * SOAK_PASSES is how many minutes pass, a multiple of 400 from 800 on: 2000 if it is not set. A year
+ * has 525600. */
 
 #include "lives.h"
 
