@@ -58,10 +58,15 @@ class Tally(unittest.TestCase):
         self.assertEqual(self.tally(), ('0 passed, 0 failed\n', 1))
 
 
+# Its n-th reading is n * n.
+CLOCK = 'date() { echo >>"$work/readings"; local n; n=$(wc -l <"$work/readings"); echo $((n * n)); }'
+
+
 def run_check(*lines):
     """Runs a check of these lines; returns the lines that it prints, and its exit status."""
-    run = subprocess.run(['bash', '-c', '\n'.join([f'. {SCRIPTS}/steps', *lines, 'finish'])],
-                         stdout=subprocess.PIPE, text=True, check=False)
+    run = subprocess.run(
+        ['bash', '-c', '\n'.join([f'. {SCRIPTS}/steps', CLOCK, *lines, 'finish'])],
+        stdout=subprocess.PIPE, text=True, check=False)
     return run.stdout.splitlines(), run.returncode
 
 
@@ -77,19 +82,20 @@ class Step(unittest.TestCase):
                      '{ ! step name fail; } || echo went on'):
             with self.subTest(line):
                 self.assertEqual(run_check(self.FAILING, line),
-                                 (['not ok name', 'said', 'failed name', '0 passed, 1 failed'], 1))
+                                 (['not ok name (3 s)', 'said', 'failed name', '0 passed, 1 failed'], 1))
 
     def test_condition_has_the_status_of_the_step(self):
         self.assertEqual(run_check('if step name true; then echo went on; fi')[0],
-                         ['ok name', 'went on', '1 passed, 0 failed'])
+                         ['ok name (3 s)', 'went on', '1 passed, 0 failed'])
         self.assertEqual(run_check(self.FAILING, 'step name fail || echo "status $?"')[0],
-                         ['not ok name', 'said', 'status 7', 'failed name', '0 passed, 1 failed'])
+                         ['not ok name (3 s)', 'said', 'status 7', 'failed name',
+                          '0 passed, 1 failed'])
 
     def test_passing_step_is_silent_and_changes_nothing_of_the_check(self):
         self.assertEqual(run_check('talk() { echo said; value=2; cd /; }', 'value=1 before=$PWD',
                                    'step name talk',
                                    'echo "$value"; [ "$PWD" = "$before" ] || echo moved'),
-                         (['ok name', '1', '1 passed, 0 failed'], 0))
+                         (['ok name (3 s)', '1', '1 passed, 0 failed'], 0))
 
 
 class Count(unittest.TestCase):
@@ -122,6 +128,11 @@ class Count(unittest.TestCase):
                          ['failed x: /y', 'failed z', 'failed false', '2 passed, 3 failed'])
         lines, _ = run_check(f'count {inner}')
         self.assertEqual(lines.count('failed x: /y'), 1)
+
+    def test_each_command_and_each_step_says_how_long_it_took(self):
+        self.assertEqual(run_check('count true', 'count false', 'step name true')[0][:-2],
+                         ['== true', '== true took 3 s', '== false', '== false took 7 s',
+                          'ok name (11 s)'])
 
     def test_no_test_at_all_is_a_failure(self):
         self.assertEqual(self.count('true'), ('0 passed, 0 failed', 1))

@@ -28,7 +28,7 @@ except ImportError:
     text_parser = None
 
 SEED = int(os.environ.get('VEK_SEED', '1'))
-REGISTRIES = int(os.environ.get('VEK_REGISTRIES', '2000'))
+REGISTRIES = int(os.environ.get('VEK_REGISTRIES', '500'))
 PROMTOOL_STEP = int(os.environ.get('VEK_PROMTOOL_STEP', '40'))  # each text takes it a process
 
 # A GLib that mends puts one U+FFFD for each byte.

@@ -2,10 +2,12 @@
 """Loads a server with clients of all manners: load.py LOADED
 
 LOADED is the program with the server. It measures how long its main loop is kept from everything
-else, in processor time, so that what else the machine does has no part in it.
+else, in processor time, so that what else the machine does has no part in it. VEK_ROUNDS says how often
+each client of a crowd takes its turn.
 """
 
 import contextlib
+import os
 import pathlib
 import random
 import re
@@ -19,7 +21,7 @@ from support import tap
 
 CONNECTIONS = 1000
 METRICS = 10000
-ROUNDS = 10
+ROUNDS = int(os.environ.get('VEK_ROUNDS', '4'))
 KEPT = 100  # connections that the server keeps
 BACKLOG = 128  # connections that wait for it to accept them
 LONGEST = 20000  # µs that a turn of the main loop may take
