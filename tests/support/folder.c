@@ -67,15 +67,20 @@ static char *describe(const char *path, const char *name) {
   return g_strdup_printf("%s: %s", name, contents);
 }
 
-void assert_folder(const char *folder, const char *description) {
-  g_autoptr(GString) found = g_string_new(NULL);
+char *folder_describe(const char *folder) {
+  GString *found = g_string_new(NULL);
   g_autoptr(Names) names = list_names(folder);
   for (Names *name = names; name; name = name->next) {
     g_autofree char *path = g_build_filename(folder, name->data, NULL);
     g_autofree char *text = describe(path, name->data);
     g_string_append(found, text);
   }
-  g_assert_cmpstr(found->str, ==, description);
+  return g_string_free(found, FALSE);
+}
+
+void assert_folder(const char *folder, const char *description) {
+  g_autofree char *found = folder_describe(folder);
+  g_assert_cmpstr(found, ==, description);
 }
 
 guint count_open_files(void) {

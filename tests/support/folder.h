@@ -13,8 +13,11 @@ void folder_remove(char *folder);
 /* Puts a file there, or replaces one. */
 void folder_write(const char *folder, const char *name, const char *contents);
 
-/* Compares the folder with a description, sorted by name: "NAME: CONTENTS" for a file, "NAME/\n"
- * for a folder in it, "NAME -> TARGET\n" for a symbolic link. */
+/* Describes what is in the folder, sorted by name: "NAME: CONTENTS" for a file, "NAME/\n" for a
+ * folder in it, "NAME -> TARGET\n" for a symbolic link. */
+char *folder_describe(const char *folder);
+
+/* Compares the folder with such a description. */
 void assert_folder(const char *folder, const char *description);
 
 /* How many descriptors the process has open. */

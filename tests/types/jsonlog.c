@@ -169,6 +169,21 @@ void flush_line(VekMetricReporter *reporter, const char *name) {
   flush_reporter(reporter);
 }
 
+char *lines(const char *names) {
+  GString *text = g_string_new(NULL);
+  for (const char *name = names; *name; name++)
+    g_string_append_printf(text,
+                           "2023-11-14 22:13:20,004211 "
+                           "[{\"MetricName\":\"%c\",\"Timestamp\":null,\"Value\":0.0}]\n",
+                           *name);
+  return g_string_free(text, FALSE);
+}
+
+void settle(VekMetricReporter *reporter) {
+  while (g_atomic_int_get((int *)&G_OBJECT(reporter)->ref_count) > 1)
+    g_main_context_iteration(NULL, TRUE);
+}
+
 void drop_reporter(VekMetricReporter *reporter) {
   g_object_add_weak_pointer(G_OBJECT(reporter), (gpointer *)&reporter);
   g_object_unref(reporter);

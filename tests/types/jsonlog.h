@@ -43,6 +43,12 @@ void flush_reporter(VekMetricReporter *reporter);
 /* Collects one data point of this name, a count of 0 without a timestamp, and flushes it. */
 void flush_line(VekMetricReporter *reporter, const char *name);
 
+/* The lines that flush_line() writes at the time NOW, for names of one letter each. */
+char *lines(const char *names);
+
+/* Runs the main loop until the reporter waits for nothing: each operation holds a reference. */
+void settle(VekMetricReporter *reporter);
+
 /* Drops the last reference but the operations', which must not outlive them: runs the main loop
  * until the reporter is gone, and waits for the scripted streams to go. */
 void drop_reporter(VekMetricReporter *reporter);

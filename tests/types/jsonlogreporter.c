@@ -21,26 +21,9 @@ static void assert_stream(const char *record) {
   g_string_truncate(script.record, 0);
 }
 
-/* Runs the main loop until the reporter waits for nothing: each operation holds a reference. */
-static void settle(VekMetricReporter *reporter) {
-  while (g_atomic_int_get((int *)&G_OBJECT(reporter)->ref_count) > 1)
-    g_main_context_iteration(NULL, TRUE);
-}
-
 static void flush_and_settle(VekMetricReporter *reporter, const char *name) {
   flush_line(reporter, name);
   settle(reporter);
-}
-
-/* The lines of data points that flush_line() collects. */
-static char *lines(const char *names) {
-  GString *text = g_string_new(NULL);
-  for (const char *name = names; *name; name++)
-    g_string_append_printf(text,
-                           "2023-11-14 22:13:20,004211 "
-                           "[{\"MetricName\":\"%c\",\"Timestamp\":null,\"Value\":0.0}]\n",
-                           *name);
-  return g_string_free(text, FALSE);
 }
 
 /* Compares the folder with a list of "FILE=NAMES", the names being those of the lines that the file

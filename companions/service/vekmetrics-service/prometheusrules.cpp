@@ -59,6 +59,10 @@ char *make_label_name(const char *dimension, const GArray *labels) {
     g_string_truncate(name, length);
     g_string_append_c(name, '_');
     g_string_append(name, Decimal(number).text);
+    if (g_str_has_prefix(name->str, "__")) {  // as that of "_" does
+      g_string_prepend(name, "dim_");
+      length += strlen("dim_");
+    }
   }
   return g_string_free(name, FALSE);
 }
