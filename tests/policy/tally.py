@@ -59,7 +59,13 @@ class Tally(unittest.TestCase):
 
 
 # Its n-th reading is n * n.
-CLOCK = 'date() { echo >>"$work/readings"; local n; n=$(wc -l <"$work/readings"); echo $((n * n)); }'
+CLOCK = """
+    date() {
+      echo >>"$work/readings"
+      local n
+      n=$(wc -l <"$work/readings")
+      echo $((n * n))
+    }"""
 
 
 def run_check(*lines):
@@ -82,7 +88,8 @@ class Step(unittest.TestCase):
                      '{ ! step name fail; } || echo went on'):
             with self.subTest(line):
                 self.assertEqual(run_check(self.FAILING, line),
-                                 (['not ok name (3 s)', 'said', 'failed name', '0 passed, 1 failed'], 1))
+                                 (['not ok name (3 s)', 'said', 'failed name',
+                                   '0 passed, 1 failed'], 1))
 
     def test_condition_has_the_status_of_the_step(self):
         self.assertEqual(run_check('if step name true; then echo went on; fi')[0],

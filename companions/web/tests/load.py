@@ -2,8 +2,8 @@
 """Loads a server with clients of all manners: load.py LOADED
 
 LOADED is the program with the server. It measures how long its main loop is kept from everything
-else, in processor time, so that what else the machine does has no part in it. VEK_ROUNDS says how often
-each client of a crowd takes its turn.
+else, in processor time, so that what else the machine does has no part in it. VEK_ROUNDS says how
+often each client of a crowd takes its turn.
 """
 
 import contextlib
