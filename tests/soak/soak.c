@@ -2,8 +2,8 @@
  * with registered reporters and in one with a session. What comes out at the other ends is counted,
  * and memory and descriptors must not grow.
  *
- * SOAK_PASSES is how many minutes pass, a multiple of 400 from 800 on: 800 if it is not set. A year
- * has 525600. */
+ * SOAK_PASSES is how many minutes pass, a multiple of 80: 800 if it is not set, and not less where
+ * the heap is measured. A year has 525600. */
 
 #include "lives.h"
 
@@ -26,6 +26,7 @@ enum {
   HISTORY = 30, /* passes that the web server keeps */
   SETTLE = 10,  /* turns between two readings of the files */
   SCRAPE = 40,  /* ... two scrapes, each in the middle, */
+  READ = 8,     /* ... and two of the heap */
   ONE_OFF = 100,
   OUTAGE = 500,
 };
@@ -251,7 +252,7 @@ static void run_turns(Soak *self, guint n_turns) {
       continue; /* some things are made once */
 
     guint half = turn > 5 * tenth;
-    if (turn % (tenth / 10) == 0) {
+    if (turn % READ == 0) {
       end_unused_threads();
       least[half] = MIN(least[half], heap_get_used());
     }
