@@ -4,6 +4,7 @@ import contextlib
 import json
 import os
 import pathlib
+import random
 import re
 import socket
 import subprocess
@@ -31,9 +32,14 @@ def excerpt(name, changes):
 
 
 def free_port():
-    with socket.socket() as listener:
-        listener.bind(('127.0.0.1', 0))
-        return listener.getsockname()[1]
+    """Returns a port that stays free until a server opens it: Linux gives those from 32768 on to
+    other programs, so that tests that run meanwhile may get them.
+    """
+    while True:
+        port = random.randrange(10000, 30000)
+        with contextlib.suppress(OSError), socket.socket() as listener:
+            listener.bind(('127.0.0.1', port))
+            return port
 
 
 def wait_for(condition):

@@ -351,9 +351,13 @@ TEST(client_goes_before_the_parents_construction) {
 }
 
 TEST(refused_connection_disables_the_reporter) {
-  Server *server = server_new("127.0.0.1");
-  guint port = server->port;
-  server_free(server);
+  /* A port that is bound, so that nobody else gets it, but not listened at. */
+  g_autoptr(GSocket) socket =
+      g_socket_new(G_SOCKET_FAMILY_IPV4, G_SOCKET_TYPE_STREAM, G_SOCKET_PROTOCOL_TCP, NULL);
+  g_autoptr(GSocketAddress) any = g_inet_socket_address_new_from_string("127.0.0.1", 0);
+  g_assert_true(g_socket_bind(socket, any, FALSE, NULL));
+  g_autoptr(GSocketAddress) bound = g_socket_get_local_address(socket, NULL);
+  guint port = g_inet_socket_address_get_port(G_INET_SOCKET_ADDRESS(bound));
 
   g_autoptr(VekMetricReporter) reporter = vek_metric_carbon_reporter_new(NULL, "127.0.0.1", port);
   process_count(reporter, "early", 1);

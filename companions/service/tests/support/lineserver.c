@@ -57,26 +57,29 @@ void run_until_idle(void) {
     ;
 }
 
-static gboolean listen_at(LineServer *server, const char *address, guint port) {
-  g_autoptr(GSocketListener) listener = g_socket_listener_new();
+/* Several sockets may be bound to the port. */
+static GSocket *bind_socket(const char *address, guint port) {
   g_autoptr(GSocketAddress) wanted = g_inet_socket_address_new_from_string(address, port);
-  g_autoptr(GSocketAddress) bound = NULL;
-  if (!g_socket_listener_add_address(listener, wanted, G_SOCKET_TYPE_STREAM, G_SOCKET_PROTOCOL_TCP,
-                                     NULL, &bound, NULL))
-    return FALSE;
-  server->port = g_inet_socket_address_get_port(G_INET_SOCKET_ADDRESS(bound));
-  server->listener = g_steal_pointer(&listener);
-  return TRUE;
+  g_autoptr(GSocket) socket = g_socket_new(g_socket_address_get_family(wanted),
+                                           G_SOCKET_TYPE_STREAM, G_SOCKET_PROTOCOL_TCP, NULL);
+  if (!socket || !g_socket_set_option(socket, SOL_SOCKET, SO_REUSEPORT, TRUE, NULL) ||
+      !g_socket_bind(socket, wanted, TRUE, NULL))
+    return NULL;
+  return g_steal_pointer(&socket);
 }
 
 LineServer *line_server_new(const char *address) {
+  GSocket *reservation = bind_socket(address, 0);
+  if (!reservation)
+    return NULL;
+  g_autoptr(GSocketAddress) bound = g_socket_get_local_address(reservation, NULL);
   LineServer *server = g_new0(LineServer, 1);
+  server->reservation = reservation;
   server->address = g_strdup(address);
+  server->port = g_inet_socket_address_get_port(G_INET_SOCKET_ADDRESS(bound));
   server->received = g_string_new(NULL);
-  if (listen_at(server, address, 0))
-    return server;
-  line_server_free(server);
-  return NULL;
+  line_server_start(server);
+  return server;
 }
 
 void line_server_stop(LineServer *server) {
@@ -85,7 +88,11 @@ void line_server_stop(LineServer *server) {
 }
 
 void line_server_start(LineServer *server) {
-  g_assert_true(listen_at(server, server->address, server->port));
+  g_autoptr(GSocket) socket = bind_socket(server->address, server->port);
+  g_assert_nonnull(socket);
+  g_assert_true(g_socket_listen(socket, NULL));
+  server->listener = g_socket_listener_new();
+  g_assert_true(g_socket_listener_add_socket(server->listener, socket, NULL, NULL));
 }
 
 void line_server_close(LineServer *server) {
@@ -107,6 +114,7 @@ void line_server_free(LineServer *server) {
     line_server_stop(server);
   if (server->connection)
     line_server_close(server);
+  g_object_unref(server->reservation);
   g_string_free(server->received, TRUE);
   g_free(server->address);
   g_free(server);

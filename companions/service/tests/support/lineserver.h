@@ -27,6 +27,7 @@ gboolean on_guard(gpointer condition);
 void run_until_idle(void);
 
 typedef struct {
+  GSocket *reservation;      /* of the port, which nobody else gets while it does not listen */
   GSocketListener *listener; /* NULL while it does not listen */
   char *address;
   guint port;
