@@ -1,12 +1,38 @@
 #include "served.h"
 
+#include "support/replace.h"
+
 #include <string.h>
 
-/* The functions of GLib that tests/support/lsan.supp names have no frame pointers: the address
- * sanitizer must unwind them the slow way. It finds this by its name in the program. */
-const char *__asan_default_options(void);
-const char *__asan_default_options(void) {
-  return "fast_unwind_on_malloc=0";
+__attribute__((weak)) void __lsan_disable(void);
+__attribute__((weak)) void __lsan_enable(void);
+
+void begin_to_leak(void) {
+  if (__lsan_disable)
+    __lsan_disable();
+}
+
+void end_to_leak(void) {
+  if (__lsan_enable)
+    __lsan_enable();
+}
+
+/* libsoup 3.2.3 keeps a reference to the socket of each connection that it has accepted, and to the
+ * address of each that it listens on. A test program may replace these functions itself. */
+
+__attribute__((weak)) GSocket *g_socket_accept(GSocket *socket, GCancellable *cancellable,
+                                               GError **error) {
+  begin_to_leak();
+  GSocket *accepted = NEXT(g_socket_accept)(socket, cancellable, error);
+  end_to_leak();
+  return accepted;
+}
+
+__attribute__((weak)) GSocketAddress *g_socket_get_local_address(GSocket *socket, GError **error) {
+  begin_to_leak();
+  GSocketAddress *address = NEXT(g_socket_get_local_address)(socket, error);
+  end_to_leak();
+  return address;
 }
 
 static VekMetricReporterInterface *get_operations(Served *served) {
