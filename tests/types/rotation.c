@@ -201,5 +201,5 @@ static char *describe(const ModelOperation *operation) {
 
 TEST(random_histories_agree_with_a_model) {
   static const ModelTest test = {begin, draw, apply, end, describe};
-  model_test_run(&test, 2000);
+  model_test_run(&test, 1000);
 }

@@ -14,6 +14,12 @@ static VekWebServer *start_server(void) {
   return server;
 }
 
+/* The response to a request for events goes on for as long as the client stays. */
+static gboolean is_endless(const GByteArray *answer) {
+  static const char type[] = "\r\nContent-Type: text/event-stream\r\n";
+  return memmem(answer->data, answer->len, type, strlen(type)) != NULL;
+}
+
 /* Sends everything and reads until the server ends the connection. */
 static GByteArray *talk(GSocket *socket, const guint8 *data, gsize size) {
   GByteArray *answer = g_byte_array_new();
@@ -34,10 +40,12 @@ static GByteArray *talk(GSocket *socket, const guint8 *data, gsize size) {
     g_main_context_iteration(NULL, FALSE);
     char buffer[4096];
     gssize n_read = g_socket_receive(socket, buffer, sizeof buffer, NULL, &error);
-    if (n_read > 0)
+    if (n_read > 0) {
       g_byte_array_append(answer, (guint8 *)buffer, (guint)n_read);
-    else
+      has_ended = is_endless(answer);
+    } else {
       has_ended = !g_error_matches(error, G_IO_ERROR, G_IO_ERROR_WOULD_BLOCK);
+    }
   }
   return answer;
 }
