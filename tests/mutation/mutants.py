@@ -28,7 +28,8 @@ JUMPS = {'break', 'continue', 'return'}
 KEYWORDS = JUMPS | {'case', 'default', 'do', 'else', 'for', 'if', 'switch', 'while'}
 
 # The beginning of a declaration: a type, and a name.
-DECLARATION = re.compile(r'(?:[\w:]+(?:<[^;=]*?>|\(\w+\))?[ \n]+)+[*&]*\w')
+DECLARATION = re.compile(r'(?:[\w:]+(?:<[^;=]*?>|\(\w+\))?[ \n]+)+(?:\(\*|[*&]*)\w')
+UNCONDITIONAL = re.compile(r'^(?:[^=]* )?(?:static|constexpr|using|thread_local) ')
 LOCK = re.compile(r'(?P<scope>\w+::)?(?P<kind>Mutex|Reader|Writer)Lock \w+\([^;]*\)(?=;)')
 FUNCTION = re.compile(r'^(?:class|struct) (\w+)|^(?:\w[^;={}()\n]*[ *&])?([\w:~]+)\(',
                       re.MULTILINE)
@@ -51,6 +52,14 @@ class Mutant:
         # The lines that follow keep their numbers, which messages contain.
         lines = code.count('\n', self.start, self.end) - self.text.count('\n')
         return code[:self.start] + self.text + '\n' * lines + code[self.end:]
+
+
+@dataclass(frozen=True)
+class Slot:
+    """The text between two offsets: a statement with its semicolon, or an expression."""
+    start: int
+    end: int
+    form: str  # statement, or the use of the expression: condition, value, effect
 
 
 @dataclass
@@ -224,10 +233,17 @@ class Maker:
         if before.text == ')':
             opener = self.tokens[before.partner - 1].text
             return opener in ('for', 'if', 'while')
+        if before.text == '}' and self.tokens[before.partner - 1].text == 'struct':
+            return False  # the name of a variable
         if before.text == ':':
             return any(token.text in ('case', 'default')
                        for token in self.tokens[max(index - 3, 0):index])
         return before.text in (';', '{', '}', 'else', 'do')
+
+    def begins_expression(self, index):
+        token = self.tokens[index]
+        return token.text in ('++', '--', '*', '(') or (
+            token.kind == 'name' and token.text not in KEYWORDS)
 
     def drop_statement(self, index):
         first = self.tokens[index]
@@ -236,11 +252,59 @@ class Maker:
             return
         statement = self.code[first.start:self.tokens[end].start]
         is_jump = statement in JUMPS
-        is_expression = first.text in ('++', '--', '*', '(') or (
-            first.kind == 'name' and first.text not in KEYWORDS and
-            not DECLARATION.match(statement))
-        if is_jump or is_expression:
+        if is_jump or self.begins_expression(index) and not DECLARATION.match(statement):
             self.add('statement', first.start, self.tokens[end].start, '')
+
+    def find_slots(self):
+        """The places where a condition can choose between the code and its mutants.
+
+        A function that is evaluated by the compiler has none.
+        """
+        slots = []
+        constant_end = 0
+        for index, token in enumerate(self.tokens):
+            if token.text == 'constexpr' and not token.is_code:
+                body = self.find_end(index, '{;=')
+                constant_end = max(self.tokens[body].partner, index)
+            if token.is_code and index > constant_end and self.begins_statement(index):
+                slots.extend(self.slots_of_statement(index))
+        return slots
+
+    def slots_of_statement(self, index):
+        first = self.tokens[index].text
+        if first in ('if', 'while', 'for', 'switch') and self.tokens[index + 1].text == '(':
+            bounds = [index + 1, *self.find_separators(index + 1, ';'),
+                      self.tokens[index + 1].partner]
+            parts = [(left + 1, right) for left, right in zip(bounds, bounds[1:])]
+            if first == 'for' and len(parts) != 3:
+                return  # it is over the elements of a range
+            form = 'value' if first == 'switch' else 'condition'
+            yield from self.slot(*parts[1 if first == 'for' else -1], form)
+            if first == 'for':
+                yield from self.slot(*parts[0], 'effect')
+                yield from self.slot(*parts[2], 'effect')
+        elif first in JUMPS or self.begins_expression(index):
+            end = self.find_end(index, ';')
+            if self.tokens[end].text == ';':
+                yield from self.slot(index, end + 1, 'statement')
+
+    def slot(self, index, end, form):
+        """That of an expression, a statement or, if it is a declaration, its initial value."""
+        if index == end:
+            return
+        start, stop = self.tokens[index].start, self.tokens[end - 1].end
+        text = self.code[start:stop]
+        if DECLARATION.match(text) and self.tokens[index].text not in JUMPS or (
+                text.startswith('auto ')):
+            end -= form == 'statement'
+            stop = self.tokens[end - 1].end
+            form = 'value'
+            index = self.find_end(index, '=') + 1
+            if (index >= end or self.tokens[index].text == '{' or
+                    self.find_end(index, ',;') != end or UNCONDITIONAL.search(text)):
+                return
+            start = self.tokens[index].start
+        yield Slot(start, stop, form)
 
     def weaken_lock(self, match):
         self.add('lock', match.start(), match.end(), '')
@@ -251,3 +315,8 @@ class Maker:
 def make_mutants(path, code):
     """The mutants of a file, in the order of its text."""
     return Maker(path, code).make()
+
+
+def find_slots(path, code):
+    """The slots of a file: see schemata.py."""
+    return Maker(path, code).find_slots()

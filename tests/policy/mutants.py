@@ -1,10 +1,12 @@
 """Tests of the mutants that scripts/check-mutation makes."""
 
 import pathlib
+import re
 import unittest
 
 from mutation.equivalents import key_of, read_equivalents
-from mutation.mutants import make_mutants
+from mutation.mutants import find_slots, make_mutants
+from mutation.schemata import Schemata
 from support import tap
 
 ROOT = pathlib.Path(__file__).resolve().parents[2]
@@ -40,9 +42,46 @@ ROWS = (
     ('readers are dropped', 'ReaderLock held(a);', [';']),
 )
 
+# A statement, and the choice between it and its mutants.
+CHOICES = (
+    ('statements', 'g();', '{ if (mutant(1)) {;} else {g();}}'),
+    ('branches', 'if (a) g(); else h();',
+     'if (( mutant(1) ? !!(!(a)) : !!(a)) ) { if (mutant(2)) {;} else {g();}} '
+     'else { if (mutant(3)) {;} else {h();}}'),
+    ('values of variables', 'int a = b + c;', 'int a = ( mutant(1) ? (b - c) : (b + c)) ;'),
+    ('variables with constructors stay', 'MutexLock a(b);', 'MutexLock a(b);'),
+    ('static variables stay', 'static int a = 0;', 'static int a = 0;'),
+    ('switches', 'switch (a + b) {}', 'switch (( mutant(1) ? (a - b) : (a + b)) ) {}'),
+    ('loops', 'for (int i = 0; i < n; i++) {}',
+     'for (int i = ( mutant(1) ? (1) : (0)) ; ( mutant(2) ? !!(i <= n) : !!(i < n)) ; '
+     '( mutant(3) ? (void)(i--) : (void)(i++)) ) {}'),
+    ('functions within statements', 'g([] { h(); });',
+     '{ if (mutant(1)) {;} else {g([] { { if (mutant(2)) {;} else {h();}} });}}'),
+)
+
 
 def mutate(code):
     return [mutant.apply(code) for mutant in make_mutants('a.cpp', code)]
+
+
+def render(code):
+    """The code in which each of its mutants can be chosen."""
+    mutants = make_mutants('a.cpp', code)
+    schemata = Schemata('a.cpp', code, find_slots('a.cpp', code), mutants)
+    return schemata.render({mutant: number + 1 for number, mutant in enumerate(mutants)})
+
+
+def lines_of(code):
+    """The numbers that the compiler gives to the lines with code."""
+    numbers = []
+    number = 0
+    for line in code.splitlines():
+        number += 1
+        if match := re.match(r'#line (\d+)', line):
+            number = int(match[1]) - 1
+        elif line.strip():
+            numbers.append(number)
+    return numbers
 
 
 class Mutants(unittest.TestCase):
@@ -69,6 +108,21 @@ class Mutants(unittest.TestCase):
             'class C {\n  C() {\n    g(c);\n  }\n};\n'))))
         self.assertEqual(keys, [('a.cpp f', 'g( a);', ';'), ('a.cpp A::b', 'g(b);', ';'),
                                 ('a.cpp C', 'g(c);', ';')])
+
+    def test_mutants_are_compiled_together(self):
+        for sentence, statement, rendered in CHOICES:
+            with self.subTest(sentence):
+                code = render(f'void f() {{ {statement} }}\n')
+                code = ' '.join(re.sub('#line.*', '', code).split())
+                self.assertEqual(code, f'void f() {{ {rendered} }}')
+
+    def test_functions_that_the_compiler_evaluates_have_no_choice(self):
+        code = 'constexpr int f() {\n  return 1;\n}\n'
+        self.assertEqual(render(code), code)
+
+    def test_lines_keep_their_numbers_and_those_of_mutants_tell_which(self):
+        code = 'void f() {\n  int a;\n  g(\n      a);\n  int b;\n}\n'
+        self.assertEqual(lines_of(render(code)), [1, 2, 3, 100, 3, 4, 5, 6])
 
     def test_equivalents_are_mutants(self):
         equivalents = read_equivalents()

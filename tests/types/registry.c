@@ -708,6 +708,28 @@ static guint count_flushes(const GString *record) {
   return n;
 }
 
+static void register_own(guint thread, gpointer reporters) {
+  vek_metric_registry_register_reporter(fixture.registry,
+                                        ((VekMetricReporter **)reporters)[thread]);
+}
+
+static void report_meanwhile(gpointer reporters) {
+  (void)reporters;
+  fixture_report();
+}
+
+TEST(threads_register_reporters_one_at_a_time) {
+  g_autoptr(GString) b = g_string_new(NULL);
+  g_autoptr(GString) c = g_string_new(NULL);
+  VekMetricReporter *reporters[] = {record_to(b, "b"), record_to(c, "c")};
+  run_threads(G_N_ELEMENTS(reporters), register_own, report_meanwhile, reporters);
+  run_periodic_pass(fixture.registry);
+  for (guint i = 0; i < G_N_ELEMENTS(reporters); i++)
+    g_object_unref(reporters[i]);
+  assert_recorded(b, "b flush\n");
+  assert_recorded(c, "c flush\n");
+}
+
 TEST(threads_lose_nothing) {
   g_autoptr(GString) record = g_string_new(NULL);
   g_autoptr(VekMetricReporter) reporter = record_to(record, "periodic");

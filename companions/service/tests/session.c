@@ -452,6 +452,26 @@ static void on_notify(GObject *session, GParamSpec *pspec, gpointer data) {
   ++*(guint *)data;
 }
 
+static void set_and_get_period(guint thread, gpointer session) {
+  guint period = 0;
+  g_object_set(session, "period", 10 + thread, NULL);
+  g_object_get(session, "period", &period, NULL);
+  g_assert_cmpuint(period, >=, 10);
+  g_assert_cmpuint(period, <, 12);
+}
+
+static void do_nothing(gpointer data) {
+  (void)data;
+}
+
+TEST(threads_set_the_period_one_at_a_time) {
+  g_autoptr(VekServiceSession) session = session_new();
+  run_threads(2, set_and_get_period, do_nothing, session);
+  guint period = 0;
+  g_object_get(session, "period", &period, NULL);
+  g_assert_cmpuint(timer_seconds, ==, period);
+}
+
 TEST(period_is_notified) {
   g_autoptr(VekServiceSession) session = session_new();
   guint n_notified = 0;

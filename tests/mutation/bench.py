@@ -1,0 +1,155 @@
+"""Mutants in a tree, and the test cases that reach them."""
+
+import collections
+import concurrent.futures
+import contextlib
+import json
+import os
+import pathlib
+import re
+import tempfile
+import threading
+
+from mutants import find_slots
+from schemata import Schemata
+from tree import Tree
+
+FEW = 1000  # mutants of a file
+
+
+class Bench:
+    """A tree in which mutants are tested."""
+
+    def __init__(self, folder, codes, mutants, invalid):
+        self.codes = codes
+        self.tree = Tree(folder)
+        self.kills = collections.Counter()  # of each file and test case
+        self.seconds = {}                   # of each test case, without a mutant
+        self.reached = collections.defaultdict(set)  # the test cases of each mutant and file
+        self.originals = {}                 # optimised code
+        self.compiling = threading.Lock()
+        by_path = {path: [] for path in codes}
+        for mutant in mutants:
+            by_path[mutant.path].append(mutant)
+        self.schemata = {path: Schemata(path, codes[path], find_slots(path, codes[path]), of_path)
+                         for path, of_path in by_path.items()}
+        self.numbers = {}
+        for index, of_path in enumerate(by_path.values()):
+            for position, mutant in enumerate(of_path):
+                if mutant in self.schemata[mutant.path].places and mutant not in invalid:
+                    self.numbers[mutant] = index * FEW + position + 1
+
+    def render(self):
+        for path, schemata in self.schemata.items():
+            self.tree.write(path, schemata.render(self.numbers))
+
+    def compile(self):
+        """Compiles the mutants that have slots together, without those that cause errors.
+
+        Returns these: they would not compile alone either, since what else stands in a slot is of
+        the same type.
+        """
+        invalid = []
+        mutants = {number: mutant for mutant, number in self.numbers.items()}
+        self.render()
+        while errors := self.tree.build('plain'):
+            numbers = {int(number) // 100 for number in re.findall(
+                r'^mutant/\S+:(\d+):\d+: +(?:error|required from)', errors, re.MULTILINE)}
+            if not numbers:
+                raise SystemExit(errors)
+            for number in numbers:
+                invalid.append(mutants[number])
+                del self.numbers[mutants[number]]
+            self.render()
+        return invalid
+
+    def build(self, kind):
+        self.render()
+        if errors := self.tree.build(kind):
+            raise SystemExit(errors)
+
+    def record(self, file):
+        """Runs each test case without a mutant, to see which of them it reaches.
+
+        The file keeps this for as long as the program and the libraries are the same.
+        """
+        known = json.loads(file.read_text()) if file.exists() else {}
+        programs = self.tree.programs['plain']
+        digests = {name: self.tree.digest(program) for name, program in programs.items()}
+        known = {name: known[name] if known.get(name, [None])[0] == digest else [digest, {}]
+                 for name, digest in digests.items()}
+
+        def run(program, case):
+            with tempfile.NamedTemporaryFile() as reached:
+                reached.truncate(FEW * len(self.codes))
+                passes, seconds = program.run(case, {'MUTANTS': reached.name}, 20)
+                if not passes:
+                    return f'{program.name} {case}'
+                known[program.name][1][case] = seconds, [
+                    match.start() for match in re.finditer(b'\1', reached.read())]
+            return None
+
+        with concurrent.futures.ThreadPoolExecutor(os.cpu_count()) as pool:
+            runs = [pool.submit(run, program, case) for program in programs.values()
+                    for case in program.cases() if case not in known[program.name][1]]
+            failing = [run.result() for run in runs if run.result()]
+        file.write_text(json.dumps(known))
+        if failing:
+            raise SystemExit('\n'.join(['Without any mutant, these test cases fail:', *failing]))
+
+        mutants = {number: mutant for mutant, number in self.numbers.items()}
+        for name, (_, cases) in known.items():
+            for case, (seconds, numbers) in cases.items():
+                self.seconds[name, case] = max(seconds, 0.001)
+                for number in numbers:
+                    mutant = mutants[number]
+                    for place in (mutant, (mutant.path, mutant.function), mutant.path):
+                        self.reached[place].add((name, case))
+
+    def cases_of(self, mutant):
+        """The test cases that reach a mutant, the likeliest to find it first.
+
+        Of a mutant that is compiled alone, these are the cases that reach others of its function,
+        or of its file.
+        """
+        if mutant in self.numbers:
+            cases = self.reached[mutant]
+        else:
+            cases = (self.reached[mutant.path, mutant.function] or self.reached[mutant.path] or
+                     self.seconds)
+        stem = pathlib.Path(mutant.path).stem
+        return sorted(cases, key=lambda case: (
+            -(self.kills[mutant.path, case] + (0.5 if case[0] == stem else 0.05)) /
+            self.seconds[case], case))
+
+    def test(self, mutant, kind):
+        """Returns the test case that finds a mutant, or None, and how many there are."""
+        slowness = 1 if kind == 'plain' else 10
+        cases = self.cases_of(mutant)
+        variables = {'MUTANT': str(self.numbers.get(mutant, 0))}
+        for name, case in cases:
+            program = self.tree.programs[kind][name]
+            passes, _ = program.run(case, variables, slowness * self.seconds[name, case])
+            if not passes:
+                self.kills[mutant.path, (name, case)] += 1
+                return f'{name} {case}', len(cases)
+        return None, len(cases)
+
+    @contextlib.contextmanager
+    def alone(self, mutant, kind):
+        """Builds a mutant that cannot be compiled together with others. Says whether it can be."""
+        path = mutant.path
+        self.tree.write(path, mutant.apply(self.codes[path]))
+        try:
+            yield not self.tree.build(kind, path)
+        finally:
+            self.tree.write(path, self.schemata[path].render(self.numbers))
+
+    def gives_same_code(self, mutant):
+        path, code = mutant.path, self.codes[mutant.path]
+        if path.endswith('.hpp'):
+            return False
+        with self.compiling:
+            if path not in self.originals:
+                self.originals[path] = self.tree.optimised(path, code)
+            return self.tree.optimised(path, mutant.apply(code)) == self.originals[path]
