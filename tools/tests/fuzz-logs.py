@@ -107,6 +107,8 @@ def fuzz(minutes, folder):
         known = len(coverage.steps)
         try:
             try_input(data, coverage)
+        except KeyboardInterrupt:
+            break
         except BaseException:
             pathlib.Path(f'{folder}-crash-{name}').write_bytes(data)
             print(f'{folder}-crash-{name}', runs, 'runs')
