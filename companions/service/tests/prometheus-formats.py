@@ -55,6 +55,8 @@ def label_set(dimensions):
         free, number = label, 2
         while free in labels:
             free, number = f'{label}_{number}', number + 1
+            if free.startswith('__'):
+                label, free = f'dim_{label}', f'dim_{free}'
         labels[free] = mend(value)
     return frozenset((label, value) for label, value in labels.items() if value)
 
