@@ -209,8 +209,8 @@ static void expect_header(GString *text, char **dimensions) {
 static void check_console(GPtrArray *calls) {
   static const char *const figures[] = {
       "42", "0.500000",
-      "avg: 1.500000, n samples: 1, max: 1.500000, min: 1.500000, p10: 1.500000, p50: 1.500000, "
-      "p90: 1.500000"};
+      ("avg: 1.500000, n samples: 1, max: 1.500000, min: 1.500000, p10: 1.500000, p50: 1.500000, "
+       "p90: 1.500000")};
   printed = g_string_new(NULL);
   g_autoptr(VekMetricReporter) reporter = vek_metric_console_reporter_new();
   GPrintFunc before = g_set_print_handler(take_print);

@@ -36,8 +36,8 @@ static char *describe_metric(const RawCall *call) {
       R"("<gauge>")",
       R"("<values>":[0.5])",
       R"("<histogram>")",
-      R"("<statistics>":{"<samples>":[1],"<avg>":[1.5],"<min>":[1.5],)"
-      R"("<max>":[1.5],"<p10>":[1.5],"<p50>":[1.5],"<p90>":[1.5],"<p99>":[1.5]})",
+      (R"("<statistics>":{"<samples>":[1],"<avg>":[1.5],"<min>":[1.5],)"
+       R"("<max>":[1.5],"<p10>":[1.5],"<p50>":[1.5],"<p90>":[1.5],"<p99>":[1.5]})"),
   };
   auto *text = g_string_new(R"({"<name>":)");
   append_json(text, call->name);
