@@ -1,6 +1,7 @@
 /* What the reporters write of names, dimensions and units of any bytes. */
 
 #include "tests/support/rawcalls.h"
+#include "tests/support/tsan-tasks.h"
 
 #include <glib/gstdio.h>
 #include <string.h>
