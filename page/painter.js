@@ -1,7 +1,7 @@
 // Draws the rows that are in view, a few at a time, so that the page keeps scrolling.
 'use strict';
 {
-  // The milliseconds of each frame; the browser needs as long again to show what was painted.
+  // The milliseconds of each frame; the browser needs more to show what was painted.
   const FRAME_BUDGET = 5;
 
   // A row has an element, paint() and clear().

@@ -32,8 +32,8 @@ def excerpt(name, changes):
 
 
 def free_port():
-    """Returns a port that stays free until a server opens it: Linux gives those from 32768 on to
-    other programs, so that tests that run meanwhile may get them.
+    """Returns a port below 32768, from where on Linux chooses ports for programs that name none:
+    no test that runs meanwhile gets it before the server opens it.
     """
     while True:
         port = random.randrange(10000, 30000)
