@@ -46,4 +46,9 @@ void scrape(Served *served, guint n_passes) {
   g_assert_cmpuint(count_occurrences(text, "\nmetric_"), ==, get_n_samples());
   g_autofree char *other = request(served, "GET /vars.json HTTP/1.0|Host: localhost", &passes);
   g_assert_cmpuint(count_occurrences(passes, "{\"name\":\"metric-"), ==, get_n_series(n_passes));
+
+  /* The server remembers connections for up to a second after their end. */
+  settle();
+  if (find_source("vekmetrics-web connections"))
+    run_source("vekmetrics-web connections");
 }
