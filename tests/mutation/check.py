@@ -109,7 +109,7 @@ def judge_all(codes, mutants, results):
         together = [mutant for mutant in todo if mutant in bench.numbers]
         if together:
             bench.build(kind)
-        with concurrent.futures.ThreadPoolExecutor(2 * os.cpu_count()) as pool:
+        with concurrent.futures.ThreadPoolExecutor(4 * os.cpu_count()) as pool:
             for _ in pool.map(lambda mutant, kind=kind: judge(mutant, kind), together):
                 pass
         for mutant in todo:
