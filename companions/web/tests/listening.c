@@ -29,21 +29,11 @@ gboolean g_socket_listen(GSocket *socket, GError **error) {
 }
 
 GSocket *g_socket_accept(GSocket *socket, GCancellable *cancellable, GError **error) {
-  if (fails("accept", error))
-    return NULL;
-  begin_to_leak();
-  GSocket *accepted = NEXT(g_socket_accept)(socket, cancellable, error);
-  end_to_leak();
-  return accepted;
+  return fails("accept", error) ? NULL : NEXT(g_socket_accept)(socket, cancellable, error);
 }
 
 GSocketAddress *g_socket_get_local_address(GSocket *socket, GError **error) {
-  if (fails("local address", error))
-    return NULL;
-  begin_to_leak();
-  GSocketAddress *address = NEXT(g_socket_get_local_address)(socket, error);
-  end_to_leak();
-  return address;
+  return fails("local address", error) ? NULL : NEXT(g_socket_get_local_address)(socket, error);
 }
 
 GSocketAddress *g_socket_get_remote_address(GSocket *socket, GError **error) {

@@ -1,39 +1,6 @@
 #include "served.h"
 
-#include "support/replace.h"
-
 #include <string.h>
-
-__attribute__((weak)) void __lsan_disable(void);
-__attribute__((weak)) void __lsan_enable(void);
-
-void begin_to_leak(void) {
-  if (__lsan_disable)
-    __lsan_disable();
-}
-
-void end_to_leak(void) {
-  if (__lsan_enable)
-    __lsan_enable();
-}
-
-/* libsoup 3.2.3 keeps a reference to the socket of each connection that it has accepted, and to the
- * address of each that it listens on. A test program may replace these functions itself. */
-
-__attribute__((weak)) GSocket *g_socket_accept(GSocket *socket, GCancellable *cancellable,
-                                               GError **error) {
-  begin_to_leak();
-  GSocket *accepted = NEXT(g_socket_accept)(socket, cancellable, error);
-  end_to_leak();
-  return accepted;
-}
-
-__attribute__((weak)) GSocketAddress *g_socket_get_local_address(GSocket *socket, GError **error) {
-  begin_to_leak();
-  GSocketAddress *address = NEXT(g_socket_get_local_address)(socket, error);
-  end_to_leak();
-  return address;
-}
 
 static VekMetricReporterInterface *get_operations(Served *served) {
   return VEK_METRIC_REPORTER_GET_IFACE(served->reporter);
@@ -110,11 +77,25 @@ GByteArray *ask(GSocketAddress *address, const char *request) {
   return client.answer;
 }
 
+static gboolean on_connection(GSocketService *service, GSocketConnection *connection,
+                              GObject *source_object, gpointer soup_server) {
+  (void)service;
+  (void)source_object;
+  g_autoptr(GSocketAddress) local = g_socket_connection_get_local_address(connection, NULL);
+  g_autoptr(GSocketAddress) remote = g_socket_connection_get_remote_address(connection, NULL);
+  return soup_server_accept_iostream(soup_server, G_IO_STREAM(connection), local, remote, NULL);
+}
+
+/* libsoup 3.2.3 leaks sockets and addresses where it listens itself. */
 SoupServer *other_server_new(GSocketAddress **address) {
   SoupServer *soup_server = soup_server_new(NULL, NULL);
-  g_assert_true(soup_server_listen_local(soup_server, 0, SOUP_SERVER_LISTEN_IPV4_ONLY, NULL));
-  g_autoptr(GSList) listeners = soup_server_get_listeners(soup_server);
-  *address = g_socket_get_local_address(listeners->data, NULL);
+  GSocketService *service = g_socket_service_new();
+  g_object_set_data_full(G_OBJECT(soup_server), "service", service, g_object_unref);
+  g_signal_connect(service, "incoming", G_CALLBACK(on_connection), soup_server);
+  g_autoptr(GSocketAddress) any_port = g_inet_socket_address_new_from_string("127.0.0.1", 0);
+  g_assert_true(g_socket_listener_add_address(G_SOCKET_LISTENER(service), any_port,
+                                              G_SOCKET_TYPE_STREAM, G_SOCKET_PROTOCOL_DEFAULT, NULL,
+                                              address, NULL));
   return soup_server;
 }
 

@@ -24,11 +24,6 @@ G_DEFINE_AUTO_CLEANUP_CLEAR_FUNC(Served, tear_down)
 /* Runs a pass over so many gauges. */
 void pass(Served *served, int n_metrics);
 
-/* The address sanitizer does not report what the thread makes in between as leaks. Suppressing them
- * by names of functions would take the slow way to unwind the stack, at each allocation. */
-void begin_to_leak(void);
-void end_to_leak(void);
-
 /* Runs the main loop until it has nothing to do. */
 void settle(void);
 
