@@ -10,9 +10,9 @@ import re
 import tempfile
 import threading
 
-from mutants import find_slots
-from schemata import Schemata
-from tree import Tree
+from mutation.mutants import find_slots
+from mutation.schemata import Schemata
+from mutation.tree import Tree
 
 FEW = 1000  # mutants of a file
 

@@ -11,10 +11,10 @@ import re
 import subprocess
 import sys
 
-from bench import Bench
-from equivalents import key_of, read_equivalents
-from mutants import make_mutants
-from tree import ROOT, find_sources, run
+from mutation.bench import Bench
+from mutation.equivalents import key_of, read_equivalents
+from mutation.mutants import make_mutants
+from mutation.tree import ROOT, find_sources, run
 
 FOLDER = ROOT / 'build-check' / 'mutation'
 

@@ -8,13 +8,7 @@ import bisect
 import re
 from dataclasses import dataclass
 
-TOKEN = re.compile(r'''
-    (?P<blank>  \s+ | //[^\n]* | /\*.*?\*/ | ^\#(?:\\\n|[^\n])* | \[\[.*?\]\] )
-  | (?P<string> \w*"(?:\\.|[^"\\\n])*" | '(?:\\.|[^'\\])' )
-  | (?P<number> \.?\d(?:[eEpP][+-]|'?[\w.])* )
-  | (?P<name>   [A-Za-z_]\w*(?:::~?[A-Za-z_]\w*)* )
-  | (?P<sign>   <<=|>>=|<=>|->|\+\+|--|<<|>>|<=|>=|==|!=|&&|\|\||[-+*/%&|^]=|::|\.\.\.|. )
-''', re.VERBOSE | re.DOTALL | re.MULTILINE)
+from mutation.tokens import CLOSING, read_tokens
 
 OPERATORS = {
     '+': '-', '-': '+', '*': '/', '/': '*', '%': '*', '<<': '>>', '>>': '<<', '&': '|', '|': '&',
@@ -23,7 +17,15 @@ OPERATORS = {
 }
 STEPS = {'++': '--', '--': '++'}
 TRUTHS = {'true': 'false', 'false': 'true', 'TRUE': 'FALSE', 'FALSE': 'TRUE'}
-CLOSING = {'(': ')', '[': ']', '{': '}'}
+# Calls in which a change would have no effect: in what these reserve, more is as good,
+ROOMY = {'g_new', 'g_new0', 'g_array_new', 'g_array_sized_new'}
+# what these are told is a hint,
+HINTED = {'g_ptr_array_sized_new', 'g_string_sized_new'}
+# and what these compare may come in any order; of the last, if only equality counts.
+SYMMETRIC = {'g_str_equal', 'g_strv_equal', 'std::max', 'std::min', 'std::minmax'}
+SYMMETRIC_IF_EQUAL = {'compare_keys', 'g_strcmp0'}
+# On Linux, making a lock sets it to zero, as all memory of an instance is, and nothing is freed.
+UNSEEN = {'g_mutex_clear', 'g_mutex_init', 'g_rw_lock_clear', 'g_rw_lock_init'}
 JUMPS = {'break', 'continue', 'return'}
 KEYWORDS = JUMPS | {'case', 'default', 'do', 'else', 'for', 'if', 'switch', 'while'}
 
@@ -62,48 +64,6 @@ class Slot:
     form: str  # statement, or the use of the expression: condition, value, effect
 
 
-@dataclass
-class Token:
-    kind: str
-    text: str
-    start: int
-    end: int
-    partner: int = -1      # of a bracket: the index of the other one
-    opener: str = ''       # the bracket that the token is in
-    is_code: bool = False  # it is inside the body of a function
-
-
-def read_tokens(code):
-    """The tokens without comments, blanks and preprocessor lines."""
-    tokens = []
-    for match in TOKEN.finditer(code):
-        if match.lastgroup != 'blank':
-            tokens.append(Token(match.lastgroup, match.group(), match.start(), match.end()))
-
-    opened = []
-    for index, token in enumerate(tokens):
-        inside = bool(opened) and tokens[opened[-1]].is_code
-        token.is_code = inside
-        token.opener = tokens[opened[-1]].text if opened else ''
-        if token.kind != 'sign':
-            continue
-        if token.text in CLOSING:
-            if token.text == '{':
-                token.is_code = inside or begins_body(tokens, index)
-            opened.append(index)
-        elif opened and token.text == CLOSING[tokens[opened[-1]].text]:
-            token.partner = opened.pop()
-            tokens[token.partner].partner = index
-    return tokens
-
-
-def begins_body(tokens, index):
-    """Whether a brace outside functions opens the body of one."""
-    before = [token.text for token in tokens[max(index - 2, 0):index]]
-    return bool(before) and (before[-1] == ')' or
-                             before[-1] in ('const', 'noexcept', 'override') and before[0] == ')')
-
-
 class Maker:
     """Makes the mutants of one file."""
 
@@ -118,9 +78,11 @@ class Maker:
 
     def make(self):
         for index, token in enumerate(self.tokens):
+            if token.call in HINTED:
+                continue
             if token.kind == 'number':
                 self.change_number(token)
-            elif token.text in TRUTHS:
+            elif token.text in TRUTHS and (token.call not in ROOMY or token.text == 'TRUE'):
                 self.add('constant', token.start, token.end, TRUTHS[token.text])
             elif token.kind == 'sign':
                 self.change_operator(index, token)
@@ -154,7 +116,12 @@ class Maker:
         match = re.fullmatch(r'(\d+)(\.0)?([uUlLfF]*)', token.text)
         if match:
             value = int(match[1])
-            for changed in {0: [1], 1: [0, 2]}.get(value, [value - 1, value + 1]):
+            others = {0: [1], 1: [0, 2]}.get(value, [value - 1, value + 1])
+            # To GLib's functions, all negative numbers mean the same.
+            is_mark = self.code[token.start - 1] == '-' and token.call.startswith('g_')
+            if token.call in ROOMY or is_mark:
+                others.remove(value + 1)
+            for changed in others:
                 self.add('constant', token.start, token.end,
                          f'{changed}{match[2] or ""}{match[3]}')
         elif not token.text.startswith('0x'):
@@ -192,6 +159,11 @@ class Maker:
     def swap_arguments(self, index):
         name = self.tokens[index - 1]
         if name.kind != 'name' or name.text in KEYWORDS or name.text.startswith('vek_return_'):
+            return
+        end = self.tokens[index].partner
+        is_for_equality = {self.code[token.start:token.end] for token in (
+            self.tokens[index - 2], self.tokens[end + 1])} & {'==', '!='}
+        if name.text in SYMMETRIC or name.text in SYMMETRIC_IF_EQUAL and is_for_equality:
             return
         commas = self.find_separators(index, ',')
         bounds = [index, *commas, self.tokens[index].partner]
@@ -249,6 +221,8 @@ class Maker:
         first = self.tokens[index]
         end = self.find_end(index, ';')
         if self.tokens[end].text != ';':
+            return
+        if first.text in UNSEEN:
             return
         statement = self.code[first.start:self.tokens[end].start]
         is_jump = statement in JUMPS

@@ -42,6 +42,21 @@ ROWS = (
     ('readers are dropped', 'ReaderLock held(a);', [';']),
 )
 
+# Statements whose changes have no effect.
+IDLE = (
+    ('more room', 'a = g_new(A, 1);', ['a = g_new(A, 0);', 'a = g_new(1, A);', ';']),
+    ('flags of arrays', 'a = g_array_new(FALSE, TRUE, n);',
+     ['a = g_array_new(FALSE, FALSE, n);', 'a = g_array_new(FALSE, n, TRUE);',
+      'a = g_array_new(TRUE, FALSE, n);', ';']),
+    ('hints', 'a = g_string_sized_new(b + 128);', [';']),
+    ('other negative numbers', 'g_call(-1);', ['g_call(-0);', ';']),
+    ('the order of what is equal', 'a = g_strcmp0(b, c) == 0 && g_str_equal(d, e);',
+     ['a = g_strcmp0(b, c) != 0 && g_str_equal(d, e);',
+      'a = g_strcmp0(b, c) == 0 || g_str_equal(d, e);',
+      'a = g_strcmp0(b, c) == 1 && g_str_equal(d, e);', ';']),
+    ('making locks', 'g_mutex_init(&a);', []),
+)
+
 # A statement, and the choice between it and its mutants.
 CHOICES = (
     ('statements', 'g();', '{ if (mutant(1)) {;} else {g();}}'),
@@ -86,7 +101,7 @@ def lines_of(code):
 
 class Mutants(unittest.TestCase):
     def test_rows(self):
-        for sentence, statement, mutated in ROWS:
+        for sentence, statement, mutated in (*ROWS, *IDLE):
             with self.subTest(sentence):
                 body = 'void f() {{\n  {}\n}}\n'
                 self.assertEqual(sorted(mutate(body.format(statement))),
