@@ -161,7 +161,7 @@ def main():
             print(f'{mutant.path}:{mutant.line} {mutant.function}\n- {mutant.before}\n'
                   f'+ {mutant.after}\n  {" ".join(cases)}')
     for place, before, after in stale:
-        print(f'equivalents.txt lists no mutant here: {place}\n- {before}\n+ {after}')
+        print(f'tests/mutation/equivalents lists no mutant here: {place}\n- {before}\n+ {after}')
     if counts:
         print(', '.join(f'{number} {verdict}' for verdict, number in sorted(counts.items())))
     failed = counts[SURVIVED] + len(stale)

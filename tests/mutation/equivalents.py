@@ -2,21 +2,32 @@
 
 import pathlib
 
-FILE = pathlib.Path(__file__).with_name('equivalents.txt')
+FILES = sorted(pathlib.Path(__file__).with_name('equivalents').glob('*.txt'))
+
+
+def read_entry(entry):
+    """Places, the mutants of each as scripts/check-mutation prints them, and the reason."""
+    keys = []
+    place = before = reason = ''
+    lines = entry.splitlines()
+    for line, following in zip(lines, [*lines[1:], '']):
+        if line.startswith('- '):
+            before = line[2:]
+        elif line.startswith('+ '):
+            keys.append((place, before, line[2:]))
+        elif following.startswith('- '):
+            place = line
+        else:
+            reason += line
+    if not keys or not reason:
+        raise SystemExit(f'This is no entry, or it has no reason:\n{entry}')
+    return keys
 
 
 def read_equivalents():
-    """Returns the keys of the mutants that are listed; see the file for its format."""
-    keys = set()
-    for entry in FILE.read_text().split('\n\n'):
-        lines = [line for line in entry.splitlines() if not line.startswith('#')]
-        if not lines:
-            continue
-        place, before, after, *reason = lines
-        if not before.startswith('- ') or not after.startswith('+ ') or not reason:
-            raise SystemExit(f'{FILE.name}: this is no entry:\n{entry}')
-        keys.add((place, before[2:], after[2:]))
-    return keys
+    """Returns the keys of the mutants that are listed."""
+    return {key for file in FILES for entry in file.read_text().strip().split('\n\n')
+            for key in read_entry(entry)}
 
 
 def key_of(mutant):
