@@ -4,6 +4,7 @@ import argparse
 import collections
 import concurrent.futures
 import hashlib
+import itertools
 import json
 import os
 import random
@@ -22,7 +23,7 @@ KILLED = 'killed'
 INVALID = 'does not compile'
 SAME = 'gives the same code'
 SURVIVED = 'survived'
-PENDING = 'passes the tests of'  # and the build; those of the next come
+PENDING = 'passes the plain tests'
 
 
 class Results:
@@ -79,11 +80,11 @@ def choose(mutants, sample, seed):
 
 def kinds_of(mutant):
     """The builds whose tests it must pass to survive."""
-    return ['plain', 'address', *(['thread'] if mutant.kind == 'lock' else [])]
+    return 'plain', 'thread' if mutant.kind == 'lock' else 'address'
 
 
 def judge_all(codes, mutants, results):
-    """Tests mutants: in each build first those that are compiled together, then the others."""
+    """Tests mutants: first those that are compiled together, then the others, in each build."""
     bench = Bench(FOLDER / 'tree', codes, mutants,
                   {mutant for mutant in mutants if results.get(mutant)[0] == INVALID})
     for mutant in bench.compile():
@@ -96,29 +97,30 @@ def judge_all(codes, mutants, results):
             return results.add(mutant, KILLED, [case, kind])
         if kind == 'plain' and n_cases and bench.gives_same_code(mutant):
             return results.add(mutant, SAME)
-        if kind == kinds_of(mutant)[-1] or not n_cases:
-            return results.add(mutant, SURVIVED, [f'{n_cases} test cases'])
-        return results.add(mutant, PENDING, [kind])
+        if kind == 'plain' and n_cases:
+            return results.add(mutant, PENDING)
+        return results.add(mutant, SURVIVED, [f'{n_cases} test cases'])
 
-    for kind in ('plain', 'address', 'thread'):
+    def judge_alone(mutant, kind):
+        with bench.alone(mutant, kind) as is_valid:
+            if is_valid:
+                judge(mutant, kind)
+            else:
+                results.add(mutant, INVALID)
+
+    for is_together, kind in itertools.product((True, False), ('plain', 'address', 'thread')):
         todo = [mutant for mutant in mutants if kind in kinds_of(mutant) and
+                (mutant in bench.numbers) == is_together and
                 results.get(mutant)[0] not in (KILLED, INVALID, SAME, SURVIVED) and
                 (kind == 'plain') == (results.get(mutant)[0] != PENDING)]
-        if not todo:
-            continue
-        together = [mutant for mutant in todo if mutant in bench.numbers]
-        if together:
+        if not is_together:
+            for mutant in todo:
+                judge_alone(mutant, kind)
+        elif todo:
             bench.build(kind)
-        with concurrent.futures.ThreadPoolExecutor(4 * os.cpu_count()) as pool:
-            for _ in pool.map(lambda mutant, kind=kind: judge(mutant, kind), together):
-                pass
-        for mutant in todo:
-            if mutant not in bench.numbers:
-                with bench.alone(mutant, kind) as is_valid:
-                    if is_valid:
-                        judge(mutant, kind)
-                    else:
-                        results.add(mutant, INVALID)
+            with concurrent.futures.ThreadPoolExecutor(4 * os.cpu_count()) as pool:
+                for _ in pool.map(lambda mutant, kind=kind: judge(mutant, kind), todo):
+                    pass
 
 
 def main():
