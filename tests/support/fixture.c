@@ -130,6 +130,13 @@ GParamSpec *assert_construct_only_property(GType type, const char *name) {
   return pspec;
 }
 
+void run_dispose(gpointer object) {
+  gpointer weak = object;
+  g_object_add_weak_pointer(object, &weak);
+  g_object_run_dispose(object);
+  g_assert_null(weak);
+}
+
 void assert_unknown_property_warns_in(const char *domain, gpointer object) {
   GObjectClass *klass = G_OBJECT_GET_CLASS(object);
   g_autoptr(GParamSpec) pspec = g_param_spec_ref_sink(

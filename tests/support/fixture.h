@@ -75,6 +75,9 @@ void assert_invalid_cast(const char *from, const char *to);
  * its name for nick and blurb; returns it for what is particular. */
 GParamSpec *assert_construct_only_property(GType type, const char *name);
 
+/* Disposes of the object. That must reach GObject's own part, which ends weak references. */
+void run_dispose(gpointer object);
+
 /* Asserts that the object warns of a property id that it does not know, in the log domain. */
 void assert_unknown_property_warns_in(const char *domain, gpointer object);
 #define assert_unknown_property_warns(object) \

@@ -505,8 +505,8 @@ TEST(disposal_while_connecting_cancels_through_the_failure_branch) {
   g_autoptr(Server) server = server_new("127.0.0.1");
   g_autoptr(VekMetricReporter) reporter = begin_to_connect(server, NULL);
   process_count(reporter, "early", 1);
-  g_object_run_dispose(G_OBJECT(reporter));
-  g_object_run_dispose(G_OBJECT(reporter));
+  run_dispose(reporter);
+  run_dispose(reporter);
   call_in_vain(reporter);
   assert_nothing_logged();
 
@@ -523,7 +523,7 @@ TEST(disposal_while_writing_cancels_through_the_failure_branch) {
   g_autoptr(VekMetricReporter) reporter = connect_reporter(server, NULL);
   g_free(begin_huge_write(reporter));
   process_count(reporter, "dropped", 1);
-  g_object_run_dispose(G_OBJECT(reporter));
+  run_dispose(reporter);
   call_in_vain(reporter);
   assert_nothing_logged();
 

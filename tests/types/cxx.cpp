@@ -191,6 +191,8 @@ TEST(a_meter_is_marked) {
   vek_testing_clock_set(7000, 1);
   auto registry = vek::Registry::create();
   vek::Meter meter = registry.meter("sent", "Bytes/Second", {{"host", "h1"}});
+  g_assert_cmpstr(meter.name(), ==, "sent");
+  g_assert_cmpstr(meter.unit(), ==, "Bytes/Second");
   meter.mark(0);
   vek_testing_clock_advance(2 * G_USEC_PER_SEC);
   meter.mark(10);
@@ -204,6 +206,8 @@ TEST(a_histogram_takes_its_store) {
   auto registry = vek::Registry::create();
   auto store = vek::FixedSizeStore::create(2);
   vek::Histogram histogram = registry.histogram("sizes", "Bytes", store, {{"host", "h1"}});
+  g_assert_cmpstr(histogram.name(), ==, "sizes");
+  g_assert_cmpstr(histogram.unit(), ==, "Bytes");
   for (int size : {1, 2, 3})
     histogram.set(size);
   store.add(4);
@@ -248,25 +252,26 @@ TEST(a_timer_stops_its_own_start) {
   g_assert_cmpfloat(timer.snapshot().sum(), ==, 5.0);
 }
 
+static void assert_walked(const vek::Ranges &ranges, const char *expected) {
+  std::string walked;
+  for (const VekMetricRange &range : ranges)
+    walked += std::to_string(range.id) + ':' + std::to_string(range.start) + '-' +
+              std::to_string(range.end) + ' ';
+  g_assert_cmpstr(walked.c_str(), ==, expected);
+}
+
 TEST(ranges_are_walked_the_newest_first) {
   auto registry = vek::Registry::create();
   vek::Timeline timeline = registry.timeline("render");
   timeline.add_range(1, 100, 250);
   timeline.add_range(2, 300, 420);
-  vek::Ranges ranges = timeline.move_data();
-  std::string walked;
-  for (const VekMetricRange &range : ranges)
-    walked += std::to_string(range.id) + ':' + std::to_string(range.start) + '-' +
-              std::to_string(range.end) + ' ';
-  g_assert_cmpstr(walked.c_str(), ==, "2:300-420 1:100-250 ");
-  for (const VekMetricRange &range : timeline.move_data())
-    g_assert_cmpint(range.id, ==, 0); /* there is none */
+  assert_walked(timeline.move_data(), "2:300-420 1:100-250 ");
+  assert_walked(timeline.move_data(), "");
 
   auto store = vek::RangeStore::create();
   store.add_range(3, 1, 2);
-  for (const VekMetricRange &range : store.move_data())
-    g_assert_cmpint(range.id, ==, 3);
-  g_assert_false(store.move_data().begin() != store.move_data().end());
+  vek::Store(store).add_range(4, 5, 9);
+  assert_walked(store.move_data(), "4:5-9 3:1-2 ");
 }
 
 TEST(a_snapshot_names_its_statistics) {
@@ -351,10 +356,18 @@ TEST(a_registry_reports) {
   g_assert_cmpuint(references(console), ==, 2);
 }
 
+static void assert_has_basename(const vek::Reporter &reporter, GType type) {
+  g_assert_true(G_TYPE_CHECK_INSTANCE_TYPE(static_cast<VekMetricReporter *>(reporter), type));
+  g_autofree char *basename = nullptr;
+  g_object_get(reporter, "basename", &basename, nullptr);
+  g_assert_cmpstr(basename, ==, "name");
+}
+
 TEST(reporters_are_made_of_their_types) {
   g_assert_true(VEK_IS_METRIC_CONSOLE_REPORTER(vek::ConsoleReporter::create()));
-  g_assert_true(VEK_IS_METRIC_LOG_REPORTER(vek::LogReporter::create(nullptr, nullptr)));
-  g_assert_true(VEK_IS_METRIC_TIMELINE_REPORTER(vek::TimelineReporter::create(nullptr, nullptr)));
+  assert_has_basename(vek::LogReporter::create("name", nullptr), VEK_TYPE_METRIC_LOG_REPORTER);
+  assert_has_basename(vek::TimelineReporter::create("name", nullptr),
+                      VEK_TYPE_METRIC_TIMELINE_REPORTER);
 
   auto carbon = vek::CarbonReporter::create("site", nullptr, 2003);
   assert_logged_like("VEK:metrics", G_LOG_LEVEL_WARNING, "*");
@@ -365,11 +378,11 @@ TEST(reporters_are_made_of_their_types) {
   g_assert_cmpuint(port, ==, 2003);
 
   auto json = vek::JsonLogReporter::create("name", nullptr, "i", 3, 4);
-  g_autofree char *basename = nullptr, *instance_id = nullptr;
+  assert_has_basename(json, VEK_TYPE_METRIC_JSON_LOG_REPORTER);
+  g_autofree char *instance_id = nullptr;
   guint max_reports, rotate;
-  g_object_get(json, "basename", &basename, "instance-id", &instance_id, "max-reports",
-               &max_reports, "rotate", &rotate, nullptr);
-  g_assert_cmpstr(basename, ==, "name");
+  g_object_get(json, "instance-id", &instance_id, "max-reports", &max_reports, "rotate", &rotate,
+               nullptr);
   g_assert_cmpstr(instance_id, ==, "i");
   g_assert_cmpuint(max_reports, ==, 3);
   g_assert_cmpuint(rotate, ==, 4);

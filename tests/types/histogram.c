@@ -176,15 +176,15 @@ TEST(report_to_nobody_takes_and_releases_one_snapshot) {
 TEST(disposing_twice_releases_the_store_once) {
   g_autoptr(SpyStore) store = spy_store_new();
   g_autoptr(VekMetricHistogram) histogram = histogram_new(store);
-  g_object_run_dispose(G_OBJECT(histogram));
+  run_dispose(histogram);
   g_assert_cmpuint(G_OBJECT(store)->ref_count, ==, 1);
-  g_object_run_dispose(G_OBJECT(histogram));
+  run_dispose(histogram);
   g_assert_cmpuint(G_OBJECT(store)->ref_count, ==, 1);
 }
 
 TEST(disposed_histogram_falls_to_the_checks_of_the_store) {
   g_autoptr(VekMetricHistogram) histogram = histogram_new(NULL);
-  g_object_run_dispose(G_OBJECT(histogram));
+  run_dispose(histogram);
 
   vek_metric_histogram_set(histogram, 1);
   assert_failed_check("vek_metric_store_add", "VEK_IS_METRIC_STORE(store)");

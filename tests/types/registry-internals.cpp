@@ -134,7 +134,7 @@ TEST(dispose_writes_and_empties_the_fields) {
   g_assert_cmpuint(get_fields()->report_source_id, !=, 0);
   g_string_truncate(fixture.record, 0);
 
-  g_object_run_dispose(G_OBJECT(fixture.registry));
+  run_dispose(fixture.registry);
   assert_recorded(fixture.record, "disposed, locked for writing\n");
   note("after");
   assert_recorded(fixture.record, "after, unlocked\n");

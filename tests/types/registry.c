@@ -550,7 +550,7 @@ TEST(dispose_lets_go_of_metrics_and_reporters) {
   vek_metric_registry_register_reporter(fixture.registry, fixture.reporter);
   vek_metric_registry_register_reporter(fixture.registry, fixture.reporter);
 
-  g_object_run_dispose(G_OBJECT(fixture.registry));
+  run_dispose(fixture.registry);
   g_assert_null(dropped);
   g_assert_cmpuint(get_ref_count(held), ==, 1);
   g_assert_true(vek_metric_is_active(VEK_METRIC(held)));
@@ -558,7 +558,7 @@ TEST(dispose_lets_go_of_metrics_and_reporters) {
   g_assert_null(find_timer(fixture.registry));
   assert_recorded(fixture.record, "");
 
-  g_object_run_dispose(G_OBJECT(fixture.registry));
+  run_dispose(fixture.registry);
   assert_nothing_logged();
 }
 

@@ -112,8 +112,8 @@ TEST(moving_the_data_of_nothing_fails_the_check) {
 TEST(disposed_timeline_falls_to_the_checks_of_its_store) {
   g_autoptr(VekMetricTimeline) timeline = timeline_new();
   vek_metric_timeline_add_range(timeline, 1, 100, 250);
-  g_object_run_dispose(G_OBJECT(timeline));
-  g_object_run_dispose(G_OBJECT(timeline));
+  run_dispose(timeline);
+  run_dispose(timeline);
 
   vek_metric_timeline_add_range(timeline, 2, 300, 420);
   assert_failed_check("vek_metric_store_add_range", "VEK_IS_METRIC_STORE(store)");
