@@ -73,10 +73,9 @@ static void drop_expired(VekMetricFixedTimeStore *self, gint64 cutoff) {
   if (self->timestamps[self->n_samples - 1] < cutoff) {
     self->n_samples = 0;
     self->next = 0;
-    return;
-  }
-  if (self->n_samples > 1)
+  } else if (self->n_samples > 1) {
     drop_first(self, find_cut(self, cutoff));
+  }
 }
 
 static void vek_metric_fixed_time_store_finalize(GObject *object) {

@@ -127,10 +127,8 @@ static void on_log_written(GObject *source, GAsyncResult *result, gpointer user_
 }
 
 static void write_next_buffer(VekMetricJsonLogReporter *self) {
-  if (!self->output_stream) {  // the file could not be opened again after a rotation
+  if (!self->output_stream)  // the file could not be opened again after a rotation
     g_queue_clear_full(&self->pending_buffers, g_free);
-    return;
-  }
   self->current_buffer = static_cast<char *>(g_queue_pop_head(&self->pending_buffers));
   if (!self->current_buffer)
     return;

@@ -430,9 +430,10 @@ TEST(data_points_keep_the_order_of_their_collection) {
 TEST(each_data_point_has_its_own_timestamp) {
   begin_test();
   VekMetricReporter *reporter = log_reporter_new(0, 0);
-  static const gint64 seconds[] = {1, 2, 1, 0, 1, 999999999999, 1};
-  for (gsize i = 0; i < G_N_ELEMENTS(seconds); i++)
-    process_count(reporter, "m", NULL, NULL, seconds[i] * G_USEC_PER_SEC, 0);
+  static const gint64 times[] = {1000000, 2000000, 1000000, 0, 1000000, 999999999999000000,
+                                 1000000, 1};
+  for (gsize i = 0; i < G_N_ELEMENTS(times); i++)
+    process_count(reporter, "m", NULL, NULL, times[i], 0);
   write_line(reporter);
   assert_log(
       "[{'MetricName':'m','Timestamp':'1970-01-01T00:00:01Z','Value':0.0},"
@@ -441,7 +442,8 @@ TEST(each_data_point_has_its_own_timestamp) {
       "{'MetricName':'m','Timestamp':null,'Value':0.0},"
       "{'MetricName':'m','Timestamp':'1970-01-01T00:00:01Z','Value':0.0},"
       "{'MetricName':'m','Timestamp':null,'Value':0.0},"
-      "{'MetricName':'m','Timestamp':'1970-01-01T00:00:01Z','Value':0.0}]");
+      "{'MetricName':'m','Timestamp':'1970-01-01T00:00:01Z','Value':0.0},"
+      "{'MetricName':'m','Timestamp':'1970-01-01T00:00:00Z','Value':0.0}]");
   end_test();
 }
 
