@@ -22,7 +22,7 @@ ROOMY = {'g_new', 'g_new0', 'g_array_new', 'g_array_sized_new'}
 # what these are told is a hint,
 HINTED = {'g_ptr_array_sized_new', 'g_string_sized_new'}
 # and what these compare may come in any order; of the last, if only equality counts.
-SYMMETRIC = {'g_str_equal', 'g_strv_equal', 'std::max', 'std::min', 'std::minmax'}
+SYMMETRIC = {'g_str_equal', 'g_strv_equal', 'std::max', 'std::min', 'std::minmax', 'std::swap'}
 SYMMETRIC_IF_EQUAL = {'compare_keys', 'g_strcmp0'}
 # On Linux, making a lock sets it to zero, as all memory of an instance is, and nothing is freed.
 UNSEEN = {'g_mutex_clear', 'g_mutex_init', 'g_rw_lock_clear', 'g_rw_lock_init'}
