@@ -126,7 +126,7 @@ class Bench:
     def test(self, mutant, kind):
         """Returns the test case that finds a mutant, or None, and how many there are.
 
-        What is wrong with memory shows wherever the mutant is reached, so that cases of some seconds
+        What is wrong with memory shows wherever the mutant is reached, so that cases of a second
         are enough with the address sanitizer.
         """
         slowness = 1 if kind == 'plain' else 10
