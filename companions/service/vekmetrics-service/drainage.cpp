@@ -26,10 +26,9 @@ static void end(vekin::Drainage *self, bool drained) {
 }
 
 // Asked before each turn of the main loop.
-static gboolean prepare(GSource *source, gint *timeout) {
+static gboolean prepare(GSource *source, gint *) {
   auto *self = reinterpret_cast<vekin::Drainage *>(source);
 
-  *timeout = -1;
   for (guint i = 0; i < self->reporters->len; i++)
     if (!is_busy(self->reporters->pdata[i]))
       return TRUE;
@@ -67,7 +66,6 @@ static gboolean on_late(gpointer data) {
     vek_warning("%s was not done in time%s", G_OBJECT_TYPE_NAME(reporter),
                 holds_itself(reporter) ? ", or somebody else holds a reference to it" : "");
   }
-  self->timeout = 0;
   end(self, false);
   return G_SOURCE_REMOVE;
 }

@@ -150,9 +150,6 @@ static void vek_service_graphite_reporter_process_aggregated(VekMetricReporter *
 
 static void vek_service_graphite_reporter_flush(VekMetricReporter *reporter) {
   auto *self = vekin::as<VekServiceGraphiteReporter>(reporter);
-  if (!self->opened)
-    return;
-
   self->sender.flush();
   notify_changes(self);
 }

@@ -7,10 +7,14 @@
 using vekin::LineQueue;
 using Chunk = vekin::LineQueue::Chunk;
 
+static void resize(Chunk *chunk, gsize size) {
+  chunk->allocated = size;
+  chunk->text = static_cast<char *>(g_realloc(chunk->text, size));
+}
+
 static Chunk *chunk_new(gsize size) {
   auto *chunk = g_new0(Chunk, 1);
-  chunk->allocated = size;
-  chunk->text = static_cast<char *>(g_malloc(size));
+  resize(chunk, size);
   return chunk;
 }
 
@@ -18,11 +22,6 @@ static void chunk_free(gpointer data) {
   auto *chunk = vekin::as<Chunk>(data);
   g_free(chunk->text);
   g_free(chunk);
-}
-
-static void resize(Chunk *chunk, gsize size) {
-  chunk->allocated = size;
-  chunk->text = static_cast<char *>(g_realloc(chunk->text, size));
 }
 
 static guint count_lines(const char *text, const char *end) {
@@ -41,10 +40,11 @@ static gsize find_next_line(const Chunk *chunk, gsize position) {
 // Cuts the chunk in two, between lines.
 static void split(GQueue *chunks, GList *link, gsize position) {
   auto *chunk = vekin::as<Chunk>(link->data);
-  Chunk *rest = chunk_new(chunk->end - position);
-  rest->end = chunk->end - position;
-  memcpy(rest->text, chunk->text + position, rest->end);
-  rest->n_lines = count_lines(rest->text, rest->text + rest->end);
+  gsize length = chunk->end - position;
+  Chunk *rest = chunk_new(length);
+  memcpy(rest->text, chunk->text + position, length);
+  rest->end = length;
+  rest->n_lines = count_lines(rest->text, rest->text + length);
   chunk->n_lines -= rest->n_lines;
   chunk->end = position;
   g_queue_insert_after(chunks, link, rest);
@@ -140,5 +140,4 @@ void LineQueue::rewind() {
 
 void LineQueue::clear() {
   g_queue_clear_full(&chunks, chunk_free);
-  n_lines = 0;
 }

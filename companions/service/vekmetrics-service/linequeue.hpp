@@ -40,6 +40,7 @@ struct LineQueue {
   // Takes note that the connection is gone.
   void rewind();
 
+  // Frees the lines; nothing may follow.
   void clear();
 
 private:

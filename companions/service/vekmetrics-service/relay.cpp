@@ -107,13 +107,7 @@ static void on_metric_reports(VekMetric *metric, GSList *reporters) {
   }
 }
 
-static void vek_service_relay_dispose(GObject *object) {
-  auto *self = vekin::as<VekServiceRelay>(object);
-  g_clear_pointer(&self->reporters, g_ptr_array_unref);
-
-  G_OBJECT_CLASS(vek_service_relay_parent_class)->dispose(object);
-}
-
+// It has no reporters any more: a session holds it until it has disclaimed it.
 static void vek_service_relay_finalize(GObject *object) {
   auto *self = vekin::as<VekServiceRelay>(object);
   vekin::retirement_clear(self->retirement);
@@ -125,7 +119,6 @@ static void vek_service_relay_finalize(GObject *object) {
 
 static void vek_service_relay_class_init(VekServiceRelayClass *klass) {
   auto *object_class = G_OBJECT_CLASS(klass);
-  object_class->dispose = vek_service_relay_dispose;
   object_class->finalize = vek_service_relay_finalize;
 
   static constexpr vekin::KindHooks hooks = {.made = vekin::retirement_note_made,
@@ -169,7 +162,6 @@ VekServiceRelay *vek_service_relay_claim(VekMetricRegistry *registry, GObject *s
 
 GPtrArray *vek_service_relay_disclaim(VekServiceRelay *relay) {
   vekin::MutexLock held(relay->lock);
-  g_weak_ref_set(&relay->session, nullptr);
   return g_steal_pointer(&relay->reporters);
 }
 

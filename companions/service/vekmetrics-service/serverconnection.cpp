@@ -135,11 +135,11 @@ gsize ServerConnection::send(const char *text, gsize length) {
   g_autoptr(GError) error = nullptr;
   gssize n_bytes = g_socket_send_with_blocking(g_socket_connection_get_socket(stream), text, length,
                                                FALSE, nullptr, &error);
-  if (n_bytes < 0 && !g_error_matches(error, G_IO_ERROR, G_IO_ERROR_WOULD_BLOCK)) {
+  if (error && !g_error_matches(error, G_IO_ERROR, G_IO_ERROR_WOULD_BLOCK)) {
     fail(this, error->message);
     return 0;
   }
-  gsize n_sent = n_bytes < 0 ? 0 : static_cast<gsize>(n_bytes);
+  gsize n_sent = error ? 0 : static_cast<gsize>(n_bytes);
   if (n_sent < length) {
     g_object_ref(owner);
     writable = watch(this, G_IO_OUT, on_writable, release_owner);
