@@ -6,6 +6,7 @@
 
 #include "support/fixture.h"
 #include "support/folder.h"
+#include "support/heap.h"
 #include "support/periodicpass.h"
 #include "support/sessiontimer.h"
 #include "support/tsan-tasks.h"
@@ -306,23 +307,80 @@ TEST(metric_that_is_asked_for_in_a_pass_is_not_retired) {
   g_assert_false(is_registered("requests"));
 }
 
-static void on_ask_for_another_host(VekTestingRecorder *reporter, const char *line, gpointer data) {
+/* Two constructors ask for each of two metrics, and one of them is done at once. */
+static void on_ask_twice(VekTestingRecorder *reporter, const char *line, gpointer data) {
   (void)line;
   g_signal_handlers_disconnect_by_data(reporter, data);
-  char *dimensions[] = {(char *)"host", (char *)"h2", NULL};
-  *(VekMetric **)data =
-      g_object_new(VEK_TYPE_METRIC_COUNTER, "name", "requests", "dimensions", dimensions, NULL);
+  VekMetric **asking = data;
+  for (int i = 0; i < 2; i++) {
+    const char *name = i == 0 ? "requests" : "queries";
+    asking[i] = g_object_new(VEK_TYPE_METRIC_COUNTER, "name", name, NULL);
+    g_object_unref(g_object_new(VEK_TYPE_METRIC_COUNTER, "name", name, NULL));
+  }
 }
 
-TEST(metric_is_retired_though_one_of_other_dimensions_is_asked_for) {
+TEST(metrics_are_not_retired_while_anybody_asks_for_them) {
   g_autoptr(VekServiceSession) session = session_new();
-  g_autoptr(VekMetric) asking = NULL;
-  char *dimensions[] = {(char *)"host", (char *)"h1", NULL};
-  g_object_unref(vek_metric_registry_counter_new(fixture.registry, "requests", NULL, dimensions));
-  on_recorded(fixture.reporter, on_ask_for_another_host, &asking);
+  VekMetric *asking[2];
+  count("requests");
+  count("queries");
+  on_recorded(fixture.reporter, on_ask_twice, asking);
   run_periodic_pass(fixture.registry);
-  assert_recorded(fixture.record, "a count requests{host=h1} 0 @1000\na flush\n");
-  g_assert_null(vek_metric_registry_get_metric(fixture.registry, "requests", dimensions));
+  g_assert_true(is_registered("requests"));
+  g_assert_true(is_registered("queries"));
+
+  g_object_unref(asking[0]);
+  g_object_unref(asking[1]);
+  run_periodic_pass(fixture.registry);
+  g_assert_false(is_registered("requests"));
+  g_assert_false(is_registered("queries"));
+  g_string_truncate(fixture.record, 0);
+}
+
+typedef struct {
+  const char *name;
+  char *dimensions[3];
+  VekMetric *asking;
+} Question;
+
+static void on_ask_for_another(VekTestingRecorder *reporter, const char *line, gpointer data) {
+  (void)line;
+  g_signal_handlers_disconnect_by_data(reporter, data);
+  Question *question = data;
+  question->asking = g_object_new(VEK_TYPE_METRIC_COUNTER, "name", question->name, "dimensions",
+                                  question->dimensions, NULL);
+}
+
+TEST(metric_is_retired_though_another_is_asked_for) {
+  Question questions[] = {
+      {"requests", {"host", "h2", NULL}, NULL},
+      {"queries", {"host", "h1", NULL}, NULL},
+      {"quests", {"host", "h1re", NULL}, NULL},
+  };
+  for (guint i = 0; i < G_N_ELEMENTS(questions); i++) {
+    fixture_reset();
+    g_autoptr(VekServiceSession) session = session_new();
+    char *dimensions[] = {(char *)"host", (char *)"h1", NULL};
+    g_object_unref(vek_metric_registry_counter_new(fixture.registry, "requests", NULL, dimensions));
+    on_recorded(fixture.reporter, on_ask_for_another, &questions[i]);
+    run_periodic_pass(fixture.registry);
+    assert_recorded(fixture.record, "a count requests{host=h1} 0 @1000\na flush\n");
+    g_assert_null(vek_metric_registry_get_metric(fixture.registry, "requests", dimensions));
+    g_object_unref(questions[i].asking);
+  }
+}
+
+static void report_a_new_metric(void) {
+  static guint n_metrics;
+  g_autofree char *name = g_strdup_printf("metric-%u", n_metrics++);
+  count(name);
+  run_periodic_pass(fixture.registry);
+  g_string_truncate(fixture.record, 0);
+}
+
+TEST(metrics_that_are_retired_leave_nothing_behind) {
+  g_autoptr(VekServiceSession) session = session_new();
+  assert_frees_all(report_a_new_metric);
 }
 
 TEST(metric_that_is_asked_for_once_it_is_retired_comes_back) {
@@ -398,6 +456,9 @@ TEST(timer_is_of_the_whole_period_while_time_passes) {
 
 TEST(new_period_counts_from_the_last_pass) {
   g_autoptr(VekServiceSession) session = session_new();
+  vek_testing_clock_advance(5 * G_USEC_PER_SEC);
+  vek_service_session_report(session);
+  assert_recorded(fixture.record, "a flush\n");
   vek_testing_clock_advance(7 * G_USEC_PER_SEC);
   set_period(session, 10);
   g_assert_cmpuint(timer_seconds, ==, 3);
@@ -535,6 +596,7 @@ TEST(finish_waits_for_what_is_under_way) {
   add_slow(session, slow);
   g_assert_true(vek_service_session_finish(session, 60000));
   g_assert_false(slow->busy);
+  g_assert_null(g_main_context_find_source_by_id(NULL, wait_timer_id));
   /* In the last pass, and whenever it had become idle. */
   g_assert_cmpuint(slow->n_flushes, ==, 4);
   assert_recorded(fixture.record, "a flush\n");
@@ -557,12 +619,41 @@ TEST(finish_waits_for_each_reporter) {
 TEST(finish_names_who_is_late) {
   g_autoptr(VekServiceSession) session = session_new();
   g_autoptr(SlowReporter) slow = slow_reporter_new(G_MAXUINT);
+  g_autoptr(SlowReporter) other = slow_reporter_new(G_MAXUINT);
   add_slow(session, slow);
+  add_slow(session, other);
   g_assert_false(vek_service_session_finish(session, 1));
-  assert_logged("VEK:service", G_LOG_LEVEL_WARNING, "SlowReporter was not done in time");
+  for (int i = 0; i < 2; i++)
+    assert_logged("VEK:service", G_LOG_LEVEL_WARNING, "SlowReporter was not done in time");
   g_assert_cmpuint(slow->n_flushes, ==, 1);
   g_assert_cmpuint(G_OBJECT(slow)->ref_count, ==, 1);
   g_assert_false(vek_service_session_finish(session, 60000));
+}
+
+/* In place of the main loop's poll: nothing comes while it waits but the end of this operation. */
+static SlowReporter *polled;
+static guint n_polls;
+
+static gint poll_for_slow(GPollFD *fds, guint n_fds, gint timeout) {
+  g_assert_cmpuint(++n_polls, <, 10);
+  if (timeout != 0)
+    polled->busy = FALSE;
+  return g_poll(fds, n_fds, 0);
+}
+
+TEST(finish_sleeps_while_it_waits) {
+  g_autoptr(VekServiceSession) session = session_new();
+  g_autoptr(SlowReporter) slow = slow_reporter_new(G_MAXUINT);
+  add_slow(session, slow);
+  vek_service_session_finish_async(session, 60000, NULL, NULL, NULL);
+  slow->n_operations = 0;
+  polled = slow;
+  n_polls = 0;
+  g_main_context_set_poll_func(NULL, poll_for_slow);
+  g_assert_true(vek_service_session_finish(session, 0));
+  g_main_context_set_poll_func(NULL, NULL);
+  g_assert_cmpuint(slow->n_flushes, ==, 2);
+  assert_recorded(fixture.record, "a flush\n");
 }
 
 static void on_finished(GObject *session, GAsyncResult *result, gpointer data) {
@@ -620,6 +711,27 @@ TEST(cancelling_ends_all_waits) {
   while (fixture.record->len < strlen(ended))
     g_main_context_iteration(NULL, TRUE);
   assert_recorded(fixture.record, ended);
+}
+
+TEST(each_reporter_is_released_when_it_is_done) {
+  g_autoptr(VekServiceSession) session = session_new();
+  g_autoptr(SlowReporter) busy = slow_reporter_new(G_MAXUINT);
+  g_autoptr(SlowReporter) slow = slow_reporter_new(1);
+  add_slow(session, busy);
+  add_slow(session, slow);
+  g_autoptr(GCancellable) cancellable = g_cancellable_new();
+  vek_service_session_finish_async(session, 60000, cancellable, on_finished, fixture.record);
+  assert_recorded(fixture.record, "a flush\n");
+  while (g_main_context_iteration(NULL, FALSE))
+    ;
+  g_assert_cmpuint(slow->n_flushes, ==, 2);
+  g_assert_cmpuint(G_OBJECT(slow)->ref_count, ==, 1);
+  g_assert_cmpuint(G_OBJECT(busy)->ref_count, ==, 2);
+
+  g_cancellable_cancel(cancellable);
+  while (fixture.record->len == 0)
+    g_main_context_iteration(NULL, TRUE);
+  assert_recorded(fixture.record, "not drained Operation was cancelled\n");
 }
 
 static void cancel_and_let_the_loop_run(gpointer cancellable) {
@@ -704,7 +816,7 @@ TEST(cancelling_after_the_wait_does_nothing) {
   g_autoptr(VekServiceSession) session = session_new();
   g_autoptr(SlowReporter) slow = slow_reporter_new(1);
   add_slow(session, slow);
-  g_autoptr(GCancellable) cancellable = g_cancellable_new();
+  GCancellable *cancellable = g_cancellable_new();
   vek_service_session_finish_async(session, 60000, cancellable, on_finished, fixture.record);
   assert_recorded(fixture.record, "a flush\n");
   while (fixture.record->len == 0)
@@ -712,6 +824,7 @@ TEST(cancelling_after_the_wait_does_nothing) {
   assert_recorded(fixture.record, "drained -\n");
   g_cancellable_cancel(cancellable);
   g_assert_false(g_main_context_iteration(NULL, FALSE));
+  g_assert_finalize_object(cancellable);
 }
 
 TEST(main_context_is_free_after_each_call) {
@@ -810,6 +923,32 @@ TEST(session_that_is_let_go_of_ends_silently) {
   count("requests");
   run_periodic_pass(fixture.registry);
   assert_recorded(fixture.record, "");
+}
+
+static void finish_a_new_session(void) {
+  fixture_reset();
+  g_autoptr(VekServiceSession) session = session_new();
+  g_assert_true(vek_service_session_finish(session, 0));
+}
+
+TEST(finished_sessions_leave_nothing_behind) {
+  assert_frees_all(finish_a_new_session);
+}
+
+TEST(disposed_session_is_over) {
+  VekMetricRegistry *registry = g_object_new(VEK_TYPE_METRIC_REGISTRY, NULL);
+  g_autoptr(VekServiceSession) session = vek_service_session_new(registry);
+  g_object_add_weak_pointer(G_OBJECT(registry), (gpointer *)&registry);
+  g_object_unref(registry);
+  g_assert_nonnull(registry);
+  gpointer weak = session;
+  g_object_add_weak_pointer(G_OBJECT(session), &weak);
+  g_object_run_dispose(G_OBJECT(session));
+  g_assert_null(weak);
+  g_assert_null(registry);
+  vek_service_session_report(session);
+  assert_refused("vek_service_session_report", "!session_is_over(session)");
+  g_assert_false(vek_service_session_finish(session, 60000));
 }
 
 static void on_let_go_of_session(VekTestingRecorder *reporter, const char *line, gpointer data) {
@@ -912,7 +1051,8 @@ TEST(carbon_gets_what_waited_for_its_connection) {
   g_assert_cmpstr(line, ==, "requests 1 0\n");
 }
 
-static gboolean on_terminate_oneself(G_GNUC_UNUSED gpointer data) {
+static gboolean on_terminate_oneself(gpointer record) {
+  g_string_append(record, "SIGTERM\n");
   kill(getpid(), SIGTERM);
   return G_SOURCE_REMOVE;
 }
@@ -929,16 +1069,24 @@ static gboolean on_interrupt_the_wait(gpointer data) {
 TEST(signal_ends_the_loop_and_another_the_wait) {
   g_autoptr(VekServiceSession) session = session_new();
   g_autoptr(GMainLoop) loop = g_main_loop_new(NULL, FALSE);
-  g_idle_add(on_terminate_oneself, NULL);
+  g_idle_add(on_terminate_oneself, fixture.record);
   g_assert_true(vek_service_session_run(session, loop, 60000));
-  assert_recorded(fixture.record, "a flush\n");
+  assert_recorded(fixture.record, "SIGTERM\na flush\n");
 
   g_object_unref(session);
   session = vek_service_session_new(fixture.registry);
   g_autoptr(SlowReporter) slow = slow_reporter_new(G_MAXUINT);
   add_slow(session, slow);
-  g_idle_add(on_terminate_oneself, NULL);
+  g_idle_add(on_terminate_oneself, fixture.record);
   g_timeout_add(1, on_interrupt_the_wait, slow);
   g_assert_false(vek_service_session_run(session, loop, 60000));
   g_assert_cmpuint(slow->n_flushes, ==, 1);
+  assert_recorded(fixture.record, "SIGTERM\n");
+
+  static const int signals[] = {SIGINT, SIGTERM};
+  for (guint i = 0; i < G_N_ELEMENTS(signals); i++) {
+    struct sigaction action;
+    g_assert_cmpint(sigaction(signals[i], NULL, &action), ==, 0);
+    g_assert_true(action.sa_handler == SIG_DFL);
+  }
 }

@@ -1,8 +1,11 @@
 #include "sessiontimer.h"
 
+#include "support/replace.h"
+
 guint timer_seconds;
 guint timer_id;
 void (*meanwhile)(void);
+guint wait_timer_id;
 
 typedef struct {
   GSourceFunc function;
@@ -41,4 +44,10 @@ void fire_timer(void) {
   g_assert_nonnull(timer);
   g_source_set_ready_time(timer, 0);
   g_assert_true(g_main_context_iteration(NULL, FALSE));
+}
+
+/* In place of GLib's, which it calls. */
+guint g_timeout_add(guint interval, GSourceFunc function, gpointer data) {
+  wait_timer_id = NEXT(g_timeout_add)(interval, function, data);
+  return wait_timer_id;
 }

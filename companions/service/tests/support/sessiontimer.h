@@ -14,3 +14,6 @@ extern void (*meanwhile)(void);
 
 /* Fires it, on this thread. */
 void fire_timer(void);
+
+/* The id of the timer of milliseconds that was set last: what ends a session's wait. */
+extern guint wait_timer_id;
