@@ -289,7 +289,7 @@ TEST(each_metric_is_reported_as_often_as_due_and_nothing_grows) {
   Soak soak = {.folder = folder_new(),
                .plain = {.stride = 1, .last_turn = n_turns},
                .in_session = {.stride = 3, .last_turn = n_turns}};
-  log_capture_pass_over_debug();
+  log_capture_set_debug_domain(NULL);
   vek_testing_clock_set(1700000000 * (gint64)G_USEC_PER_SEC, G_USEC_PER_SEC);
   print = g_set_print_handler(on_printed);
   set_up_registered(&soak);

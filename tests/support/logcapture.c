@@ -11,7 +11,7 @@ typedef struct {
 
 static GMutex lock; /* guards the queue */
 static GQueue records = G_QUEUE_INIT;
-static gboolean passes_over_debug;
+static const char *debug_domain = "VEK:metrics";
 
 static void record_free(gpointer data) {
   Record *record = data;
@@ -45,7 +45,7 @@ static void keep(GLogLevelFlags level, char *domain, char *message, char *file, 
   *record = (Record){level, domain, message, file, line, function};
 
   /* What GLib notes while it works differs from machine to machine. */
-  if (level & G_LOG_LEVEL_DEBUG && g_strcmp0(domain, "VEK:metrics") != 0) {
+  if (level & G_LOG_LEVEL_DEBUG && g_strcmp0(domain, debug_domain) != 0) {
     record_free(record);
     return;
   }
@@ -59,7 +59,7 @@ static GLogWriterOutput capture_structured(GLogLevelFlags level, const GLogField
                                            gsize n_fields, gpointer data) {
   if (level & G_LOG_LEVEL_ERROR)
     return g_log_writer_default(level, fields, n_fields, data);
-  if (level & G_LOG_LEVEL_DEBUG && passes_over_debug)
+  if (level & G_LOG_LEVEL_DEBUG && !debug_domain)
     return G_LOG_WRITER_HANDLED;
 
   keep(level, get_field(fields, n_fields, "GLIB_DOMAIN"), get_field(fields, n_fields, "MESSAGE"),
@@ -83,8 +83,8 @@ void log_capture_init(void) {
   g_log_set_always_fatal(G_LOG_FATAL_MASK);
 }
 
-void log_capture_pass_over_debug(void) {
-  passes_over_debug = TRUE;
+void log_capture_set_debug_domain(const char *domain) {
+  debug_domain = domain;
 }
 
 static Record *take(void) {

@@ -1,8 +1,8 @@
 #pragma once
 
 /* Catches every log message of a test program, structured or not, with its fields; only debug
- * messages of other domains than the library's are passed over. GObject's criticals are taken for
- * warnings.
+ * messages of other domains than the library's are passed over, unless a test asks for them.
+ * GObject's criticals are taken for warnings.
  *
  * A test takes the messages out in the order in which they came; one that leaves a message behind
  * fails. */
@@ -14,8 +14,9 @@ G_BEGIN_DECLS
 /* To be called once, after g_test_init(). No message is fatal then, except errors. */
 void log_capture_init(void);
 
-/* Passes over the library's debug messages, too: a long test causes millions. */
-void log_capture_pass_over_debug(void);
+/* Catches the debug messages of this domain instead of the library's; those of none if it is NULL,
+ * for a long test causes millions. */
+void log_capture_set_debug_domain(const char *domain);
 
 /* Takes the oldest message: the exact domain, level and text. */
 void assert_logged(const char *domain, GLogLevelFlags level, const char *message);

@@ -38,6 +38,17 @@ gint32 g_random_int_range(gint32 begin, gint32 end) {
   }
 }
 
+/* In place of GIO's, which it calls. */
+static GCancellable *connecting; /* of the last call; a reference */
+static gboolean uses_proxy;
+void g_socket_client_connect_async(GSocketClient *client, GSocketConnectable *connectable,
+                                   GCancellable *cancellable, GAsyncReadyCallback callback,
+                                   gpointer user_data) {
+  g_set_object(&connecting, cancellable);
+  uses_proxy = g_socket_client_get_enable_proxy(client);
+  NEXT(g_socket_client_connect_async)(client, connectable, cancellable, callback, user_data);
+}
+
 static LineServer *refusing_server_new(void) {
   LineServer *server = line_server_new("127.0.0.1");
   line_server_stop(server);
@@ -96,6 +107,34 @@ TEST(tries_come_after_one_to_sixty_seconds_shortened_by_up_to_a_quarter) {
     }
   }
   drawn = ANY;
+}
+
+TEST(each_try_is_told_at_debug_level) {
+  log_capture_set_debug_domain("VEK:service");
+  g_autoptr(LineServer) server = refusing_server_new();
+  g_autoptr(VekMetricReporter) reporter =
+      vek_service_graphite_reporter_new(NULL, server->address, server->port);
+  run_until(get_delay() > 0);
+  g_autofree char *failed =
+      g_strdup_printf("No connection to %s:%u, the next try is in %u ms: *onnection refused",
+                      server->address, server->port, get_delay());
+  assert_logged_like("VEK:service", G_LOG_LEVEL_DEBUG, failed);
+  assert_outage(server, "*onnection refused");
+
+  line_server_start(server);
+  end_delay();
+  meet(reporter, server);
+  g_autofree char *connected = g_strdup_printf("Connected to %s:%u", server->address, server->port);
+  assert_logged("VEK:service", G_LOG_LEVEL_DEBUG, connected);
+  assert_outage_over(server, 0, 0);
+  log_capture_set_debug_domain("VEK:metrics");
+}
+
+TEST(no_proxy_is_used) {
+  g_autoptr(LineServer) server = line_server_new("127.0.0.1");
+  uses_proxy = TRUE;
+  g_autoptr(VekMetricReporter) reporter = connect_reporter(server, NULL);
+  g_assert_false(uses_proxy);
 }
 
 TEST(a_server_that_comes_late_gets_every_line) {
@@ -171,15 +210,23 @@ TEST(a_server_that_has_closed_is_noticed_before_lines_are_sent) {
   g_assert_cmpuint(n_writes, ==, 0);
   assert_outage(server, "The server closed it");
   assert_lines(reporter, 1, 0, 0);
+
+  end_delay();
+  meet(reporter, server);
+  assert_received(server, "a 1 1700000000\n");
+  assert_outage_over(server, 0, 0);
 }
 
 TEST(what_a_server_says_is_thrown_away) {
   g_autoptr(LineServer) server = line_server_new("127.0.0.1");
   g_autoptr(VekMetricReporter) reporter = connect_reporter(server, NULL);
   GSocket *socket = g_socket_connection_get_socket(server->connection);
-  g_autofree char *answer = g_strnfill(5000, 'y');
-  g_assert_cmpint(g_socket_send(socket, answer, 5000, NULL, NULL), ==, 5000);
-  run_until_idle();
+  static const int lengths[] = {5000, 1};
+  for (guint i = 0; i < G_N_ELEMENTS(lengths); i++) {
+    g_autofree char *answer = g_strnfill((gsize)lengths[i], 'y');
+    g_assert_cmpint(g_socket_send(socket, answer, (gsize)lengths[i], NULL, NULL), ==, lengths[i]);
+    run_until_idle();
+  }
   send_count(reporter, "a", 1);
   assert_received(server, "a 1 1700000000\n");
   g_assert_true(is_connected(reporter));
@@ -295,6 +342,23 @@ TEST(fewer_lines_may_wait_from_now_on) {
   meet(reporter, server);
   assert_received(server, "a 4 1700000000\na 5 1700000000\n");
   assert_outage_over(server, 0, 4);
+}
+
+TEST(each_outage_counts_the_lines_that_it_cost) {
+  g_autoptr(LineServer) server = line_server_new("127.0.0.1");
+  g_autoptr(VekMetricReporter) reporter = connect_reporter(server, NULL);
+  g_object_set(reporter, "max-lines", 1, NULL);
+  for (guint n_dropped = 2; n_dropped > 0; n_dropped--) {
+    line_server_close(server);
+    run_until(!is_connected(reporter));
+    assert_outage(server, "The server closed it");
+    for (guint i = 0; i <= n_dropped; i++)
+      send_count(reporter, "a", i);
+    end_delay();
+    meet(reporter, server);
+    assert_outage_over(server, 0, n_dropped);
+  }
+  assert_lines(reporter, 0, 2, 3);
 }
 
 TEST(a_pass_of_more_lines_than_may_wait_is_sent_meanwhile) {
@@ -432,6 +496,7 @@ TEST(a_handler_may_end_the_reporter) {
     g_assert_cmpuint(get_delay(), ==, 0);
     send_count(reporter, "a", 2);
     run_until_idle();
+    assert_lines(reporter, 1, 0, 0);
   }
 }
 
@@ -472,10 +537,27 @@ TEST(disposed_while_it_connects_it_is_gone) {
   g_weak_ref_init(&weak, reporter);
   g_object_run_dispose(G_OBJECT(reporter));
   g_assert_false(is_busy(reporter));
+  g_assert_true(g_cancellable_is_cancelled(connecting));
   g_object_unref(reporter);
   run_until(is_gone(&weak));
+  run_until_idle();
+  g_assert_finalize_object(g_steal_pointer(&connecting));
   g_assert_cmpuint(get_delay(), ==, 0);
   g_weak_ref_clear(&weak);
+}
+
+TEST(disposed_while_it_sends_it_is_gone) {
+  g_autoptr(LineServer) server = line_server_new("127.0.0.1");
+  VekMetricReporter *reporter = connect_to_silent(server);
+  process_many(reporter, 0, MANY_LINES);
+  flush(reporter);
+  g_assert_true(is_busy(reporter));
+  gpointer weak = reporter;
+  g_object_add_weak_pointer(G_OBJECT(reporter), &weak);
+  g_object_run_dispose(G_OBJECT(reporter));
+  g_assert_null(weak);
+  g_assert_false(is_busy(reporter));
+  g_object_unref(reporter);
 }
 
 /* A resolver that knows one name, if any. */

@@ -201,7 +201,7 @@ TEST(dimensions_are_written_as_tags_on_demand) {
 TEST(properties_have_their_defaults_and_read_back) {
   g_autoptr(GObject) reporter =
       g_object_new(VEK_SERVICE_TYPE_GRAPHITE_REPORTER, "host", "127.0.0.1", NULL);
-  g_autofree char *prefix = NULL, *host = NULL;
+  g_autofree char *prefix = NULL, *host = NULL, *other_host = NULL;
   guint port, max_lines;
   gboolean tags;
   g_autoptr(GVariant) quantiles = NULL;
@@ -216,14 +216,21 @@ TEST(properties_have_their_defaults_and_read_back) {
   assert_lines(VEK_METRIC_REPORTER(reporter), 0, 0, 0);
   g_assert_false(is_connected(VEK_METRIC_REPORTER(reporter)));
 
-  g_object_set(reporter, "max-lines", 7, "tags", TRUE, "quantiles", g_variant_new_parsed("[0.25]"),
-               NULL);
-  g_object_get(reporter, "max-lines", &max_lines, "quantiles", &quantiles, "tags", &tags, NULL);
+  g_object_run_dispose(reporter); /* it would try to connect */
+  g_object_unref(reporter);
+  reporter = g_object_new(VEK_SERVICE_TYPE_GRAPHITE_REPORTER, "prefix", "site", "host", "127.0.0.2",
+                          "port", 1, "max-lines", 7, "tags", TRUE, "quantiles",
+                          g_variant_new_parsed("[0.25]"), NULL);
+  g_object_get(reporter, "prefix", &prefix, "host", &other_host, "port", &port, "max-lines",
+               &max_lines, "quantiles", &quantiles, "tags", &tags, NULL);
+  g_assert_cmpstr(prefix, ==, "site");
+  g_assert_cmpstr(other_host, ==, "127.0.0.2");
+  g_assert_cmpuint(port, ==, 1);
   g_assert_cmpuint(max_lines, ==, 7);
   g_autofree char *text = g_variant_print(quantiles, FALSE);
   g_assert_cmpstr(text, ==, "[0.25]");
   g_assert_true(tags);
-  g_object_run_dispose(reporter); /* it would try to connect */
+  g_object_run_dispose(reporter);
   run_until_idle();
 }
 
@@ -267,6 +274,21 @@ TEST(reporter_without_a_host_does_nothing) {
   }
 }
 
+TEST(properties_have_the_defaults_that_they_declare) {
+  g_autoptr(GObject) reporter = g_object_new(VEK_SERVICE_TYPE_GRAPHITE_REPORTER, NULL);
+  assert_logged_like("VEK:service", G_LOG_LEVEL_CRITICAL, "*self->host != NULL*");
+  guint n_properties;
+  g_autofree GParamSpec **properties =
+      g_object_class_list_properties(G_OBJECT_GET_CLASS(reporter), &n_properties);
+  g_assert_cmpuint(n_properties, ==, 10);
+  for (guint i = 0; i < n_properties; i++) {
+    g_auto(GValue) value = G_VALUE_INIT;
+    g_object_get_property(reporter, properties[i]->name, &value);
+    g_test_message("%s", properties[i]->name);
+    g_assert_true(g_param_value_defaults(properties[i], &value));
+  }
+}
+
 TEST(bad_property_values_are_refused_and_change_nothing) {
   g_autoptr(LineServer) server = line_server_new("127.0.0.1");
   g_autoptr(VekMetricReporter) reporter = connect_reporter(server, NULL);
@@ -295,16 +317,24 @@ TEST(bad_property_values_are_refused_and_change_nothing) {
   g_assert_cmpstr(text, ==, "[0.5]");
   g_assert_cmpuint(max_lines, ==, 5);
 
-  static const guint ports[] = {0, 65536};
-  for (guint i = 0; i < G_N_ELEMENTS(ports); i++) {
-    g_autoptr(GObject) other = g_object_new(VEK_SERVICE_TYPE_GRAPHITE_REPORTER, "host", "127.0.0.1",
-                                            "port", ports[i], "max-lines", 0, NULL);
-    assert_logged_like("GLib-GObject", G_LOG_LEVEL_WARNING, "*'port'*");
-    assert_logged_like("GLib-GObject", G_LOG_LEVEL_WARNING, "*'max-lines'*");
+  static const struct {
+    guint port, max_lines;
+    const char *warning;
+    guint port_then, max_lines_then;
+  } rows[] = {
+      {0, 1, "*'port'*", 2003, 1},
+      {65536, 1, "*'port'*", 2003, 1},
+      {1, 0, "*'max-lines'*", 1, 100000},
+  };
+  for (guint i = 0; i < G_N_ELEMENTS(rows); i++) {
+    g_autoptr(GObject) other =
+        g_object_new(VEK_SERVICE_TYPE_GRAPHITE_REPORTER, "host", "127.0.0.1", "port", rows[i].port,
+                     "max-lines", rows[i].max_lines, NULL);
+    assert_logged_like("GLib-GObject", G_LOG_LEVEL_WARNING, rows[i].warning);
     guint port;
     g_object_get(other, "port", &port, "max-lines", &max_lines, NULL);
-    g_assert_cmpuint(port, ==, 2003);
-    g_assert_cmpuint(max_lines, ==, 100000);
+    g_assert_cmpuint(port, ==, rows[i].port_then);
+    g_assert_cmpuint(max_lines, ==, rows[i].max_lines_then);
     g_object_run_dispose(other);
     run_until_idle();
   }

@@ -25,9 +25,10 @@ GSource *g_timeout_source_new(guint interval) {
   return source;
 }
 
-/* In place of GIO's, which it calls. */
+/* In place of GIO's, which it calls. No write may wait for the server. */
 gssize g_socket_send_with_blocking(GSocket *socket, const char *buffer, gsize size,
                                    gboolean blocking, GCancellable *cancellable, GError **error) {
+  g_assert_false(blocking);
   n_writes++;
   largest_write = MAX(largest_write, size);
   if (next_write_error) {
