@@ -285,6 +285,19 @@ TEST(kinds_that_differ_are_unknown) {
               "b_samples unknown; b_samples{host=\"h2\"} 0; b_samples{host=\"h3\"} 4");
 }
 
+TEST(names_and_labels_that_read_alike_are_told_apart) {
+  g_autoptr(Reporter) reporter = set_up();
+  gauge(reporter, "x", "bc=1", 1);
+  gauge(reporter, "xb", "a=1", 2);
+  gauge(reporter, "xb", "c=1", 3);
+  sample(reporter, "y", "a=1", NAN);
+  gauge(reporter, "y", "qa=1", 4);
+  flush(reporter);
+  assert_text(reporter, OPENMETRICS,
+              "x gauge; x{bc=\"1\"} 1; xb gauge; xb{a=\"1\"} 2; xb{c=\"1\"} 3; "
+              "y unknown; y{qa=\"1\"} 4; y_samples gauge; y_samples{a=\"1\"} 0");
+}
+
 TEST(type_follows_the_kinds_that_come_and_go) {
   g_autoptr(Reporter) reporter = set_up();
   static const char *const expected[] = {"a gauge; a{host=\"h1\"} 1",

@@ -119,7 +119,7 @@ Place find_place(Arrangement &arrangement, const Series *series, const Part &par
   if (part.type == Type::counter)
     strip_total(scratch);
   place.name = g_strdup(scratch->str);
-  place.sample = g_strconcat(place.name, part.figure == Figure::quantiles ? "{q" : "{",
+  place.sample = g_strconcat(place.name, part.figure == Figure::quantiles ? "{quantile," : "{",
                              series->labels, nullptr);
   return place;
 }
