@@ -317,6 +317,14 @@ typedef struct {
   const char *name, *dimensions;
 } Brought;
 
+static void bring(Reporter *reporter, const Brought *brought, int value) {
+  switch (brought->kind) {
+  case 'c': count(reporter, brought->name, brought->dimensions, value); break;
+  case 'g': gauge(reporter, brought->name, brought->dimensions, value); break;
+  default: sample(reporter, brought->name, brought->dimensions, NAN); break;
+  }
+}
+
 TEST(only_the_first_of_those_that_become_one_stays) {
   static const struct {
     const char *what;
@@ -334,6 +342,11 @@ TEST(only_the_first_of_those_that_become_one_stays) {
        "x gauge; x{a=\"1\",b=\"2\"} 1",
        "x{a=\"1\",b=\"2\"}",
        "x{a=\"1\",b=\"2\"}"},
+      {"a label without name and value, which is none",
+       {{'g', "x", "="}, {'g', "x", NULL}},
+       "x gauge; x 2",
+       "x{}",
+       "x{}"},
       {"a gauge beside a histogram's",
        {{'h', "x", NULL}, {'g', "x_samples", NULL}},
        "x_samples gauge; x_samples 0",
@@ -385,34 +398,44 @@ TEST(only_the_first_of_those_that_become_one_stays) {
        "vekmetrics.metrics{}",
        "vekmetrics_metrics{}"},
   };
-  for (gsize i = 0; i < G_N_ELEMENTS(rows); i++) {
-    g_test_message("%s", rows[i].what);
+  for (gsize i = 0; i < 3 * G_N_ELEMENTS(rows); i++) {
+    const Brought *brought = rows[i / 3].brought;
+    int earlier = (int)(i % 3); /* one of them, if this is its number, comes a pass earlier */
+    g_test_message("%s, %d", rows[i / 3].what, earlier);
     g_autoptr(Reporter) reporter = set_up();
     vek_service_prometheus_reporter_declare_monotonic(reporter, "cx");
-    for (int pass = 0; pass < 3; pass++) {
-      for (int j = 0; j < 2; j++) {
-        const Brought *brought = &rows[i].brought[j];
-        switch (brought->kind) {
-        case 'c': count(reporter, brought->name, brought->dimensions, j + 1); break;
-        case 'g': gauge(reporter, brought->name, brought->dimensions, j + 1); break;
-        default: sample(reporter, brought->name, brought->dimensions, NAN); break;
-        }
-      }
-      if (pass == 1)
-        gauge(reporter, "zz", NULL, 0); /* so that all is arranged anew */
+    if (earlier < 2) {
+      bring(reporter, &brought[earlier], earlier + 1);
       flush(reporter);
-      g_autofree char *with_new = g_strconcat(rows[i].expected, "; zz gauge; zz 0", NULL);
-      assert_text(reporter, TEXT, pass == 1 ? with_new : rows[i].expected);
-      if (rows[i].left_out && pass == 0) {
+    }
+    for (int pass = 0; pass < 3; pass++) {
+      for (int j = 0; j < 2; j++)
+        bring(reporter, &brought[j], j + 1);
+      if (pass == 1)
+        gauge(reporter, "zz", NULL, 0); /* so that the set of metrics changes */
+      flush(reporter);
+      if (rows[i / 3].left_out && pass == 0) {
         g_autofree char *message = g_strdup_printf(
             "To Prometheus %s would be the same as %s, or of a family of the same name: it is left "
             "out",
-            rows[i].left_out, rows[i].because_of);
+            rows[i / 3].left_out, rows[i / 3].because_of);
         assert_warning(message);
       }
       assert_nothing_logged();
+      g_autofree char *with_new = g_strconcat(rows[i / 3].expected, "; zz gauge; zz 0", NULL);
+      assert_text(reporter, TEXT, pass == 1 ? with_new : rows[i / 3].expected);
     }
   }
+}
+
+TEST(warning_names_the_first_of_a_family) {
+  g_autoptr(Reporter) reporter = set_up();
+  gauge(reporter, "x_count", "h=1", 1);
+  gauge(reporter, "x_count", "h=2", 2);
+  sample(reporter, "x", "h=3", 3);
+  flush(reporter);
+  assert_logged_like("VEK:service", G_LOG_LEVEL_WARNING,
+                     "To Prometheus x{h=\"3\"} would be the same as x_count{h=\"1\"}, *");
 }
 
 TEST(the_one_left_out_comes_when_the_other_goes) {
@@ -427,6 +450,36 @@ TEST(the_one_left_out_comes_when_the_other_goes) {
   assert_text(reporter, TEXT, "a_b gauge; a_b 2");
 }
 
+TEST(one_left_out_comes_when_another_makes_room) {
+  static const struct {
+    const char *what;
+    Brought brought[4]; /* the last comes later */
+    const char *before, *after;
+  } rows[] = {
+      {"with a gauge, whose family keeps no other names",
+       {{'h', "x", "h=1"}, {'g', "x_count", NULL}, {'g', "y", NULL}, {'g', "x", NULL}},
+       "x_count gauge; x_count 2; y gauge; y 3",
+       "x untyped; x 4; x_count gauge; x_count 2; x_samples gauge; x_samples{h=\"1\"} 0; "
+       "y gauge; y 3"},
+      {"with the first of a family that is mixed already",
+       {{'h', "x", "h=1"}, {'g', "x_count", "h=2"}, {'g', "x", "h=3"}, {'c', "x", NULL}},
+       "x untyped; x{h=\"3\"} 3; x_samples gauge; x_samples{h=\"1\"} 0",
+       "x untyped; x 4; x{h=\"3\"} 3; x_count gauge; x_count{h=\"2\"} 2; x_samples gauge; "
+       "x_samples{h=\"1\"} 0"},
+  };
+  for (gsize i = 0; i < G_N_ELEMENTS(rows); i++) {
+    g_test_message("%s", rows[i].what);
+    g_autoptr(Reporter) reporter = set_up();
+    for (int pass = 0; pass < 2; pass++) {
+      for (int j = 0; j < 3 + pass; j++)
+        bring(reporter, &rows[i].brought[j], j + 1);
+      flush(reporter);
+      assert_text(reporter, TEXT, pass == 0 ? rows[i].before : rows[i].after);
+    }
+    assert_logged_like("VEK:service", G_LOG_LEVEL_WARNING, "To Prometheus *");
+  }
+}
+
 /* A reporter that arranges families as metrics come and go shows what one shows that has seen only
  * the last pass. */
 TEST(text_does_not_depend_on_earlier_passes) {
@@ -434,6 +487,7 @@ TEST(text_does_not_depend_on_earlier_passes) {
   static const char *const dimensions[] = {NULL, "h=1", "h=2"};
   for (guint32 seed = 0; seed < 300; seed++) {
     g_autoptr(GRand) random = g_rand_new_with_seed(seed);
+    int kinds[G_N_ELEMENTS(names)][G_N_ELEMENTS(dimensions)];
     g_autoptr(Reporter) kept = set_up();
     vek_service_prometheus_reporter_declare_monotonic(kept, "m");
     for (int pass = 0; pass < 12; pass++) {
@@ -441,7 +495,9 @@ TEST(text_does_not_depend_on_earlier_passes) {
       vek_service_prometheus_reporter_declare_monotonic(fresh, "m");
       for (gsize i = 0; i < G_N_ELEMENTS(names); i++) {
         for (gsize j = 0; j < G_N_ELEMENTS(dimensions); j++) {
-          int kind = g_rand_int_range(random, 0, seed % 2 == 0 ? 4 : 40);
+          if (pass == 0 || g_rand_int_range(random, 0, 16) == 0)
+            kinds[i][j] = g_rand_int_range(random, 0, seed % 2 == 0 ? 4 : 12);
+          int kind = kinds[i][j];
           for (int both = 0; both < 2; both++) {
             if (kind == 0)
               count(both ? kept : fresh, names[i], dimensions[j], 1);
