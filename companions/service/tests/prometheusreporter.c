@@ -195,14 +195,14 @@ TEST(families_are_sorted_as_each_format_names_them) {
 
 TEST(samples_are_sorted_by_their_labels) {
   g_autoptr(Reporter) reporter = set_up();
-  gauge(reporter, "x", "b=2", 3);
+  gauge(reporter, "x", "a=3", 3);
   gauge(reporter, "x", "b=1 a=2", 2);
   gauge(reporter, "x", NULL, 1);
   sample(reporter, "y", "b=2", 3);
   sample(reporter, "y", "b=1", 2);
   flush(reporter);
   assert_text(reporter, TEXT,
-              "x gauge; x 1; x{a=\"2\",b=\"1\"} 2; x{b=\"2\"} 3; "
+              "x gauge; x 1; x{a=\"2\",b=\"1\"} 2; x{a=\"3\"} 3; "
               "y summary; y{b=\"1\",quantile=\"0.5\"} 2; y{b=\"1\",quantile=\"0.9\"} 2; "
               "y{b=\"1\",quantile=\"0.99\"} 2; y{b=\"2\",quantile=\"0.5\"} 3; "
               "y{b=\"2\",quantile=\"0.9\"} 3; y{b=\"2\",quantile=\"0.99\"} 3; "
@@ -251,15 +251,25 @@ TEST(help_tells_of_the_first_name_and_unit) {
   g_autoptr(Reporter) reporter = set_up();
   static const struct {
     const char *name, *unit, *host;
-  } metrics[] = {{"a_b", "Bytes", "h1"}, {"a.b", "Seconds", "h2"}, {"a.b", "Count", "h3"}};
-  for (gsize i = 0; i < G_N_ELEMENTS(metrics); i++) {
-    const char *dimensions[] = {"host", metrics[i].host, NULL};
-    get_operations(reporter)->process_value(VEK_METRIC_REPORTER(reporter), metrics[i].name,
-                                            (char **)dimensions, metrics[i].unit, 0, 1);
+  } metrics[] = {
+      {"a_b", "Bytes", "h1"},
+      {"a.b", "Seconds", "h2"},
+      {"a.b", "Count", "h3"},
+      {"a.b", "Minutes", "h4"},
+  };
+  static const char *const expected[] = {"# HELP a_b a.b, in Count\n# TYPE a_b gauge\n",
+                                         "# HELP a_b a.b, in Minutes\n# TYPE a_b gauge\n"};
+  for (int pass = 0; pass < 2; pass++) {
+    for (gsize i = 0; i < G_N_ELEMENTS(metrics); i++) {
+      const char *dimensions[] = {"host", metrics[i].host, NULL};
+      if (pass == 0 || !g_str_equal(metrics[i].unit, "Count"))
+        get_operations(reporter)->process_value(VEK_METRIC_REPORTER(reporter), metrics[i].name,
+                                                (char **)dimensions, metrics[i].unit, 0, 1);
+    }
+    flush(reporter);
+    g_autofree char *text = vek_service_prometheus_reporter_get_text(reporter, TEXT);
+    g_assert_true(g_str_has_prefix(text, expected[pass]));
   }
-  flush(reporter);
-  g_autofree char *text = vek_service_prometheus_reporter_get_text(reporter, TEXT);
-  g_assert_true(g_str_has_prefix(text, "# HELP a_b a.b, in Count\n# TYPE a_b gauge\n"));
 }
 
 TEST(unit_of_a_metric_may_change) {
@@ -279,10 +289,15 @@ TEST(kinds_that_differ_are_unknown) {
   gauge(reporter, "b", "host=h1", 3);
   sample(reporter, "b", "host=h2", NAN);
   count(reporter, "b_samples", "host=h3", 4);
+  gauge(reporter, "c-c", NULL, 5);
+  sample(reporter, "c.c", NULL, 6);
   flush(reporter);
   assert_text(reporter, OPENMETRICS,
               "a unknown; a{host=\"h1\"} 1; a{host=\"h2\"} 2; b unknown; b{host=\"h1\"} 3; "
-              "b_samples unknown; b_samples{host=\"h2\"} 0; b_samples{host=\"h3\"} 4");
+              "b_samples unknown; b_samples{host=\"h2\"} 0; b_samples{host=\"h3\"} 4; "
+              "c_c unknown; c_c 5; c_c{quantile=\"0.5\"} 6; c_c{quantile=\"0.9\"} 6; "
+              "c_c{quantile=\"0.99\"} 6; c_c_avg gauge; c_c_avg 6; c_c_max gauge; c_c_max 6; "
+              "c_c_min gauge; c_c_min 6; c_c_samples gauge; c_c_samples 1");
 }
 
 TEST(names_and_labels_that_read_alike_are_told_apart) {
@@ -596,12 +611,13 @@ TEST(counter_that_comes_anew_has_not_gone_down) {
 TEST(negative_declared_counter_is_left_out) {
   g_autoptr(Reporter) reporter = set_up();
   vek_service_prometheus_reporter_declare_monotonic(reporter, "x");
-  static const gint64 counts[] = {-1, -2, 0, -1, G_MININT64, G_MAXINT64};
+  static const gint64 counts[] = {0, -1, -2, 0, -1, G_MININT64, G_MAXINT64};
   for (gsize i = 0; i < G_N_ELEMENTS(counts); i++) {
     count(reporter, "x", "h=1", counts[i]);
     flush(reporter);
-    if (i == 0)
+    if (i == 1)
       assert_warning("The counter x is declared monotonic, but negative: it is left out");
+    assert_nothing_logged();
     g_autofree char *expected =
         g_strdup_printf("x_total counter; x_total{h=\"1\"} %" G_GINT64_FORMAT, counts[i]);
     assert_text(reporter, TEXT, counts[i] < 0 ? "" : expected);
@@ -610,16 +626,26 @@ TEST(negative_declared_counter_is_left_out) {
 
 TEST(family_with_a_negative_quantile_is_a_gauge_from_then_on) {
   g_autoptr(Reporter) reporter = set_up();
-  static const double values[] = {1, -1, 2};
-  for (gsize i = 0; i < G_N_ELEMENTS(values); i++) {
-    sample(reporter, "x", NULL, values[i]);
-    sample(reporter, "y", NULL, 1);
+  static const struct {
+    double values[2]; /* not a number if a pass does not bring it */
+    const char *expected;
+  } passes[] = {
+      {{0, 0}, "# TYPE x summary\nx{h=\"1\",quantile=\"0.5\"} 0\n"},
+      {{0, -1}, "# TYPE x gauge\nx{h=\"1\",quantile=\"0.5\"} 0\n"},
+      {{2, 2}, "# TYPE x gauge\nx{h=\"1\",quantile=\"0.5\"} 2\n"},
+      {{NAN, NAN}, "# TYPE x_min summary\nx_min{quantile=\"0.5\"} 1\n"},
+      {{3, NAN}, "# TYPE x gauge\nx{h=\"1\",quantile=\"0.5\"} 3\n"},
+  };
+  for (gsize i = 0; i < G_N_ELEMENTS(passes); i++) {
+    for (int j = 0; j < 2; j++) {
+      if (!isnan(passes[i].values[j]))
+        sample(reporter, "x", j ? "h=2" : "h=1", passes[i].values[j]);
+    }
+    if (isnan(passes[i].values[0]))
+      sample(reporter, "x_min", NULL, 1);
     flush(reporter);
     g_autofree char *text = vek_service_prometheus_reporter_get_text(reporter, OPENMETRICS);
-    g_assert_nonnull(strstr(text, i == 0 ? "# TYPE x summary\n" : "# TYPE x gauge\n"));
-    g_assert_nonnull(strstr(text, "# TYPE y summary\n"));
-    g_autofree char *line = g_strdup_printf("\nx{quantile=\"0.5\"} %g\n", values[i]);
-    g_assert_nonnull(strstr(text, line));
+    g_assert_nonnull(strstr(text, passes[i].expected));
   }
 }
 
@@ -670,6 +696,18 @@ TEST(pass_is_timed_from_its_first_call_to_its_flush) {
   g_assert_nonnull(strstr(text, "\nvekmetrics_pass_duration_seconds 0.5\n"));
   g_assert_nonnull(strstr(text, "\nvekmetrics_last_pass_timestamp_seconds 1700000001.5\n"));
   g_assert_nonnull(strstr(text, "\nvekmetrics_metrics 2\n"));
+}
+
+TEST(pass_of_one_metric_is_timed_and_one_of_none_takes_no_time) {
+  g_autoptr(Reporter) reporter = set_up();
+  gauge(reporter, "a", NULL, 1);
+  vek_testing_clock_advance(G_USEC_PER_SEC / 4);
+  for (int pass = 0; pass < 2; pass++) {
+    flush(reporter);
+    g_autofree char *text = vek_service_prometheus_reporter_get_text(reporter, TEXT);
+    g_assert_nonnull(strstr(text, pass == 0 ? "\nvekmetrics_pass_duration_seconds 0.25\n"
+                                            : "\nvekmetrics_pass_duration_seconds 0\n"));
+  }
 }
 
 TEST(there_is_no_text_before_the_first_pass) {
