@@ -195,14 +195,14 @@ TEST(families_are_sorted_as_each_format_names_them) {
 
 TEST(samples_are_sorted_by_their_labels) {
   g_autoptr(Reporter) reporter = set_up();
-  gauge(reporter, "x", "b=2", 3);
+  gauge(reporter, "x", "a=3", 3);
   gauge(reporter, "x", "b=1 a=2", 2);
   gauge(reporter, "x", NULL, 1);
   sample(reporter, "y", "b=2", 3);
   sample(reporter, "y", "b=1", 2);
   flush(reporter);
   assert_text(reporter, TEXT,
-              "x gauge; x 1; x{a=\"2\",b=\"1\"} 2; x{b=\"2\"} 3; "
+              "x gauge; x 1; x{a=\"2\",b=\"1\"} 2; x{a=\"3\"} 3; "
               "y summary; y{b=\"1\",quantile=\"0.5\"} 2; y{b=\"1\",quantile=\"0.9\"} 2; "
               "y{b=\"1\",quantile=\"0.99\"} 2; y{b=\"2\",quantile=\"0.5\"} 3; "
               "y{b=\"2\",quantile=\"0.9\"} 3; y{b=\"2\",quantile=\"0.99\"} 3; "
@@ -251,15 +251,25 @@ TEST(help_tells_of_the_first_name_and_unit) {
   g_autoptr(Reporter) reporter = set_up();
   static const struct {
     const char *name, *unit, *host;
-  } metrics[] = {{"a_b", "Bytes", "h1"}, {"a.b", "Seconds", "h2"}, {"a.b", "Count", "h3"}};
-  for (gsize i = 0; i < G_N_ELEMENTS(metrics); i++) {
-    const char *dimensions[] = {"host", metrics[i].host, NULL};
-    get_operations(reporter)->process_value(VEK_METRIC_REPORTER(reporter), metrics[i].name,
-                                            (char **)dimensions, metrics[i].unit, 0, 1);
+  } metrics[] = {
+      {"a_b", "Bytes", "h1"},
+      {"a.b", "Seconds", "h2"},
+      {"a.b", "Count", "h3"},
+      {"a.b", "Minutes", "h4"},
+  };
+  static const char *const expected[] = {"# HELP a_b a.b, in Count\n# TYPE a_b gauge\n",
+                                         "# HELP a_b a.b, in Minutes\n# TYPE a_b gauge\n"};
+  for (int pass = 0; pass < 2; pass++) {
+    for (gsize i = 0; i < G_N_ELEMENTS(metrics); i++) {
+      const char *dimensions[] = {"host", metrics[i].host, NULL};
+      if (pass == 0 || !g_str_equal(metrics[i].unit, "Count"))
+        get_operations(reporter)->process_value(VEK_METRIC_REPORTER(reporter), metrics[i].name,
+                                                (char **)dimensions, metrics[i].unit, 0, 1);
+    }
+    flush(reporter);
+    g_autofree char *text = vek_service_prometheus_reporter_get_text(reporter, TEXT);
+    g_assert_true(g_str_has_prefix(text, expected[pass]));
   }
-  flush(reporter);
-  g_autofree char *text = vek_service_prometheus_reporter_get_text(reporter, TEXT);
-  g_assert_true(g_str_has_prefix(text, "# HELP a_b a.b, in Count\n# TYPE a_b gauge\n"));
 }
 
 TEST(unit_of_a_metric_may_change) {
@@ -279,10 +289,28 @@ TEST(kinds_that_differ_are_unknown) {
   gauge(reporter, "b", "host=h1", 3);
   sample(reporter, "b", "host=h2", NAN);
   count(reporter, "b_samples", "host=h3", 4);
+  gauge(reporter, "c-c", NULL, 5);
+  sample(reporter, "c.c", NULL, 6);
   flush(reporter);
   assert_text(reporter, OPENMETRICS,
               "a unknown; a{host=\"h1\"} 1; a{host=\"h2\"} 2; b unknown; b{host=\"h1\"} 3; "
-              "b_samples unknown; b_samples{host=\"h2\"} 0; b_samples{host=\"h3\"} 4");
+              "b_samples unknown; b_samples{host=\"h2\"} 0; b_samples{host=\"h3\"} 4; "
+              "c_c unknown; c_c 5; c_c{quantile=\"0.5\"} 6; c_c{quantile=\"0.9\"} 6; "
+              "c_c{quantile=\"0.99\"} 6; c_c_avg gauge; c_c_avg 6; c_c_max gauge; c_c_max 6; "
+              "c_c_min gauge; c_c_min 6; c_c_samples gauge; c_c_samples 1");
+}
+
+TEST(names_and_labels_that_read_alike_are_told_apart) {
+  g_autoptr(Reporter) reporter = set_up();
+  gauge(reporter, "x", "bc=1", 1);
+  gauge(reporter, "xb", "a=1", 2);
+  gauge(reporter, "xb", "c=1", 3);
+  sample(reporter, "y", "a=1", NAN);
+  gauge(reporter, "y", "qa=1", 4);
+  flush(reporter);
+  assert_text(reporter, OPENMETRICS,
+              "x gauge; x{bc=\"1\"} 1; xb gauge; xb{a=\"1\"} 2; xb{c=\"1\"} 3; "
+              "y unknown; y{qa=\"1\"} 4; y_samples gauge; y_samples{a=\"1\"} 0");
 }
 
 TEST(type_follows_the_kinds_that_come_and_go) {
@@ -304,6 +332,14 @@ typedef struct {
   const char *name, *dimensions;
 } Brought;
 
+static void bring(Reporter *reporter, const Brought *brought, int value) {
+  switch (brought->kind) {
+  case 'c': count(reporter, brought->name, brought->dimensions, value); break;
+  case 'g': gauge(reporter, brought->name, brought->dimensions, value); break;
+  default: sample(reporter, brought->name, brought->dimensions, NAN); break;
+  }
+}
+
 TEST(only_the_first_of_those_that_become_one_stays) {
   static const struct {
     const char *what;
@@ -321,6 +357,11 @@ TEST(only_the_first_of_those_that_become_one_stays) {
        "x gauge; x{a=\"1\",b=\"2\"} 1",
        "x{a=\"1\",b=\"2\"}",
        "x{a=\"1\",b=\"2\"}"},
+      {"a label without name and value, which is none",
+       {{'g', "x", "="}, {'g', "x", NULL}},
+       "x gauge; x 2",
+       "x{}",
+       "x{}"},
       {"a gauge beside a histogram's",
        {{'h', "x", NULL}, {'g', "x_samples", NULL}},
        "x_samples gauge; x_samples 0",
@@ -372,34 +413,44 @@ TEST(only_the_first_of_those_that_become_one_stays) {
        "vekmetrics.metrics{}",
        "vekmetrics_metrics{}"},
   };
-  for (gsize i = 0; i < G_N_ELEMENTS(rows); i++) {
-    g_test_message("%s", rows[i].what);
+  for (gsize i = 0; i < 3 * G_N_ELEMENTS(rows); i++) {
+    const Brought *brought = rows[i / 3].brought;
+    int earlier = (int)(i % 3); /* one of them, if this is its number, comes a pass earlier */
+    g_test_message("%s, %d", rows[i / 3].what, earlier);
     g_autoptr(Reporter) reporter = set_up();
     vek_service_prometheus_reporter_declare_monotonic(reporter, "cx");
-    for (int pass = 0; pass < 3; pass++) {
-      for (int j = 0; j < 2; j++) {
-        const Brought *brought = &rows[i].brought[j];
-        switch (brought->kind) {
-        case 'c': count(reporter, brought->name, brought->dimensions, j + 1); break;
-        case 'g': gauge(reporter, brought->name, brought->dimensions, j + 1); break;
-        default: sample(reporter, brought->name, brought->dimensions, NAN); break;
-        }
-      }
-      if (pass == 1)
-        gauge(reporter, "zz", NULL, 0); /* so that all is arranged anew */
+    if (earlier < 2) {
+      bring(reporter, &brought[earlier], earlier + 1);
       flush(reporter);
-      g_autofree char *with_new = g_strconcat(rows[i].expected, "; zz gauge; zz 0", NULL);
-      assert_text(reporter, TEXT, pass == 1 ? with_new : rows[i].expected);
-      if (rows[i].left_out && pass == 0) {
+    }
+    for (int pass = 0; pass < 3; pass++) {
+      for (int j = 0; j < 2; j++)
+        bring(reporter, &brought[j], j + 1);
+      if (pass == 1)
+        gauge(reporter, "zz", NULL, 0); /* so that the set of metrics changes */
+      flush(reporter);
+      if (rows[i / 3].left_out && pass == 0) {
         g_autofree char *message = g_strdup_printf(
             "To Prometheus %s would be the same as %s, or of a family of the same name: it is left "
             "out",
-            rows[i].left_out, rows[i].because_of);
+            rows[i / 3].left_out, rows[i / 3].because_of);
         assert_warning(message);
       }
       assert_nothing_logged();
+      g_autofree char *with_new = g_strconcat(rows[i / 3].expected, "; zz gauge; zz 0", NULL);
+      assert_text(reporter, TEXT, pass == 1 ? with_new : rows[i / 3].expected);
     }
   }
+}
+
+TEST(warning_names_the_first_of_a_family) {
+  g_autoptr(Reporter) reporter = set_up();
+  gauge(reporter, "x_count", "h=1", 1);
+  gauge(reporter, "x_count", "h=2", 2);
+  sample(reporter, "x", "h=3", 3);
+  flush(reporter);
+  assert_logged_like("VEK:service", G_LOG_LEVEL_WARNING,
+                     "To Prometheus x{h=\"3\"} would be the same as x_count{h=\"1\"}, *");
 }
 
 TEST(the_one_left_out_comes_when_the_other_goes) {
@@ -414,6 +465,36 @@ TEST(the_one_left_out_comes_when_the_other_goes) {
   assert_text(reporter, TEXT, "a_b gauge; a_b 2");
 }
 
+TEST(one_left_out_comes_when_another_makes_room) {
+  static const struct {
+    const char *what;
+    Brought brought[4]; /* the last comes later */
+    const char *before, *after;
+  } rows[] = {
+      {"with a gauge, whose family keeps no other names",
+       {{'h', "x", "h=1"}, {'g', "x_count", NULL}, {'g', "y", NULL}, {'g', "x", NULL}},
+       "x_count gauge; x_count 2; y gauge; y 3",
+       "x untyped; x 4; x_count gauge; x_count 2; x_samples gauge; x_samples{h=\"1\"} 0; "
+       "y gauge; y 3"},
+      {"with the first of a family that is mixed already",
+       {{'h', "x", "h=1"}, {'g', "x_count", "h=2"}, {'g', "x", "h=3"}, {'c', "x", NULL}},
+       "x untyped; x{h=\"3\"} 3; x_samples gauge; x_samples{h=\"1\"} 0",
+       "x untyped; x 4; x{h=\"3\"} 3; x_count gauge; x_count{h=\"2\"} 2; x_samples gauge; "
+       "x_samples{h=\"1\"} 0"},
+  };
+  for (gsize i = 0; i < G_N_ELEMENTS(rows); i++) {
+    g_test_message("%s", rows[i].what);
+    g_autoptr(Reporter) reporter = set_up();
+    for (int pass = 0; pass < 2; pass++) {
+      for (int j = 0; j < 3 + pass; j++)
+        bring(reporter, &rows[i].brought[j], j + 1);
+      flush(reporter);
+      assert_text(reporter, TEXT, pass == 0 ? rows[i].before : rows[i].after);
+    }
+    assert_logged_like("VEK:service", G_LOG_LEVEL_WARNING, "To Prometheus *");
+  }
+}
+
 /* A reporter that arranges families as metrics come and go shows what one shows that has seen only
  * the last pass. */
 TEST(text_does_not_depend_on_earlier_passes) {
@@ -421,6 +502,7 @@ TEST(text_does_not_depend_on_earlier_passes) {
   static const char *const dimensions[] = {NULL, "h=1", "h=2"};
   for (guint32 seed = 0; seed < 300; seed++) {
     g_autoptr(GRand) random = g_rand_new_with_seed(seed);
+    int kinds[G_N_ELEMENTS(names)][G_N_ELEMENTS(dimensions)];
     g_autoptr(Reporter) kept = set_up();
     vek_service_prometheus_reporter_declare_monotonic(kept, "m");
     for (int pass = 0; pass < 12; pass++) {
@@ -428,7 +510,9 @@ TEST(text_does_not_depend_on_earlier_passes) {
       vek_service_prometheus_reporter_declare_monotonic(fresh, "m");
       for (gsize i = 0; i < G_N_ELEMENTS(names); i++) {
         for (gsize j = 0; j < G_N_ELEMENTS(dimensions); j++) {
-          int kind = g_rand_int_range(random, 0, seed % 2 == 0 ? 4 : 40);
+          if (pass == 0 || g_rand_int_range(random, 0, 16) == 0)
+            kinds[i][j] = g_rand_int_range(random, 0, seed % 2 == 0 ? 4 : 12);
+          int kind = kinds[i][j];
           for (int both = 0; both < 2; both++) {
             if (kind == 0)
               count(both ? kept : fresh, names[i], dimensions[j], 1);
@@ -527,12 +611,13 @@ TEST(counter_that_comes_anew_has_not_gone_down) {
 TEST(negative_declared_counter_is_left_out) {
   g_autoptr(Reporter) reporter = set_up();
   vek_service_prometheus_reporter_declare_monotonic(reporter, "x");
-  static const gint64 counts[] = {-1, -2, 0, -1, G_MININT64, G_MAXINT64};
+  static const gint64 counts[] = {0, -1, -2, 0, -1, G_MININT64, G_MAXINT64};
   for (gsize i = 0; i < G_N_ELEMENTS(counts); i++) {
     count(reporter, "x", "h=1", counts[i]);
     flush(reporter);
-    if (i == 0)
+    if (i == 1)
       assert_warning("The counter x is declared monotonic, but negative: it is left out");
+    assert_nothing_logged();
     g_autofree char *expected =
         g_strdup_printf("x_total counter; x_total{h=\"1\"} %" G_GINT64_FORMAT, counts[i]);
     assert_text(reporter, TEXT, counts[i] < 0 ? "" : expected);
@@ -541,16 +626,26 @@ TEST(negative_declared_counter_is_left_out) {
 
 TEST(family_with_a_negative_quantile_is_a_gauge_from_then_on) {
   g_autoptr(Reporter) reporter = set_up();
-  static const double values[] = {1, -1, 2};
-  for (gsize i = 0; i < G_N_ELEMENTS(values); i++) {
-    sample(reporter, "x", NULL, values[i]);
-    sample(reporter, "y", NULL, 1);
+  static const struct {
+    double values[2]; /* not a number if a pass does not bring it */
+    const char *expected;
+  } passes[] = {
+      {{0, 0}, "# TYPE x summary\nx{h=\"1\",quantile=\"0.5\"} 0\n"},
+      {{0, -1}, "# TYPE x gauge\nx{h=\"1\",quantile=\"0.5\"} 0\n"},
+      {{2, 2}, "# TYPE x gauge\nx{h=\"1\",quantile=\"0.5\"} 2\n"},
+      {{NAN, NAN}, "# TYPE x_min summary\nx_min{quantile=\"0.5\"} 1\n"},
+      {{3, NAN}, "# TYPE x gauge\nx{h=\"1\",quantile=\"0.5\"} 3\n"},
+  };
+  for (gsize i = 0; i < G_N_ELEMENTS(passes); i++) {
+    for (int j = 0; j < 2; j++) {
+      if (!isnan(passes[i].values[j]))
+        sample(reporter, "x", j ? "h=2" : "h=1", passes[i].values[j]);
+    }
+    if (isnan(passes[i].values[0]))
+      sample(reporter, "x_min", NULL, 1);
     flush(reporter);
     g_autofree char *text = vek_service_prometheus_reporter_get_text(reporter, OPENMETRICS);
-    g_assert_nonnull(strstr(text, i == 0 ? "# TYPE x summary\n" : "# TYPE x gauge\n"));
-    g_assert_nonnull(strstr(text, "# TYPE y summary\n"));
-    g_autofree char *line = g_strdup_printf("\nx{quantile=\"0.5\"} %g\n", values[i]);
-    g_assert_nonnull(strstr(text, line));
+    g_assert_nonnull(strstr(text, passes[i].expected));
   }
 }
 
@@ -601,6 +696,18 @@ TEST(pass_is_timed_from_its_first_call_to_its_flush) {
   g_assert_nonnull(strstr(text, "\nvekmetrics_pass_duration_seconds 0.5\n"));
   g_assert_nonnull(strstr(text, "\nvekmetrics_last_pass_timestamp_seconds 1700000001.5\n"));
   g_assert_nonnull(strstr(text, "\nvekmetrics_metrics 2\n"));
+}
+
+TEST(pass_of_one_metric_is_timed_and_one_of_none_takes_no_time) {
+  g_autoptr(Reporter) reporter = set_up();
+  gauge(reporter, "a", NULL, 1);
+  vek_testing_clock_advance(G_USEC_PER_SEC / 4);
+  for (int pass = 0; pass < 2; pass++) {
+    flush(reporter);
+    g_autofree char *text = vek_service_prometheus_reporter_get_text(reporter, TEXT);
+    g_assert_nonnull(strstr(text, pass == 0 ? "\nvekmetrics_pass_duration_seconds 0.25\n"
+                                            : "\nvekmetrics_pass_duration_seconds 0\n"));
+  }
 }
 
 TEST(there_is_no_text_before_the_first_pass) {

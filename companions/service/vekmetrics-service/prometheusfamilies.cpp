@@ -5,7 +5,6 @@
 
 #include <string.h>
 #include <algorithm>
-#include <array>
 
 namespace vekin::prometheus {
 
@@ -14,6 +13,7 @@ struct Arrangement {
   GHashTable *reserved;    // from each name that the formats keep to its Family
   GHashTable *samples;     // from what identifies a sample to its Series
   GHashTable *in_the_way;  // of those Series for which others are left out
+  GHashTable *wanted;      // of the names of the families that those others would be in
   GPtrArray *families[2];  // in the order of each format
   GString *scratch;
 };
@@ -65,8 +65,9 @@ std::span<const Part> get_parts(const Series *series, const Policy &policy) {
 }
 
 struct Place {
-  char *name;
+  Figure figure;
   Type type;
+  char *name;
   Family *family;  // that it joins, or NULL
   char *sample;    // what identifies the sample in all formats
 };
@@ -85,6 +86,10 @@ int compare_samples(gconstpointer a, gconstpointer b) {
   auto *right = static_cast<const Sample *>(b);
   int order = strcmp(left->series->labels, right->series->labels);
   return order != 0 ? order : static_cast<int>(left->figure) - static_cast<int>(right->figure);
+}
+
+void sort_samples(gpointer family, gpointer) {
+  g_array_sort(as<Family>(family)->samples, compare_samples);
 }
 
 // The orders of the two formats: OpenMetrics names a counter without its "_total".
@@ -115,18 +120,17 @@ Place find_place(Arrangement &arrangement, const Series *series, const Part &par
   g_string_truncate(scratch, 0);
   append_name(scratch, prefix, series->name);
   g_string_append(scratch, part.suffix);
-  Place place = {.name = nullptr, .type = part.type, .family = nullptr, .sample = nullptr};
   if (part.type == Type::counter)
     strip_total(scratch);
-  place.name = g_strdup(scratch->str);
-  place.sample = g_strconcat(place.name, part.figure == Figure::quantiles ? "{q" : "{",
-                             series->labels, nullptr);
-  return place;
-}
-
-void clear_place(Place &place) {
-  g_free(place.name);
-  g_free(place.sample);
+  bool is_quantiles = part.figure == Figure::quantiles;
+  return {
+      .figure = part.figure,
+      .type = part.type,
+      .name = g_strdup(scratch->str),
+      .family = nullptr,
+      .sample =
+          g_strconcat(scratch->str, is_quantiles ? "{quantile," : "{", series->labels, nullptr),
+  };
 }
 
 // Finds the family of a place. Returns what is in the way, or NULL.
@@ -191,7 +195,8 @@ guint find_index(GPtrArray *families, Family *family, GCompareFunc compare) {
 }
 
 // The samples and the families are sorted only once all are there.
-void take_place(Arrangement &arrangement, const Sample &sample, Place &place) {
+void take_place(Arrangement &arrangement, const Series *series, Place &place) {
+  Sample sample = {series, place.figure};
   auto *family = place.family ? place.family : add_family(arrangement, place);
   if (family->type != place.type) {
     family->type = Type::unknown;
@@ -200,11 +205,41 @@ void take_place(Arrangement &arrangement, const Sample &sample, Place &place) {
   name_first(family, sample);
   g_array_append_val(family->samples, sample);
   g_hash_table_insert(arrangement.samples, g_steal_pointer(&place.sample),
-                      const_cast<Series *>(sample.series));
+                      const_cast<Series *>(series));
 }
 
-void leave_out(Arrangement &arrangement, const Series *series, const Series *other) {
+// The places of a metric's parts.
+struct Places {
+  Place places[kMaxParts];
+  std::span<Place> all;      // those that the metric has
+  const Series *in_the_way;  // of any of them, or NULL
+
+  Places(Arrangement &arrangement, const Series *series, const char *prefix)
+      : places{}, in_the_way(nullptr) {
+    auto parts = get_parts(series, *arrangement.policy);
+    all = std::span(places).first(parts.size());
+    for (gsize i = 0; i < parts.size(); i++) {
+      all[i] = find_place(arrangement, series, parts[i], prefix);
+      auto *other = find_family(arrangement, all[i]);
+      if (!in_the_way)
+        in_the_way = other;
+    }
+  }
+  ~Places() {
+    for (auto &place : all) {
+      g_free(place.name);
+      g_free(place.sample);
+    }
+  }
+  Places(const Places &) = delete;
+  Places &operator=(const Places &) = delete;
+};
+
+void leave_out(Arrangement &arrangement, const Series *series, Places &found) {
+  auto *other = found.in_the_way;
   g_hash_table_add(arrangement.in_the_way, const_cast<Series *>(other));
+  for (auto &place : found.all)
+    g_hash_table_add(arrangement.wanted, g_steal_pointer(&place.name));
   if (g_hash_table_add(arrangement.policy->told, g_bytes_new(series->key.bytes, series->key.size)))
     vek_warning(
         "To Prometheus %s{%s} would be the same as %s{%s}, or of a family of the same "
@@ -212,38 +247,15 @@ void leave_out(Arrangement &arrangement, const Series *series, const Series *oth
         series->name, series->labels, other->name, other->labels);
 }
 
-// The places of a metric's parts.
-struct Places {
-  std::span<const Part> parts;
-  std::array<Place, kMaxParts> places;
-  const Series *in_the_way;  // of any of them, or NULL
-
-  Places(Arrangement &arrangement, const Series *series, const char *prefix)
-      : parts(get_parts(series, *arrangement.policy)), places{}, in_the_way(nullptr) {
-    for (gsize i = 0; i < parts.size(); i++) {
-      places[i] = find_place(arrangement, series, parts[i], prefix);
-      auto *other = find_family(arrangement, places[i]);
-      if (!in_the_way)
-        in_the_way = other;
-    }
-  }
-  ~Places() {
-    for (gsize i = 0; i < parts.size(); i++)
-      clear_place(places[i]);
-  }
-  Places(const Places &) = delete;
-  Places &operator=(const Places &) = delete;
-};
-
 // A metric is shown with all its parts or not at all.
 void arrange(Arrangement &arrangement, const Series *series, const char *prefix) {
   Places found(arrangement, series, prefix);
   if (found.in_the_way) {
-    leave_out(arrangement, series, found.in_the_way);
+    leave_out(arrangement, series, found);
     return;
   }
-  for (gsize i = 0; i < found.parts.size(); i++)
-    take_place(arrangement, {series, found.parts[i].figure}, found.places[i]);
+  for (auto &place : found.all)
+    take_place(arrangement, series, place);
 }
 
 // Moves what was added last to where it belongs.
@@ -295,6 +307,7 @@ Arrangement *arrangement_new(std::span<Series *const> own, GPtrArray *series,
       .reserved = g_hash_table_new_full(g_str_hash, g_str_equal, g_free, nullptr),
       .samples = g_hash_table_new_full(g_str_hash, g_str_equal, g_free, nullptr),
       .in_the_way = g_hash_table_new(nullptr, nullptr),
+      .wanted = g_hash_table_new_full(g_str_hash, g_str_equal, g_free, nullptr),
       .families = {g_ptr_array_new_with_free_func(free_family), g_ptr_array_new()},
       .scratch = g_string_new(nullptr),
   };
@@ -304,8 +317,7 @@ Arrangement *arrangement_new(std::span<Series *const> own, GPtrArray *series,
   for (guint i = 0; i < series->len; i++)
     arrange(*arrangement, as<Series>(series->pdata[i]), policy.prefix);
 
-  for (guint i = 0; i < arrangement->families[0]->len; i++)
-    g_array_sort(as<Family>(arrangement->families[0]->pdata[i])->samples, compare_samples);
+  g_ptr_array_foreach(arrangement->families[0], sort_samples, nullptr);
   for (int format = 0; format < 2; format++)
     g_ptr_array_sort(arrangement->families[format], kCompareFamilies[format]);
   return arrangement;
@@ -315,8 +327,9 @@ void arrangement_free(Arrangement *arrangement) {
   g_hash_table_unref(arrangement->reserved);
   g_hash_table_unref(arrangement->samples);
   g_hash_table_unref(arrangement->in_the_way);
-  for (int format = 1; format >= 0; format--)
-    g_ptr_array_unref(arrangement->families[format]);
+  g_hash_table_unref(arrangement->wanted);
+  for (auto *families : arrangement->families)
+    g_ptr_array_unref(families);
   g_string_free(arrangement->scratch, TRUE);
   g_free(arrangement);
 }
@@ -326,15 +339,18 @@ bool arrangement_add(Arrangement *arrangement, const Series *series) {
   if (found.in_the_way) {
     if (compare_keys(found.in_the_way->key, series->key) > 0)
       return false;
-    leave_out(*arrangement, series, found.in_the_way);
+    leave_out(*arrangement, series, found);
     return true;
   }
-  for (gsize i = 0; i < found.parts.size(); i++)
-    if (found.places[i].family && found.places[i].family->type != found.parts[i].type)
+  // One that was left out may join the family now, and what a family of several types keeps depends
+  // on the first.
+  for (auto &place : found.all)
+    if (g_hash_table_contains(arrangement->wanted, place.name) ||
+        (place.family && (place.family->is_mixed || place.family->type != place.type)))
       return false;
-  for (gsize i = 0; i < found.parts.size(); i++) {
-    auto *joined = found.places[i].family;
-    take_place(*arrangement, {series, found.parts[i].figure}, found.places[i]);
+  for (auto &place : found.all) {
+    auto *joined = place.family;
+    take_place(*arrangement, series, place);
     if (joined)
       move_last_sample(joined);
     else
@@ -347,15 +363,14 @@ bool arrangement_remove(Arrangement *arrangement, const Series *series) {
   if (g_hash_table_contains(arrangement->in_the_way, series))
     return false;
   Places found(*arrangement, series, arrangement->policy->prefix);
-  auto parts = std::span(found.places).first(found.parts.size());
-  if (g_hash_table_lookup(arrangement->samples, parts[0].sample) != series)
+  if (g_hash_table_lookup(arrangement->samples, found.all[0].sample) != series)
     return true;  // it was left out
-  for (auto &place : parts)
+  for (auto &place : found.all)
     if (place.family->is_mixed)
       return false;
-  for (gsize i = 0; i < parts.size(); i++) {
-    g_hash_table_remove(arrangement->samples, parts[i].sample);
-    remove_sample(*arrangement, parts[i].family, {series, found.parts[i].figure});
+  for (auto &place : found.all) {
+    g_hash_table_remove(arrangement->samples, place.sample);
+    remove_sample(*arrangement, place.family, {series, place.figure});
   }
   return true;
 }

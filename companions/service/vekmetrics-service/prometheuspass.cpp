@@ -70,8 +70,7 @@ bool has_negative_quantile(const Series *series) {
 }
 
 int compare_keys(const Key &a, const Key &b) {
-  int order = memcmp(a.bytes, b.bytes, std::min(a.size, b.size));
-  return order != 0 ? order : (a.size > b.size) - (a.size < b.size);
+  return memcmp(a.bytes, b.bytes, std::min(a.size, b.size));
 }
 
 // The key is the first member of a series, so that both are found by the same pointer.

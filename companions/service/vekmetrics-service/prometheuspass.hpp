@@ -25,7 +25,8 @@ union Figures {
 
 // The dimensions and the name as given, then the kind: what tells metrics apart and puts them in
 // order. Each dimension has a 1 before and a NUL behind it, and the name a NUL on both sides, so
-// that bytes compare as the strings do, and fewer dimensions come before more.
+// that bytes compare as the strings do, fewer dimensions come before more, and no key begins with
+// another.
 struct Key {
   char *bytes;
   gsize size;

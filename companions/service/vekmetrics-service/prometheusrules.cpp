@@ -143,7 +143,7 @@ char *make_labels(const char *const *dimensions) {
     auto &label = g_array_index(labels, Label, i);
     if (*label.value == '\0')
       continue;  // to the formats an empty label is none
-    if (text->len > 0)
+    if (text->len != 0)
       g_string_append_c(text, ',');
     g_string_append(text, label.name);
     g_string_append(text, "=\"");

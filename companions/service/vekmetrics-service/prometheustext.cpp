@@ -39,6 +39,7 @@ struct Line {
 constexpr const char *kQuantileLabels[] = {"quantile=\"0.5\"", "quantile=\"0.9\"",
                                            "quantile=\"0.99\""};
 static_assert(std::size(kQuantileLabels) == std::size(kQuantiles));
+constexpr const char *kNoQuantile[] = {""};
 
 // OpenMetrics refuses summaries with negative quantiles.
 const char *get_type_name(const Family *family, const Dialect &dialect) {
@@ -132,11 +133,12 @@ void lay_out_sample(Layout &layout, const Family *family, const Dialect &dialect
       .quantile = 0,
       .is_counters = family->type == Type::counter,
   };
-  gsize n_lines = sample.figure == Figure::quantiles ? std::size(kQuantiles) : 1;
-  for (; line.quantile < n_lines; line.quantile++) {
+  std::span<const char *const> quantiles = kNoQuantile;
+  if (sample.figure == Figure::quantiles)
+    quantiles = kQuantileLabels;
+  for (; line.quantile < quantiles.size(); line.quantile++) {
     start = pieces->len;
-    append_piece(pieces, family, sample.series->labels,
-                 n_lines > 1 ? kQuantileLabels[line.quantile] : "");
+    append_piece(pieces, family, sample.series->labels, quantiles[line.quantile]);
     line.size = static_cast<guint>(pieces->len - start);
     g_array_append_val(layout.lines, line);
     line.header_size = 0;
@@ -189,7 +191,7 @@ bool is_shown(const Line &line) {
 
 void write_line(Text &text, const Line &line) {
   const char *pieces = text.layout.pieces->str;
-  if (line.header_size > 0) {
+  if (line.header_size != 0) {
     text.header = text.piece;
     text.header_size = line.header_size;
     text.piece += line.header_size;

@@ -103,6 +103,8 @@ TEST(failures_tell_what_was_brought) {
                 "no ranges of load; the pass brought:\n" A_PASS);
   assert_failed(vek_testing_check_nothing(recorder, "requests", &error), &error, different,
                 "expected nothing of requests; the pass brought:\n" A_PASS);
+  assert_failed(vek_testing_check_nothing(recorder, "render", &error), &error, different,
+                "expected nothing of render; the pass brought:\n" A_PASS);
   assert_failed(vek_testing_check_text(recorder, "count a 1\n", &error), &error, different,
                 "expected this:\ncount a 1\n; the pass brought:\n" A_PASS);
   assert_failed(vek_testing_check_text(recorder, "", &error), &error, different,

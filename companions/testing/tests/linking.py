@@ -15,6 +15,10 @@ PROGRAM = '''
 #include <vekmetrics-testing/clock.h>
 #include <vekmetrics/vekmetrics.h>
 int main(void) {
+#ifdef ADVANCE_FIRST
+  vek_testing_clock_advance(1);
+  return 0;
+#endif
   vek_testing_clock_set(1000, 1);
   g_autoptr(VekMetricSnapshot) snapshot = vek_metric_snapshot_new(NULL, 0);
   return !(g_get_real_time() == 1000 && vek_metric_snapshot_get_time(snapshot) == 1000);
@@ -78,6 +82,7 @@ def hidden_visibility_of_the_program_is_no_matter():
 def clock_that_is_not_exported_ends_the_program():
     is_refused(f'{BOTH} -Wl,--exclude-libs,ALL')
     is_refused(f'{BOTH} {HIDE}')
+    is_refused(f'{BOTH} {HIDE} -DADVANCE_FIRST')
 
 
 def python_sets_a_clock_that_is_loaded_first():

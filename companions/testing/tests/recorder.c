@@ -63,7 +63,9 @@ TEST(odd_strings_are_quoted) {
       {"", "\"\""},
       {"a b", "\"a b\""},
       {"größe der", "\"größe der\""},
+      {"Ā Ā", "\"Ā Ā\""},
       {"a\nb\tc\001", "\"a\\nb\\tc\\001\""},
+      {"\177", "\"\\177\""},
       {"\xff\xc3\xa4", "\"\\377\\303\\244\""},
       {"\xc1\xa1", "\"\\301\\241\""},
       {"no\xc2\xa0"
@@ -175,6 +177,8 @@ TEST(times_are_shown_when_asked_for) {
   gboolean times;
   g_object_get(recorder, "times", &times, NULL);
   g_assert_false(times);
+  GParamSpec *property = g_object_class_find_property(G_OBJECT_GET_CLASS(recorder), "times");
+  g_assert_false(g_value_get_boolean(g_param_spec_get_default_value(property)));
   g_object_set(recorder, "times", TRUE, NULL);
   g_object_get(recorder, "times", &times, NULL);
   g_assert_true(times);
@@ -237,6 +241,8 @@ TEST(missing_snapshot_is_shown_as_such) {
   get_operations(recorder)->process_timeline_samples(reporter, "render", NULL);
   get_operations(recorder)->flush(reporter);
   assert_text(recorder, "aggregated latency (null) Seconds\ntimeline render []\n");
+  g_object_set(recorder, "times", TRUE, NULL);
+  assert_text(recorder, "aggregated latency (null) Seconds @0\ntimeline render []\n");
   g_assert_null(vek_testing_recorder_get_snapshot(recorder, "latency", NULL));
 }
 
