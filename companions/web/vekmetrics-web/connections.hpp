@@ -28,7 +28,7 @@ void connection_end_with_answer(SoupServerMessage *message);
 void connection_set_socket(GSocketAddress *local_address, GSocket *socket);
 GSocket *connection_get_socket(SoupServerMessage *message);
 
-// Ends a connection that asks for too much; libsoup notices, and cleans up.
+// Ends a connection that asks for too much; libsoup cleans up when it reads or writes next.
 void connection_shut_down(GSocket *socket);
 
 }  // namespace vekin::web

@@ -81,6 +81,7 @@ void events_add(Events *self, SoupServerMessage *message) {
   if (self->streams->len == kMaxStreams) {
     auto *oldest = as<Stream>(self->streams->pdata[0]);
     connection_shut_down(connection_get_socket(oldest->chunks.message));
+    chunks_end(oldest->chunks);  // libsoup notices only when it writes
     g_ptr_array_remove_index(self->streams, 0);
   }
   auto *stream = g_new0(Stream, 1);
