@@ -625,27 +625,24 @@ TEST(negative_declared_counter_is_left_out) {
 }
 
 TEST(family_with_a_negative_quantile_is_a_gauge_from_then_on) {
-  g_autoptr(Reporter) reporter = set_up();
-  static const struct {
-    double values[2]; /* not a number if a pass does not bring it */
-    const char *expected;
-  } passes[] = {
-      {{0, 0}, "# TYPE x summary\nx{h=\"1\",quantile=\"0.5\"} 0\n"},
-      {{0, -1}, "# TYPE x gauge\nx{h=\"1\",quantile=\"0.5\"} 0\n"},
-      {{2, 2}, "# TYPE x gauge\nx{h=\"1\",quantile=\"0.5\"} 2\n"},
-      {{NAN, NAN}, "# TYPE x_min summary\nx_min{quantile=\"0.5\"} 1\n"},
-      {{3, NAN}, "# TYPE x gauge\nx{h=\"1\",quantile=\"0.5\"} 3\n"},
-  };
-  for (gsize i = 0; i < G_N_ELEMENTS(passes); i++) {
-    for (int j = 0; j < 2; j++) {
-      if (!isnan(passes[i].values[j]))
-        sample(reporter, "x", j ? "h=2" : "h=1", passes[i].values[j]);
+  static const double negative[][2] = {{-1, -1}, {-1, 0}, {0, -1}};
+  for (gsize i = 0; i < G_N_ELEMENTS(negative); i++) {
+    g_autoptr(Reporter) reporter = set_up();
+    for (int pass = 0; pass < 5; pass++) {
+      const double values[] = {pass == 1 ? negative[i][0] : pass,
+                               pass == 1 ? negative[i][1] : pass};
+      g_autofree char *expected = g_strdup_printf("# TYPE x %s\nx{h=\"1\",quantile=\"0.5\"} %g\n",
+                                                  pass == 0 ? "summary" : "gauge", values[0]);
+      if (pass == 3) {
+        sample(reporter, "x_min", NULL, 1); /* of another type, while there is no x */
+      } else {
+        sample(reporter, "x", "h=1", values[0]);
+        sample(reporter, "x", "h=2", values[1]);
+      }
+      flush(reporter);
+      g_autofree char *text = vek_service_prometheus_reporter_get_text(reporter, OPENMETRICS);
+      g_assert_nonnull(strstr(text, pass == 3 ? "# TYPE x_min summary\n" : expected));
     }
-    if (isnan(passes[i].values[0]))
-      sample(reporter, "x_min", NULL, 1);
-    flush(reporter);
-    g_autofree char *text = vek_service_prometheus_reporter_get_text(reporter, OPENMETRICS);
-    g_assert_nonnull(strstr(text, passes[i].expected));
   }
 }
 
