@@ -1,4 +1,5 @@
 #include "served.h"
+#include "support/heap.h"
 #include "support/replace.h"
 
 #include <errno.h>
@@ -29,6 +30,7 @@ gboolean g_socket_listen(GSocket *socket, GError **error) {
 }
 
 GSocket *g_socket_accept(GSocket *socket, GCancellable *cancellable, GError **error) {
+  g_assert_false(g_socket_get_blocking(socket)); /* or the main loop might stand still */
   return fails("accept", error) ? NULL : NEXT(g_socket_accept)(socket, cancellable, error);
 }
 
@@ -45,6 +47,13 @@ int fchmod(int fd, mode_t mode) {
     return NEXT(fchmod)(fd, mode);
   errno = EIO;
   return -1;
+}
+
+static guint interval; /* of the last source, in milliseconds */
+
+GSource *g_timeout_source_new(guint milliseconds) {
+  interval = milliseconds;
+  return NEXT(g_timeout_source_new)(milliseconds);
 }
 
 static void assert_answers(Served *served) {
@@ -64,6 +73,7 @@ TEST(connection_that_cannot_be_accepted_is_accepted_later) {
     failing = "accept";
     g_autoptr(GSocket) socket = connect_to(&served);
     assert_logged("VEK:web", G_LOG_LEVEL_WARNING, "Could not accept a connection: no accept");
+    g_assert_cmpuint(interval, ==, 1000);
     retry(); /* in vain, and logged no more */
     failing = NULL;
     retry();
@@ -76,6 +86,21 @@ TEST(connection_that_cannot_be_accepted_is_accepted_later) {
     g_assert_cmpint(memcmp(answer, "HTTP/1.0 200 OK", 15), ==, 0);
     assert_answers(&served);
   }
+}
+
+TEST(trying_again_leaves_nothing) {
+  g_auto(Served) served = set_up_listening(1);
+  failing = "accept";
+  g_autoptr(GSocket) socket = connect_to(&served);
+  assert_logged("VEK:web", G_LOG_LEVEL_WARNING, "Could not accept a connection: no accept");
+  gsize used = 0;
+  for (int i = 0; i < 200; i++) {
+    if (i == 100)
+      used = heap_get_used();
+    retry();
+  }
+  g_assert_cmpuint(heap_get_used(), <, used + 100 * 50);
+  failing = NULL;
 }
 
 TEST(connection_that_has_gone_is_no_failure) {

@@ -6,13 +6,29 @@ static VekMetricReporterInterface *get_operations(Served *served) {
   return VEK_METRIC_REPORTER_GET_IFACE(served->reporter);
 }
 
+void bring(Served *served, const char *name, char **dimensions, const char *unit, double value) {
+  get_operations(served)->process_value(VEK_METRIC_REPORTER(served->reporter), name, dimensions,
+                                        unit, 0, value);
+}
+
+void bring_range(Served *served, const char *name, int id, gint64 start, gint64 end) {
+  VekMetricRange range = {id, start, end};
+  GSList *list = g_slist_prepend(NULL, &range);
+  get_operations(served)->process_timeline_samples(VEK_METRIC_REPORTER(served->reporter), name,
+                                                   list);
+  g_slist_free(list);
+}
+
+void flush(Served *served) {
+  get_operations(served)->flush(VEK_METRIC_REPORTER(served->reporter));
+}
+
 void pass(Served *served, int n_metrics) {
   for (int i = 0; i < n_metrics; i++) {
     g_autofree char *name = g_strdup_printf("gauge%d", i);
-    get_operations(served)->process_value(VEK_METRIC_REPORTER(served->reporter), name, NULL, NULL,
-                                          0, i);
+    bring(served, name, NULL, NULL, i);
   }
-  get_operations(served)->flush(VEK_METRIC_REPORTER(served->reporter));
+  flush(served);
 }
 
 Served set_up(void) {

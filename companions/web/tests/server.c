@@ -4,6 +4,7 @@
 #include <gio/gunixsocketaddress.h>
 #include <glib/gstdio.h>
 #include <string.h>
+#include <unistd.h>
 #include <vekmetrics-web/vekmetrics-web.h>
 
 #include "served.h"
@@ -16,7 +17,7 @@ gboolean g_inet_address_get_is_loopback(GInetAddress *address) {
 }
 
 TEST(text_is_served_in_both_formats) {
-  g_auto(Served) served = set_up_listening(1);
+  g_auto(Served) served = set_up_listening(20000); /* more than is summed at a time */
   static const struct {
     const char *accept, *type;
     VekServicePrometheusFormat format;
@@ -59,6 +60,8 @@ TEST(text_is_compressed_for_those_who_want_it) {
       g_assert_nonnull(strstr(answer, "-gzip\"|"));
       g_autoptr(GBytes) plain = decompress(body);
       assert_bytes(plain, text);
+      if (sizes[i] > 1)
+        g_assert_cmpuint(g_bytes_get_size(body) * 5, <, strlen(text));
     }
   }
 }
@@ -94,6 +97,24 @@ TEST(one_request_is_answered_in_each_turn) {
     n_answered = count_answered(sockets);
     g_assert_cmpuint(n_answered, <=, n_before + 1);
   }
+}
+
+static gboolean on_turn(G_GNUC_UNUSED gpointer data) {
+  return G_SOURCE_CONTINUE;
+}
+
+TEST(text_is_served_while_the_program_is_busy) {
+  g_auto(Served) served = set_up_listening(1);
+  g_autoptr(GSource) busy = g_idle_source_new();
+  g_source_set_priority(busy, G_PRIORITY_HIGH_IDLE);
+  g_source_set_callback(busy, on_turn, NULL, NULL);
+  g_source_attach(busy, NULL);
+  g_autoptr(GPtrArray) sockets =
+      send_requests(&served, 1, "GET /metrics HTTP/1.1\r\nHost: localhost\r\n\r\n");
+  for (int i = 0; i < 100; i++)
+    g_main_context_iteration(NULL, TRUE);
+  g_assert_cmpuint(count_answered(sockets), ==, 1);
+  g_source_destroy(busy);
 }
 
 /* In how many turns of the main loop a request for the text is answered. */
@@ -213,14 +234,19 @@ TEST(connection_ends_with_its_answer) {
       "GET /metrics HTTP/1.1\r\nHost: localhost\r\n\r\n",
       "GET / HTTP/1.1\r\nHost: localhost\r\n\r\n",
       "PUT / HTTP/1.1\r\nHost: localhost\r\nExpect: 100-continue\r\n\r\n",
+      "GET /\xff HTTP/1.1\r\nHost: localhost\r\n\r\n",
+      "GET / HTTP/1.1\r\n\r\n",
+      "GET\r\n\r\n",
   };
   for (gsize i = 0; i < G_N_ELEMENTS(requests); i++) {
     g_autoptr(GPtrArray) sockets = send_requests(&served, 1, requests[i]);
     while (count_answered(sockets) == 0)
       g_main_context_iteration(NULL, TRUE);
-    char answer[4096];
-    g_assert_cmpint(g_socket_receive(sockets->pdata[0], answer, sizeof answer, NULL, NULL), >, 0);
     settle();
+    char answer[65536] = "";
+    g_assert_cmpint(g_socket_receive(sockets->pdata[0], answer, sizeof answer - 1, NULL, NULL), >,
+                    0);
+    g_assert_nonnull(strstr(answer, "\r\nConnection: close\r\n"));
     gssize n_read;
     while ((n_read = g_socket_receive_with_blocking(sockets->pdata[0], answer, sizeof answer, FALSE,
                                                     NULL, NULL)) > 0) {
@@ -291,6 +317,40 @@ TEST(connection_on_which_nothing_happens_is_ended) {
   g_assert_true(has_ended(idle));
   g_assert_true(has_ended(half));
   g_assert_false(has_ended(late));
+}
+
+TEST(connection_that_is_ended_takes_nothing_more) {
+  g_auto(Served) served = set_up_listening(1);
+  g_autoptr(GSocket) idle = connect_to(&served);
+  vek_testing_clock_advance(120 * G_USEC_PER_SEC);
+  sweep();
+  g_assert_true(has_ended(idle));
+  g_assert_cmpint(g_socket_send(idle, "G", 1, NULL, NULL), ==, 1); /* is reset */
+  g_assert_cmpint(g_socket_send(idle, "E", 1, NULL, NULL), ==, -1);
+}
+
+TEST(server_without_connections_does_nothing) {
+  g_auto(Served) served = set_up_listening(1);
+  for (int round = 0; round < 2; round++) {
+    assert_status(&served, "GET /metrics HTTP/1.1|Host: localhost", "HTTP/1.1 200 OK");
+    sweep();
+    g_assert_null(find_source("vekmetrics-web connections"));
+  }
+}
+
+TEST(connections_of_another_server_may_stay) {
+  g_auto(Served) served = set_up();
+  pass(&served, 1);
+  g_autoptr(GSocketAddress) address = NULL;
+  g_autoptr(SoupServer) soup_server = other_server_new(&address);
+  vek_web_server_attach(served.server, soup_server, NULL);
+  g_autoptr(GSocket) client = connect_to_address(address);
+  send_request(client, "/metrics");
+  settle();
+  char answer[4096] = "";
+  g_assert_cmpint(g_socket_receive(client, answer, sizeof answer - 1, NULL, NULL), >, 0);
+  g_assert_true(g_str_has_prefix(answer, "HTTP/1.1 200 OK\r\n"));
+  g_assert_null(strstr(answer, "\r\nConnection:"));
 }
 
 TEST(path_of_another_server_is_served_until_this_one_ends) {
@@ -389,6 +449,46 @@ TEST(unix_socket_is_of_this_user_alone) {
   g_assert_cmpint(g_rmdir(folder), ==, 0);
 }
 
+TEST(server_that_is_disposed_serves_no_more) {
+  Served served = set_up_listening(1);
+  g_autofree char *folder = g_dir_make_tmp(NULL, NULL);
+  g_autofree char *first = g_build_filename(folder, "first", NULL);
+  g_autofree char *second = g_build_filename(folder, "second", NULL);
+  g_assert_true(vek_web_server_listen_unix(served.server, first, NULL));
+  g_assert_true(vek_web_server_listen_unix(served.server, second, NULL));
+  g_autoptr(GSocketAddress) address = NULL;
+  g_autoptr(SoupServer) soup_server = other_server_new(&address);
+  vek_web_server_attach(served.server, soup_server, NULL);
+  g_autoptr(GSocket) client = connect_to(&served);
+  guint port = vek_web_server_get_port(served.server);
+
+  g_object_run_dispose(G_OBJECT(served.server));
+  g_assert_true(has_ended(client));
+  assert_answer(address, "/metrics", "HTTP/1.1 404 ");
+  g_assert_cmpint(g_access(first, F_OK), ==, -1);
+  g_assert_cmpint(g_access(second, F_OK), ==, -1);
+
+  Served successor = set_up();
+  g_assert_true(vek_web_server_listen(successor.server, NULL, port, NULL));
+  g_assert_true(vek_web_server_listen_unix(successor.server, first, NULL));
+  tear_down(&served);
+  g_assert_cmpint(g_access(first, F_OK), ==, 0);
+  tear_down(&successor);
+  g_assert_cmpint(g_rmdir(folder), ==, 0);
+}
+
+TEST(port_can_be_listened_on_again_at_once) {
+  Served served = set_up_listening(1);
+  guint port = vek_web_server_get_port(served.server);
+  assert_status(&served, "GET /metrics HTTP/1.1|Host: localhost", "HTTP/1.1 200 OK");
+  tear_down(&served); /* the system remembers the connection that the server has closed */
+  served = set_up();
+  g_autoptr(GError) error = NULL;
+  g_assert_true(vek_web_server_listen(served.server, NULL, port, &error));
+  g_assert_no_error(error);
+  tear_down(&served);
+}
+
 TEST(file_that_is_no_socket_is_kept) {
   g_auto(Served) served = set_up();
   g_autofree char *folder = g_dir_make_tmp(NULL, NULL);
@@ -412,10 +512,12 @@ TEST(properties_read_back) {
   g_auto(Served) served = set_up();
   g_autoptr(VekServicePrometheusReporter) reporter = NULL;
   guint history;
-  g_object_set(served.server, "history", 7, NULL);
+  g_object_set(served.server, "history", 1440, NULL);
   g_object_get(served.server, "reporter", &reporter, "history", &history, NULL);
   g_assert_true(reporter == served.reporter);
-  g_assert_cmpuint(history, ==, 7);
+  g_assert_cmpuint(history, ==, 1440);
+  GParamSpec *spec = g_object_class_find_property(G_OBJECT_GET_CLASS(served.server), "history");
+  g_assert_cmpuint(G_PARAM_SPEC_UINT(spec)->maximum, ==, 1440);
 }
 
 TEST(unknown_property_warns) {

@@ -16,7 +16,7 @@ void compression_append(GZlibCompressor *compressor, std::span<const guint8> sli
   auto result = G_CONVERTER_CONVERTED;
   while (is_last ? result != G_CONVERTER_FINISHED : !slice.empty()) {
     guint8 buffer[16 * 1024];
-    gsize n_read = 0, n_written = 0;
+    gsize n_read, n_written;
     result = g_converter_convert(G_CONVERTER(compressor), slice.data(), slice.size(), buffer,
                                  sizeof buffer, flags, &n_read, &n_written, nullptr);
     vek_assert(result != G_CONVERTER_ERROR);  // there is input or its end, and room

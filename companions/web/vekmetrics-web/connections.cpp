@@ -8,7 +8,7 @@ namespace {
 
 struct Connection {
   GSocket *socket;
-  gint64 time;  // when a request began or ended on it, on the monotonic clock
+  gint64 time;  // when something last happened on it, on the monotonic clock
 };
 
 }  // namespace
@@ -67,9 +67,6 @@ static void start_sweep(Connections *self) {
 
 void connections_note(Connections *self, SoupServerMessage *message) {
   auto *socket = connection_get_socket(message);
-  // Untested: some releases of libsoup tell of a connection that is gone
-  if (g_socket_is_closed(socket))
-    return;
   auto *node = as<GList>(g_hash_table_lookup(self->nodes, socket));
   if (node) {
     g_queue_unlink(&self->queue, node);
@@ -90,13 +87,10 @@ void connections_note(Connections *self, SoupServerMessage *message) {
     start_sweep(self);
 }
 
-static void on_activity(SoupServer *, SoupServerMessage *message, gpointer data) {
-  connections_note(as<Connections>(data), message);
-}
-
 // So early because requests that cannot be read are answered without asking anyone.
-static void on_started(SoupServer *, SoupServerMessage *message, gpointer) {
+static void on_started(SoupServer *, SoupServerMessage *message, gpointer data) {
   connection_end_with_answer(message);
+  connections_note(as<Connections>(data), message);
 }
 
 Connections *connections_new(SoupServer *server) {
@@ -104,8 +98,6 @@ Connections *connections_new(SoupServer *server) {
   self->server = SOUP_SERVER(g_object_ref(server));
   self->nodes = g_hash_table_new(nullptr, nullptr);
   g_signal_connect(server, "request-started", G_CALLBACK(on_started), self);
-  g_signal_connect(server, "request-started", G_CALLBACK(on_activity), self);
-  g_signal_connect(server, "request-finished", G_CALLBACK(on_activity), self);
   return self;
 }
 

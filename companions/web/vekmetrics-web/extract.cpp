@@ -8,6 +8,7 @@
 #include <unistd.h>
 #include <algorithm>
 #include <span>
+#include <tuple>
 
 namespace vekin::web {
 
@@ -98,11 +99,8 @@ static void append_series(const Extract *self, GString *text, const Series *seri
 
 // Timelines by name, their lanes by id, and the ranges of a lane by time.
 static bool comes_before(const Range &a, const Range &b) {
-  if (int order = strcmp(a.batch->name, b.batch->name); order != 0)
-    return order < 0;
-  if (a.range->id != b.range->id)
-    return a.range->id < b.range->id;
-  return a.range->start < b.range->start;
+  return std::tuple(strcmp(a.batch->name, b.batch->name), a.range->id, a.range->start) <
+         std::tuple(0, b.range->id, b.range->start);
 }
 
 static GArray *sort_ranges(const View &view) {

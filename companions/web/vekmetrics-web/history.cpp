@@ -91,8 +91,8 @@ static gboolean is_old(gpointer, gpointer series, gpointer first) {
 
 // Drops what is not of the last passes.
 static void drop_passes(VekWebHistory *self) {
-  if (self->times->len > self->n_passes)
-    g_array_remove_range(self->times, 0, self->times->len - self->n_passes);
+  g_array_remove_range(self->times, 0,
+                       self->times->len - std::min(self->times->len, self->n_passes));
   guint64 first = self->pass + 1 - self->times->len;
   g_hash_table_foreach_remove(self->table, is_old, &first);
   drop_ranges(self);
@@ -244,8 +244,7 @@ guint64 history_get_pass(VekWebHistory *history) {
 
 void history_set_source(VekWebHistory *history, GSource *source) {
   MutexLock held(history->lock);
-  g_clear_pointer(&history->source, g_source_unref);
-  history->source = source ? g_source_ref(source) : nullptr;
+  history->source = g_source_ref(source);
 }
 
 static gpointer ref_batch(gconstpointer batch, gpointer) {
@@ -260,10 +259,8 @@ View history_get_view(VekWebHistory *history, guint64 after) {
       std::min<guint64>(history->times->len, history->pass - std::min(after, history->pass)));
   view.first = view.end - n_passes;
   view.times = g_array_sized_new(FALSE, FALSE, sizeof(gint64), n_passes);
-  if (n_passes > 0)
-    g_array_append_vals(view.times,
-                        &g_array_index(history->times, gint64, history->times->len - n_passes),
-                        n_passes);
+  g_array_append_vals(
+      view.times, &g_array_index(history->times, gint64, history->times->len - n_passes), n_passes);
 
   view.series = g_ptr_array_new_full(g_hash_table_size(history->table),
                                      release_element<Series, series_unref>);

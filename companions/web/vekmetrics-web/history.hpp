@@ -44,7 +44,7 @@ guint history_get_n_passes(VekWebHistory *history);
 const char *history_get_start(const VekWebHistory *history);
 guint64 history_get_pass(VekWebHistory *history);
 
-// Makes a source ready after each pass; NULL for none.
+// Makes a source ready after each pass, from now on.
 void history_set_source(VekWebHistory *history, GSource *source);
 
 View history_get_view(VekWebHistory *history, guint64 after);

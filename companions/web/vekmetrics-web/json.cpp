@@ -31,7 +31,7 @@ void append_json_number(GString *text, gdouble number) {
   if (isnan(number))
     g_string_append(text, "null");
   else if (isinf(number))
-    g_string_append(text, number > 0 ? "\"inf\"" : "\"-inf\"");
+    g_string_append(text, signbit(number) ? "\"-inf\"" : "\"inf\"");
   else if (is_integer(number))
     g_string_append(text, Decimal(static_cast<gint64>(number)).text);
   else

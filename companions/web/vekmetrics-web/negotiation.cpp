@@ -81,14 +81,17 @@ struct Item {
   }
 };
 
-// The quality of the most specific name that matches.
+// How closely a name matches.
+enum class Match { none, anything, range, name };
+
+// The quality of the name that matches most closely.
 struct Preference {
-  int rank = 0;
+  Match match = Match::none;
   int quality = 0;
 
-  void consider(int new_rank, int new_quality) {
-    if (new_rank > rank || (new_rank == rank && new_quality > quality))
-      *this = {new_rank, new_quality};
+  void consider(Match new_match, int new_quality) {
+    if (new_match > match || (new_match == match && new_quality > quality))
+      *this = {new_match, new_quality};
   }
 };
 
@@ -101,14 +104,14 @@ VekServicePrometheusFormat choose_format(const char *accept) {
     Item item(take(rest, ','));
     if (equals(item.name, "application/openmetrics-text")) {
       if (item.version.empty() || item.version == "1.0.0")
-        openmetrics.consider(2, item.quality);
+        openmetrics.consider(Match::name, item.quality);
     } else if (equals(item.name, "text/plain")) {
       if (item.version.empty() || item.version == "0.0.4")
-        text.consider(3, item.quality);
+        text.consider(Match::name, item.quality);
     } else if (equals(item.name, "text/*")) {
-      text.consider(2, item.quality);
+      text.consider(Match::range, item.quality);
     } else if (equals(item.name, "*/*")) {
-      text.consider(1, item.quality);
+      text.consider(Match::anything, item.quality);
     }
   }
   return openmetrics.quality > 0 && openmetrics.quality >= text.quality
@@ -122,9 +125,9 @@ bool allows_gzip(const char *accept_encoding) {
   while (!rest.empty()) {
     Item item(take(rest, ','));
     if (equals(item.name, "gzip") || equals(item.name, "x-gzip"))
-      gzip.consider(2, item.quality);
+      gzip.consider(Match::name, item.quality);
     else if (item.name == "*")
-      gzip.consider(1, item.quality);
+      gzip.consider(Match::anything, item.quality);
   }
   return gzip.quality > 0;
 }

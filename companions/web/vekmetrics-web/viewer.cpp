@@ -56,7 +56,9 @@ Viewer *viewer_new(VekServicePrometheusReporter *reporter) {
 }
 
 void viewer_free(Viewer *self) {
-  viewer_stop(self);
+  g_clear_pointer(&self->source, ready_source_free);
+  g_clear_pointer(&self->events, events_free);
+  g_clear_pointer(&self->feeds, feeds_free);
   viewer_set_history(self, 0);
   files_free(self->files);
   g_object_unref(self->history);
@@ -71,7 +73,7 @@ void viewer_set_history(Viewer *self, guint n_passes) {
   auto *follower = VEK_METRIC_REPORTER(self->history);
   if (n_before == 0 && n_passes > 0)
     vek_service_prometheus_reporter_add_follower(self->reporter, follower);
-  else if (n_before > 0 && n_passes == 0)
+  else if (n_passes == 0)
     vek_service_prometheus_reporter_remove_follower(self->reporter, follower);
 }
 
@@ -81,13 +83,6 @@ void viewer_start(Viewer *self, Connections *connections, Waiting *waiting) {
   self->events = events_new(connections);
   self->source = ready_source_new("vekmetrics-web pass", G_PRIORITY_DEFAULT, on_pass, self);
   history_set_source(self->history, self->source);
-}
-
-void viewer_stop(Viewer *self) {
-  history_set_source(self->history, nullptr);
-  g_clear_pointer(&self->source, ready_source_free);
-  g_clear_pointer(&self->events, events_free);
-  g_clear_pointer(&self->feeds, feeds_free);
 }
 
 bool viewer_has(Viewer *self, const char *path) {

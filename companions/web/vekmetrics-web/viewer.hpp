@@ -13,6 +13,8 @@ struct Viewer;
 
 // Keeps no passes at first.
 Viewer *viewer_new(VekServicePrometheusReporter *reporter);
+
+// Ends the responses that are not complete.
 void viewer_free(Viewer *viewer);
 
 // How many passes are kept. With 0 there is no page.
@@ -20,9 +22,6 @@ void viewer_set_history(Viewer *viewer, guint n_passes);
 
 // Begins to serve, in the context that is thread-default now.
 void viewer_start(Viewer *viewer, Connections *connections, Waiting *waiting);
-
-// Ends the responses that are not complete.
-void viewer_stop(Viewer *viewer);
 
 bool viewer_has(Viewer *viewer, const char *path);
 

@@ -1,0 +1,196 @@
+/* Tests of the memory that a VekWebServer takes, and gives back. A sanitizer keeps the heap, and
+ * finds nothing here. */
+
+#include <string.h>
+
+#include "served.h"
+#include "support/heap.h"
+
+enum { N_METRICS = 100 };
+
+static void bring_gauges(Served *served) {
+  for (int i = 0; i < N_METRICS; i++) {
+    g_autofree char *name = g_strdup_printf("gauge%d", i);
+    bring(served, name, NULL, NULL, i);
+  }
+}
+
+/* Bytes that the gauges take with so many passes. */
+static gsize measure(guint history) {
+  Served served = set_up();
+  g_object_set(served.server, "history", history, NULL);
+  gsize before = 0;
+  for (guint pass = 0; pass < 2 * history; pass++) {
+    bring_gauges(&served);
+    flush(&served);
+    if (pass == 0)
+      before = heap_get_used();
+  }
+  gsize used = heap_get_used() - before;
+  tear_down(&served);
+  return used;
+}
+
+TEST(figure_takes_8_bytes_a_pass) {
+  if (heap_get_used() == 0) {
+    g_test_skip("a sanitizer keeps the heap");
+    return;
+  }
+  measure(240); /* what is allocated once */
+  gsize used = measure(480) - measure(240);
+  g_assert_cmpuint(used, >=, 240 * N_METRICS * 8);
+  g_assert_cmpuint(used, <, 240 * N_METRICS * 8 + 10000);
+}
+
+TEST(metric_takes_no_room_for_passes_that_were_before_it) {
+  g_auto(Served) served = set_up();
+  for (int pass = 0; pass < 240; pass++)
+    flush(&served);
+  gsize used = heap_get_used();
+  bring_gauges(&served);
+  g_assert_cmpuint(heap_get_used(), <, used + N_METRICS * 1000);
+}
+
+TEST(shorter_history_gives_memory_back) {
+  g_auto(Served) served = set_up();
+  for (int pass = 0; pass < 240; pass++) {
+    bring_gauges(&served);
+    flush(&served);
+  }
+  gsize used = heap_get_used();
+  if (used == 0)
+    return;
+  g_object_set(served.server, "history", 120, NULL);
+  g_assert_cmpuint(heap_get_used() + N_METRICS * 120 * 8, <, used + 1000);
+}
+
+TEST(end_of_the_server_gives_its_passes_back) {
+  g_autoptr(VekServicePrometheusReporter) reporter = vek_service_prometheus_reporter_new();
+  gsize used = 0;
+  for (int round = 0; round < 2; round++) {
+    Served served = {reporter, vek_web_server_new(reporter)};
+    for (int pass = 0; pass < 10; pass++) {
+      bring_gauges(&served);
+      flush(&served);
+    }
+    g_object_unref(served.server);
+    if (round == 0)
+      used = heap_get_used();
+  }
+  g_assert_cmpuint(heap_get_used(), <, used + 1000);
+}
+
+TEST(ranges_are_bounded_and_go_with_their_pass) {
+  g_auto(Served) served = set_up();
+  g_object_set(served.server, "history", 2, NULL);
+  GSList *ranges = NULL;
+  VekMetricRange range = {1, 2, 3};
+  for (int i = 0; i < 20000; i++)
+    ranges = g_slist_prepend(ranges, &range);
+  VekMetricReporter *reporter = VEK_METRIC_REPORTER(served.reporter);
+  gsize used = heap_get_used();
+  for (int i = 0; i < 5; i++)
+    VEK_METRIC_REPORTER_GET_IFACE(reporter)->process_timeline_samples(reporter, "x", ranges);
+  g_assert_cmpuint(heap_get_used(), <, used + 20000 * sizeof range + 1000);
+  for (int i = 0; i < 3; i++)
+    flush(&served);
+  g_assert_cmpuint(heap_get_used(), <, used + 10000);
+  g_slist_free(ranges);
+}
+
+TEST(stream_keeps_nothing_of_what_it_has_sent) {
+  g_auto(Served) served = set_up_listening(1);
+  g_autoptr(GSocket) stream = send_to(&served, "/events");
+  gsize used = 0;
+  for (int i = 0; i < 1000; i++) {
+    if (i == 100)
+      used = heap_get_used();
+    pass(&served, 1);
+    g_free(receive(stream));
+  }
+  g_assert_cmpuint(heap_get_used(), <, used + 10000);
+}
+
+/* Lets the server forget connections that have ended: libsoup closes them in a thread, and the
+ * server looks for closed ones each second. */
+static void forget_connections(void) {
+  while (find_source("vekmetrics-web connections"))
+    run_source("vekmetrics-web connections");
+}
+
+enum { N_ROUNDS = 200 };
+
+/* Runs the rounds twice, because some things are allocated once. */
+static void assert_leaves_nothing(void (*run)(Served *served, const char *path), Served *served,
+                                  const char *path) {
+  gsize used = 0;
+  for (int round = 0; round < 2 * N_ROUNDS; round++) {
+    if (round == N_ROUNDS)
+      used = heap_get_used();
+    run(served, path);
+  }
+  g_assert_cmpuint(heap_get_used(), <, used + N_ROUNDS * 50);
+}
+
+static void ask_for(Served *served, const char *path) {
+  g_autofree char *lines = g_strdup_printf("GET %s HTTP/1.1|Host: localhost", path);
+  g_free(request(served, lines, NULL));
+  forget_connections();
+}
+
+TEST(answer_leaves_nothing) {
+  g_auto(Served) served = set_up_listening(1);
+  static const char *const paths[] = {"/metrics", "/vars.json", "/"};
+  for (gsize i = 0; i < G_N_ELEMENTS(paths); i++)
+    assert_leaves_nothing(ask_for, &served, paths[i]);
+}
+
+static void follow(Served *served, const char *path) {
+  GSocket *stream = send_to(served, path);
+  g_object_unref(stream);
+  while (find_source("vekmetrics-web connections")) {
+    run_source("vekmetrics-web comments"); /* which cannot be sent */
+    run_source("vekmetrics-web connections");
+  }
+}
+
+TEST(stream_leaves_nothing) {
+  g_auto(Served) served = set_up_listening(1);
+  assert_leaves_nothing(follow, &served, "/events");
+}
+
+static void serve(G_GNUC_UNUSED Served *served, G_GNUC_UNUSED const char *path) {
+  g_auto(Served) another = set_up_listening(1);
+  g_autoptr(GSocket) client = connect_to(&another);
+}
+
+TEST(server_leaves_nothing) {
+  assert_leaves_nothing(serve, NULL, NULL);
+}
+
+TEST(compressor_goes_when_its_work_is_done) {
+  g_auto(Served) served = set_up_listening(1);
+  gsize used = heap_get_used();
+  g_free(request(&served, "GET /metrics HTTP/1.1|Host: localhost|Accept-Encoding: gzip", NULL));
+  forget_connections();
+  g_assert_cmpuint(heap_get_used(), <, used + 100000);
+}
+
+TEST(body_of_a_request_is_not_kept) {
+  g_auto(Served) served = set_up();
+  g_autoptr(GSocketAddress) address = NULL;
+  g_autoptr(SoupServer) soup_server = other_server_new(&address);
+  vek_web_server_attach(served.server, soup_server, NULL);
+  g_autoptr(GSocket) client = connect_to_address(address);
+  static const char head[] =
+      "POST /metrics HTTP/1.1\r\nHost: localhost\r\nContent-Length: 4000000\r\n\r\n";
+  g_socket_send(client, head, strlen(head), NULL, NULL);
+  settle();
+  gsize used = heap_get_used();
+  static const char part[10000];
+  for (int i = 0; i < 300; i++) {
+    g_assert_cmpint(g_socket_send(client, part, sizeof part, NULL, NULL), ==, sizeof part);
+    settle();
+  }
+  g_assert_cmpuint(heap_get_used(), <, used + 1000000);
+}
