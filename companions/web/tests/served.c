@@ -102,11 +102,17 @@ static gboolean on_connection(GSocketService *service, GSocketConnection *connec
   return soup_server_accept_iostream(soup_server, G_IO_STREAM(connection), local, remote, NULL);
 }
 
+/* A service that accepts holds itself. */
+static void end_service(gpointer service) {
+  g_socket_service_stop(service);
+  g_object_unref(service);
+}
+
 /* libsoup 3.2.3 leaks sockets and addresses where it listens itself. */
 SoupServer *other_server_new(GSocketAddress **address) {
   SoupServer *soup_server = soup_server_new(NULL, NULL);
   GSocketService *service = g_socket_service_new();
-  g_object_set_data_full(G_OBJECT(soup_server), "service", service, g_object_unref);
+  g_object_set_data_full(G_OBJECT(soup_server), "service", service, end_service);
   g_signal_connect(service, "incoming", G_CALLBACK(on_connection), soup_server);
   g_autoptr(GSocketAddress) any_port = g_inet_socket_address_new_from_string("127.0.0.1", 0);
   g_assert_true(g_socket_listener_add_address(G_SOCKET_LISTENER(service), any_port,

@@ -137,17 +137,23 @@ TEST(large_text_is_written_over_several_turns) {
 }
 
 TEST(server_may_end_while_clients_wait_for_compression) {
-  Served served = set_up_listening(20000);
-  g_autoptr(GPtrArray) sockets = send_requests(
-      &served, 2, "GET /metrics HTTP/1.1\r\nHost: localhost\r\nAccept-Encoding: gzip\r\n\r\n");
-  while (!find_source("vekmetrics-web turn"))
-    g_main_context_iteration(NULL, TRUE);
-  tear_down(&served);
-  g_assert_null(find_source("vekmetrics-web turn"));
-  for (guint i = 0; i < sockets->len; i++) {
-    char buffer[4096];
-    gssize n_read = g_socket_receive(sockets->pdata[i], buffer, sizeof buffer, NULL, NULL);
-    g_assert_false(n_read > 0 && memcmp(buffer, "HTTP/1.1 200", MIN(n_read, 12)) == 0);
+  gboolean has_answered = FALSE;
+  for (int n_turns = 0; !has_answered; n_turns++) {
+    Served served = set_up_listening(5000);
+    g_autoptr(GPtrArray) sockets = send_requests(
+        &served, 2, "GET /metrics HTTP/1.1\r\nHost: localhost\r\nAccept-Encoding: gzip\r\n\r\n");
+    while (!find_source("vekmetrics-web turn"))
+      g_main_context_iteration(NULL, TRUE);
+    for (int i = 0; i < n_turns; i++)
+      g_main_context_iteration(NULL, FALSE);
+    has_answered = count_answered(sockets) > 0;
+    tear_down(&served);
+    g_assert_null(find_source("vekmetrics-web turn"));
+    for (guint i = 0; !has_answered && i < sockets->len; i++) {
+      char buffer[4096];
+      gssize n_read = g_socket_receive(sockets->pdata[i], buffer, sizeof buffer, NULL, NULL);
+      g_assert_false(n_read > 0 && memcmp(buffer, "HTTP/1.1 200", MIN(n_read, 12)) == 0);
+    }
   }
 }
 
@@ -462,7 +468,10 @@ TEST(server_that_is_disposed_serves_no_more) {
   g_autoptr(GSocket) client = connect_to(&served);
   guint port = vek_web_server_get_port(served.server);
 
-  g_object_run_dispose(G_OBJECT(served.server));
+  gpointer weak = served.server;
+  g_object_add_weak_pointer(weak, &weak);
+  g_object_run_dispose(weak);
+  g_assert_null(weak);
   g_assert_true(has_ended(client));
   assert_answer(address, "/metrics", "HTTP/1.1 404 ");
   g_assert_cmpint(g_access(first, F_OK), ==, -1);

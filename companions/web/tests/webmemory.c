@@ -58,8 +58,10 @@ TEST(shorter_history_gives_memory_back) {
     flush(&served);
   }
   gsize used = heap_get_used();
-  if (used == 0)
+  if (used == 0) {
+    g_test_skip("a sanitizer keeps the heap");
     return;
+  }
   g_object_set(served.server, "history", 120, NULL);
   g_assert_cmpuint(heap_get_used() + N_METRICS * 120 * 8, <, used + 1000);
 }
@@ -159,13 +161,19 @@ TEST(stream_leaves_nothing) {
   assert_leaves_nothing(follow, &served, "/events");
 }
 
-static void serve(G_GNUC_UNUSED Served *served, G_GNUC_UNUSED const char *path) {
+static void serve(G_GNUC_UNUSED Served *served, const char *path) {
   g_auto(Served) another = set_up_listening(1);
+  g_autoptr(GSocketAddress) address = NULL;
+  g_autoptr(SoupServer) soup_server = other_server_new(&address);
+  vek_web_server_attach(another.server, soup_server, path);
   g_autoptr(GSocket) client = connect_to(&another);
+  send_request(client, path);
+  while (!find_source("vekmetrics-web turn"))
+    g_main_context_iteration(NULL, TRUE);
 }
 
 TEST(server_leaves_nothing) {
-  assert_leaves_nothing(serve, NULL, NULL);
+  assert_leaves_nothing(serve, NULL, "/metrics");
 }
 
 TEST(compressor_goes_when_its_work_is_done) {

@@ -32,13 +32,16 @@ static void drop(Connections *self, GList *node) {
   g_queue_delete_link(&self->queue, node);
 }
 
-static void drop_closed(Connections *self) {
+// Returns whether there was any.
+static bool drop_closed(Connections *self) {
+  guint n_before = self->queue.length;
   for (GList *node = self->queue.head; node;) {
     auto *next = node->next;
     if (g_socket_is_closed(as<Connection>(node->data)->socket))
       drop(self, node);
     node = next;
   }
+  return self->queue.length < n_before;
 }
 
 static void shut_down_first(Connections *self) {
@@ -79,9 +82,7 @@ void connections_note(Connections *self, SoupServerMessage *message) {
   as<Connection>(node->data)->time = g_get_monotonic_time();
   g_queue_push_tail_link(&self->queue, node);
 
-  if (self->queue.length > kMaxConnections)
-    drop_closed(self);
-  if (self->queue.length > kMaxConnections)
+  if (self->queue.length > kMaxConnections && !drop_closed(self))
     shut_down_first(self);
   if (!self->sweep)
     start_sweep(self);
