@@ -37,21 +37,6 @@ constexpr Part kAggregated[] = {
 };
 constexpr gsize kMaxParts = std::size(kAggregated);
 
-// What the formats keep for a family, as its name and these behind it.
-constexpr const char *kOfCounter[] = {"", "_total", "_created"};
-constexpr const char *kOfSummary[] = {"", "_count", "_sum", "_created"};
-constexpr const char *kOfOthers[] = {""};
-
-std::span<const char *const> get_reserved(Type type) {
-  switch (type) {
-  case Type::counter: return kOfCounter;
-  case Type::summary: return kOfSummary;
-  case Type::gauge:
-  case Type::unknown: break;
-  }
-  return kOfOthers;
-}
-
 std::span<const Part> get_parts(const Series *series, const Policy &policy) {
   switch (series->kind) {
   case Kind::count:
@@ -71,26 +56,6 @@ struct Place {
   Family *family;  // that it joins, or NULL
   char *sample;    // what identifies the sample in all formats
 };
-
-void free_family(gpointer data) {
-  auto *family = as<Family>(data);
-  if (family->sample_name != family->name)
-    g_free(family->sample_name);
-  g_free(family->name);
-  g_array_unref(family->samples);
-  g_free(family);
-}
-
-int compare_samples(gconstpointer a, gconstpointer b) {
-  auto *left = static_cast<const Sample *>(a);
-  auto *right = static_cast<const Sample *>(b);
-  int order = strcmp(left->series->labels, right->series->labels);
-  return order != 0 ? order : static_cast<int>(left->figure) - static_cast<int>(right->figure);
-}
-
-void sort_samples(gpointer family, gpointer) {
-  g_array_sort(as<Family>(family)->samples, compare_samples);
-}
 
 // The orders of the two formats: OpenMetrics names a counter without its "_total".
 constexpr char *Family::*kOrders[] = {&Family::name, &Family::sample_name};
@@ -152,42 +117,16 @@ const Series *find_family(Arrangement &arrangement, Place &place) {
 }
 
 Family *add_family(Arrangement &arrangement, Place &place) {
-  auto *family = g_new0(Family, 1);
-  family->type = place.type;
-  family->is_negative = g_hash_table_contains(arrangement.policy->negative, place.name);
-  family->samples = g_array_new(FALSE, FALSE, sizeof(Sample));
-  for (const char *suffix : get_reserved(place.type))
-    g_hash_table_insert(arrangement.reserved, g_strconcat(place.name, suffix, nullptr), family);
-  family->name = g_steal_pointer(&place.name);
-  family->sample_name =
-      place.type == Type::counter ? g_strconcat(family->name, "_total", nullptr) : family->name;
+  auto *family = family_new(g_steal_pointer(&place.name), place.type);
+  family->is_negative = g_hash_table_contains(arrangement.policy->negative, family->name);
+  for (const char *suffix : get_reserved(family->type))
+    g_hash_table_insert(arrangement.reserved, g_strconcat(family->name, suffix, nullptr), family);
   for (auto *families : arrangement.families)
     g_ptr_array_add(families, family);
   return family;
 }
 
-bool comes_before(const Series *series, const Series *other) {
-  int order = strcmp(series->name, other->name);
-  return order < 0 || (order == 0 && g_strcmp0(series->unit, other->unit) < 0);
-}
-
-void name_first(Family *family, const Sample &sample) {
-  if (family->of && !comes_before(sample.series, family->of))
-    return;
-  family->of = sample.series;
-  family->figure = sample.figure;
-}
-
-// Where a sample of a sorted family is, or belongs.
-guint find_sample(const Family *family, const Sample &sample) {
-  auto *samples = reinterpret_cast<const Sample *>(family->samples->data);
-  auto *place = std::lower_bound(
-      samples, samples + family->samples->len, sample,
-      [](const Sample &a, const Sample &b) { return compare_samples(&a, &b) < 0; });
-  return static_cast<guint>(place - samples);
-}
-
-// The same of a family.
+// Where a family is, or belongs, in the order of a format.
 guint find_index(GPtrArray *families, Family *family, GCompareFunc compare) {
   auto *place = std::lower_bound(families->pdata, families->pdata + families->len, family,
                                  [=](gpointer a, gpointer b) { return compare(&a, &b) < 0; });
@@ -196,14 +135,8 @@ guint find_index(GPtrArray *families, Family *family, GCompareFunc compare) {
 
 // The samples and the families are sorted only once all are there.
 void take_place(Arrangement &arrangement, const Series *series, Place &place) {
-  Sample sample = {series, place.figure};
   auto *family = place.family ? place.family : add_family(arrangement, place);
-  if (family->type != place.type) {
-    family->type = Type::unknown;
-    family->is_mixed = true;
-  }
-  name_first(family, sample);
-  g_array_append_val(family->samples, sample);
+  family_append(family, {series, place.figure}, place.type);
   g_hash_table_insert(arrangement.samples, g_steal_pointer(&place.sample),
                       const_cast<Series *>(series));
 }
@@ -258,13 +191,6 @@ void arrange(Arrangement &arrangement, const Series *series, const char *prefix)
     take_place(arrangement, series, place);
 }
 
-// Moves what was added last to where it belongs.
-void move_last_sample(Family *family) {
-  auto sample = g_array_index(family->samples, Sample, family->samples->len - 1);
-  g_array_set_size(family->samples, family->samples->len - 1);
-  g_array_insert_val(family->samples, find_sample(family, sample), sample);
-}
-
 void move_last_family(Arrangement &arrangement) {
   for (int format = 0; format < 2; format++) {
     auto *families = arrangement.families[format];
@@ -286,17 +212,6 @@ void remove_family(Arrangement &arrangement, Family *family) {
         find_index(arrangement.families[format], family, kCompareFamilies[format]));
 }
 
-void remove_sample(Arrangement &arrangement, Family *family, const Sample &sample) {
-  g_array_remove_index(family->samples, find_sample(family, sample));
-  if (family->samples->len == 0) {
-    remove_family(arrangement, family);
-  } else if (family->of == sample.series) {
-    family->of = nullptr;
-    for (guint i = 0; i < family->samples->len; i++)
-      name_first(family, g_array_index(family->samples, Sample, i));
-  }
-}
-
 }  // namespace
 
 Arrangement *arrangement_new(std::span<Series *const> own, GPtrArray *series,
@@ -308,7 +223,7 @@ Arrangement *arrangement_new(std::span<Series *const> own, GPtrArray *series,
       .samples = g_hash_table_new_full(g_str_hash, g_str_equal, g_free, nullptr),
       .in_the_way = g_hash_table_new(nullptr, nullptr),
       .wanted = g_hash_table_new_full(g_str_hash, g_str_equal, g_free, nullptr),
-      .families = {g_ptr_array_new_with_free_func(free_family), g_ptr_array_new()},
+      .families = {g_ptr_array_new_with_free_func(family_free), g_ptr_array_new()},
       .scratch = g_string_new(nullptr),
   };
   for (auto *one : own)
@@ -317,7 +232,9 @@ Arrangement *arrangement_new(std::span<Series *const> own, GPtrArray *series,
   for (guint i = 0; i < series->len; i++)
     arrange(*arrangement, as<Series>(series->pdata[i]), policy.prefix);
 
-  g_ptr_array_foreach(arrangement->families[0], sort_samples, nullptr);
+  auto *families = arrangement->families[0];
+  for (auto *family : std::span(families->pdata, families->len))
+    family_sort(as<Family>(family));
   for (int format = 0; format < 2; format++)
     g_ptr_array_sort(arrangement->families[format], kCompareFamilies[format]);
   return arrangement;
@@ -352,7 +269,7 @@ bool arrangement_add(Arrangement *arrangement, const Series *series) {
     auto *joined = place.family;
     take_place(*arrangement, series, place);
     if (joined)
-      move_last_sample(joined);
+      family_sort_last(joined);
     else
       move_last_family(*arrangement);
   }
@@ -370,7 +287,9 @@ bool arrangement_remove(Arrangement *arrangement, const Series *series) {
       return false;
   for (auto &place : found.all) {
     g_hash_table_remove(arrangement->samples, place.sample);
-    remove_sample(*arrangement, place.family, {series, place.figure});
+    family_remove(place.family, {series, place.figure});
+    if (place.family->samples->len == 0)
+      remove_family(*arrangement, place.family);
   }
   return true;
 }

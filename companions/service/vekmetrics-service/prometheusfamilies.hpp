@@ -2,33 +2,10 @@
 
 // The families that series make: which of them are shown, under which names, and in which order.
 
-#include "prometheuspass.hpp"
+#include "prometheusfamily.hpp"
 #include "prometheusreporter.h"
 
-#include <span>
-
 namespace vekin::prometheus {
-
-enum class Type { counter, gauge, summary, unknown };
-
-// Which of a metric's figures a family shows.
-enum class Figure { count, value, quantiles, average, min, max, n_samples };
-
-struct Sample {
-  const Series *series;
-  Figure figure;
-};
-
-struct Family {
-  char *name;
-  char *sample_name;  // the same; with "_total" behind it if the family is a counter
-  Type type;
-  bool is_mixed;     // whether its metrics are of several types, which makes it unknown
-  bool is_negative;  // whether it has shown a negative quantile
-  const Series *of;  // the first of its names and units, which the help shows
-  Figure figure;     // of that series
-  GArray *samples;   // of Sample, by labels
-};
 
 // The families of a set of series. The first of those that a format would confuse are shown: the
 // reporter's own series, which have no prefix, then the others in the order of their keys. Each
