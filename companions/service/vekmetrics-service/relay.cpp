@@ -22,7 +22,7 @@ static_assert(vekin::ZeroFillable<VekServiceRelay>);
 
 static GMutex claim_lock;  // guards which relay is whose
 
-static G_DEFINE_QUARK(vek - service - relay, relay);
+static G_DEFINE_QUARK(vek_service_relay, relay);
 
 static void vek_service_relay_reporter_init(VekMetricReporterInterface *iface);
 
