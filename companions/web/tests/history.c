@@ -160,7 +160,7 @@ TEST(values_that_json_cannot_say_are_told) {
   static const double values[] = {NAN, INFINITY, -INFINITY, -0.0, 9007199254740993.0, 5e-324};
   for (gsize i = 0; i < G_N_ELEMENTS(values); i++) {
     bring(&served, "x", NULL, NULL, values[i]);
-    flush(&served);
+    end_pass(&served);
   }
   g_autofree char *text = get_passes(&served, "");
   g_assert_nonnull(
@@ -172,7 +172,7 @@ TEST(strings_of_any_bytes_are_json) {
   g_auto(Served) served = set_up_at_epoch();
   char *dimensions[] = {"\xff", "\"\\", "a\nb", "\x01\x7f", "odd", NULL};
   bring(&served, "</script>\xc3", dimensions, "\xe2\x82", 1);
-  flush(&served);
+  end_pass(&served);
   g_autofree char *text = get_passes(&served, "");
   g_assert_nonnull(
       strstr(text, GAUGE("\"</script>\xef\xbf\xbd\"",
@@ -192,7 +192,7 @@ TEST(metrics_that_differ_in_anything_are_apart) {
   bring(&served, "x", joined, NULL, 6);
   bring(&served, NULL, none, NULL, 7);
   bring_count(&served, "x", 8);
-  flush(&served);
+  end_pass(&served);
   assert_logged_like("VEK:service", G_LOG_LEVEL_WARNING,
                      "To Prometheus x{} would be the same as x{}, *");
   g_autofree char *text = get_passes(&served, "");
@@ -216,7 +216,7 @@ TEST(metric_has_gaps_where_it_was_not_reported) {
   for (int pass = 1; pass <= 8; pass++) {
     if (pass == 2 || pass == 5)
       bring(&served, "x", NULL, NULL, pass);
-    flush(&served);
+    end_pass(&served);
     static const char *const expected[] = {"",
                                            "null,2",
                                            "null,2,null",
@@ -234,7 +234,7 @@ TEST(metric_has_gaps_where_it_was_not_reported) {
     assert_member(&served, "", "metrics", "x", gauge);
   }
   for (int pass = 9; pass <= 11; pass++)
-    flush(&served);
+    end_pass(&served);
   assert_member(&served, "", "metrics", NULL, "[]");
 }
 
@@ -249,7 +249,7 @@ TEST(last_240_passes_are_kept) {
   g_auto(Served) served = set_up_at_epoch();
   for (int pass = 1; pass <= 500; pass++) {
     bring(&served, "x", NULL, NULL, pass);
-    flush(&served);
+    end_pass(&served);
   }
   g_autoptr(GString) expected = g_string_new("261");
   for (int pass = 262; pass <= 500; pass++)
@@ -279,7 +279,7 @@ TEST(history_can_be_changed) {
       assert_passes(&served, "", rows[i].before);
     for (int j = 0; j < 7; j++) {
       bring(&served, "x", NULL, NULL, ++pass);
-      flush(&served);
+      end_pass(&served);
     }
     assert_passes(&served, "", rows[i].expected);
   }
@@ -290,19 +290,19 @@ TEST(pass_under_way_takes_the_place_of_none) {
   g_object_set(served.server, "history", 2, NULL);
   for (int pass = 1; pass <= 3; pass++) {
     bring(&served, "x", NULL, NULL, pass);
-    flush(&served);
+    end_pass(&served);
   }
   bring(&served, "x", NULL, NULL, 4);
   assert_passes(&served, "", "2,3");
   g_object_set(served.server, "history", 1, NULL);
   assert_passes(&served, "", "3");
-  flush(&served);
+  end_pass(&served);
   assert_passes(&served, "", "4");
 }
 
 TEST(without_a_history_there_is_no_page) {
   g_auto(Served) served = set_up_at_epoch();
-  flush(&served);
+  end_pass(&served);
   g_object_set(served.server, "history", 0, NULL);
   static const char *const paths[] = {"/", "/vars.json", "/events", "/page.css"};
   for (gsize i = 0; i < G_N_ELEMENTS(paths); i++) {
@@ -312,10 +312,10 @@ TEST(without_a_history_there_is_no_page) {
   assert_status(&served, "GET /metrics HTTP/1.1|Host: localhost", "HTTP/1.1 200 OK");
   bring(&served, "x", NULL, NULL, 1);
   g_object_set(served.server, "history", 1, NULL);
-  flush(&served);
+  end_pass(&served);
   assert_member(&served, "", "metrics", NULL, "[]");
   bring(&served, "x", NULL, NULL, 2);
-  flush(&served);
+  end_pass(&served);
   assert_passes(&served, "", "2");
 }
 
@@ -323,7 +323,7 @@ TEST(passes_after_a_number_are_sent_alone) {
   g_auto(Served) served = set_up_at_epoch();
   for (int pass = 1; pass <= 4; pass++) {
     bring(&served, "x", NULL, NULL, pass);
-    flush(&served);
+    end_pass(&served);
     vek_testing_clock_advance(MINUTE / 2);
   }
   assert_passes(&served, "?after=0", "1,2,3,4");
@@ -343,14 +343,14 @@ TEST(passes_after_a_number_are_sent_alone) {
 
 TEST(times_never_go_back) {
   g_auto(Served) served = set_up_at_epoch();
-  flush(&served);
+  end_pass(&served);
   vek_testing_clock_set(EPOCH + 60 * MINUTE, G_USEC_PER_SEC + 1500);
-  flush(&served);
+  end_pass(&served);
   vek_testing_clock_set(EPOCH, G_USEC_PER_SEC + 1500 + MINUTE);
-  flush(&served);
-  flush(&served);
+  end_pass(&served);
+  end_pass(&served);
   vek_testing_clock_set(EPOCH + 70 * MINUTE, G_USEC_PER_SEC + 1500 + MINUTE);
-  flush(&served);
+  end_pass(&served);
   g_autofree char *text = get_passes(&served, "");
   g_assert_nonnull(
       strstr(text, "\"times\":[[1700000000,1700003600,1700003660,1700003660.000001,1700004200]]"));
@@ -393,7 +393,7 @@ TEST(ranges_may_begin_together) {
   g_auto(Served) served = set_up_at_epoch();
   for (int i = 0; i < 100; i++)
     bring_range(&served, "x", 1, EPOCH, EPOCH);
-  flush(&served);
+  end_pass(&served);
   g_autoptr(GString) expected = g_string_new("1700000000,1700000000");
   for (int i = 1; i < 100; i++)
     g_string_append(expected, ",1700000000,1700000000");
@@ -409,7 +409,7 @@ TEST(ranges_of_another_clock_are_told) {
   bring_range(&served, "x", 1, -1500000, 5);
   bring_range(&served, "y", 1, EPOCH - 10000 * MINUTE, EPOCH + DAY);
   bring_range(&served, "z", 1, EPOCH, EPOCH + DAY + 1);
-  flush(&served);
+  end_pass(&served);
   assert_timelines(&served, "",
                    "{\"name\":\"x\",\"dimensions\":[],\"clock\":\"other\",\"lanes\":["
                    "{\"id\":\"1\",\"ranges\":[-1.5,0.000005]}]},"
@@ -440,13 +440,13 @@ TEST(passes_that_are_not_kept_any_more_leave_nothing) {
     g_object_set(served.server, "history", 0, NULL);
   bring(&served, "x", NULL, NULL, 2);
   bring_range(&served, "x", 1, 2, 3);
-  flush(&served);
+  end_pass(&served);
   g_object_set(served.server, "history", 5, NULL);
   assert_member(&served, "", "pass", NULL, "0");
   assert_member(&served, "", "metrics", NULL, "[]");
   assert_timelines(&served, "", "");
   bring(&served, "x", NULL, NULL, 3);
-  flush(&served);
+  end_pass(&served);
   assert_member(&served, "", "pass", NULL, "1");
   assert_passes(&served, "", "3");
   assert_timelines(&served, "", "");
@@ -456,15 +456,15 @@ TEST(ranges_go_with_their_pass) {
   g_auto(Served) served = set_up_at_epoch();
   g_object_set(served.server, "history", 2, NULL);
   bring_range(&served, "x", 1, 1, 2);
-  flush(&served);
-  flush(&served);
+  end_pass(&served);
+  end_pass(&served);
   g_autofree char *text = get_passes(&served, "");
   g_assert_nonnull(strstr(text, "\"name\":\"x\""));
   assert_timelines(&served, "?after=1", "");
   bring_range(&served, "y", 1, 1, 2);
   g_autofree char *during = get_passes(&served, "");
   g_assert_null(strstr(during, "\"name\":\"y\""));
-  flush(&served);
+  end_pass(&served);
   assert_timelines(&served, "",
                    "{\"name\":\"y\",\"dimensions\":[],\"clock\":\"other\",\"lanes\":["
                    "{\"id\":\"1\",\"ranges\":[0.000001,0.000002]}]}");
@@ -508,7 +508,7 @@ static gpointer run_passes(gpointer data) {
       bring(served, name, NULL, NULL, i);
     }
     bring_range(served, "x", 1, pass, pass + 1);
-    flush(served);
+    end_pass(served);
   }
   return NULL;
 }

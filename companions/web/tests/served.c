@@ -19,7 +19,7 @@ void bring_range(Served *served, const char *name, int id, gint64 start, gint64 
   g_slist_free(list);
 }
 
-void flush(Served *served) {
+void end_pass(Served *served) {
   get_operations(served)->flush(VEK_METRIC_REPORTER(served->reporter));
 }
 
@@ -28,7 +28,7 @@ void pass(Served *served, int n_metrics) {
     g_autofree char *name = g_strdup_printf("gauge%d", i);
     bring(served, name, NULL, NULL, i);
   }
-  flush(served);
+  end_pass(served);
 }
 
 Served set_up(void) {

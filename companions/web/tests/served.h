@@ -24,7 +24,7 @@ G_DEFINE_AUTO_CLEANUP_CLEAR_FUNC(Served, tear_down)
 /* Brings a value, or a range, as of a pass over metrics; and ends the pass. */
 void bring(Served *served, const char *name, char **dimensions, const char *unit, double value);
 void bring_range(Served *served, const char *name, int id, gint64 start, gint64 end);
-void flush(Served *served);
+void end_pass(Served *served);
 
 /* Runs a pass over so many gauges. */
 void pass(Served *served, int n_metrics);

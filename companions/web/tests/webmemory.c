@@ -22,7 +22,7 @@ static gsize measure(guint history) {
   gsize before = 0;
   for (guint pass = 0; pass < 2 * history; pass++) {
     bring_gauges(&served);
-    flush(&served);
+    end_pass(&served);
     if (pass == 0)
       before = heap_get_used();
   }
@@ -45,7 +45,7 @@ TEST(figure_takes_8_bytes_a_pass) {
 TEST(metric_takes_no_room_for_passes_that_were_before_it) {
   g_auto(Served) served = set_up();
   for (int pass = 0; pass < 240; pass++)
-    flush(&served);
+    end_pass(&served);
   gsize used = heap_get_used();
   bring_gauges(&served);
   g_assert_cmpuint(heap_get_used(), <, used + N_METRICS * 1000);
@@ -55,7 +55,7 @@ TEST(shorter_history_gives_memory_back) {
   g_auto(Served) served = set_up();
   for (int pass = 0; pass < 240; pass++) {
     bring_gauges(&served);
-    flush(&served);
+    end_pass(&served);
   }
   gsize used = heap_get_used();
   if (used == 0) {
@@ -73,7 +73,7 @@ TEST(end_of_the_server_gives_its_passes_back) {
     Served served = {reporter, vek_web_server_new(reporter)};
     for (int pass = 0; pass < 10; pass++) {
       bring_gauges(&served);
-      flush(&served);
+      end_pass(&served);
     }
     g_object_unref(served.server);
     if (round == 0)
@@ -95,7 +95,7 @@ TEST(ranges_are_bounded_and_go_with_their_pass) {
     VEK_METRIC_REPORTER_GET_IFACE(reporter)->process_timeline_samples(reporter, "x", ranges);
   g_assert_cmpuint(heap_get_used(), <, used + 20000 * sizeof range + 1000);
   for (int i = 0; i < 3; i++)
-    flush(&served);
+    end_pass(&served);
   g_assert_cmpuint(heap_get_used(), <, used + 10000);
   g_slist_free(ranges);
 }
