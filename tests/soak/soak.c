@@ -226,13 +226,6 @@ static guint measure(guint turn, gsize heap) {
   return n_files;
 }
 
-/* GLib keeps threads for further tasks, as many as there once were at a time. */
-static void end_unused_threads(void) {
-  g_thread_pool_stop_unused_threads();
-  while (g_thread_pool_get_num_unused_threads() > 0)
-    g_thread_yield();
-}
-
 static void run_turns(Soak *self, guint n_turns) {
   guint tenth = n_turns / 10, n_files[2] = {0};
   gsize least[] = {G_MAXSIZE, G_MAXSIZE}; /* of the heap, in each half: texts come and go */
@@ -252,10 +245,8 @@ static void run_turns(Soak *self, guint n_turns) {
       continue; /* some things are made once */
 
     guint half = turn > 5 * tenth;
-    if (turn % READ == 0) {
-      end_unused_threads();
+    if (turn % READ == 0)
       least[half] = MIN(least[half], heap_get_used());
-    }
     if (turn % tenth == 0)
       n_files[half] = measure(turn, least[half]);
   }

@@ -2,7 +2,15 @@
 
 #include <malloc.h>
 
+/* GLib keeps threads for further tasks, as many as there once were at a time. */
+static void end_unused_threads(void) {
+  g_thread_pool_stop_unused_threads();
+  while (g_thread_pool_get_num_unused_threads() > 0)
+    g_thread_yield();
+}
+
 gsize heap_get_used(void) {
+  end_unused_threads();
   struct mallinfo2 info = mallinfo2();
   return info.uordblks + info.hblkhd; /* the latter of large blocks, each mapped by itself */
 }

@@ -6,7 +6,7 @@
 
 G_BEGIN_DECLS
 
-/* The bytes that the main thread's allocations hold. Stands still under a sanitizer, which finds
+/* The bytes that are allocated, when no task runs. Stands still under a sanitizer, which finds
  * leaks by itself. */
 gsize heap_get_used(void);
 
