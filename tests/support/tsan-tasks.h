@@ -1,10 +1,10 @@
 #pragma once
 
-/* To be included once by a program that has GIO write files.
+/* To be included once by a program that has GIO write files, or libsoup answers in parts.
  *
- * GIO does so in threads of its own, and how it hands the work over and back is out of the thread
- * sanitizer's sight. With this it ignores what GLib does to memory; it finds the function by its
- * name in the program. */
+ * They do so in threads of their own, and how they hand the work over and back is out of the thread
+ * sanitizer's sight. With this it ignores what they do to memory; it finds the function by its name
+ * in the program. */
 
 const char *__tsan_default_options(void);
 const char *__tsan_default_options(void) {

@@ -1,6 +1,7 @@
 /* Tests of the order in which a VekWebServer sends slices of the passes to several clients. */
 
 #include "served.h"
+#include "support/tsan-tasks.h"
 
 #include <string.h>
 

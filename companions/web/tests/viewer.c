@@ -10,6 +10,7 @@
 #include "support/folder.h"
 #include "support/heap.h"
 #include "support/replace.h"
+#include "support/tsan-tasks.h"
 
 #define HEADERS                                                                        \
   "Content-Security-Policy: default-src 'none'; script-src 'self'; style-src 'self'; " \

@@ -5,6 +5,7 @@
 
 #include "served.h"
 #include "support/heap.h"
+#include "support/tsan-tasks.h"
 
 enum { N_METRICS = 100 };
 
