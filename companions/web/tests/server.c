@@ -468,10 +468,7 @@ TEST(server_that_is_disposed_serves_no_more) {
   g_autoptr(GSocket) client = connect_to(&served);
   guint port = vek_web_server_get_port(served.server);
 
-  gpointer weak = served.server;
-  g_object_add_weak_pointer(weak, &weak);
-  g_object_run_dispose(weak);
-  g_assert_null(weak);
+  run_dispose(served.server);
   g_assert_true(has_ended(client));
   assert_answer(address, "/metrics", "HTTP/1.1 404 ");
   g_assert_cmpint(g_access(first, F_OK), ==, -1);
