@@ -26,7 +26,8 @@ class Bench:
         self.tree = Tree(folder)
         self.kills = collections.Counter()  # of each file and test case
         self.seconds = {}                   # of each test case, without a mutant
-        self.reached = collections.defaultdict(set)  # the test cases of each mutant and file
+        self.reached = collections.defaultdict(set)  # the test cases of each mutant and place
+        self.threaded = collections.defaultdict(set)  # of each file: those with several threads
         self.originals = {}                 # optimised code
         self.compiling = threading.Lock()
         by_path = {path: [] for path in codes}
@@ -86,8 +87,8 @@ class Bench:
                 passes, seconds = program.run(case, {'MUTANTS': reached.name}, 20)
                 if not passes:
                     return f'{program.name} {case}'
-                known[program.name][1][case] = seconds, [
-                    match.start() for match in re.finditer(b'\1', reached.read())]
+                known[program.name][1][case] = seconds, {
+                    match.start(): match[0][0] for match in re.finditer(b'[^\0]', reached.read())}
             return None
 
         with concurrent.futures.ThreadPoolExecutor(os.cpu_count()) as pool:
@@ -102,22 +103,26 @@ class Bench:
         for name, (_, cases) in known.items():
             for case, (seconds, numbers) in cases.items():
                 self.seconds[name, case] = max(seconds, 0.001)
-                for number in numbers:
-                    mutant = mutants[number]
+                for number, threads in numbers.items():
+                    mutant = mutants[int(number)]
                     for place in (mutant, (mutant.path, mutant.function), mutant.path):
                         self.reached[place].add((name, case))
+                    if threads > 1:
+                        self.threaded[mutant.path].add((name, case))
 
     def cases_of(self, mutant):
         """The test cases that reach a mutant, the likeliest to find it first.
 
         Of a mutant that is compiled alone, these are the cases that reach others of its function,
-        or of its file.
+        or of its file. A lock matters only to cases that reach its file in several threads.
         """
         if mutant in self.numbers:
             cases = self.reached[mutant]
         else:
             cases = (self.reached[mutant.path, mutant.function] or self.reached[mutant.path] or
-                     self.seconds)
+                     self.seconds.keys())
+        if mutant.kind == 'lock':
+            cases = cases & self.threaded[mutant.path]
         stem = pathlib.Path(mutant.path).stem
         return sorted(cases, key=lambda case: (
             -(self.kills[mutant.path, case] + (0.5 if case[0] == stem else 0.05)) /

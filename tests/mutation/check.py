@@ -3,7 +3,6 @@
 import argparse
 import collections
 import concurrent.futures
-import hashlib
 import itertools
 import json
 import os
@@ -29,28 +28,21 @@ PENDING = 'passes the plain tests'
 class Results:
     """What became of mutants, in a file, so that an interrupted run can go on."""
 
-    def __init__(self, file, codes):
+    def __init__(self, file):
         self.file = file
-        self.digests = {path: hashlib.sha1(code.encode()).hexdigest()[:12]
-                        for path, code in codes.items()}
         self.known = {}
         if file.exists():
             for line in file.read_text().splitlines():
                 identity, *result = json.loads(line)
                 self.known[identity] = result
 
-    def identify(self, mutant):
-        """The result of a mutant holds as long as its file is the same."""
-        return (f'{mutant.path} {self.digests[mutant.path]} '
-                f'{mutant.start} {mutant.end} {mutant.text}')
-
     def get(self, mutant):
-        return self.known.get(self.identify(mutant), [None, []])
+        return self.known.get(mutant.identity, [None, []])
 
     def add(self, mutant, verdict, cases=()):
         with self.file.open('a') as file:
-            self.known[self.identify(mutant)] = [verdict, list(cases)]
-            print(json.dumps([self.identify(mutant), verdict, list(cases)]), file=file)
+            self.known[mutant.identity] = [verdict, list(cases)]
+            print(json.dumps([mutant.identity, verdict, list(cases)]), file=file)
 
 
 def changed_lines(commit):
@@ -79,8 +71,8 @@ def choose(mutants, sample, seed):
 
 
 def kinds_of(mutant):
-    """The builds whose tests it must pass to survive."""
-    return 'plain', 'thread' if mutant.kind == 'lock' else 'address'
+    """The builds whose tests it must pass to survive, one after the other."""
+    return ('thread',) if mutant.kind == 'lock' else ('plain', 'address')
 
 
 def judge_all(codes, mutants, results):
@@ -112,7 +104,7 @@ def judge_all(codes, mutants, results):
         todo = [mutant for mutant in mutants if kind in kinds_of(mutant) and
                 (mutant in bench.numbers) == is_together and
                 results.get(mutant)[0] not in (KILLED, INVALID, SAME, SURVIVED) and
-                (kind == 'plain') == (results.get(mutant)[0] != PENDING)]
+                (kind == kinds_of(mutant)[0]) == (results.get(mutant)[0] != PENDING)]
         if not is_together:
             for mutant in todo:
                 judge_alone(mutant, kind)
@@ -142,7 +134,7 @@ def main():
                      if lines is None or mutant.line in lines[mutant.path]], *options.sample)
 
     FOLDER.mkdir(parents=True, exist_ok=True)
-    results = Results(FOLDER / 'results', codes)
+    results = Results(FOLDER / 'results')
     if options.again:
         for mutant in chosen:
             if results.get(mutant)[0] == SURVIVED:

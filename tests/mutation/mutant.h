@@ -3,7 +3,7 @@
 /* Forced into every source of a build with mutants: which of them has been chosen.
  *
  * The variable MUTANT is its number. If the variable MUTANTS is a file of zeros, the bytes of the
- * mutants that the program reaches are set. */
+ * mutants that the program reaches are set: to 1 by the main thread, to 2 or 3 by others. */
 
 #include <fcntl.h>
 #include <stdlib.h>
@@ -30,8 +30,24 @@ __attribute__((constructor)) static void mutant_choose(void) {
   }
 }
 
+static inline char mutant_thread(void) {
+  static __thread char thread;
+  if (!thread)
+    thread = syscall(SYS_gettid) == syscall(SYS_getpid) ? 1 : 2;
+  return thread;
+}
+
 static inline int mutant(int number) {
   if (mutants_reached)
-    mutants_reached[number] = 1;
+    __atomic_fetch_or(&mutants_reached[number], mutant_thread(), __ATOMIC_RELAXED);
   return number == mutant_chosen;
 }
+
+#ifdef __cplusplus
+/* Each thread takes a lock of its own instead. */
+template <typename Lock>
+Lock &mutant_unlocked(Lock &) {
+  static thread_local Lock lock;
+  return lock;
+}
+#endif

@@ -5,6 +5,7 @@ spaces around it. Some of the mutants do not compile; the compiler finds these.
 """
 
 import bisect
+import hashlib
 import re
 from dataclasses import dataclass
 
@@ -32,7 +33,7 @@ KEYWORDS = JUMPS | {'case', 'default', 'do', 'else', 'for', 'if', 'switch', 'whi
 # The beginning of a declaration: a type, and a name.
 DECLARATION = re.compile(r'(?:[\w:]+(?:<[^;=]*?>|\(\w+\))?[ \n]+)+(?:\(\*|[*&]*)\w')
 UNCONDITIONAL = re.compile(r'^(?:[^=]* )?(?:static|constexpr|using|thread_local) ')
-LOCK = re.compile(r'(?P<scope>\w+::)?(?P<kind>Mutex|Reader|Writer)Lock \w+\([^;]*\)(?=;)')
+LOCK = re.compile(r'(?:\w+::)?(?P<kind>Mutex|Reader|Writer)Lock \w+\((?P<lock>[^;]*)\)(?=;)')
 FUNCTION = re.compile(r'^(?:class|struct) (\w+)|^(?:\w[^;={}()\n]*[ *&])?([\w:~]+)\(',
                       re.MULTILINE)
 
@@ -49,6 +50,7 @@ class Mutant:
     function: str
     before: str  # the lines that it changes, as one line
     after: str
+    identity: str  # the same for as long as the function is the same
 
     def apply(self, code):
         # The lines that follow keep their numbers, which messages contain.
@@ -71,8 +73,11 @@ class Maker:
         self.path = path
         self.code = code
         self.tokens = read_tokens(code)
-        self.functions = [(match.start(), match[1] or match[2])
-                          for match in FUNCTION.finditer(code)]
+        starts = [(0, ''), *((match.start(), match[1] or match[2])
+                             for match in FUNCTION.finditer(code))]
+        ends = [*(start for start, _ in starts[1:]), len(code)]
+        self.functions = [(start, name, hashlib.sha1(code[start:end].encode()).hexdigest()[:12])
+                          for (start, name), end in zip(starts, ends)]
         self.lines = [match.start() for match in re.finditer('^', code, re.MULTILINE)]
         self.found = {}
 
@@ -100,7 +105,8 @@ class Maker:
         return sorted(self.found.values())
 
     def add(self, kind, start, end, text):
-        function = bisect.bisect_right(self.functions, (start, '~')) - 1
+        index = bisect.bisect_right(self.functions, (start, '~')) - 1
+        begin, function, digest = self.functions[index]
         line = bisect.bisect_right(self.lines, start)
         first = self.lines[line - 1]
         last = self.code.find('\n', end)
@@ -108,9 +114,9 @@ class Maker:
         after = self.code[first:start] + text + self.code[end:last]
         self.found.setdefault(
             (start, end, text),
-            Mutant(self.path, start, end, text, kind, line,
-                   self.functions[function][1] if function >= 0 else '',
-                   ' '.join(before.split()), ' '.join(after.split())))
+            Mutant(self.path, start, end, text, kind, line, function,
+                   ' '.join(before.split()), ' '.join(after.split()),
+                   f'{self.path} {digest} {start - begin} {end - begin} {text}'))
 
     def change_number(self, token):
         match = re.fullmatch(r'(\d+)(\.0)?([uUlLfF]*)', token.text)
@@ -242,6 +248,7 @@ class Maker:
                 constant_end = max(self.tokens[body].partner, index)
             if token.is_code and index > constant_end and self.begins_statement(index):
                 slots.extend(self.slots_of_statement(index))
+        slots.extend(Slot(*match.span('lock'), 'value') for match in LOCK.finditer(self.code))
         return slots
 
     def slots_of_statement(self, index):
@@ -281,7 +288,7 @@ class Maker:
         yield Slot(start, stop, form)
 
     def weaken_lock(self, match):
-        self.add('lock', match.start(), match.end(), '')
+        self.add('lock', *match.span('lock'), f'mutant_unlocked({match["lock"]})')
         if match['kind'] == 'Writer':
             self.add('lock', match.start('kind'), match.end('kind'), 'Reader')
 

@@ -74,6 +74,7 @@ class Tree:
                 '-Dintrospection=disabled', *OPTIONS[kind],
                 env={**os.environ, 'CC_LD': 'mold', 'CXX_LD': 'mold', 'CFLAGS': header,
                      'CXXFLAGS': header})
+        run('ninja', '-C', build, 'build.ninja')  # there may be other programs than last time
         self.programs[kind] = {test['name']: Program(test, kind, build)
                                for test in json.loads(run('meson', 'introspect', '--tests', build))
                                if SUITES & set(test['suite']) and test['name'] not in SLOW}

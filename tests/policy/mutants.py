@@ -37,9 +37,10 @@ ROWS = (
     ('declarations by macros stay', 'g_autoptr(GSource) a = nullptr;', []),
     ('neighbouring arguments are exchanged',
      'int a = b(c, d(), e);', ['int a = b(d(), c, e);', 'int a = b(c, e, d());']),
-    ('locks are dropped, or taken for reading',
-     'vekin::WriterLock held(a);', [';', 'vekin::ReaderLock held(a);']),
-    ('readers are dropped', 'ReaderLock held(a);', [';']),
+    ('other locks are taken, or the lock is taken for reading',
+     'vekin::WriterLock held(a);',
+     ['vekin::WriterLock held(mutant_unlocked(a));', 'vekin::ReaderLock held(a);']),
+    ('readers take other locks', 'ReaderLock held(a);', ['ReaderLock held(mutant_unlocked(a));']),
 )
 
 # Statements whose changes have no effect.
@@ -64,7 +65,8 @@ CHOICES = (
      'if (( mutant(1) ? !!(!(a)) : !!(a)) ) { if (mutant(2)) {;} else {g();}} '
      'else { if (mutant(3)) {;} else {h();}}'),
     ('values of variables', 'int a = b + c;', 'int a = ( mutant(1) ? (b - c) : (b + c)) ;'),
-    ('variables with constructors stay', 'MutexLock a(b);', 'MutexLock a(b);'),
+    ('locks', 'MutexLock a(b);', 'MutexLock a(( mutant(1) ? (mutant_unlocked(b)) : (b)) );'),
+    ('variables with constructors stay', 'Mutex a(1);', 'Mutex a(1);'),
     ('static variables stay', 'static int a = 0;', 'static int a = 0;'),
     ('switches', 'switch (a + b) {}', 'switch (( mutant(1) ? (a - b) : (a + b)) ) {}'),
     ('loops', 'for (int i = 0; i < n; i++) {}',
@@ -123,6 +125,13 @@ class Mutants(unittest.TestCase):
             'class C {\n  C() {\n    g(c);\n  }\n};\n'))))
         self.assertEqual(keys, [('a.cpp f', 'g( a);', ';'), ('a.cpp A::b', 'g(b);', ';'),
                                 ('a.cpp C', 'g(c);', ';')])
+
+    def test_result_holds_until_the_function_changes(self):
+        def identify(code):
+            return [mutant.identity for mutant in make_mutants('a.cpp', code)]
+        before = identify('void f() {\n  g(a);\n}\nvoid h() {\n  g(b);\n}\n')
+        after = identify('void f() {\n  g(a, a);\n}\nvoid h() {\n  g(b);\n}\n')
+        self.assertEqual([one == other for one, other in zip(before, after)], [False, True])
 
     def test_mutants_are_compiled_together(self):
         for sentence, statement, rendered in CHOICES:
