@@ -111,7 +111,10 @@ static void read_back(Kind kind, gpointer metric) {
     g_assert_cmpint(vek_metric_counter_get_count(metric), >=, counted);
     break;
   }
-  case GAUGE: g_assert_cmpfloat(vek_metric_gauge_get_value(metric, NULL), >=, 0.0); break;
+  case GAUGE:
+    g_assert_cmpfloat(vek_metric_gauge_get_value(metric, NULL), >=, 0.0);
+    g_assert_cmpint(vek_metric_gauge_get_last_change_time(metric), >=, 0);
+    break;
   case METER: g_assert_cmpfloat(vek_metric_meter_get_rate(metric), >=, 0.0); break;
   case HISTOGRAM:
   case TIMER: vek_metric_snapshot_unref(vek_metric_histogram_get_snapshot(metric)); break;

@@ -7,6 +7,7 @@
 #include <vekmetrics-service/vekmetrics-service.h>
 
 #include "support/fixture.h"
+#include "support/periodicpass.h"
 
 #include <stdlib.h>
 
@@ -189,12 +190,6 @@ static gpointer visit(gpointer data) {
     g_assert_true(vek_service_session_remove_reporter(visitor->session, reporter));
   }
   return NULL;
-}
-
-static void run_periodic_pass(VekMetricRegistry *registry) {
-  GSource *timer = g_main_context_find_source_by_user_data(NULL, registry);
-  g_source_set_ready_time(timer, 0);
-  g_assert_true(g_main_context_iteration(NULL, FALSE));
 }
 
 static void run_program(void) {

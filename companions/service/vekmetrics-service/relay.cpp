@@ -121,6 +121,7 @@ static void vek_service_relay_class_init(VekServiceRelayClass *klass) {
   auto *object_class = G_OBJECT_CLASS(klass);
   object_class->finalize = vek_service_relay_finalize;
 
+  vekin::retirement_prepare();
   static constexpr vekin::KindHooks hooks = {.made = vekin::retirement_note_made,
                                              .reports = on_metric_reports};
   vekin::hook_kinds(&hooks);

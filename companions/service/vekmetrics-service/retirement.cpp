@@ -24,6 +24,11 @@ static void revive(VekMetric *metric) {
   g_object_set(metric, "active", TRUE, nullptr);
 }
 
+void vekin::retirement_prepare() {
+  asked_for_quark = g_quark_from_static_string("vek-service-asked-for");
+  asked_for = g_hash_table_new_full(g_str_hash, g_str_equal, g_free, nullptr);
+}
+
 void vekin::retirement_init(Retirement &retirement) {
   retirement = {
       .joined = g_ptr_array_new_with_free_func(g_object_unref),
@@ -32,9 +37,6 @@ void vekin::retirement_init(Retirement &retirement) {
   };
 
   MutexLock held(lock);
-  asked_for_quark = g_quark_from_static_string("vek-service-asked-for");
-  if (!asked_for)
-    asked_for = g_hash_table_new_full(g_str_hash, g_str_equal, g_free, nullptr);
   g_atomic_pointer_set(&retirements, g_slist_prepend(retirements, &retirement));
 }
 

@@ -30,6 +30,9 @@ struct Retirement {
   GHashTable *retired;  // from key to a GWeakRef of what the last periodic pass retired
 };
 
+// To be called once, before any thread notes a metric.
+void retirement_prepare();
+
 // From here on, until it is cleared, metrics are watched.
 void retirement_init(Retirement &retirement);
 void retirement_clear(Retirement &retirement);

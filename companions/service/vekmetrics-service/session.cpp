@@ -12,7 +12,7 @@ static constexpr guint kRegistryPeriod = 60;  // seconds
 struct _VekServiceSession {
   GObject parent_instance;
 
-  VekMetricRegistry *registry;  // NULL once the session is over
+  VekMetricRegistry *registry;  // NULL once the session is over; changes under the lock
   VekServiceRelay *relay;       // NULL if the registry had a session already
 
   GMutex lock;  // guards the fields below
@@ -51,8 +51,8 @@ public:
 
 }  // namespace
 
+// On the thread of the passes, without the lock: no other one ends a session that is in use.
 static bool session_is_over(VekServiceSession *session) {
-  vekin::MutexLock held(session->lock);
   return !session->registry;
 }
 
