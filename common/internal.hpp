@@ -59,7 +59,7 @@ struct SourcePath {
   char text[folder_size + file_size] = {};
 
   constexpr SourcePath(const char (&folder)[folder_size], const char (&file)[file_size]) {
-    std::string_view(folder).copy(text, folder_size - 1);
+    std::string_view(folder).copy(text, folder_size);
     std::string_view stem(file);
     stem = stem.substr(stem.find_last_of('/') + 1);
     stem = stem.substr(0, stem.find('.'));

@@ -13,7 +13,7 @@ namespace vekin {
 
 // An integer as "%lli" or "%lu" gives it, without the long way through a format.
 struct Decimal {
-  char text[24];
+  char text[sizeof "-9223372036854775808"];
 
   explicit Decimal(std::integral auto value) {
     *std::to_chars(text, text + sizeof text, value).ptr = '\0';

@@ -85,6 +85,8 @@ def judge_all(codes, mutants, results):
 
     def judge(mutant, kind):
         case, n_cases = bench.test(mutant, kind)
+        if not case and kind != 'address':  # what is random may find it the next time
+            case, _ = bench.test(mutant, kind)
         if case:
             return results.add(mutant, KILLED, [case, kind])
         if kind == 'plain' and n_cases and bench.gives_same_code(mutant):

@@ -454,6 +454,33 @@ TEST(a_tally_passes_large_values_through) {
   g_assert_cmpint(counter.count(), ==, 95);
 }
 
+TEST(a_tally_holds_a_thousand_by_default) {
+  auto registry = vek::Registry::create();
+  vek::Counter counter = registry.counter("c");
+  vek::Tally tally(counter);
+  tally.add(1023);
+  g_assert_cmpint(counter.count(), ==, 0);
+  tally.inc();
+  g_assert_cmpint(counter.count(), ==, 1024);
+}
+
+TEST(limits_of_a_tally_that_are_out_of_range_become_the_nearest) {
+  auto registry = vek::Registry::create();
+  vek_testing_clock_set(1000, 1);
+  vek::Counter counter = registry.counter("c");
+  vek_testing_clock_set(2000, 1);
+  vek::Tally low(counter, 0);
+  low.add(0);
+  g_assert_cmpint(counter.time(), ==, 1000);
+  low.inc();
+  g_assert_cmpint(counter.count(), ==, 1);
+  vek::Tally high(counter, G_MAXINT64);
+  high.add(G_MAXINT64 / 2 - 1);
+  g_assert_cmpint(counter.count(), ==, 1);
+  high.inc();
+  g_assert_cmpint(counter.count(), ==, 1 + G_MAXINT64 / 2);
+}
+
 TEST(a_tally_does_not_overflow) {
   auto registry = vek::Registry::create();
   vek::Counter counter = registry.counter("c");

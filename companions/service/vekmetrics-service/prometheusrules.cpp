@@ -69,7 +69,7 @@ char *make_label_name(const char *dimension, const GArray *labels) {
 
 // Formats an integer over a power of ten, without trailing zeros.
 void format_decimal(char *text, bool is_negative, guint64 scaled, int n_decimals) {
-  char digits[32];
+  char digits[sizeof "18446744073709551615"];
   auto n_digits = static_cast<int>(std::to_chars(digits, std::end(digits), scaled).ptr - digits);
   char *end = text;
   if (is_negative)

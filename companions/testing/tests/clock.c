@@ -7,6 +7,19 @@ static void assert_times(gint64 real_time, gint64 monotonic_time) {
   }
 }
 
+static gint64 start, monotonic_start;
+
+/* Before any test sets the clock. */
+__attribute__((constructor)) static void read_clocks(void) {
+  start = g_get_real_time();
+  monotonic_start = g_get_monotonic_time();
+}
+
+TEST(starts_at_round_seconds) {
+  g_assert_cmpint(start, ==, 1000000000 * (gint64)G_USEC_PER_SEC);
+  g_assert_cmpint(monotonic_start, ==, 1000 * (gint64)G_USEC_PER_SEC);
+}
+
 TEST(stands_still_until_it_is_moved) {
   vek_testing_clock_set(1000, 1);
   assert_times(1000, 1);
