@@ -50,7 +50,7 @@ def changed_lines(commit):
     lines = collections.defaultdict(set)
     if subprocess.run(['git', 'rev-parse', '--quiet', '--verify', commit], cwd=ROOT, check=False,
                       stdout=subprocess.DEVNULL).returncode:
-        print(f'This clone has no commit {commit}, so that no line counts as changed.')
+        print(f'This clone has no commit "{commit}", so that no line counts as changed.')
         return lines
     for line in run('git', 'diff', '--unified=0', commit, '--', *find_sources(),
                     cwd=ROOT).splitlines():
@@ -125,7 +125,7 @@ def main():
     parser.add_argument('files', nargs='*')
     options = parser.parse_args()
 
-    lines = changed_lines(options.changed) if options.changed else None
+    lines = None if options.changed is None else changed_lines(options.changed)
     codes = {path: (ROOT / path).read_text() for path in find_sources()}
     paths = options.files or (codes if lines is None else sorted(lines))
     mutants = [mutant for path in paths for mutant in make_mutants(path, codes[path])]

@@ -15,33 +15,38 @@ typedef struct {
   int n_running; /* threads */
 } Shared;
 
-/* Sessions of a registry that another session has are over from the beginning. */
-static void hold_a_session(Shared *shared) {
-  g_autoptr(VekServiceSession) session =
+/* Starts a session, which is over from the beginning if the registry has another one. Adds and
+ * removes a reporter if it is not. */
+static VekServiceSession *start_session(Shared *shared) {
+  VekServiceSession *session =
       g_object_new(VEK_SERVICE_TYPE_SESSION, "registry", shared->registry, NULL);
   g_autoptr(VekMetricRegistry) registry = NULL;
   g_object_get(session, "registry", &registry, NULL);
   if (!registry)
-    return;
+    return session;
   g_assert_cmpint(g_atomic_int_add(&shared->n_holders, 1), ==, 0);
   g_autoptr(VekMetricReporter) reporter = vek_metric_log_reporter_new(NULL, NULL);
   vek_service_session_add_reporter(session, g_object_ref(reporter));
   g_object_set(session, "period", 30, NULL);
   g_assert_true(vek_service_session_remove_reporter(session, reporter));
   g_atomic_int_dec_and_test(&shared->n_holders);
+  return session;
 }
 
-static void use_a_registry_of_its_own(void) {
-  g_autoptr(VekMetricRegistry) registry = g_object_new(VEK_TYPE_METRIC_REGISTRY, NULL);
-  g_autoptr(VekServiceSession) session = vek_service_session_new(registry);
-  g_object_unref(vek_metric_registry_counter_new(registry, "counter", NULL, NULL));
+static gpointer start_sessions(gpointer data) {
+  Shared *shared = data;
+  for (int i = 0; i < N_ROUNDS; i++)
+    g_object_unref(start_session(shared));
+  g_atomic_int_dec_and_test(&shared->n_running);
+  return NULL;
 }
 
-static gpointer hold_sessions(gpointer data) {
+static gpointer use_other_registries(gpointer data) {
   Shared *shared = data;
   for (int i = 0; i < N_ROUNDS; i++) {
-    hold_a_session(shared);
-    use_a_registry_of_its_own();
+    g_autoptr(VekMetricRegistry) registry = g_object_new(VEK_TYPE_METRIC_REGISTRY, NULL);
+    g_autoptr(VekServiceSession) session = vek_service_session_new(registry);
+    g_object_unref(vek_metric_registry_counter_new(registry, "counter", NULL, NULL));
   }
   g_atomic_int_dec_and_test(&shared->n_running);
   return NULL;
@@ -51,11 +56,13 @@ TEST(registry_has_one_session_at_a_time_on_all_threads) {
   g_autoptr(VekMetricRegistry) registry = g_object_new(VEK_TYPE_METRIC_REGISTRY, NULL);
   g_object_unref(vek_service_session_new(registry)); /* from now on, the registry runs passes */
   Shared shared = {registry, 0, 2};
-  GThread *threads[] = {g_thread_new("holds", hold_sessions, &shared),
-                        g_thread_new("holds", hold_sessions, &shared)};
+  GThread *threads[] = {g_thread_new("starts", start_sessions, &shared),
+                        g_thread_new("uses", use_other_registries, &shared)};
   while (g_atomic_int_get(&shared.n_running) > 0) {
     g_object_unref(vek_metric_registry_counter_new(registry, "counter", NULL, NULL));
     run_periodic_pass(registry);
+    g_autoptr(VekServiceSession) session = start_session(&shared);
+    vek_service_session_finish(session, 1000);
   }
   for (gsize i = 0; i < G_N_ELEMENTS(threads); i++)
     g_thread_join(threads[i]);

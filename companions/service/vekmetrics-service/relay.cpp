@@ -137,17 +137,10 @@ static VekServiceRelay *find_relay(VekMetricRegistry *registry) {
   return vekin::as<VekServiceRelay>(g_object_get_qdata(G_OBJECT(registry), relay_quark()));
 }
 
-static bool is_inert(VekServiceRelay *self) {
-  vekin::MutexLock held(self->lock);
-  return !self->reporters;
-}
-
 VekServiceRelay *vek_service_relay_claim(VekMetricRegistry *registry, GObject *session,
                                          void (*on_pass_end)(GObject *session)) {
   vekin::MutexLock claiming(claim_lock);
   auto *self = find_relay(registry);
-  if (self && !is_inert(self))
-    return nullptr;
   if (!self) {
     self = vekin::as<VekServiceRelay>(g_object_new(VEK_SERVICE_TYPE_RELAY, nullptr));
     g_object_set_qdata_full(G_OBJECT(registry), relay_quark(), self, g_object_unref);
@@ -155,6 +148,8 @@ VekServiceRelay *vek_service_relay_claim(VekMetricRegistry *registry, GObject *s
   }
 
   vekin::MutexLock held(self->lock);
+  if (self->reporters)
+    return nullptr;
   self->reporters = vekin::reporter_list_new();
   self->on_pass_end = on_pass_end;
   g_weak_ref_set(&self->session, session);
