@@ -11,7 +11,6 @@ import re
 import tempfile
 import threading
 
-from mutation.mutants import find_slots
 from mutation.schemata import Schemata
 from mutation.tree import Tree
 
@@ -33,7 +32,7 @@ class Bench:
         by_path = {path: [] for path in codes}
         for mutant in mutants:
             by_path[mutant.path].append(mutant)
-        self.schemata = {path: Schemata(path, codes[path], find_slots(path, codes[path]), of_path)
+        self.schemata = {path: Schemata(path, codes[path], of_path)
                          for path, of_path in by_path.items()}
         self.numbers = {}
         for index, of_path in enumerate(by_path.values()):

@@ -9,7 +9,7 @@ import hashlib
 import re
 from dataclasses import dataclass
 
-from mutation.tokens import CLOSING, read_tokens
+from mutation.syntax import DECLARATION, JUMPS, KEYWORDS, LOCK, Syntax
 
 OPERATORS = {
     '+': '-', '-': '+', '*': '/', '/': '*', '%': '*', '<<': '>>', '>>': '<<', '&': '|', '|': '&',
@@ -27,13 +27,7 @@ SYMMETRIC = {'g_str_equal', 'g_strv_equal', 'std::max', 'std::min', 'std::minmax
 SYMMETRIC_IF_EQUAL = {'compare_keys', 'g_strcmp0'}
 # On Linux, making a lock sets it to zero, as all memory of an instance is, and nothing is freed.
 UNSEEN = {'g_mutex_clear', 'g_mutex_init', 'g_rw_lock_clear', 'g_rw_lock_init'}
-JUMPS = {'break', 'continue', 'return'}
-KEYWORDS = JUMPS | {'case', 'default', 'do', 'else', 'for', 'if', 'switch', 'while'}
 
-# The beginning of a declaration: a type, and a name.
-DECLARATION = re.compile(r'(?:[\w:]+(?:<[^;=]*?>|\(\w+\))?[ \n]+)+(?:\(\*|[*&]*)\w')
-UNCONDITIONAL = re.compile(r'^(?:[^=]* )?(?:static|constexpr|using|thread_local) ')
-LOCK = re.compile(r'(?:\w+::)?(?P<kind>Mutex|Reader|Writer)Lock \w+\((?P<lock>[^;]*)\)(?=;)')
 FUNCTION = re.compile(r'^(?:class|struct) (\w+)|^(?:\w[^;={}()\n]*[ *&])?([\w:~]+)\(',
                       re.MULTILINE)
 
@@ -58,21 +52,12 @@ class Mutant:
         return code[:self.start] + self.text + '\n' * lines + code[self.end:]
 
 
-@dataclass(frozen=True)
-class Slot:
-    """The text between two offsets: a statement with its semicolon, or an expression."""
-    start: int
-    end: int
-    form: str  # statement, or the use of the expression: condition, value, effect
-
-
-class Maker:
+class Maker(Syntax):
     """Makes the mutants of one file."""
 
     def __init__(self, path, code):
+        super().__init__(code)
         self.path = path
-        self.code = code
-        self.tokens = read_tokens(code)
         starts = [(0, ''), *((match.start(), match[1] or match[2])
                              for match in FUNCTION.finditer(code))]
         ends = [*(start for start, _ in starts[1:]), len(code)]
@@ -185,44 +170,6 @@ class Maker:
         if one != other:
             self.add(kind, first, fourth, other + self.code[second:third] + one)
 
-    def find_separators(self, opening, text):
-        """The separators between two brackets that are in no brackets between them."""
-        found = []
-        index = opening + 1
-        while index < self.tokens[opening].partner:
-            if self.tokens[index].text == text:
-                found.append(index)
-            index = max(index, self.tokens[index].partner) + 1
-        return found
-
-    def find_end(self, index, ends):
-        """The first of these signs from here on, or the bracket that closes before it."""
-        while index < len(self.tokens):
-            token = self.tokens[index]
-            if token.kind == 'sign' and (token.text in ends or token.text in CLOSING.values()):
-                break
-            index = max(index, token.partner) + 1
-        return index
-
-    def begins_statement(self, index):
-        before = self.tokens[index - 1]
-        if self.tokens[index].opener != '{':
-            return False
-        if before.text == ')':
-            opener = self.tokens[before.partner - 1].text
-            return opener in ('for', 'if', 'while')
-        if before.text == '}' and self.tokens[before.partner - 1].text == 'struct':
-            return False  # the name of a variable
-        if before.text == ':':
-            return any(token.text in ('case', 'default')
-                       for token in self.tokens[max(index - 3, 0):index])
-        return before.text in (';', '{', '}', 'else', 'do')
-
-    def begins_expression(self, index):
-        token = self.tokens[index]
-        return token.text in ('++', '--', '*', '(') or (
-            token.kind == 'name' and token.text not in KEYWORDS)
-
     def drop_statement(self, index):
         first = self.tokens[index]
         end = self.find_end(index, ';')
@@ -235,58 +182,6 @@ class Maker:
         if is_jump or self.begins_expression(index) and not DECLARATION.match(statement):
             self.add('statement', first.start, self.tokens[end].start, '')
 
-    def find_slots(self):
-        """The places where a condition can choose between the code and its mutants.
-
-        A function that is evaluated by the compiler has none.
-        """
-        slots = []
-        constant_end = 0
-        for index, token in enumerate(self.tokens):
-            if token.text == 'constexpr' and not token.is_code:
-                body = self.find_end(index, '{;=')
-                constant_end = max(self.tokens[body].partner, index)
-            if token.is_code and index > constant_end and self.begins_statement(index):
-                slots.extend(self.slots_of_statement(index))
-        slots.extend(Slot(*match.span('lock'), 'value') for match in LOCK.finditer(self.code))
-        return slots
-
-    def slots_of_statement(self, index):
-        first = self.tokens[index].text
-        if first in ('if', 'while', 'for', 'switch') and self.tokens[index + 1].text == '(':
-            bounds = [index + 1, *self.find_separators(index + 1, ';'),
-                      self.tokens[index + 1].partner]
-            parts = [(left + 1, right) for left, right in zip(bounds, bounds[1:])]
-            if first == 'for' and len(parts) != 3:
-                return  # it is over the elements of a range
-            form = 'value' if first == 'switch' else 'condition'
-            yield from self.slot(*parts[1 if first == 'for' else -1], form)
-            if first == 'for':
-                yield from self.slot(*parts[0], 'effect')
-                yield from self.slot(*parts[2], 'effect')
-        elif first in JUMPS or self.begins_expression(index):
-            end = self.find_end(index, ';')
-            if self.tokens[end].text == ';':
-                yield from self.slot(index, end + 1, 'statement')
-
-    def slot(self, index, end, form):
-        """That of an expression, a statement or, if it is a declaration, its initial value."""
-        if index == end:
-            return
-        start, stop = self.tokens[index].start, self.tokens[end - 1].end
-        text = self.code[start:stop]
-        if DECLARATION.match(text) and self.tokens[index].text not in JUMPS or (
-                text.startswith('auto ')):
-            end -= form == 'statement'
-            stop = self.tokens[end - 1].end
-            form = 'value'
-            index = self.find_end(index, '=') + 1
-            if (index >= end or self.tokens[index].text == '{' or
-                    self.find_end(index, ',;') != end or UNCONDITIONAL.search(text)):
-                return
-            start = self.tokens[index].start
-        yield Slot(start, stop, form)
-
     def weaken_lock(self, match):
         self.add('lock', *match.span('lock'), f'mutant_unlocked({match["lock"]})')
         if match['kind'] == 'Writer':
@@ -296,8 +191,3 @@ class Maker:
 def make_mutants(path, code):
     """The mutants of a file, in the order of its text."""
     return Maker(path, code).make()
-
-
-def find_slots(path, code):
-    """The slots of a file: see schemata.py."""
-    return Maker(path, code).find_slots()

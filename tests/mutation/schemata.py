@@ -5,6 +5,8 @@ A slot is replaced by a choice between the slot's mutants and the code itself: s
 
 import collections
 
+from mutation.slots import find_slots
+
 FORMS = {
     # What begins and ends the choice, what stands around each text, what follows the condition,
     # what stands between the texts.
@@ -18,10 +20,10 @@ FORMS = {
 class Schemata:
     """The slots of a file, and the mutants in each."""
 
-    def __init__(self, path, code, slots, mutants):
+    def __init__(self, path, code, mutants):
         self.code = code
         self.path = path
-        self.slots = sorted(slots, key=lambda slot: (slot.start, -slot.end))
+        self.slots = sorted(find_slots(code), key=lambda slot: (slot.start, -slot.end))
         self.mutants = collections.defaultdict(list)
         self.places = {}
         for mutant in mutants:

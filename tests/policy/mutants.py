@@ -5,7 +5,7 @@ import re
 import unittest
 
 from mutation.equivalents import key_of, read_equivalents
-from mutation.mutants import find_slots, make_mutants
+from mutation.mutants import make_mutants
 from mutation.schemata import Schemata
 from support import tap
 
@@ -84,7 +84,7 @@ def mutate(code):
 def render(code):
     """The code in which each of its mutants can be chosen."""
     mutants = make_mutants('a.cpp', code)
-    schemata = Schemata('a.cpp', code, find_slots('a.cpp', code), mutants)
+    schemata = Schemata('a.cpp', code, mutants)
     return schemata.render({mutant: number + 1 for number, mutant in enumerate(mutants)})
 
 
