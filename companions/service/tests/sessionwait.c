@@ -85,6 +85,13 @@ static void on_finished(GObject *session, GAsyncResult *result, gpointer data) {
                          error ? error->message : "-");
 }
 
+/* Runs the main loop until something is recorded, which must be these lines. */
+static void await_recorded(const char *lines) {
+  while (fixture.record->len == 0)
+    g_main_context_iteration(NULL, TRUE);
+  assert_recorded(fixture.record, lines);
+}
+
 TEST(finish_async_leaves_the_loop_to_the_program) {
   g_autoptr(VekServiceSession) session = session_new();
   g_autoptr(SlowReporter) slow = slow_reporter_new(2);
@@ -99,9 +106,7 @@ TEST(finish_async_leaves_the_loop_to_the_program) {
   assert_recorded(fixture.record, "drained -\ndrained -\n");
 
   vek_service_session_finish_async(session, 0, NULL, on_finished, fixture.record);
-  while (fixture.record->len == 0)
-    g_main_context_iteration(NULL, TRUE);
-  assert_recorded(fixture.record, "drained -\n");
+  await_recorded("drained -\n");
 }
 
 TEST(cancelling_ends_the_wait) {
@@ -112,9 +117,7 @@ TEST(cancelling_ends_the_wait) {
   g_cancellable_cancel(cancellable);
   vek_service_session_finish_async(session, 60000, cancellable, on_finished, fixture.record);
   assert_recorded(fixture.record, "a flush\n");
-  while (fixture.record->len == 0)
-    g_main_context_iteration(NULL, TRUE);
-  assert_recorded(fixture.record, "not drained Operation was cancelled\n");
+  await_recorded("not drained Operation was cancelled\n");
   g_assert_false(vek_service_session_finish(session, 60000));
 }
 
@@ -150,9 +153,7 @@ TEST(each_reporter_is_released_when_it_is_done) {
   g_assert_cmpuint(G_OBJECT(busy)->ref_count, ==, 2);
 
   g_cancellable_cancel(cancellable);
-  while (fixture.record->len == 0)
-    g_main_context_iteration(NULL, TRUE);
-  assert_recorded(fixture.record, "not drained Operation was cancelled\n");
+  await_recorded("not drained Operation was cancelled\n");
 }
 
 static void cancel_and_let_the_loop_run(gpointer cancellable) {
@@ -170,9 +171,7 @@ TEST(wait_may_end_within_a_flush) {
   add_slow(session, slow);
   vek_service_session_finish_async(session, 60000, cancellable, on_finished, fixture.record);
   assert_recorded(fixture.record, "a flush\n");
-  while (fixture.record->len == 0)
-    g_main_context_iteration(NULL, TRUE);
-  assert_recorded(fixture.record, "not drained Operation was cancelled\n");
+  await_recorded("not drained Operation was cancelled\n");
   g_assert_false(vek_service_session_finish(session, 60000));
 }
 
@@ -183,9 +182,7 @@ TEST(cancelling_after_the_wait_does_nothing) {
   GCancellable *cancellable = g_cancellable_new();
   vek_service_session_finish_async(session, 60000, cancellable, on_finished, fixture.record);
   assert_recorded(fixture.record, "a flush\n");
-  while (fixture.record->len == 0)
-    g_main_context_iteration(NULL, TRUE);
-  assert_recorded(fixture.record, "drained -\n");
+  await_recorded("drained -\n");
   g_cancellable_cancel(cancellable);
   g_assert_false(g_main_context_iteration(NULL, FALSE));
   g_assert_finalize_object(cancellable);
