@@ -7,6 +7,7 @@
 #include "support/fixture.h"
 #include "support/lineserver.h"
 #include "support/periodicpass.h"
+#include "support/sessionfixture.h"
 #include "support/sessiontimer.h"
 
 #define SECONDS(n) (G_GINT64_CONSTANT(n) * G_USEC_PER_SEC)
@@ -33,13 +34,6 @@ static const Jump jumps[] = {
     {"to-the-year-10000", SECONDS(253402300800), "253402300800", "253402300800"},
     {"to-the-last-microsecond", G_MAXINT64, "9223372036854", "9223372036854.7754"},
 };
-
-/* A session with a reporter that records. */
-static VekServiceSession *session_new(void) {
-  VekServiceSession *session = vek_service_session_new(fixture.registry);
-  vek_service_session_add_reporter(session, g_object_ref(fixture.reporter));
-  return session;
-}
 
 static void assert_last_pass(VekServicePrometheusReporter *reporter, const char *timestamp) {
   g_autofree char *text =

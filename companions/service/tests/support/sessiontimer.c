@@ -39,6 +39,11 @@ guint g_timeout_add_seconds_full(gint priority, guint interval, GSourceFunc func
   return timer_id;
 }
 
+void set_period(VekServiceSession *session, guint period) {
+  timer_id = 0;
+  g_object_set(session, "period", period, NULL);
+}
+
 void fire_timer(void) {
   GSource *timer = g_main_context_find_source_by_id(NULL, timer_id);
   g_assert_nonnull(timer);
