@@ -77,10 +77,7 @@ TEST(disposed_session_is_over) {
   g_object_add_weak_pointer(G_OBJECT(registry), (gpointer *)&registry);
   g_object_unref(registry);
   g_assert_nonnull(registry);
-  gpointer weak = session;
-  g_object_add_weak_pointer(G_OBJECT(session), &weak);
-  g_object_run_dispose(G_OBJECT(session));
-  g_assert_null(weak);
+  run_dispose(session);
   g_assert_null(registry);
   vek_service_session_report(session);
   assert_refused("vek_service_session_report", "!session_is_over(session)");

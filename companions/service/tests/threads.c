@@ -118,7 +118,8 @@ TEST(reporter_may_be_asked_and_told_while_passes_run) {
     g_object_set(reporter, "prefix", i % 2 ? "two_" : "one_", NULL);
   }
   g_thread_join(thread);
-  g_autofree char *text = vek_service_prometheus_reporter_get_text(reporter, 0);
+  VekServicePrometheusFormat format = VEK_SERVICE_PROMETHEUS_FORMAT_OPENMETRICS;
+  g_autofree char *text = vek_service_prometheus_reporter_get_text(reporter, format);
   g_assert_nonnull(strstr(text, "gauge, in bytes\n# TYPE two_gauge gauge\ntwo_gauge 299\n"));
   g_assert_nonnull(strstr(text, "\ntwo_name1_total 299\n"));
 }

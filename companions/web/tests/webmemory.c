@@ -189,9 +189,9 @@ TEST(compressor_goes_when_its_work_is_done) {
 static void end_within_an_answer(int n_turns) {
   g_auto(Served) served = set_up_listening(5000);
   g_autoptr(GSocket) client = connect_to(&served);
-  static const char request[] =
+  static const char lines[] =
       "GET /metrics HTTP/1.1\r\nHost: localhost\r\nAccept-Encoding: gzip\r\n\r\n";
-  g_socket_send(client, request, strlen(request), NULL, NULL);
+  g_socket_send(client, lines, strlen(lines), NULL, NULL);
   while (!find_source("vekmetrics-web turn"))
     g_main_context_iteration(NULL, TRUE);
   for (int turn = 0; turn < n_turns && find_source("vekmetrics-web turn"); turn++)
