@@ -119,13 +119,14 @@ def mistakes_on_the_command_line_are_named():
         assert messages == f'checksum: {message}\nTry "checksum --help".\n', messages
 
 
-def check_outputs(program, folder, files):
-    """Runs the program with every output, and compares them; returns how many reports there are."""
-    with Server() as server:
-        output, messages = run(
-            program, '--quiet', '--console', server.option, '--prefix=site', '--jobs=3',
-            '--wait=600', *(f'--{kind}={folder}' for kind in ('csv', 'json', 'timeline')), files)
-    assert messages == '', messages
+def to_every_output(folder, server):
+    """The options for every output, and no checksums."""
+    return ['--quiet', '--console', server.option, '--prefix=site', '--wait=600',
+            *(f'--{kind}={folder}' for kind in ('csv', 'json', 'timeline'))]
+
+
+def check_outputs(folder, output, server):
+    """Compares all outputs; returns how many reports they have."""
     rows = read_rows(folder)
     lines, reports = split_reports(output.decode())
     assert lines == [], lines
@@ -143,7 +144,8 @@ def check_outputs(program, folder, files):
     assert len(read_json(folder)) == len(reports)
 
     ranges = read_ranges(folder)
-    assert len(ranges) == 1000
+    counts = {tuple(row.dimensions): row.figures[0] for row in rows if row.name == 'files'}
+    assert len(ranges) == sum(counts.values()), (len(ranges), counts)
     assert {name for name, *_ in ranges} == {'workers'}
     assert {worker for _, worker, *_ in ranges} <= {1, 2, 3}
     assert all(start <= end for _, _, start, end in ranges)
@@ -152,12 +154,24 @@ def check_outputs(program, folder, files):
 
 def every_output_has_the_same_figures():
     with tree(1000) as (folder, files):
-        assert check_outputs(CHECKSUM, folder, files) == 1
+        with Server() as server:
+            output, messages = run(CHECKSUM, '--jobs=3', *to_every_output(folder, server), files)
+        assert messages == '', messages
+        assert check_outputs(folder, output, server) == 1
+        assert len(read_ranges(folder)) == 1000
 
 
 def every_output_has_the_same_figures_in_many_reports():
     with tree(1000) as (folder, files):
-        assert check_outputs(HURRIED, folder, files) > 1
+        with Server() as server, started(HURRIED, '--repeat', '--jobs=3',
+                                         *to_every_output(folder, server), files) as program:
+            output = b''
+            while output.count(b'general:\n') < 10:
+                output += os.read(program.stdout.fileno(), 4096)
+            program.send_signal(signal.SIGINT)
+            rest, messages = program.communicate()
+        assert (program.returncode, messages) == (130, b''), messages
+        assert check_outputs(folder, output + rest, server) > 10
 
 
 def signal_ends_the_run_with_its_last_figures():
