@@ -65,7 +65,8 @@ class Browser:
                       deviceScaleFactor=1, mobile=False)
         self.devtools('Emulation.setEmulatedMedia',
                       features=[{'name': 'prefers-color-scheme', 'value': scheme}])
-        self.call('POST', '/url', {'url': 'about:blank'})  # else only the fragment may change
+        if '#' in url:  # else only the fragment may change
+            self.call('POST', '/url', {'url': 'about:blank'})
         self.call('POST', '/url', {'url': url})
 
     def open(self, url, **options):
