@@ -1,6 +1,7 @@
 """Tests of the dashboard of processes, with a real Prometheus, as TAP: dashboard.py CHECKSUM"""
 
 import contextlib
+import functools
 import json
 import math
 import pathlib
@@ -89,6 +90,12 @@ def dashboard(**options):
             opened.process.communicate()
 
 
+@functools.cache
+def shared():
+    """The addresses of one for several tests: Prometheus takes 5 seconds to find the processes."""
+    return unittest.enterModuleContext(dashboard()).read_addresses()
+
+
 def read_panels():
     return json.loads((EXAMPLE / 'grafana.json').read_text(encoding='utf-8'))['panels']
 
@@ -99,46 +106,10 @@ def find_names(expressions):
     return names - {'rate', 'time'}
 
 
-def every_metric_of_every_process_is_drawn():
-    with dashboard() as opened:
-        console, pages = opened.read_addresses()
-        assert list(pages) == list(map(str, opened.folders)), pages
-        prometheus = console.partition('/consoles/')[0]
-
-        def ask(expression):
-            """The values for each folder, and the names of the metrics."""
-            values, names = {}, set()
-            for result in query_prometheus(prometheus, expression):
-                names.add(result['metric'].get('__name__'))
-                values.setdefault(result['metric']['folder'], []).append(float(result['value'][1]))
-            return values, names
-
-        # Rates need two scrapes, and distributions a pass with samples.
-        assert wait_for(lambda: [values for values in ask('rate(bytes_total[10s])')[0].values()
-                                 if values[0] > 0][1:])
-        assert wait_for(lambda: len(ask('file_time')[0]) == 2)
-        for page in pages.values():
-            served = set(re.findall(r'^(\w+)', fetch(f'{page}metrics'), re.MULTILINE))
-            assert {'bytes_total', 'file_size_max', 'file_time', 'speed'} < served, served
-        _, names = ask("{job='checksum', __name__!~'up|scrape_.*'}")
-        assert served == names, served ^ names
-
-        graphs = [json.loads(text) for text in re.findall(r'expr: (".*"),', fetch(console))]
-        assert find_names(graphs) == names and len(graphs) == len(names), graphs
-        queries = [target['expr'].replace('$__rate_interval', '10s').replace('$folder', '.*')
-                   for panel in read_panels() for target in panel['targets']]
-        assert find_names(queries) == names, find_names(queries) ^ names
-        for expression in graphs + queries:
-            values, _ = ask(expression)
-            assert set(values) == set(pages), expression
-            assert not any(math.isnan(value) for list in values.values() for value in list)
-        opened.end(signal.SIGINT)
-
-
 def second_signal_changes_nothing():
     with dashboard() as opened:
         opened.read_addresses()
-        opened.end(signal.SIGTERM, signal.SIGINT)
+        opened.end(signal.SIGINT, signal.SIGTERM)
 
 
 def stops_while_it_starts():
@@ -186,9 +157,7 @@ def grafana_model_is_complete():
             assert set(re.findall(r'\$(\w+)', target['expr'])) <= {'__rate_interval', *variables}
 
 
-class Charts(browser.Test):
-    """What a browser draws, read back from the pages."""
-
+class Pages(browser.Test):
     def test_page_of_each_process_draws_its_metrics(self):
         with dashboard(step=4 << 20) as opened:  # few ranges, so that the server keeps them all
             _, pages = opened.read_addresses()
@@ -201,27 +170,62 @@ class Charts(browser.Test):
                                  {*UNITS, 'workers'})
             self.browser.show('about:blank')  # else it complains when the program ends
 
+
+class Console(unittest.TestCase):
+    def setUp(self):
+        self.console, self.pages = shared()
+        self.prometheus = self.console.partition('/consoles/')[0]
+
+    def query(self, expression, **options):
+        return query_prometheus(self.prometheus, expression, **options)
+
+    def ask(self, expression):
+        """The values for each folder, and the names of the metrics."""
+        values, names = {}, set()
+        for result in self.query(expression):
+            names.add(result['metric'].get('__name__'))
+            values.setdefault(result['metric']['folder'], []).append(float(result['value'][1]))
+        return values, names
+
+    def test_every_metric_of_every_process_is_drawn(self):
+        # Rates need two scrapes, and distributions a pass with samples.
+        assert wait_for(lambda: [values for values in self.ask('rate(bytes_total[10s])')[0].values()
+                                 if values[0] > 0][1:])
+        assert wait_for(lambda: len(self.ask('file_time')[0]) == 2)
+        for page in self.pages.values():
+            served = set(re.findall(r'^(\w+)', fetch(f'{page}metrics'), re.MULTILINE))
+            assert {'bytes_total', 'file_size_max', 'file_time', 'speed'} < served, served
+        _, names = self.ask("{job='checksum', __name__!~'up|scrape_.*'}")
+        assert served == names, served ^ names
+
+        graphs = [json.loads(text) for text in re.findall(r'expr: (".*"),', fetch(self.console))]
+        assert find_names(graphs) == names and len(graphs) == len(names), graphs
+        queries = [target['expr'].replace('$__rate_interval', '10s').replace('$folder', '.*')
+                   for panel in read_panels() for target in panel['targets']]
+        assert find_names(queries) == names, find_names(queries) ^ names
+        for expression in graphs + queries:
+            values, _ = self.ask(expression)
+            assert set(values) == set(self.pages), expression
+            assert not any(math.isnan(value) for list in values.values() for value in list)
+
     def test_charts_are_of_the_values_that_prometheus_has(self):
-        with dashboard() as opened:
-            console, _ = opened.read_addresses()
-            prometheus = console.partition('/consoles/')[0]
-            end = self.find_end(prometheus)
-            address = json.dumps({'duration': 60, 'endTime': end})
-            for width in 1600, 800, 400:
-                with self.subTest(width=width):
-                    graphs = self.draw(f'{console}#pctc{urllib.parse.quote(address)}', width)
-                    for graph in graphs:
-                        self.check(prometheus, graph)
+        self.browser = browser.shared()
+        address = json.dumps({'duration': 60, 'endTime': self.find_end()})
+        for width in 1600, 800, 400:
+            with self.subTest(width=width):
+                url = f'{self.console}#pctc{urllib.parse.quote(address)}'
+                for graph in self.draw(url, width):
+                    self.check(graph)
         # Debian's files that the library refers to are not all there.
         self.assertEqual([complaint for complaint in self.browser.complaints()
                           if '/classic/static/' not in complaint], [])
 
-    def find_end(self, prometheus):
+    def find_end(self):
         """Waits until every metric has a value; returns a time until which all is scraped."""
         def drawn():
-            scrapes = query_prometheus(prometheus, "timestamp(up{job='checksum'})")
+            scrapes = self.query("timestamp(up{job='checksum'})")
             end = min((float(result['value'][1]) for result in scrapes), default=0)
-            counts = [len(query_prometheus(prometheus, expression, time=end - 2))
+            counts = [len(self.query(expression, time=end - 2))
                       for expression in ('rate(bytes_total[10s])', 'file_time_max')]
             return end if counts == [2, 2] else None
         return wait_for(drawn)
@@ -249,17 +253,17 @@ class Charts(browser.Test):
                 ({data}) => data.filter(point => point.y !== null).map(({x, y}) => [x, y])),
             }));""")
 
-    def check(self, prometheus, graph):
+    def check(self, graph):
         """Compares the first and the last point of each series."""
         self.assertEqual(len(graph['series']) % 2, 0, graph)  # there are two processes
         for points in graph['series']:
             for time, value in points[0], points[-1]:
-                results = query_prometheus(prometheus, graph['expression'], time=time)
+                results = self.query(graph['expression'], time=time)
                 values = [float(result['value'][1]) for result in results]
                 self.assertIn(value, values, graph['expression'])
 
 
 if __name__ == '__main__':
     CHECKSUM = sys.argv[1]
-    tap.run([every_metric_of_every_process_is_drawn, second_signal_changes_nothing,
-             stops_while_it_starts, process_that_ends_ends_all, grafana_model_is_complete, Charts])
+    tap.run([second_signal_changes_nothing, stops_while_it_starts, process_that_ends_ends_all,
+             grafana_model_is_complete, Pages, Console])
