@@ -42,7 +42,7 @@ G_DECLARE_FINAL_TYPE(VekMetricRangeStore, vek_metric_range_store, VEK, METRIC_RA
  *
  * Creates an empty store.
  *
- * Returns: (transfer full): a new store
+ * Returns: (transfer full) (type VekMetricRangeStore): a new store
  */
 VEK_EXPORT
 VekMetricStore *vek_metric_range_store_new(void);

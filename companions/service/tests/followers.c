@@ -177,6 +177,10 @@ TEST(failed_checks_name_their_own_function) {
   assert_logged("VEK:service", G_LOG_LEVEL_CRITICAL,
                 "vek_service_prometheus_reporter_add_follower: assertion "
                 "'VEK_IS_METRIC_REPORTER(follower)' failed");
+  vek_service_prometheus_reporter_add_follower(reporter, VEK_METRIC_REPORTER(reporter));
+  assert_logged("VEK:service", G_LOG_LEVEL_CRITICAL,
+                "vek_service_prometheus_reporter_add_follower: assertion "
+                "'follower != (gpointer)reporter' failed");
   g_assert_false(vek_service_prometheus_reporter_remove_follower(NULL, fixture.reporter));
   assert_logged("VEK:service", G_LOG_LEVEL_CRITICAL,
                 "vek_service_prometheus_reporter_remove_follower: assertion "

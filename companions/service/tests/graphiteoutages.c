@@ -286,6 +286,30 @@ TEST(a_write_that_fails_costs_the_connection_and_no_line) {
   assert_outage_over(server, 0, 0);
 }
 
+static void unset_quantiles(GObject *reporter) {
+  g_object_set(reporter, "quantiles", NULL, NULL);
+}
+
+TEST(a_histogram_keeps_its_quantiles_while_the_connection_is_lost) {
+  g_autoptr(LineServer) server = line_server_new("127.0.0.1");
+  g_autoptr(VekMetricReporter) reporter = connect_reporter(server, NULL);
+  g_object_set(reporter, "max-lines", 4, "quantiles", g_variant_new_parsed("[0.5, 0.9]"), NULL);
+  g_signal_connect(reporter, "notify::connected", G_CALLBACK(unset_quantiles), NULL);
+  next_write_error = g_error_new_literal(G_IO_ERROR, G_IO_ERROR_BROKEN_PIPE, "Broken pipe");
+  vek_testing_clock_set(TIMESTAMP, 0);
+  double samples[] = {1, 2, 3, 4, 5};
+  g_autoptr(VekMetricSnapshot) snapshot = vek_metric_snapshot_new(samples, 5);
+  process_samples(reporter, "a", NULL, NULL, snapshot);
+  assert_outage(server, "Broken pipe");
+  assert_lines(reporter, 4, 0, 2);
+  end_delay();
+  meet(reporter, server);
+  assert_received(server,
+                  "a.min 1.000000 1700000000\na.max 5.000000 1700000000\n"
+                  "a.p50 3.000000 1700000000\na.p90 4.600000 1700000000\n");
+  assert_outage_over(server, 0, 2);
+}
+
 TEST(a_server_that_does_not_read_costs_the_oldest_lines) {
   vek_testing_clock_set(TIMESTAMP, 0);
   g_autoptr(LineServer) server = line_server_new("127.0.0.1");

@@ -568,6 +568,16 @@ TEST(keep_seconds_says_how_long_it_stays) {
   g_assert_cmpuint(seconds, ==, 60);
 }
 
+TEST(it_can_stay_for_longer_than_an_hour) {
+  g_autoptr(Reporter) reporter = set_up();
+  g_object_set(reporter, "keep-seconds", 86400, NULL);
+  gauge(reporter, "a", NULL, 1);
+  flush(reporter);
+  vek_testing_clock_advance(86400 * (gint64)G_USEC_PER_SEC - 1);
+  flush(reporter);
+  assert_text(reporter, TEXT, "a gauge; a 1");
+}
+
 TEST(declared_counter_that_goes_down_is_warned_of_once) {
   g_autoptr(Reporter) reporter = set_up();
   vek_service_prometheus_reporter_declare_monotonic(reporter, "x");
@@ -722,7 +732,7 @@ TEST(text_is_made_once_for_each_pass_and_format) {
   g_autoptr(GBytes) other = vek_service_prometheus_reporter_get_bytes(reporter, OPENMETRICS);
   g_assert_true(first == again);
   g_assert_true(first != other);
-  gauge(reporter, "a", NULL, 1);
+  get_operations(reporter)->process_value(VEK_METRIC_REPORTER(reporter), "a", NULL, "Count", 0, 1);
   g_autoptr(GBytes) during = vek_service_prometheus_reporter_get_bytes(reporter, TEXT);
   g_assert_true(first == during);
   flush(reporter);

@@ -48,6 +48,18 @@ TEST(registry_can_have_another_session_after_the_first) {
   assert_recorded(fixture.record, "b flush\n");
 }
 
+TEST(session_that_is_over_leaves_its_successor_alone) {
+  g_autoptr(VekServiceSession) first = session_new();
+  g_assert_true(vek_service_session_finish(first, 0));
+  g_string_truncate(fixture.record, 0);
+  g_autoptr(VekServiceSession) second = session_new();
+  vek_service_session_add_reporter(first, record_to(fixture.record, "b"));
+  assert_refused("vek_service_session_add_reporter", "!session_is_over");
+  g_assert_false(vek_service_session_remove_reporter(first, fixture.reporter));
+  vek_service_session_report(second);
+  assert_recorded(fixture.record, "a flush\n");
+}
+
 TEST(session_that_is_let_go_of_ends_silently) {
   g_autoptr(VekServiceSession) session = session_new();
   set_period(session, 10);
@@ -99,6 +111,20 @@ TEST(session_that_is_let_go_of_in_a_pass_sees_its_end) {
   count("requests");
   run_periodic_pass(fixture.registry);
   assert_recorded(fixture.record, "");
+}
+
+TEST(registry_can_go_with_a_session_that_is_let_go_of_in_its_pass) {
+  VekMetricRegistry *registry = g_object_new(VEK_TYPE_METRIC_REGISTRY, NULL);
+  g_object_add_weak_pointer(G_OBJECT(registry), (gpointer *)&registry);
+  VekServiceSession *session = vek_service_session_new(registry);
+  g_object_unref(registry);
+  vek_service_session_add_reporter(session, g_object_ref(fixture.reporter));
+  on_recorded(fixture.reporter, on_let_go_of_session, session);
+  run_periodic_pass(registry);
+  assert_recorded(fixture.record, "a flush\n");
+  while (g_main_context_iteration(NULL, FALSE))
+    ;
+  g_assert_null(registry);
 }
 
 static gboolean on_terminate_oneself(gpointer record) {

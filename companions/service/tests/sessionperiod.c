@@ -29,6 +29,24 @@ TEST(period_sets_passes_between_those_of_the_registry) {
   g_assert_null(g_main_context_find_source_by_id(NULL, before));
 }
 
+TEST(period_of_the_construction_begins_with_it) {
+  vek_testing_clock_advance(1000 * G_USEC_PER_SEC);
+  timer_id = 0;
+  g_autoptr(VekServiceSession) session =
+      g_object_new(VEK_SERVICE_TYPE_SESSION, "period", 10, "registry", fixture.registry, NULL);
+  g_assert_cmpuint(timer_id, !=, 0);
+  g_assert_cmpuint(timer_seconds, ==, 10);
+  vek_service_session_add_reporter(session, g_object_ref(fixture.reporter));
+  fire_timer();
+  assert_recorded(fixture.record, "a flush\n");
+
+  /* One that has no registry has no timer. */
+  timer_id = 0;
+  g_autoptr(VekServiceSession) other =
+      g_object_new(VEK_SERVICE_TYPE_SESSION, "period", 10, "registry", fixture.registry, NULL);
+  g_assert_cmpuint(timer_id, ==, 0);
+}
+
 static void spend_a_microsecond(gboolean monotonic) {
   if (monotonic)
     vek_testing_clock_advance(1);

@@ -11,6 +11,12 @@
 #include "support/slowreporter.h"
 #include "support/tsan-tasks.h"
 
+/* Programs are compiled with it. */
+TEST(drain_is_laid_out_as_promised) {
+  g_assert_cmpuint(G_STRUCT_OFFSET(VekServiceDrainInterface, is_busy), ==, sizeof(GTypeInterface));
+  g_assert_cmpuint(sizeof(VekServiceDrainInterface), ==, sizeof(GTypeInterface) + sizeof(gpointer));
+}
+
 TEST(finish_waits_for_what_is_under_way) {
   g_autoptr(VekServiceSession) session = session_new();
   g_autoptr(SlowReporter) slow = slow_reporter_new(3);
@@ -71,6 +77,26 @@ TEST(finish_sleeps_while_it_waits) {
   polled = slow;
   n_polls = 0;
   g_main_context_set_poll_func(NULL, poll_for_slow);
+  g_assert_true(vek_service_session_finish(session, 0));
+  g_main_context_set_poll_func(NULL, NULL);
+  g_assert_cmpuint(slow->n_flushes, ==, 2);
+  assert_recorded(fixture.record, "a flush\n");
+}
+
+/* In place of the main loop's poll: the operation ends on a thread that does not wake it. */
+static gint poll_until_late(GPollFD *fds, guint n_fds, gint timeout) {
+  polled->busy = FALSE;
+  return g_poll(fds, n_fds, timeout);
+}
+
+TEST(drain_that_becomes_idle_without_waking_the_loop_is_not_late) {
+  g_autoptr(VekServiceSession) session = session_new();
+  g_autoptr(SlowReporter) slow = slow_reporter_new(G_MAXUINT);
+  add_slow(session, slow);
+  vek_service_session_finish_async(session, 1, NULL, NULL, NULL);
+  slow->n_operations = 0;
+  polled = slow;
+  g_main_context_set_poll_func(NULL, poll_until_late);
   g_assert_true(vek_service_session_finish(session, 0));
   g_main_context_set_poll_func(NULL, NULL);
   g_assert_cmpuint(slow->n_flushes, ==, 2);
@@ -173,6 +199,45 @@ TEST(wait_may_end_within_a_flush) {
   assert_recorded(fixture.record, "a flush\n");
   await_recorded("not drained Operation was cancelled\n");
   g_assert_false(vek_service_session_finish(session, 60000));
+}
+
+static void let_the_loop_run_until_late(gpointer slow) {
+  while (G_OBJECT(slow)->ref_count > 2) /* of the test, of the flush, and of the wait */
+    g_main_context_iteration(NULL, TRUE);
+}
+
+TEST(wait_may_be_too_long_within_a_flush) {
+  g_autoptr(VekServiceSession) session = session_new();
+  g_autoptr(SlowReporter) slow = slow_reporter_new(1);
+  slow->priority = G_PRIORITY_HIGH;
+  slow->on_last_flush = let_the_loop_run_until_late;
+  slow->data = slow;
+  add_slow(session, slow);
+  g_assert_false(vek_service_session_finish(session, 1));
+  assert_logged("VEK:service", G_LOG_LEVEL_WARNING, "SlowReporter was not done in time");
+  g_assert_cmpuint(slow->n_flushes, ==, 2);
+  assert_recorded(fixture.record, "a flush\n");
+}
+
+static SlowReporter *flushed; /* weak */
+
+static void cancel_and_stay(gpointer cancellable) {
+  cancel_and_let_the_loop_run(cancellable);
+  g_assert_nonnull(flushed);
+}
+
+TEST(reporter_stays_until_its_flush_returns_although_the_wait_is_over) {
+  g_autoptr(VekServiceSession) session = session_new();
+  g_autoptr(GCancellable) cancellable = g_cancellable_new();
+  flushed = slow_reporter_new(1);
+  g_object_add_weak_pointer(G_OBJECT(flushed), (gpointer *)&flushed);
+  flushed->on_last_flush = cancel_and_stay;
+  flushed->data = cancellable;
+  vek_service_session_add_reporter(session, VEK_METRIC_REPORTER(flushed));
+  vek_service_session_finish_async(session, 60000, cancellable, on_finished, fixture.record);
+  assert_recorded(fixture.record, "a flush\n");
+  await_recorded("not drained Operation was cancelled\n");
+  g_assert_null(flushed);
 }
 
 TEST(cancelling_after_the_wait_does_nothing) {

@@ -38,7 +38,9 @@ struct _VekServiceDrainInterface {
  *
  * Returns whether anything is under way: a connection attempt, or output that has begun.
  *
- * Output that waits for a later flush is not under way.
+ * Output that waits for a later flush is not under way. A session asks in each iteration of the
+ * main loop while it waits: a drain that becomes idle on another thread calls
+ * `g_main_context_wakeup (NULL)`.
  *
  * Returns: %TRUE while it is busy; %FALSE after a failed check
  */

@@ -35,18 +35,23 @@ static gboolean prepare(GSource *source, gint *) {
   return FALSE;
 }
 
+// The wait may end meanwhile, and release the reporter.
+static void flush(VekMetricReporter *reporter) {
+  g_object_ref(reporter);
+  VEK_METRIC_REPORTER_GET_IFACE(reporter)->flush(reporter);
+  g_object_unref(reporter);
+}
+
 // A reporter that has become idle is flushed once more: what was under way may have been the
 // connection that its output waits for.
-static gboolean dispatch(GSource *source, GSourceFunc, gpointer) {
-  auto *self = reinterpret_cast<vekin::Drainage *>(source);
-
+static void flush_idle(vekin::Drainage *self) {
   self->flushing = true;
   for (guint i = self->reporters->len; i-- > 0;) {
     auto *reporter = vekin::as<VekMetricReporter>(self->reporters->pdata[i]);
     if (is_busy(reporter))
       continue;
-    VEK_METRIC_REPORTER_GET_IFACE(reporter)->flush(reporter);
-    if (g_source_is_destroyed(source))
+    flush(reporter);
+    if (g_source_is_destroyed(&self->source))
       break;
     if (!is_busy(reporter))
       g_ptr_array_remove_index(self->reporters, i);
@@ -55,12 +60,19 @@ static gboolean dispatch(GSource *source, GSourceFunc, gpointer) {
 
   if (self->reporters->len == 0)
     end(self, true);
+}
+
+static gboolean dispatch(GSource *source, GSourceFunc, gpointer) {
+  flush_idle(reinterpret_cast<vekin::Drainage *>(source));
   return G_SOURCE_CONTINUE;
 }
 
 static gboolean on_late(gpointer data) {
   auto *self = static_cast<vekin::Drainage *>(data);
 
+  [[maybe_unused]] g_autoptr(GSource) alive = g_source_ref(&self->source);
+  if (!self->flushing)
+    flush_idle(self);  // one may have become idle on another thread, which did not wake the loop
   for (guint i = 0; i < self->reporters->len; i++) {
     auto *reporter = self->reporters->pdata[i];
     vek_warning("%s was not done in time%s", G_OBJECT_TYPE_NAME(reporter),

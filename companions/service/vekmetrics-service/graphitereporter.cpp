@@ -143,7 +143,9 @@ static void vek_service_graphite_reporter_process_aggregated(VekMetricReporter *
              time);
   queue_value(".min", vek_metric_snapshot_get_min(snapshot));
   queue_value(".max", vek_metric_snapshot_get_max(snapshot));
-  for (gdouble quantile : as_span(self->quantiles))
+  // A handler of "notify", which a lost connection calls, may set others.
+  g_autoptr(GVariant) quantiles = self->quantiles ? g_variant_ref(self->quantiles) : nullptr;
+  for (gdouble quantile : as_span(quantiles))
     queue_value(vekin::QuantileSuffix(quantile).text,
                 vek_metric_snapshot_get_quantile(snapshot, quantile));
 }

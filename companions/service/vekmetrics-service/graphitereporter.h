@@ -121,8 +121,8 @@ G_DECLARE_FINAL_TYPE(VekServiceGraphiteReporter, vek_service_graphite_reporter, 
  *
  * Creates a Graphite reporter and starts to connect.
  *
- * Returns: (transfer full) (type VekServiceGraphiteReporter): a new reporter; %NULL after a failed
- *   check
+ * Returns: (transfer full) (nullable) (type VekServiceGraphiteReporter): a new reporter; %NULL
+ *   after a failed check
  */
 VEK_EXPORT
 VekMetricReporter *vek_service_graphite_reporter_new(const gchar *prefix, const gchar *host,

@@ -118,7 +118,7 @@ Aggregate aggregate(VekMetricSnapshot *snapshot) {
 
 Changes take_pass(GHashTable *table, Policy &policy, gint64 time) {
   Changes changes = {g_ptr_array_new(), g_ptr_array_new_with_free_func(free_series), false};
-  gint64 keep = policy.keep_seconds * G_USEC_PER_SEC;
+  gint64 keep = static_cast<gint64>(policy.keep_seconds) * G_USEC_PER_SEC;
   GHashTableIter iter;
   gpointer value;
   g_hash_table_iter_init(&iter, table);

@@ -142,7 +142,8 @@ static Series *bring(VekMetricReporter *reporter, const char *name, char **dimen
     vekin::MutexLock held(self->lock);
     g_free(series->unit);
     series->unit = g_strdup(unit);
-    forget_families(self);
+    if (series->is_now)
+      forget_families(self);
   }
   series->is_next = true;
   return series;
@@ -352,6 +353,7 @@ void vek_service_prometheus_reporter_add_follower(VekServicePrometheusReporter *
                                                   VekMetricReporter *follower) {
   vek_return_if_fail(VEK_SERVICE_IS_PROMETHEUS_REPORTER(reporter));
   vek_return_if_fail(VEK_IS_METRIC_REPORTER(follower));
+  vek_return_if_fail(follower != (gpointer)reporter);
 
   vekin::hook_kinds(nullptr);
   g_autoptr(GPtrArray) before = nullptr;

@@ -15,7 +15,8 @@ struct _VekServiceRelay {
 
   GMutex lock;           // guards the fields below
   GPtrArray *reporters;  // of VekMetricReporter; never changed, but replaced; NULL while inert
-  GWeakRef session;
+  GObject *claimant;     // the session whose reporters they are; only compared
+  GWeakRef session;      // the same
   void (*on_pass_end)(GObject *session);
 };
 static_assert(vekin::ZeroFillable<VekServiceRelay>);
@@ -152,6 +153,7 @@ VekServiceRelay *vek_service_relay_claim(VekMetricRegistry *registry, GObject *s
     return nullptr;
   self->reporters = vekin::reporter_list_new();
   self->on_pass_end = on_pass_end;
+  self->claimant = session;
   g_weak_ref_set(&self->session, session);
   return vekin::as<VekServiceRelay>(g_object_ref(self));
 }
@@ -161,12 +163,16 @@ GPtrArray *vek_service_relay_disclaim(VekServiceRelay *relay) {
   return g_steal_pointer(&relay->reporters);
 }
 
-bool vek_service_relay_add(VekServiceRelay *relay, VekMetricReporter *reporter) {
+static bool is_of(VekServiceRelay *relay, GObject *session) {
+  return relay->reporters && relay->claimant == session;
+}
+
+bool vek_service_relay_add(VekServiceRelay *relay, GObject *session, VekMetricReporter *reporter) {
   [[maybe_unused]] g_autoptr(VekMetricReporter) owned = reporter;
   g_autoptr(GPtrArray) before = nullptr;
 
   vekin::MutexLock held(relay->lock);
-  if (!relay->reporters)
+  if (!is_of(relay, session))
     return false;
   if (g_ptr_array_find(relay->reporters, reporter, nullptr))
     return true;
@@ -175,11 +181,12 @@ bool vek_service_relay_add(VekServiceRelay *relay, VekMetricReporter *reporter) 
   return true;
 }
 
-bool vek_service_relay_remove(VekServiceRelay *relay, VekMetricReporter *reporter) {
+bool vek_service_relay_remove(VekServiceRelay *relay, GObject *session,
+                              VekMetricReporter *reporter) {
   g_autoptr(GPtrArray) before = nullptr;
 
   vekin::MutexLock held(relay->lock);
-  if (!relay->reporters || !g_ptr_array_find(relay->reporters, reporter, nullptr))
+  if (!is_of(relay, session) || !g_ptr_array_find(relay->reporters, reporter, nullptr))
     return false;
   before = relay->reporters;
   relay->reporters = vekin::reporter_list_without(before, reporter);

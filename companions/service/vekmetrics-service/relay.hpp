@@ -21,11 +21,13 @@ VekServiceRelay *vek_service_relay_claim(VekMetricRegistry *registry, GObject *s
 // Ends the session's claim: the relay is inert. Returns the reporters.
 GPtrArray *vek_service_relay_disclaim(VekServiceRelay *relay);
 
-// Takes the reporter over, or lets go of it if it is there already. FALSE if the relay is inert.
-bool vek_service_relay_add(VekServiceRelay *relay, VekMetricReporter *reporter);
+// Takes the reporter over, or lets go of it if it is there already. FALSE if the relay is not, or
+// no longer, the session's.
+bool vek_service_relay_add(VekServiceRelay *relay, GObject *session, VekMetricReporter *reporter);
 
 // Whether it was there.
-bool vek_service_relay_remove(VekServiceRelay *relay, VekMetricReporter *reporter);
+bool vek_service_relay_remove(VekServiceRelay *relay, GObject *session,
+                              VekMetricReporter *reporter);
 
 // Runs a pass that retires no metric.
 void vek_service_relay_report(VekServiceRelay *relay, VekMetricRegistry *registry);

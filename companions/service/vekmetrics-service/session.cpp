@@ -95,15 +95,27 @@ static void on_pass_end(GObject *object) {
   set_timer(self, self->last_pass);
 }
 
+// A pass holds the registry's lock, which freeing the registry would wait for.
+static void release_registry(VekServiceSession *self, VekMetricRegistry *registry) {
+  if (g_main_context_is_owner(nullptr) && session_is_in_pass(self))
+    g_idle_add_once(g_object_unref, registry);
+  else
+    g_object_unref(registry);
+}
+
 // Ends the session; returns its reporters, if it had not ended.
 static GPtrArray *end_session(VekServiceSession *self) {
-  g_autoptr(VekMetricRegistry) registry = nullptr;
+  VekMetricRegistry *registry;
   {
     vekin::MutexLock held(self->lock);
     registry = g_steal_pointer(&self->registry);
     set_timer(self, g_get_monotonic_time());
   }
-  return registry ? vek_service_relay_disclaim(self->relay) : nullptr;
+  if (!registry)
+    return nullptr;
+  auto *reporters = vek_service_relay_disclaim(self->relay);
+  release_registry(self, registry);
+  return reporters;
 }
 
 static void on_drained(bool drained, gpointer data) {
@@ -188,11 +200,13 @@ static void vek_service_session_constructed(GObject *object) {
     self->registry = vekin::as<VekMetricRegistry>(g_object_ref(vek_metric_registry_get_default()));
   self->last_pass = g_get_monotonic_time();
   self->relay = vek_service_relay_claim(self->registry, object, on_pass_end);
-  if (self->relay)
+  if (!self->relay) {
+    self->ended = true;
+    g_clear_object(&self->registry);
     return;
-
-  self->ended = true;
-  g_clear_object(&self->registry);
+  }
+  vekin::MutexLock held(self->lock);
+  set_timer(self, self->last_pass);  // the period is set before the registry is
 }
 
 static void vek_service_session_class_init(VekServiceSessionClass *klass) {
@@ -230,7 +244,8 @@ void vek_service_session_add_reporter(VekServiceSession *session, VekMetricRepor
   vek_return_if_fail(VEK_SERVICE_IS_SESSION(session));
 
   bool session_is_over =
-      !session->relay || !vek_service_relay_add(session->relay, g_steal_pointer(&owned));
+      !session->relay ||
+      !vek_service_relay_add(session->relay, G_OBJECT(session), g_steal_pointer(&owned));
   vek_return_if_fail(!session_is_over);
 }
 
@@ -239,7 +254,7 @@ gboolean vek_service_session_remove_reporter(VekServiceSession *session,
   vek_return_val_if_fail(VEK_SERVICE_IS_SESSION(session), FALSE);
   vek_return_val_if_fail(VEK_IS_METRIC_REPORTER(reporter), FALSE);
 
-  return session->relay && vek_service_relay_remove(session->relay, reporter);
+  return session->relay && vek_service_relay_remove(session->relay, G_OBJECT(session), reporter);
 }
 
 void vek_service_session_report(VekServiceSession *session) {

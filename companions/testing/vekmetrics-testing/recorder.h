@@ -113,7 +113,7 @@ gboolean vek_testing_recorder_get_value(VekTestingRecorder *recorder, const char
  * Gets the snapshot that the last pass reported for a histogram or a timer.
  *
  * Returns: (transfer none) (nullable): the snapshot, which the recorder owns until the next pass
- *   ends; %NULL if there was none, and after a failed check
+ *   ends or it is cleared; %NULL if there was none, and after a failed check
  */
 VEK_EXPORT
 VekMetricSnapshot *vek_testing_recorder_get_snapshot(VekTestingRecorder *recorder, const char *name,
@@ -127,7 +127,8 @@ VekMetricSnapshot *vek_testing_recorder_get_snapshot(VekTestingRecorder *recorde
  * Gets the ranges that the last pass reported for a timeline, the newest first.
  *
  * Returns: (transfer none) (nullable) (element-type VekMetricRange): the ranges, which the recorder
- *   owns until the next pass ends; %NULL if there were none, and after a failed check
+ *   owns until the next pass ends or it is cleared; %NULL if there were none, and after a failed
+ *   check
  */
 VEK_EXPORT
 GSList *vek_testing_recorder_get_ranges(VekTestingRecorder *recorder, const char *name);

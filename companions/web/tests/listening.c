@@ -156,6 +156,25 @@ TEST(whatever_keeps_it_from_listening_is_an_error) {
   assert_answers(&served);
 }
 
+TEST(path_that_no_socket_can_have_is_an_error) {
+  g_auto(Served) served = set_up();
+  g_autofree char *folder = g_dir_make_tmp(NULL, NULL);
+  g_autofree char *long_path = g_strdup_printf("%s/%0*d", folder, 107 - (int)strlen(folder), 0);
+  g_assert_cmpuint(strlen(long_path), ==, 108);
+  const char *const paths[] = {"", long_path};
+  for (guint i = 0; i < G_N_ELEMENTS(paths); i++) {
+    g_autoptr(GError) error = NULL;
+    g_assert_false(vek_web_server_listen_unix(served.server, paths[i], &error));
+    g_assert_error(error, G_IO_ERROR, G_IO_ERROR_INVALID_ARGUMENT);
+    g_assert_cmpstr(error->message, ==, "The path of a socket has 1 to 107 bytes");
+  }
+  long_path[107] = '\0';
+  g_assert_true(vek_web_server_listen_unix(served.server, long_path, NULL));
+  g_assert_true(g_file_test(long_path, G_FILE_TEST_EXISTS));
+  run_dispose(served.server);
+  g_assert_cmpint(g_rmdir(folder), ==, 0);
+}
+
 TEST(socket_that_takes_no_connections_is_kept) {
   g_auto(Served) served = set_up();
   g_autofree char *folder = g_dir_make_tmp(NULL, NULL);

@@ -51,11 +51,18 @@ GSocket *listen_on(GSocketAddress *address, GError **error) {
   if (!keep_private(socket, error) || !g_socket_bind(socket, address, TRUE, error) ||
       !g_socket_listen(socket, error))
     return nullptr;
-  return G_SOCKET(g_object_ref(socket));
+  return g_steal_pointer(&socket);
 }
 
 GSocket *listen_on_path(const char *path, GError **error) {
   g_autoptr(GSocketAddress) address = g_unix_socket_address_new(path);
+  // A long path is cut, and an empty one names no file.
+  if (!*path ||
+      !g_str_equal(g_unix_socket_address_get_path(G_UNIX_SOCKET_ADDRESS(address)), path)) {
+    g_set_error_literal(error, G_IO_ERROR, G_IO_ERROR_INVALID_ARGUMENT,
+                        "The path of a socket has 1 to 107 bytes");
+    return nullptr;
+  }
   if (is_abandoned(path, address))
     g_unlink(path);
   return listen_on(address, error);

@@ -67,7 +67,7 @@ G_DECLARE_FINAL_TYPE(VekWebServer, vek_web_server, VEK_WEB, SERVER, GObject)
  *
  * Creates a server that does not listen yet.
  *
- * Returns: (transfer full): a new server; %NULL after a failed check
+ * Returns: (transfer full) (nullable): a new server; %NULL after a failed check
  */
 VEK_EXPORT
 VekWebServer *vek_web_server_new(VekServicePrometheusReporter *reporter);
@@ -91,11 +91,12 @@ gboolean vek_web_server_listen(VekWebServer *server, const char *address, guint 
 /**
  * vek_web_server_listen_unix:
  * @server: a server
- * @path: (type filename): the path of the socket
+ * @path: (type filename): the path of the socket, up to 107 bytes
  * @error: return location for an error
  *
  * Listens on a Unix socket to which only the same user can connect, from its creation on. A stale
  * socket, on which no process listens, is replaced. The path is removed when the server is freed.
+ * An empty @path and one that is too long are the error %G_IO_ERROR_INVALID_ARGUMENT.
  *
  * Returns: whether it listens; %FALSE after a failed check
  */
