@@ -22,10 +22,13 @@ requests = registry.counter_new('requests', 'Count')
 sizes = registry.histogram_new('sizes', 'Bytes')
 loop = GLib.MainLoop()
 
+for stream in sys.stdin, sys.stdout:
+    stream.reconfigure(encoding='latin-1')  # a character for each byte, whatever they say
+
 
 def serve():
     for line in sys.stdin:
-        line = line.rstrip()
+        line = line.rstrip('\n')
         requests.inc()
         sizes.set(len(line))
         print(line[::-1], flush=True)

@@ -71,8 +71,18 @@ def make_tests(name, command):
         assert (output, status) == (PRINTED, 0), (output, status)
         assert 'Cannot create log dir "/dev/null".' in messages, messages
 
+    def answers_bytes_that_are_no_text():
+        with tempfile.TemporaryDirectory() as folder:
+            # As Python reads in most locales, but not in that of the tests.
+            ended = subprocess.run([*command, folder], input=b'\xff\xc3\xa9\n', check=True,
+                                   capture_output=True,
+                                   env={**os.environ, 'PYTHONIOENCODING': 'utf-8:strict'})
+            assert b'\ngeneral:\nrequests: 1\nsizes: avg: 3.000000, ' in ended.stdout, ended
+            assert ended.stderr == b'', ended
+
     tests = (lets_its_last_figures_out_at_the_end_of_its_input,
-             lets_its_last_figures_out_on_a_signal, is_not_stopped_by_a_log_that_cannot_be_made)
+             lets_its_last_figures_out_on_a_signal, is_not_stopped_by_a_log_that_cannot_be_made,
+             answers_bytes_that_are_no_text)
     for test in tests:
         test.__name__ = f'{name}_{test.__name__}'
     return tests
