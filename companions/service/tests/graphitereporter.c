@@ -124,6 +124,13 @@ TEST(what_would_break_a_line_becomes_an_underscore) {
   }
 }
 
+TEST(metric_without_a_name_has_an_underscore) {
+  g_autoptr(LineServer) server = line_server_new("127.0.0.1");
+  g_autoptr(VekMetricReporter) reporter = connect_reporter(server, "site");
+  send_count(reporter, NULL, 1);
+  assert_received(server, "site._ 1 1700000000\n");
+}
+
 TEST(quantiles_add_a_line_each) {
   g_autoptr(LineServer) server = line_server_new("127.0.0.1");
   g_autoptr(VekMetricReporter) reporter = connect_reporter(server, "site");
@@ -149,6 +156,16 @@ TEST(quantiles_add_a_line_each) {
                   "site.host.h1.s.wait.p1234567 1.000000 1700000000\n"
                   "site.host.h1.s.wait.p00 1.000000 1700000000\n"
                   "site.host.h1.s.wait.p100 5.000000 1700000000\n");
+
+  g_object_set(reporter, "quantiles", g_variant_new_parsed("[-0.0]"), NULL);
+  process_samples(reporter, "w", NULL, NULL, snapshot);
+  flush(reporter);
+  assert_received(server,
+                  "site.w.average 3.000000 1700000000\n"
+                  "site.w.n_samples 5 1700000000\n"
+                  "site.w.min 1.000000 1700000000\n"
+                  "site.w.max 5.000000 1700000000\n"
+                  "site.w.p00 1.000000 1700000000\n");
 
   g_object_set(reporter, "quantiles", NULL, NULL);
   process_samples(reporter, "w", NULL, NULL, snapshot);

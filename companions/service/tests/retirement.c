@@ -221,6 +221,17 @@ TEST(metrics_are_made_while_nothing_has_a_session) {
   g_assert_true(is_registered("requests"));
 }
 
+TEST(metric_that_was_disposed_is_retired) {
+  g_autoptr(VekServiceSession) session = session_new();
+  VekMetricCounter *metric =
+      vek_metric_registry_counter_new(fixture.registry, "requests", NULL, NULL);
+  g_object_run_dispose(G_OBJECT(metric));
+  g_object_unref(metric);
+  run_periodic_pass(fixture.registry);
+  g_assert_false(is_registered("requests"));
+  assert_recorded(fixture.record, "a count (null) 0 @1000\na flush\n");
+}
+
 TEST(metric_without_a_name_is_made) {
   g_autoptr(VekServiceSession) session = session_new();
   g_autoptr(VekMetric) metric = g_object_new(VEK_TYPE_METRIC_COUNTER, NULL);

@@ -7,6 +7,8 @@
 #include "support/fixture.h"
 #include "support/periodicpass.h"
 
+#include "support/replace.h"
+
 enum { N_ROUNDS = 300 };
 
 typedef struct {
@@ -50,6 +52,56 @@ static gpointer use_other_registries(gpointer data) {
   }
   g_atomic_int_dec_and_test(&shared->n_running);
   return NULL;
+}
+
+/* In place of GObject's: tells that another thread is about to initialise a class. */
+static GThread *other;
+static gboolean other_waits;
+static GMutex other_lock;
+static GCond other_cond;
+
+gpointer g_type_class_ref(GType type) {
+  if (other && g_thread_self() == other) {
+    g_mutex_lock(&other_lock);
+    other_waits = TRUE;
+    g_cond_signal(&other_cond);
+    g_mutex_unlock(&other_lock);
+  }
+  return NEXT(g_type_class_ref)(type);
+}
+
+static gpointer add_follower(gpointer reporter) {
+  g_mutex_lock(&other_lock); /* until `other` is set */
+  g_mutex_unlock(&other_lock);
+  vek_service_prometheus_reporter_add_follower(reporter, fixture.reporter);
+  return NULL;
+}
+
+/* Makes a session while another thread waits for the class to be initialised. */
+static void session_maker_class_init(gpointer klass, gpointer reporter) {
+  (void)klass;
+  g_mutex_lock(&other_lock);
+  other = g_thread_new("other", add_follower, reporter);
+  while (!other_waits)
+    g_cond_wait(&other_cond, &other_lock);
+  g_mutex_unlock(&other_lock);
+  g_object_unref(vek_service_session_new(fixture.registry));
+}
+
+TEST(kinds_are_hooked_while_a_class_is_initialised) {
+  if (!g_test_subprocess()) { /* in which nothing is hooked yet */
+    g_test_trap_subprocess(NULL, 0, 0);
+    g_test_trap_assert_passed();
+    return;
+  }
+  g_autoptr(VekServicePrometheusReporter) reporter = vek_service_prometheus_reporter_new();
+  const GTypeInfo info = {.class_size = sizeof(GObjectClass),
+                          .class_init = session_maker_class_init,
+                          .class_data = reporter,
+                          .instance_size = sizeof(GObject)};
+  GType type = g_type_register_static(G_TYPE_OBJECT, "SessionMaker", &info, 0);
+  g_object_unref(g_object_new(type, NULL));
+  g_thread_join(other);
 }
 
 TEST(registry_has_one_session_at_a_time_on_all_threads) {

@@ -2,6 +2,7 @@
 
 #include "common/numbers.hpp"
 
+#include <math.h>
 #include <string.h>
 
 // Appends a string with "_" in place of what would break the line (spaces, control characters, and
@@ -71,7 +72,7 @@ void GraphiteLines::begin(const char *prefix, bool tagged, const char *name, cha
     append_clean(key, unit, unwanted);
     g_string_append_c(key, '.');
   }
-  append_clean(key, name, unwanted);
+  append_clean(key, name ? name : "_", unwanted);  // a disposed metric has none
 }
 
 const GString *GraphiteLines::make(const char *suffix, const char *value, gint64 timestamp) {
@@ -89,7 +90,7 @@ const GString *GraphiteLines::make(const char *suffix, const char *value, gint64
 
 vekin::QuantileSuffix::QuantileSuffix(gdouble quantile) {
   char digits[24];
-  g_ascii_formatd(digits, sizeof digits, "%.15f", quantile);
+  g_ascii_formatd(digits, sizeof digits, "%.15f", fabs(quantile));  // -0.0 is 0.0
   gsize length = strlen(digits);
   while (length > strlen("0.00") && digits[length - 1] == '0')
     length--;

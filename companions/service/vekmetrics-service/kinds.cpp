@@ -36,7 +36,7 @@ struct Kind {
   }
 
   static void read() {
-    klass = static_cast<VekMetricClass *>(g_type_class_ref(get_type()));
+    klass = static_cast<VekMetricClass *>(g_type_class_peek(get_type()));
     report = klass->report;
     constructed = klass->parent_class.constructed;
   }
@@ -57,8 +57,16 @@ void (*Kind<get_type>::constructed)(GObject *object);
 // All are read before the first is hooked: a timer would otherwise inherit a histogram's hooks.
 template <GType (*...get_types)()>
 void hook_all() {
+  static gsize hooked;
+  // While GObject initialises a class, other threads cannot initialise theirs, and a class that is
+  // being initialised may wait below. So all of them are initialised before.
+  if (!g_atomic_pointer_get(&hooked))
+    (g_type_class_ref(get_types()), ...);
+  if (!g_once_init_enter(&hooked))
+    return;
   (Kind<get_types>::read(), ...);
   (Kind<get_types>::hook(), ...);
+  g_once_init_leave(&hooked, 1);
 }
 
 }  // namespace
@@ -66,12 +74,8 @@ void hook_all() {
 void vekin::hook_kinds(const KindHooks *hooks) {
   if (hooks)
     g_atomic_pointer_set(&kind_hooks, hooks);
-  static gsize hooked;
-  if (!g_once_init_enter(&hooked))
-    return;
   hook_all<vek_metric_counter_get_type, vek_metric_gauge_get_type, vek_metric_histogram_get_type,
            vek_metric_meter_get_type, vek_metric_timeline_get_type, vek_metric_timer_get_type>();
-  g_once_init_leave(&hooked, 1);
 }
 
 VekMetric *vekin::get_reporting_metric() {

@@ -88,6 +88,8 @@ void vekin::retirement_note_met(VekMetric *metric) {
 }
 
 void vekin::retirement_join(Retirement &retirement, VekMetric *metric, bool may_retire) {
+  if (!vek_metric_get_name(metric))
+    return;  // it was disposed, and nobody can ask for it
   if (may_retire && g_atomic_int_get(&as<GObject>(metric)->ref_count) == 1)
     g_ptr_array_add(retirement.leaving, metric);
   else

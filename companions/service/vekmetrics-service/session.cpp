@@ -203,10 +203,9 @@ static void vek_service_session_constructed(GObject *object) {
   if (!self->relay) {
     self->ended = true;
     g_clear_object(&self->registry);
-    return;
   }
   vekin::MutexLock held(self->lock);
-  set_timer(self, self->last_pass);  // the period is set before the registry is
+  set_timer(self, self->last_pass);  // not before, for the period is set before the registry is
 }
 
 static void vek_service_session_class_init(VekServiceSessionClass *klass) {

@@ -175,6 +175,31 @@ TEST(path_that_no_socket_can_have_is_an_error) {
   g_assert_cmpint(g_rmdir(folder), ==, 0);
 }
 
+TEST(file_that_has_taken_the_place_of_the_socket_is_kept) {
+  g_auto(Served) first = set_up();
+  g_auto(Served) second = set_up();
+  g_autofree char *folder = g_dir_make_tmp(NULL, NULL);
+  g_autofree char *path = g_build_filename(folder, "metrics", NULL);
+  g_assert_true(vek_web_server_listen_unix(first.server, path, NULL));
+  g_assert_cmpint(g_unlink(path), ==, 0);
+  g_assert_true(vek_web_server_listen_unix(second.server, path, NULL));
+  run_dispose(first.server);
+  g_assert_true(g_file_test(path, G_FILE_TEST_EXISTS));
+  run_dispose(second.server);
+  g_assert_cmpint(g_rmdir(folder), ==, 0);
+}
+
+TEST(socket_goes_although_the_program_has_changed_its_folder) {
+  g_auto(Served) served = set_up();
+  g_autofree char *before = g_get_current_dir();
+  g_autofree char *folder = g_dir_make_tmp(NULL, NULL);
+  g_assert_cmpint(g_chdir(folder), ==, 0);
+  g_assert_true(vek_web_server_listen_unix(served.server, "metrics", NULL));
+  g_assert_cmpint(g_chdir(before), ==, 0);
+  run_dispose(served.server);
+  g_assert_cmpint(g_rmdir(folder), ==, 0);
+}
+
 TEST(socket_that_takes_no_connections_is_kept) {
   g_auto(Served) served = set_up();
   g_autofree char *folder = g_dir_make_tmp(NULL, NULL);

@@ -259,6 +259,7 @@ TEST(bodies_of_requests_are_bounded) {
   g_autoptr(GSocketAddress) address = get_address(&served);
   static const char *const requests[] = {
       "POST /metrics HTTP/1.1\r\nHost: localhost\r\nContent-Length: 65537\r\n\r\nx",
+      "POST /metrics HTTP/1.1\r\nHost: localhost\r\nContent-Length: 18446744073709551615\r\n\r\nx",
       "POST /metrics HTTP/1.1\r\nHost: localhost\r\nTransfer-Encoding: chunked\r\n\r\n1\r\nx\r\n",
   };
   for (gsize i = 0; i < G_N_ELEMENTS(requests); i++) {
@@ -365,6 +366,22 @@ TEST(path_of_another_server_is_served_until_this_one_ends) {
   assert_answer(address, "/figures", "HTTP/1.1 404 ");
   g_object_unref(served.reporter);
   settle();
+}
+
+TEST(path_of_another_server_is_that_of_the_last_one_attached) {
+  Served first = set_up();
+  g_auto(Served) second = set_up();
+  pass(&second, 1);
+  g_autoptr(GSocketAddress) address = NULL;
+  g_autoptr(SoupServer) soup_server = other_server_new(&address);
+  vek_web_server_attach(first.server, soup_server, NULL);
+  assert_answer(address, "/metrics", "HTTP/1.1 503 ");
+  vek_web_server_attach(second.server, soup_server, NULL);
+  assert_answer(address, "/metrics", "HTTP/1.1 200 ");
+  tear_down(&first);
+  assert_answer(address, "/metrics", "HTTP/1.1 200 ");
+  run_dispose(second.server);
+  assert_answer(address, "/metrics", "HTTP/1.1 404 ");
 }
 
 TEST(each_server_that_is_attached_has_its_path) {

@@ -62,6 +62,8 @@ TEST(page_comes_with_all_that_it_refers_to) {
     g_assert_true(g_str_has_prefix(file, "HTTP/1.1 200 OK|" HEADERS "Cache-Control: no-cache|"));
     g_assert_nonnull(strstr(file, expected));
     g_assert_cmpuint(g_bytes_get_size(body), >, 100);
+    g_autofree char *folder = g_strdup_printf("GET /%s%s/ HTTP/1.1|Host: localhost", name, suffix);
+    assert_status(&served, folder, "HTTP/1.1 404 Not Found");
     n_found++;
   }
   g_assert_cmpuint(n_found, >, 3);

@@ -44,6 +44,8 @@ static const char *get_content_type(const char *path) {
 Page *files_find(Files *self, const char *path) {
   if (g_str_equal(path, "/"))
     path = "/index.html";
+  if (g_str_has_suffix(path, "/"))
+    return nullptr;  // GIO would find the file without it
   auto *page = as<Page>(g_hash_table_lookup(self->pages, path));
   if (page)
     return page;

@@ -68,6 +68,30 @@ GSocket *listen_on_path(const char *path, GError **error) {
   return listen_on(address, error);
 }
 
+struct SocketFile {
+  char *path;  // absolute: the program may change its folder
+  dev_t device;
+  ino_t inode;
+};
+
+SocketFile *socket_file_new(const char *path) {
+  GStatBuf status = {};
+  g_lstat(path, &status);
+  auto *self = g_new(SocketFile, 1);
+  *self = {g_canonicalize_filename(path, nullptr), status.st_dev, status.st_ino};
+  return self;
+}
+
+void socket_file_free(gpointer file) {
+  auto *self = as<SocketFile>(file);
+  GStatBuf status;
+  if (g_lstat(self->path, &status) == 0 && status.st_dev == self->device &&
+      status.st_ino == self->inode)
+    g_unlink(self->path);
+  g_free(self->path);
+  g_free(self);
+}
+
 struct Listener {
   GSocket *socket;
   SoupServer *server;

@@ -28,7 +28,7 @@ struct _VekWebServer {
   Connections *connections;                // of that one
   guint port;                              // the first that it listens on
   GPtrArray *listeners;                    // of Listener
-  GPtrArray *socket_paths;
+  GPtrArray *socket_files;
   GPtrArray *attached;  // of Attached
   GHashTable *hosts;    // names that are allowed, in lower case
   Page *pages[2];       // the last text of each format; NULL before it is asked for
@@ -48,13 +48,16 @@ namespace {
 struct Attached {
   SoupServer *soup_server;
   char *path;
+  VekWebServer *server;
+  bool is_replaced;  // by another handler
 };
 
 }  // namespace
 
 static void free_attached(gpointer data) {
   auto *attached = vekin::as<Attached>(data);
-  soup_server_remove_handler(attached->soup_server, attached->path);
+  if (!attached->is_replaced)
+    soup_server_remove_handler(attached->soup_server, attached->path);
   g_object_unref(attached->soup_server);
   g_free(attached->path);
   g_free(attached);
@@ -150,20 +153,29 @@ static void on_request(SoupServer *soup_server, SoupServerMessage *message, cons
   }
 }
 
-// Bodies are of no use: a small one is passed over, any other is not even read.
-static void on_headers(SoupServer *soup_server, SoupServerMessage *message, const char *,
-                       GHashTable *, gpointer data) {
+// Bodies are of no use, and are passed over.
+static void on_headers(SoupServer *, SoupServerMessage *message, const char *, GHashTable *,
+                       gpointer) {
+  soup_message_body_set_accumulate(soup_server_message_get_request_body(message), FALSE);
+}
+
+// One that is not small is not even read. A length of 2^63 or more is negative.
+static void on_own_headers(SoupServer *, SoupServerMessage *message, const char *, GHashTable *,
+                           gpointer) {
   soup_message_body_set_accumulate(soup_server_message_get_request_body(message), FALSE);
   auto *headers = soup_server_message_get_request_headers(message);
-  if (soup_server == vekin::as<VekWebServer>(data)->soup_server &&
-      (soup_message_headers_get_encoding(headers) == SOUP_ENCODING_CHUNKED ||
-       soup_message_headers_get_content_length(headers) > kMaxBody))
+  if (soup_message_headers_get_encoding(headers) == SOUP_ENCODING_CHUNKED ||
+      static_cast<guint64>(soup_message_headers_get_content_length(headers)) > kMaxBody)
     connection_shut_down(connection_get_socket(message));
 }
 
-static void add_handlers(VekWebServer *self, SoupServer *soup_server, const char *path) {
-  soup_server_add_early_handler(soup_server, path, on_headers, self, nullptr);
-  soup_server_add_handler(soup_server, path, on_request, self, nullptr);
+static void on_attached_request(SoupServer *soup_server, SoupServerMessage *message,
+                                const char *path, GHashTable *query, gpointer attached) {
+  on_request(soup_server, message, path, query, vekin::as<Attached>(attached)->server);
+}
+
+static void on_replaced(gpointer attached) {
+  vekin::as<Attached>(attached)->is_replaced = true;
 }
 
 static SoupServer *get_soup_server(VekWebServer *self) {
@@ -171,7 +183,8 @@ static SoupServer *get_soup_server(VekWebServer *self) {
     self->soup_server = soup_server_new(nullptr, nullptr);
     self->connections = connections_new(self->soup_server);
     viewer_start(self->viewer, self->connections, self->waiting);
-    add_handlers(self, self->soup_server, nullptr);
+    soup_server_add_early_handler(self->soup_server, nullptr, on_own_headers, nullptr, nullptr);
+    soup_server_add_handler(self->soup_server, nullptr, on_request, self, nullptr);
   }
   return self->soup_server;
 }
@@ -208,6 +221,7 @@ static void vek_web_server_get_property(GObject *object, guint id, GValue *value
 
 static void vek_web_server_dispose(GObject *object) {
   auto *self = VEK_WEB_SERVER(object);
+  g_ptr_array_set_size(self->socket_files, 0);  // before others find them abandoned
   g_ptr_array_set_size(self->listeners, 0);
   g_clear_pointer(&self->viewer, viewer_free);
   g_clear_pointer(&self->connections, connections_free);
@@ -216,9 +230,6 @@ static void vek_web_server_dispose(GObject *object) {
   g_clear_pointer(&self->waiting, waiting_free);
   g_clear_object(&self->soup_server);
   g_ptr_array_set_size(self->attached, 0);
-  for (guint i = 0; i < self->socket_paths->len; i++)
-    g_unlink(vekin::as<char>(self->socket_paths->pdata[i]));
-  g_ptr_array_set_size(self->socket_paths, 0);
   for (auto &page : self->pages)
     g_clear_pointer(&page, page_unref);
   g_clear_object(&self->reporter);
@@ -230,7 +241,7 @@ static void vek_web_server_finalize(GObject *object) {
   auto *self = VEK_WEB_SERVER(object);
   g_ptr_array_unref(self->attached);
   g_ptr_array_unref(self->listeners);
-  g_ptr_array_unref(self->socket_paths);
+  g_ptr_array_unref(self->socket_files);
   g_hash_table_unref(self->hosts);
 
   G_OBJECT_CLASS(vek_web_server_parent_class)->finalize(object);
@@ -263,7 +274,7 @@ static void vek_web_server_class_init(VekWebServerClass *klass) {
 
 static void vek_web_server_init(VekWebServer *self) {
   self->listeners = g_ptr_array_new_with_free_func(listener_free);
-  self->socket_paths = g_ptr_array_new_with_free_func(g_free);
+  self->socket_files = g_ptr_array_new_with_free_func(socket_file_free);
   self->attached = g_ptr_array_new_with_free_func(free_attached);
   self->hosts = g_hash_table_new_full(g_str_hash, g_str_equal, g_free, nullptr);
   self->waiting = waiting_new(work_on, self);
@@ -306,7 +317,7 @@ gboolean vek_web_server_listen_unix(VekWebServer *server, const char *path, GErr
   g_autoptr(GSocket) socket = listen_on_path(path, error);
   if (!socket)
     return FALSE;
-  g_ptr_array_add(server->socket_paths, g_strdup(path));
+  g_ptr_array_add(server->socket_files, socket_file_new(path));
   listen(server, socket);
   return TRUE;
 }
@@ -317,9 +328,11 @@ void vek_web_server_attach(VekWebServer *server, SoupServer *soup_server, const 
   vek_return_if_fail(path == NULL || *path == '/');
 
   auto *attached = g_new(Attached, 1);
-  *attached = {SOUP_SERVER(g_object_ref(soup_server)), g_strdup(path ? path : "/metrics")};
+  *attached = {SOUP_SERVER(g_object_ref(soup_server)), g_strdup(path ? path : "/metrics"), server,
+               false};
   g_ptr_array_add(server->attached, attached);
-  add_handlers(server, soup_server, attached->path);
+  soup_server_add_early_handler(soup_server, attached->path, on_headers, nullptr, nullptr);
+  soup_server_add_handler(soup_server, attached->path, on_attached_request, attached, on_replaced);
 }
 
 void vek_web_server_allow_host(VekWebServer *server, const char *name) {
