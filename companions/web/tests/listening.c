@@ -185,6 +185,7 @@ TEST(file_that_has_taken_the_place_of_the_socket_is_kept) {
   g_assert_true(vek_web_server_listen_unix(second.server, path, NULL));
   run_dispose(first.server);
   g_assert_true(g_file_test(path, G_FILE_TEST_EXISTS));
+  g_assert_cmpint(g_unlink(path), ==, 0);
   run_dispose(second.server);
   g_assert_cmpint(g_rmdir(folder), ==, 0);
 }

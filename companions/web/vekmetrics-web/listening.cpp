@@ -9,6 +9,7 @@
 #include <netinet/in.h>
 #include <netinet/tcp.h>
 #include <sys/stat.h>
+#include <utility>
 
 namespace vekin::web {
 
@@ -70,23 +71,24 @@ GSocket *listen_on_path(const char *path, GError **error) {
 
 struct SocketFile {
   char *path;  // absolute: the program may change its folder
-  dev_t device;
-  ino_t inode;
+  std::pair<dev_t, ino_t> identity;
 };
 
-SocketFile *socket_file_new(const char *path) {
+static std::pair<dev_t, ino_t> identify(const char *path) {
   GStatBuf status = {};
   g_lstat(path, &status);
+  return {status.st_dev, status.st_ino};
+}
+
+SocketFile *socket_file_new(const char *path) {
   auto *self = g_new(SocketFile, 1);
-  *self = {g_canonicalize_filename(path, nullptr), status.st_dev, status.st_ino};
+  *self = {g_canonicalize_filename(path, nullptr), identify(path)};
   return self;
 }
 
 void socket_file_free(gpointer file) {
   auto *self = as<SocketFile>(file);
-  GStatBuf status;
-  if (g_lstat(self->path, &status) == 0 && status.st_dev == self->device &&
-      status.st_ino == self->inode)
+  if (identify(self->path) == self->identity)
     g_unlink(self->path);
   g_free(self->path);
   g_free(self);
