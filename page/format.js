@@ -27,7 +27,7 @@
     const name = unit ?? '';
     const per = name.endsWith('/Second') ? '/s' : '';
     const base = per ? name.slice(0, -'/Second'.length) : name;
-    const [factor, symbol] = UNITS[base] ?? [1, base];
+    const [factor, symbol] = Object.hasOwn(UNITS, base) ? UNITS[base] : [1, base];
     return {factor, symbol, per};
   }
 
