@@ -36,23 +36,24 @@
   const label = dimensions => dimensions.map(pair => pair.join('=')).join(', ');
 
   // Identifies a metric in all documents of a program.
-  const key = ({name, dimensions, kind}) => JSON.stringify([name, dimensions, kind]);
+  const key = ({name, dimensions, kind, unit}) => JSON.stringify([name, dimensions, kind, unit]);
 
   function metric(source, axes) {
     const {name, kind} = source;
     const dimensions = source.dimensions ?? [];
+    const unit = source.unit ?? null;
     const statistics = source.statistics ??
         (source.kind === 'histogram' || source.kind === 'timer' ? {} : undefined);
     return {
       name,
       dimensions,
       kind,
-      unit: source.unit ?? null,
+      unit,
       times: axes[source.times] ?? [],
       lines: statistics ?
           Object.fromEntries(Object.entries(statistics).map(([k, v]) => [k, numbers(v)])) :
           {value: numbers(source.values)},
-      key: key({name, dimensions, kind}),
+      key: key({name, dimensions, kind, unit}),
     };
   }
 
@@ -108,7 +109,7 @@
       const values = added.lines[name] ?? Array(added.times.length).fill(NaN);
       lines[name] = newest(padded(old.lines[name]).concat(values), KEPT_PASSES);
     }
-    return {...added, unit: added.unit ?? old.unit, times: extend(old.times, added.times), lines};
+    return {...added, times: extend(old.times, added.times), lines};
   }
 
   function appendTimeline(old, added) {

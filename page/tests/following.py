@@ -104,6 +104,20 @@ class Following(browser.Test):
             return [ranges.length, ranges[0], ranges.at(-1)];''')
         self.assertEqual(kept, [100000, [2, 3], [200000, 200001]])
 
+    def test_a_metric_with_another_unit_is_another_metric(self):
+        self.follow()
+        appended = self.browser.run("""
+            const read = (passes, ...series) => vek.data.read({
+              times: [passes, ...series.map(([, times]) => times)],
+              metrics: series.map(([unit, times], i) =>
+                ({name: 'size', kind: 'gauge', unit, times: i + 1, values: times}))});
+            const before = read([100, 110, 120, 130],
+              ['Bytes', [100, 110, 120]], ['Count', [120, 130]]);
+            return vek.data.append(before, read([140], ['Count', [140]])).metrics
+              .map(({unit, times, lines}) => [unit, times, lines.value]);""")
+        self.assertEqual(appended, [['Bytes', [100, 110, 120], [100, 110, 120]],
+                                    ['Count', [120, 130, 140], [120, 130, 140]]])
+
     def test_the_page_says_when_the_program_has_gone(self):
         self.program.add(START, a=0)
         self.program.add(START + 1, a=4)
