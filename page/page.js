@@ -103,7 +103,7 @@
   function arrange(isNew) {
     const found = matching();
     const present = JSON.stringify([...rows].map(([key, row]) =>
-      [key, row.constant, row.parts.length]));
+      [key, row.constant, row.parts.map(({lane}) => lane?.id)]));
     if (!isNew && present === arranged) {
       return;
     }

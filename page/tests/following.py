@@ -3,7 +3,7 @@
 from support import browser, tap
 
 import pages
-from pages import START, Program
+from pages import START, Program, timeline
 
 
 class Following(browser.Test):
@@ -103,6 +103,41 @@ class Following(browser.Test):
               vek.data.append(before, read([200000, 200001])).timelines;
             return [ranges.length, ranges[0], ranges.at(-1)];''')
         self.assertEqual(kept, [100000, [2, 3], [200000, 200001]])
+
+    def test_what_is_before_the_passes_that_are_kept_is_dropped(self):
+        self.follow()
+        appended = self.browser.run("""
+            const read = (times, name, timelines = [], restarts = []) => vek.data.read({
+              times: [times], restarts, timelines,
+              metrics: [name, 'always'].map(name =>
+                ({name, kind: 'gauge', times: 0, values: times}))});
+            const timeline = (name, clock, ...lanes) => ({name, clock,
+              lanes: lanes.map((ranges, i) => ({id: i, ranges}))});
+            let model = read([0, 1], 'gone', [timeline('a', 'wall', [0, 1]),
+              timeline('b', 'wall', [0, 1], [0, 1, 5, 10002]), timeline('c', 'other', [0, 1])],
+              [1, 10002]);
+            for (let from = 2; from < 20002; from += 5000) {
+              const times = Array.from({length: 5000}, (_, i) => from + i);
+              model = vek.data.append(model, read(times, 'live'));
+            }
+            const {metrics: [{times, lines}], timelines, restarts, passes} = model;
+            return [vek.data.span(model, 'wall'), model.metrics.map(metric => metric.name),
+              times === passes, times[0], lines.value[0], lines.value.length, restarts,
+              timelines.map(({name, lanes}) => [name, lanes.map(lane => lane.ranges)])];""")
+        self.assertEqual(appended, [
+            [5, 20001], ['always', 'live'], True, 10002, 10002, 10000, [10002],
+            [['b', [[[5, 10002]]]], ['c', [[[0, 1]]]]]])
+
+    def test_lanes_come_and_go(self):
+        self.program.is_whole = True
+        self.program.timelines = [timeline({'1': [START, START + 1]})]
+        self.program.add(START, a=0)
+        self.follow()
+        self.browser.until('document.querySelector(".lane .id")?.innerText === "1"')
+        self.program.timelines = [timeline({'2': [START, START + 1]})]
+        self.program.add(START + 1, a=4)
+        self.browser.until('document.querySelector(".lane .id")?.innerText === "2"')
+        self.assertEqual(self.browser.text('.lane .id'), ['2'])
 
     def test_a_metric_with_another_unit_is_another_metric(self):
         self.follow()
