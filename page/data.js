@@ -159,8 +159,12 @@
   }
 
   // Returns a model with the passes of a later one behind its own. If the program was restarted
-  // in between, the later one has no pass of the first.
+  // in between, the later one has no pass of the first. If the clock was set back, the later one is
+  // all that is left: times ascend.
   function append(model, later) {
+    if (later.passes[0] < model.passes.at(-1)) {
+      return later;
+    }
     const extend = extender();
     const restarted = later.start !== model.start && later.passes.length > 0;
     return trim({

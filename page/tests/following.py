@@ -73,6 +73,21 @@ class Following(browser.Test):
         self.assertEqual(
             self.browser.run('return document.querySelectorAll(".restart").length;'), 1)
 
+    def test_a_clock_that_is_set_back_makes_the_page_start_anew(self):
+        self.program.add(START + 100, a=0)
+        self.program.add(START + 110, a=10)
+        self.follow()
+        self.until_drawn('[[null,1]]')
+        self.program.add(START, a=20)
+        self.program.add(START + 10, a=40)
+        self.until_drawn('[[null,2]]')
+        self.program.restart('second')
+        self.program.add(START - 100, a=0)
+        self.program.add(START - 90, a=30)
+        self.until_drawn('[[null,3]]')
+        self.assertEqual(self.browser.text('#facts dd')[1:3],
+                         ['2023-11-14 22:11:40 – 22:11:50', '2 passes'])
+
     def test_a_server_may_replace_all_passes(self):
         self.program.add(START, a=0, b=0)
         self.program.add(START + 1, a=4, b=5)
