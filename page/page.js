@@ -233,7 +233,20 @@
     }
   }
 
+  // The printed page has everything in view.
+  function onPrint(isBefore) {
+    document.body.classList.toggle('printed', isBefore);
+    showView(false);
+    if (isBefore) {
+      painter.paintAll();
+    } else {
+      painter.clearUnseen();
+    }
+  }
+
   function listen() {
+    window.addEventListener('beforeprint', () => onPrint(true));
+    window.addEventListener('afterprint', () => onPrint(false));
     document.addEventListener('keydown', onKey);
     find('filter').addEventListener('input', ({target}) => change({filter: target.value}));
     find('sort').addEventListener('change', ({target}) => change({sort: target.value}));

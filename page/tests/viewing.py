@@ -236,6 +236,24 @@ class Viewing(browser.Test):
         self.assertFalse(after[0])
         self.assertLess(sum(after), 30)
 
+    def test_all_charts_are_printed(self):
+        self.open(document([metric('gauge', [1, 2, i], f'g{i}') for i in range(3, 103)],
+                           [timeline({'1': [START, START + 60]})], times=minutes(3)))
+        self.browser.run("""
+            window.drawn = () => {
+              const canvases = [...document.querySelectorAll('.plot canvas:first-of-type')];
+              const {right} = document.querySelector('.ticks').getBoundingClientRect();
+              return [canvases.filter(canvas => canvas.width).length, document.body.offsetWidth,
+                canvases.every(canvas => canvas.getBoundingClientRect().right === right),
+                [...document.querySelectorAll('#wall .tick')].every(tick =>
+                  tick.getBoundingClientRect().left < right)];
+            };
+            addEventListener('beforeprint', () => window.printed = drawn());""")
+        self.browser.devtools('Page.printToPDF')
+        self.assertEqual(self.browser.run('return printed;'), [101, 900, True, True])
+        self.browser.settle()
+        self.assertLess(self.browser.run('return drawn();')[0], 30)
+
     def test_a_wider_window_draws_again(self):
         self.open(width=800)
         self.browser.devtools('Emulation.setDeviceMetricsOverride', width=1200, height=900,
