@@ -12,7 +12,7 @@
       return Number.isFinite(value) ? value : null;
     };
     const [from, to, otherFrom, otherTo] = NUMBERS.map(number);
-    const window = (a, b) => a !== null && b !== null && a < b ? [a, b] : null;
+    const window = (a, b) => a !== null && b !== null && a <= b ? [a, b] : null;
     return {
       wall: window(from, to),
       other: window(otherFrom, otherTo),

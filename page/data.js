@@ -36,23 +36,24 @@
   const label = dimensions => dimensions.map(pair => pair.join('=')).join(', ');
 
   // Identifies a metric in all documents of a program.
-  const key = ({name, dimensions, kind}) => JSON.stringify([name, dimensions, kind]);
+  const key = ({name, dimensions, kind, unit}) => JSON.stringify([name, dimensions, kind, unit]);
 
   function metric(source, axes) {
     const {name, kind} = source;
     const dimensions = source.dimensions ?? [];
+    const unit = source.unit ?? null;
     const statistics = source.statistics ??
         (source.kind === 'histogram' || source.kind === 'timer' ? {} : undefined);
     return {
       name,
       dimensions,
       kind,
-      unit: source.unit ?? null,
+      unit,
       times: axes[source.times] ?? [],
       lines: statistics ?
           Object.fromEntries(Object.entries(statistics).map(([k, v]) => [k, numbers(v)])) :
           {value: numbers(source.values)},
-      key: key({name, dimensions, kind}),
+      key: key({name, dimensions, kind, unit}),
     };
   }
 
@@ -88,14 +89,12 @@
     };
   }
 
-  const newest = (values, count) => values.length > count ? values.slice(-count) : values;
-
   // Metrics that share an array of times go on to share one, so that it is extended once.
   function extender() {
     const extended = new Map();
     return (old, added) => {
       const by = extended.get(old) ?? extended.set(old, new Map()).get(old);
-      return by.get(added) ?? by.set(added, newest(old.concat(added), KEPT_PASSES)).get(added);
+      return by.get(added) ?? by.set(added, old.concat(added)).get(added);
     };
   }
 
@@ -106,16 +105,16 @@
     const lines = {};
     for (const name of names) {
       const values = added.lines[name] ?? Array(added.times.length).fill(NaN);
-      lines[name] = newest(padded(old.lines[name]).concat(values), KEPT_PASSES);
+      lines[name] = padded(old.lines[name]).concat(values);
     }
-    return {...added, unit: added.unit ?? old.unit, times: extend(old.times, added.times), lines};
+    return {...added, times: extend(old.times, added.times), lines};
   }
 
   function appendTimeline(old, added) {
     const lanes = new Map(old.lanes.map(lane => [lane.id, lane]));
     for (const {id, ranges} of added.lanes) {
       const all = (lanes.get(id)?.ranges ?? []).concat(ranges).sort((a, b) => a[0] - b[0]);
-      lanes.set(id, {id, ranges: newest(all, KEPT_RANGES)});
+      lanes.set(id, {id, ranges: all.slice(-KEPT_RANGES)});
     }
     return {...added, lanes: [...lanes.values()]};
   }
@@ -129,19 +128,53 @@
     return [...all.values()];
   }
 
+  // Drops what is before the first pass that is kept. Shared arrays of times stay shared.
+  function trim(model) {
+    if (model.passes.length <= KEPT_PASSES) {
+      return model;
+    }
+    const first = model.passes.at(-KEPT_PASSES);
+    const trimmed = new Map();
+    const since = times => trimmed.get(times) ??
+      trimmed.set(times, times.filter(time => time >= first)).get(times);
+    const trimMetric = metric => {
+      const times = since(metric.times);
+      const dropped = metric.times.length - times.length;
+      const lines = Object.entries(metric.lines).map(([k, values]) => [k, values.slice(dropped)]);
+      return {...metric, times, lines: Object.fromEntries(lines)};
+    };
+    const trimLane = lane => {
+      const ranges = lane.ranges.filter(([, end]) => end >= first);
+      return ranges.length < lane.ranges.length ? {id: lane.id, ranges} : lane;
+    };
+    const trimTimeline = timeline => timeline.clock !== 'wall' ? timeline :
+      {...timeline, lanes: timeline.lanes.map(trimLane).filter(({ranges}) => ranges.length)};
+    return {
+      ...model,
+      passes: since(model.passes),
+      restarts: since(model.restarts),
+      metrics: model.metrics.map(trimMetric).filter(({times}) => times.length),
+      timelines: model.timelines.map(trimTimeline).filter(({lanes}) => lanes.length),
+    };
+  }
+
   // Returns a model with the passes of a later one behind its own. If the program was restarted
-  // in between, the later one has no pass of the first.
+  // in between, the later one has no pass of the first. If the clock was set back, the later one is
+  // all that is left: times ascend.
   function append(model, later) {
+    if (later.passes[0] < model.passes.at(-1)) {
+      return later;
+    }
     const extend = extender();
     const restarted = later.start !== model.start && later.passes.length > 0;
-    return {
+    return trim({
       ...later,
       passes: extend(model.passes, later.passes),
       restarts: [...new Set([...model.restarts, ...(restarted ? [later.passes[0]] : []),
         ...later.restarts])],
       metrics: appendAll(model.metrics, later.metrics, (a, b) => appendMetric(a, b, extend)),
       timelines: appendAll(model.timelines, later.timelines, appendTimeline),
-    };
+    });
   }
 
   // The first and last time of all that shares a clock; null if there is none.

@@ -27,7 +27,7 @@
     const name = unit ?? '';
     const per = name.endsWith('/Second') ? '/s' : '';
     const base = per ? name.slice(0, -'/Second'.length) : name;
-    const [factor, symbol] = UNITS[base] ?? [1, base];
+    const [factor, symbol] = Object.hasOwn(UNITS, base) ? UNITS[base] : [1, base];
     return {factor, symbol, per};
   }
 
@@ -103,14 +103,16 @@
   }
 
   // Steps of the wall clock begin at the viewer's midnight; on the days on which clocks change,
-  // they keep the offset of the first.
+  // they keep the offset of the first. Its labels end at the microsecond.
   function ticks(from, to, width, wall) {
-    const step = stepFor((to - from) / Math.max(2, width / 90));
+    const step = Math.max(wall ? 1e-6 : 0, stepFor((to - from) / Math.max(2, width / 90)));
     const offset = wall ? new Date(from * 1000).getTimezoneOffset() * 60 : from;
+    const first = Math.ceil((from - offset) / step);
+    const last = Math.floor((to - offset) / step);
     const found = [];
-    for (let n = Math.ceil((from - offset) / step); n * step + offset <= to; n++) {
-      const time = n * step + offset;
-      found.push({time, label: wall ? tickLabel(time, step) : `+${duration(n * step)}`});
+    for (let i = 0; i <= last - first; i++) {  // first may be too large to be counted up
+      const time = (first + i) * step + offset;
+      found.push({time, label: wall ? tickLabel(time, step) : `+${duration((first + i) * step)}`});
     }
     return found;
   }

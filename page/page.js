@@ -103,7 +103,7 @@
   function arrange(isNew) {
     const found = matching();
     const present = JSON.stringify([...rows].map(([key, row]) =>
-      [key, row.constant, row.parts.length]));
+      [key, row.constant, row.parts.map(({lane}) => lane?.id)]));
     if (!isNew && present === arranged) {
       return;
     }
@@ -233,7 +233,20 @@
     }
   }
 
+  // The printed page has everything in view.
+  function onPrint(isBefore) {
+    document.body.classList.toggle('printed', isBefore);
+    showView(false);
+    if (isBefore) {
+      painter.paintAll();
+    } else {
+      painter.clearUnseen();
+    }
+  }
+
   function listen() {
+    window.addEventListener('beforeprint', () => onPrint(true));
+    window.addEventListener('afterprint', () => onPrint(false));
     document.addEventListener('keydown', onKey);
     find('filter').addEventListener('input', ({target}) => change({filter: target.value}));
     find('sort').addEventListener('change', ({target}) => change({sort: target.value}));

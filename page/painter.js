@@ -41,6 +41,24 @@
       this.#schedule();
     }
 
+    // Paints all rows at once: what is printed is taken before the next frame.
+    paintAll() {
+      for (const row of this.#rows.values()) {
+        if (row.element.checkVisibility()) {
+          this.#paintRow(row);
+        }
+      }
+    }
+
+    // Clears the rows that are not in view.
+    clearUnseen() {
+      for (const row of this.#rows.values()) {
+        if (!this.#visible.has(row)) {
+          row.clear();
+        }
+      }
+    }
+
     // Resolves when everything in view is painted.
     settled() {
       this.#schedule();
@@ -74,16 +92,20 @@
       this.#frame ||= requestAnimationFrame(() => this.#paint());
     }
 
+    #paintRow(row) {
+      try {
+        row.paint();
+      } catch (error) {
+        reportError(error);  // and the other rows are painted
+      }
+    }
+
     #paint() {
       this.#frame = 0;
       const end = performance.now() + FRAME_BUDGET;
       for (const row of this.#waiting) {
         this.#waiting.delete(row);
-        try {
-          row.paint();
-        } catch (error) {
-          reportError(error);  // and the other rows are painted
-        }
+        this.#paintRow(row);
         if (performance.now() > end) {
           break;
         }

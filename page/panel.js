@@ -3,6 +3,9 @@
 {
   const LEAST_DRAG = 4;  // pixels; less is a click
 
+  // The length of the shortest window: some 50 times the distance of the doubles there.
+  const leastLength = time => Math.max(1e-9, Math.abs(time) * 1e-14);
+
   const make = (name, className, text = '') => {
     const element = document.createElement(name);
     element.className = className;
@@ -43,8 +46,11 @@
       });
     }
 
+    // What is shown: shorter ranges are in the middle of the shortest window.
     get window() {
-      return this.zoom ?? this.whole ?? [0, 1];
+      const [from, to] = this.zoom ?? this.whole ?? [0, 1];
+      const more = Math.max(0, leastLength(to) - (to - from)) / 2;
+      return [from - more, to + more];
     }
 
     get width() {
@@ -122,7 +128,7 @@
     #zoomTo(from, to) {
       const window = [Math.max(from, this.whole[0]), Math.min(to, this.whole[1])];
       const isAll = window[0] === this.whole[0] && window[1] === this.whole[1];
-      if (isAll || window[1] - window[0] > 1e-6) {
+      if (isAll || window[1] - window[0] > leastLength(window[1])) {
         this.onZoom(isAll ? null : window);
       }
     }

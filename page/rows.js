@@ -223,13 +223,12 @@
 
     update(timeline) {
       this.metric = timeline;
+      const known = this.#lanes;
+      this.#lanes = new Map();
       for (const lane of timeline.lanes) {
-        const row = this.#lanes.get(lane.id);
-        if (row) {
-          row.update(lane);
-        } else {
-          this.#lanes.set(lane.id, new LaneRow(lane, this.panel));
-        }
+        const row = known.get(lane.id);
+        row?.update(lane);
+        this.#lanes.set(lane.id, row ?? new LaneRow(lane, this.panel));
       }
       const rows = [...this.#lanes.values()];
       this.parts = [this, ...rows.sort((a, b) => collator.compare(a.lane.id, b.lane.id))];

@@ -64,6 +64,18 @@ class Documents(browser.Test):
             'return [document.images.length, window.evil ?? null, document.title];'),
             [0, None, evil])
 
+    def test_names_of_inherited_properties_are_text(self):
+        for name in ('constructor', 'toString', '__proto__'):
+            data = document([metric('gauge', [1, 2, 3, 4], name, name, [[name, name]]),
+                             metric('counter', [0, 60, 120, 240], f'{name} 2', name)],
+                            [timeline({name: [START, START + 30]}, f'{name} 3')], minutes(4))
+            pages.server().show(self.browser, data)
+            self.assertEqual([drawn.get('values') for drawn in self.browser.series()],
+                             [[1, 2, 3, 4], [None, 1, 1, 2], None])
+            values = [text.replace('\u202f', ' ') for text in self.browser.text('.value')]
+            self.assertEqual(values, [f'4 {name}', f'2 {name}/s'])
+            self.assertEqual(self.browser.text('.lane .id'), [name])
+
     def test_the_header_tells_what_is_shown(self):
         first = [f'known.csv:{i}: not a line of figures' for i in range(20)]
         pages.server().show(self.browser, document(

@@ -3,7 +3,7 @@
 from support import browser, tap
 
 import pages
-from pages import START, Program
+from pages import START, Program, timeline
 
 
 class Following(browser.Test):
@@ -73,6 +73,21 @@ class Following(browser.Test):
         self.assertEqual(
             self.browser.run('return document.querySelectorAll(".restart").length;'), 1)
 
+    def test_a_clock_that_is_set_back_makes_the_page_start_anew(self):
+        self.program.add(START + 100, a=0)
+        self.program.add(START + 110, a=10)
+        self.follow()
+        self.until_drawn('[[null,1]]')
+        self.program.add(START, a=20)
+        self.program.add(START + 10, a=40)
+        self.until_drawn('[[null,2]]')
+        self.program.restart('second')
+        self.program.add(START - 100, a=0)
+        self.program.add(START - 90, a=30)
+        self.until_drawn('[[null,3]]')
+        self.assertEqual(self.browser.text('#facts dd')[1:3],
+                         ['2023-11-14 22:11:40 – 22:11:50', '2 passes'])
+
     def test_a_server_may_replace_all_passes(self):
         self.program.add(START, a=0, b=0)
         self.program.add(START + 1, a=4, b=5)
@@ -103,6 +118,55 @@ class Following(browser.Test):
               vek.data.append(before, read([200000, 200001])).timelines;
             return [ranges.length, ranges[0], ranges.at(-1)];''')
         self.assertEqual(kept, [100000, [2, 3], [200000, 200001]])
+
+    def test_what_is_before_the_passes_that_are_kept_is_dropped(self):
+        self.follow()
+        appended = self.browser.run("""
+            const read = (times, name, timelines = [], restarts = []) => vek.data.read({
+              times: [times], restarts, timelines,
+              metrics: [name, 'always'].map(name =>
+                ({name, kind: 'gauge', times: 0, values: times}))});
+            const timeline = (name, clock, ...lanes) => ({name, clock,
+              lanes: lanes.map((ranges, i) => ({id: i, ranges}))});
+            let model = read([0, 1], 'gone', [timeline('a', 'wall', [0, 1]),
+              timeline('b', 'wall', [0, 1], [0, 1, 5, 10002]), timeline('c', 'other', [0, 1])],
+              [1, 10002]);
+            for (let from = 2; from < 20002; from += 5000) {
+              const times = Array.from({length: 5000}, (_, i) => from + i);
+              model = vek.data.append(model, read(times, 'live'));
+            }
+            const {metrics: [{times, lines}], timelines, restarts, passes} = model;
+            return [vek.data.span(model, 'wall'), model.metrics.map(metric => metric.name),
+              times === passes, times[0], lines.value[0], lines.value.length, restarts,
+              timelines.map(({name, lanes}) => [name, lanes.map(lane => lane.ranges)])];""")
+        self.assertEqual(appended, [
+            [5, 20001], ['always', 'live'], True, 10002, 10002, 10000, [10002],
+            [['b', [[[5, 10002]]]], ['c', [[[0, 1]]]]]])
+
+    def test_lanes_come_and_go(self):
+        self.program.is_whole = True
+        self.program.timelines = [timeline({'1': [START, START + 1]})]
+        self.program.add(START, a=0)
+        self.follow()
+        self.browser.until('document.querySelector(".lane .id")?.innerText === "1"')
+        self.program.timelines = [timeline({'2': [START, START + 1]})]
+        self.program.add(START + 1, a=4)
+        self.browser.until('document.querySelector(".lane .id")?.innerText === "2"')
+        self.assertEqual(self.browser.text('.lane .id'), ['2'])
+
+    def test_a_metric_with_another_unit_is_another_metric(self):
+        self.follow()
+        appended = self.browser.run("""
+            const read = (passes, ...series) => vek.data.read({
+              times: [passes, ...series.map(([, times]) => times)],
+              metrics: series.map(([unit, times], i) =>
+                ({name: 'size', kind: 'gauge', unit, times: i + 1, values: times}))});
+            const before = read([100, 110, 120, 130],
+              ['Bytes', [100, 110, 120]], ['Count', [120, 130]]);
+            return vek.data.append(before, read([140], ['Count', [140]])).metrics
+              .map(({unit, times, lines}) => [unit, times, lines.value]);""")
+        self.assertEqual(appended, [['Bytes', [100, 110, 120], [100, 110, 120]],
+                                    ['Count', [120, 130, 140], [120, 130, 140]]])
 
     def test_the_page_says_when_the_program_has_gone(self):
         self.program.add(START, a=0)

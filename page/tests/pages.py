@@ -77,6 +77,7 @@ class Program:
         self.passes = []  # (time, values by name)
         self.streams = []
         self.asked = []
+        self.timelines = []
         self.is_whole = False  # whether each reply has everything
 
     def add(self, time, **values):
@@ -97,7 +98,7 @@ class Program:
         return document(
             [metric('counter', [values.get(name) for _, values in kept], name, 'Count')
              for name in names],
-            times=[time for time, _ in kept], start=self.start, whole=self.is_whole,
+            self.timelines, times=[time for time, _ in kept], start=self.start, whole=self.is_whole,
             **{'pass': len(self.passes)})
 
 

@@ -141,6 +141,44 @@ class Viewing(browser.Test):
         [drawn] = self.browser.series()
         self.assertEqual(drawn['values'], list(range(9, 22)))
 
+    def ticks(self):
+        return [label for label in self.browser.text('.tick') if label]
+
+    def test_the_shortest_ranges_are_zoomed_to(self):
+        start = START + 30.123456
+        for length in (1e-6, 0):
+            self.open(document([metric('gauge', [1, 2])],
+                               [timeline({'1': [start, start + length]})], minutes(2)))
+            self.browser.click('.longest li button')
+            shown = self.ticks()
+            self.assertGreater(len(shown), 4)
+            self.assertEqual(len(set(shown)), len(shown))
+            self.assertIn('22:13:50.123456', shown)
+            work = self.browser.series()[1]
+            self.assertAlmostEqual(work['lanes'][0]['busy'], length / 1.7e-5, delta=0.02)
+
+            address = self.address()
+            self.browser.key('+')
+            self.assertEqual(self.address(), address)
+            self.browser.run('location.hash = "";')
+            self.browser.until('document.querySelector(".tick").innerText === "22:13:20"')
+            self.browser.run('location.hash = arguments[0];', address)
+            self.browser.until('document.querySelector(".tick").innerText.includes(".")')
+            self.browser.settle()
+            self.assertEqual(self.ticks(), shown)
+
+    def test_every_window_has_few_ticks(self):
+        self.open()
+        counts = self.browser.run("""
+            return [[0, 1e-9], [1.7e9, 1.7e9 + 1e-6], [1.7e9, 1.7e9], [1e10, 1e10 + 1e-5],
+                    [8e12, 8e12 + 0.002], [1e17, 1e17 + 16], [-1e300, 1e300]].flatMap(window =>
+              [true, false].map(isWall => vek.format.ticks(...window, 4000, isWall).length));""")
+        self.assertLess(max(counts), 50)
+        labels = self.browser.run("""
+            return vek.format.ticks(1700000000.123456, 1700000000.123466, 4000, true)
+              .map(tick => tick.label);""")
+        self.assertEqual(len(set(labels)), len(labels))
+
     def test_nonsense_in_the_address_is_ignored(self):
         self.open()
         expected = self.browser.series()
@@ -197,6 +235,24 @@ class Viewing(browser.Test):
         after = self.browser.run(drawn)
         self.assertFalse(after[0])
         self.assertLess(sum(after), 30)
+
+    def test_all_charts_are_printed(self):
+        self.open(document([metric('gauge', [1, 2, i], f'g{i}') for i in range(3, 103)],
+                           [timeline({'1': [START, START + 60]})], times=minutes(3)))
+        self.browser.run("""
+            window.drawn = () => {
+              const canvases = [...document.querySelectorAll('.plot canvas:first-of-type')];
+              const {right} = document.querySelector('.ticks').getBoundingClientRect();
+              return [canvases.filter(canvas => canvas.width).length, document.body.offsetWidth,
+                canvases.every(canvas => canvas.getBoundingClientRect().right === right),
+                [...document.querySelectorAll('#wall .tick')].every(tick =>
+                  tick.getBoundingClientRect().left < right)];
+            };
+            addEventListener('beforeprint', () => window.printed = drawn());""")
+        self.browser.devtools('Page.printToPDF')
+        self.assertEqual(self.browser.run('return printed;'), [101, 900, True, True])
+        self.browser.settle()
+        self.assertLess(self.browser.run('return drawn();')[0], 30)
 
     def test_a_wider_window_draws_again(self):
         self.open(width=800)
