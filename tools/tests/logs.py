@@ -36,6 +36,22 @@ class Reading(unittest.TestCase):
                                                'figures.json.2', 'figures.json.1', 'figures.json'])
         self.assertEqual(run.metrics['a']['values'], [2.5, 3.5, 10.5, 11.5, 12.5])
 
+    def test_logs_whose_names_differ_in_the_extension_are_all_read(self):
+        first, second, third = (csv_lines((T + second, 'a', second + 0.5),
+                                          (T + second + 60, 'a', second + 60.5))
+                                for second in (0, 120, 240))
+        for files in ({'figures.csv': third, 'figures.csv-20231114': first,
+                       'figures.csv-20231115': second},
+                      {'figures.csv': third, 'figures.old': second, 'figures': first}):
+            files['figures.json'] = json_line(0, ('a', {'Value': 0.5, 'Unit': 'Bytes'}))
+            run = Run(files)
+            self.assertEqual(run.metrics['a']['values'], [0.5, 60.5, 120.5, 180.5, 240.5, 300.5])
+            self.assertEqual(run.metrics['a']['unit'], 'Bytes')
+        run = Run({'a.csv': first, 'a.old': first, 'a': first},
+                  paths=['logs/a.csv', 'logs'])
+        self.assertEqual([metric['dimensions'] for metric in run.data['metrics']],
+                         [[['file', 'a']], [['file', "a'"]], [['file', 'a.old']]])
+
     def test_what_cannot_be_read_is_named_by_file_and_line(self):
         lines = FIGURES.splitlines(keepends=True)
         lines.insert(2, '1700000060000000,a,b,c,,,,,,,\n')

@@ -113,8 +113,14 @@ class Files:
 
     @property
     def logs(self):
-        return {(os.path.splitext(path)[0], kind): reader.log
-                for (path, kind), reader in self.readers.items()}
+        """The logs by name and format; a name has no extension unless another log is called so."""
+        logs = {}
+        for (path, kind), reader in self.readers.items():
+            name, spare = os.path.splitext(path)[0], path
+            while (name, kind) in logs:
+                name, spare = spare, f"{spare}'"
+            logs[name, kind] = reader.log
+        return logs
 
     def count_ranges(self):
         """How many bounds each lane has."""
