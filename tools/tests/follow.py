@@ -13,6 +13,10 @@ import unittest
 from plot import PROGRAM, T, csv_lines, json_line
 from support import tap
 
+from vekplot.arguments import parse
+from vekplot.files import Files
+from vekplot.follow import PATIENCE, Feed
+
 FIRST = csv_lines((T + 55.5, 'requests', 5), (T + 60.1, 'load', 0.5))
 SECOND = csv_lines((T + 119.5, 'requests', 8), (T + 120.1, 'load', 0.25))
 
@@ -178,6 +182,23 @@ class Follow(unittest.TestCase):
         self.assertEqual(server.get_data('/vars.json?after=1')['timelines'], [
             {'name': 'work', 'dimensions': [], 'clock': 'wall',
              'lanes': [{'id': '2', 'ranges': [1700000002, 1700000003]}]}])
+
+    def test_no_range_is_lost_while_the_files_go_on_growing(self):
+        self.write('log.csv', figures(0, 0.5))
+        paths = [str(self.folder)]
+        feed = Feed(Files(paths), parse(paths))
+        feed.look()
+        for second in range(1, PATIENCE + 1):
+            start = (T + second) * 1_000_000
+            self.write('log.csv', figures(second, 0.5) + f'F,work,{second},{start},{start + 1}\n')
+            feed.look()
+        shown = json.loads(feed.get(1))
+        self.assertEqual(shown['times'], [[T + second for second in range(PATIENCE)]])
+        self.assertEqual([int(lane['id']) for lane in shown['timelines'][0]['lanes']],
+                         list(range(1, PATIENCE + 1)))
+        feed.look()
+        shown = json.loads(feed.get(2))
+        self.assertEqual((shown['times'], shown['timelines']), ([[T + PATIENCE]], []))
 
     def test_a_line_is_read_when_it_has_ended(self):
         self.write('figures.csv', FIRST)
