@@ -113,6 +113,13 @@ class Follow(unittest.TestCase):
         self.addCleanup(server.close)
         return server
 
+    def feed(self):
+        """What a server gives to its page, which looks at the files when the test tells it to."""
+        paths = [str(self.folder)]
+        feed = Feed(Files(paths), parse(paths))
+        feed.look()
+        return feed
+
     def test_the_page_and_its_scripts_are_served_with_a_policy(self):
         self.write('figures.csv', FIRST)
         server = self.serve()
@@ -185,9 +192,7 @@ class Follow(unittest.TestCase):
 
     def test_no_range_is_lost_while_the_files_go_on_growing(self):
         self.write('log.csv', figures(0, 0.5))
-        paths = [str(self.folder)]
-        feed = Feed(Files(paths), parse(paths))
-        feed.look()
+        feed = self.feed()
         for second in range(1, PATIENCE + 1):
             start = (T + second) * 1_000_000
             self.write('log.csv', figures(second, 0.5) + f'F,work,{second},{start},{start + 1}\n')
@@ -199,6 +204,18 @@ class Follow(unittest.TestCase):
         feed.look()
         shown = json.loads(feed.get(2))
         self.assertEqual((shown['times'], shown['timelines']), ([[T + PATIENCE]], []))
+
+    def test_what_is_read_but_not_shown_yet_does_not_come(self):
+        self.write('log.csv', figures(0, 0.5) + 'F,work,1,1700000000000000,1700000000000001\n')
+        feed = self.feed()
+        first = feed.get(None)
+        self.write('log.csv', figures(60, 0.5) + 'F,work,1,1700000001000000,1700000001000001\n')
+        feed.look()
+        self.assertEqual(feed.get(None), first)
+        self.assertEqual(json.loads(feed.get(1))['timelines'], [])
+        feed.look()
+        self.assertEqual(json.loads(feed.get(1))['timelines'][0]['lanes'],
+                         [{'id': '1', 'ranges': [1700000001, 1700000001.000001]}])
 
     def test_a_line_is_read_when_it_has_ended(self):
         self.write('figures.csv', FIRST)

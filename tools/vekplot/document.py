@@ -31,10 +31,11 @@ def get_title(paths):
 
 
 class Document:
-    """All that is drawn."""
+    """All that is drawn. The logs may have more meanwhile, which it leaves out."""
 
     def __init__(self, files, options):
         self.logs = files.logs
+        self.ranges = files.count_ranges()
         self.options = options
         self.is_selected = make_filter(options.select)
         self.title = get_title(options.paths)
@@ -69,7 +70,7 @@ class Document:
     def find_timelines(self, skip=MappingProxyType({})):
         times = self.axis.times
         timelines = find_timelines(self.logs, UNITS[self.options.range_unit],
-                                   (times[0], times[-1]) if times else None, skip)
+                                   (times[0], times[-1]) if times else None, skip, self.ranges)
         return [timeline for timeline in map(self.cut_timeline, timelines)
                 if timeline.lanes and self.is_selected(timeline.name)]
 

@@ -74,7 +74,7 @@ class Feed:
             self.document.leave_last_pass()
         self.serial += 1
         passes = self.document.count_passes()
-        self.marks[self.serial] = Mark(passes, self.files.count_ranges(),
+        self.marks[self.serial] = Mark(passes, self.document.ranges,
                                        self.document.describe(passes))
         self.marks.pop(self.serial - KEPT_MARKS, None)
         self.changed.notify_all()
