@@ -20,6 +20,14 @@ READERS = {'csv': CsvReader, 'json': JsonReader}
 ROTATED = re.compile(r'\.(\d+)$')
 
 
+def is_log(path):
+    """Whether there is a log with this name."""
+    if not os.path.isfile(path):
+        return False
+    with open(path, 'rb') as file:
+        return bool(LINE.search(file.read(HEAD)))
+
+
 class Unread:
     """What could not be read."""
 
