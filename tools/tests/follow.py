@@ -5,10 +5,12 @@ import http.client
 import json
 import os
 import pathlib
+import resource
 import subprocess
 import sys
 import tempfile
 import unittest
+from functools import partial
 
 from plot import PROGRAM, T, csv_lines, json_line
 from support import tap
@@ -26,10 +28,10 @@ SILENCES = 4  # of 15 seconds, that only a failure takes
 class Server:
     """A running vek-plot, and a page that listens to its events."""
 
-    def __init__(self, folder, *arguments):
+    def __init__(self, folder, *arguments, **options):
         self.program = subprocess.Popen(
             [sys.executable, PROGRAM, '--follow', *arguments], cwd=folder, text=True,
-            stdout=subprocess.PIPE, stderr=subprocess.PIPE)
+            stdout=subprocess.PIPE, stderr=subprocess.PIPE, **options)
         self.address = self.program.stdout.readline().strip()
         self.port = int(self.address.removeprefix('http://127.0.0.1:').removesuffix('/'))
         self.events = self.connect()
@@ -108,8 +110,8 @@ class Follow(unittest.TestCase):
     def rename(self, old, new):
         os.rename(self.folder / old, self.folder / new)
 
-    def serve(self, *arguments):
-        server = Server(self.folder, *arguments or ['.'])
+    def serve(self, *arguments, **options):
+        server = Server(self.folder, *arguments or ['.'], **options)
         self.addCleanup(server.close)
         return server
 
@@ -305,6 +307,17 @@ class Follow(unittest.TestCase):
         self.write('two/figures.json', report(11, 10.5))
         before['two/figures'].append(10.5)
         self.assertEqual(get_values(server.wait_for(10)), before)
+
+    def test_many_files_are_followed(self):
+        for index in range(50):
+            self.write(f'{index}.csv', figures(index, 0.5))
+            with open(self.folder / f'{index}.data', 'wb') as file:
+                file.truncate(1 << 20)
+        for limits in ((30, 200), (80, 80)):
+            server = self.serve(
+                preexec_fn=partial(resource.setrlimit, resource.RLIMIT_NOFILE, limits))
+            self.assertEqual(len(server.get_data()['times'][0]), 50)
+            self.assertEqual(server.close(), '')
 
     def test_a_name_that_no_metric_has_is_said_before_the_address(self):
         self.write('figures.csv', FIRST)

@@ -61,7 +61,7 @@ class Feed:
         so all of it is shown only when they stand still.
         """
         with self.changed:
-            is_growing = self.files.read() > 0
+            is_growing = self.files.read_more() > 0
             self.waiting += is_growing or self.waiting > 0
             if self.document is None or self.waiting and (
                     not is_growing or self.waiting > PATIENCE):

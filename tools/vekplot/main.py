@@ -1,6 +1,7 @@
 """What vek-plot does, step by step."""
 
 import pathlib
+import resource
 import sys
 from functools import partial
 
@@ -59,6 +60,12 @@ def write_outputs(document, options):
         open_browser(pathlib.Path(page).absolute().as_uri())
 
 
+def allow_files():
+    """Allows as many open files as it may."""
+    _, most = resource.getrlimit(resource.RLIMIT_NOFILE)
+    resource.setrlimit(resource.RLIMIT_NOFILE, (most, most))
+
+
 def announce(address, document, options):
     report_missing(document)
     print(address, flush=True)
@@ -84,13 +91,15 @@ def run(options):
         picture.check()
     files = Files(options.paths)
     with Progress(files.count_bytes()) as progress:
-        files.read(progress.advance)
+        if options.follow:
+            allow_files()
+            files.read_more(progress.advance)
+        else:
+            files.read(progress.advance)
+    report_unread(files.unread)
     if options.follow:
-        report_unread(files.unread)
         follow(files, options)
         return 0
-    files.close()
-    report_unread(files.unread)
     document = Document(files, options)
     report_missing(document)
     if document.is_empty():
