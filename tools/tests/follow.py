@@ -6,6 +6,8 @@ import json
 import os
 import pathlib
 import resource
+import socket
+import struct
 import subprocess
 import sys
 import tempfile
@@ -318,6 +320,24 @@ class Follow(unittest.TestCase):
                 preexec_fn=partial(resource.setrlimit, resource.RLIMIT_NOFILE, limits))
             self.assertEqual(len(server.get_data()['times'][0]), 50)
             self.assertEqual(server.close(), '')
+
+    def test_a_connection_that_is_broken_off_is_no_error(self):
+        self.write('figures.csv', FIRST)
+        server = self.serve()
+        reset = struct.pack('ii', 1, 0)  # close() sends a reset
+        for request in (b'', b'GET /dygraph.min.js HTTP/1.1\r\nHost: localhost\r\n\r\n' * 99):
+            with socket.create_connection(('127.0.0.1', server.port)) as connection:
+                connection.sendall(request + b'GET / HTTP/1.1\r\n')
+                connection.setsockopt(socket.SOL_SOCKET, socket.SO_LINGER, reset)
+        self.assertEqual(server.get('/')[0], 200)
+        self.assertEqual(server.close(), '')
+
+    def test_what_is_no_serial_number_gets_everything(self):
+        self.write('figures.csv', FIRST)
+        server = self.serve()
+        for serial in '9' * 5000, '-1', 'x', '':
+            self.assertTrue(server.get_data(f'/vars.json?after={serial}')['whole'])
+        self.assertEqual(server.close(), '')
 
     def test_a_name_that_no_metric_has_is_said_before_the_address(self):
         self.write('figures.csv', FIRST)
