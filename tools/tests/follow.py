@@ -5,13 +5,21 @@ import http.client
 import json
 import os
 import pathlib
+import resource
+import socket
+import struct
 import subprocess
 import sys
 import tempfile
 import unittest
+from functools import partial
 
 from plot import PROGRAM, T, csv_lines, json_line
 from support import tap
+
+from vekplot.arguments import parse
+from vekplot.files import Files
+from vekplot.follow import PATIENCE, Feed
 
 FIRST = csv_lines((T + 55.5, 'requests', 5), (T + 60.1, 'load', 0.5))
 SECOND = csv_lines((T + 119.5, 'requests', 8), (T + 120.1, 'load', 0.25))
@@ -22,10 +30,10 @@ SILENCES = 4  # of 15 seconds, that only a failure takes
 class Server:
     """A running vek-plot, and a page that listens to its events."""
 
-    def __init__(self, folder, *arguments):
+    def __init__(self, folder, *arguments, **options):
         self.program = subprocess.Popen(
             [sys.executable, PROGRAM, '--follow', *arguments], cwd=folder, text=True,
-            stdout=subprocess.PIPE, stderr=subprocess.PIPE)
+            stdout=subprocess.PIPE, stderr=subprocess.PIPE, **options)
         self.address = self.program.stdout.readline().strip()
         self.port = int(self.address.removeprefix('http://127.0.0.1:').removesuffix('/'))
         self.events = self.connect()
@@ -104,10 +112,17 @@ class Follow(unittest.TestCase):
     def rename(self, old, new):
         os.rename(self.folder / old, self.folder / new)
 
-    def serve(self, *arguments):
-        server = Server(self.folder, *arguments or ['.'])
+    def serve(self, *arguments, **options):
+        server = Server(self.folder, *arguments or ['.'], **options)
         self.addCleanup(server.close)
         return server
+
+    def feed(self):
+        """What a server gives to its page, which looks at the files when the test tells it to."""
+        paths = [str(self.folder)]
+        feed = Feed(Files(paths), parse(paths))
+        feed.look()
+        return feed
 
     def test_the_page_and_its_scripts_are_served_with_a_policy(self):
         self.write('figures.csv', FIRST)
@@ -178,6 +193,33 @@ class Follow(unittest.TestCase):
         self.assertEqual(server.get_data('/vars.json?after=1')['timelines'], [
             {'name': 'work', 'dimensions': [], 'clock': 'wall',
              'lanes': [{'id': '2', 'ranges': [1700000002, 1700000003]}]}])
+
+    def test_no_range_is_lost_while_the_files_go_on_growing(self):
+        self.write('log.csv', figures(0, 0.5))
+        feed = self.feed()
+        for second in range(1, PATIENCE + 1):
+            start = (T + second) * 1_000_000
+            self.write('log.csv', figures(second, 0.5) + f'F,work,{second},{start},{start + 1}\n')
+            feed.look()
+        shown = json.loads(feed.get(1))
+        self.assertEqual(shown['times'], [[T + second for second in range(PATIENCE)]])
+        self.assertEqual([int(lane['id']) for lane in shown['timelines'][0]['lanes']],
+                         list(range(1, PATIENCE + 1)))
+        feed.look()
+        shown = json.loads(feed.get(2))
+        self.assertEqual((shown['times'], shown['timelines']), ([[T + PATIENCE]], []))
+
+    def test_what_is_read_but_not_shown_yet_does_not_come(self):
+        self.write('log.csv', figures(0, 0.5) + 'F,work,1,1700000000000000,1700000000000001\n')
+        feed = self.feed()
+        first = feed.get(None)
+        self.write('log.csv', figures(60, 0.5) + 'F,work,1,1700000001000000,1700000001000001\n')
+        feed.look()
+        self.assertEqual(feed.get(None), first)
+        self.assertEqual(json.loads(feed.get(1))['timelines'], [])
+        feed.look()
+        self.assertEqual(json.loads(feed.get(1))['timelines'][0]['lanes'],
+                         [{'id': '1', 'ranges': [1700000001, 1700000001.000001]}])
 
     def test_a_line_is_read_when_it_has_ended(self):
         self.write('figures.csv', FIRST)
@@ -267,6 +309,35 @@ class Follow(unittest.TestCase):
         self.write('two/figures.json', report(11, 10.5))
         before['two/figures'].append(10.5)
         self.assertEqual(get_values(server.wait_for(10)), before)
+
+    def test_many_files_are_followed(self):
+        for index in range(50):
+            self.write(f'{index}.csv', figures(index, 0.5))
+            with open(self.folder / f'{index}.data', 'wb') as file:
+                file.truncate(1 << 20)
+        for limits in ((30, 200), (80, 80)):
+            server = self.serve(
+                preexec_fn=partial(resource.setrlimit, resource.RLIMIT_NOFILE, limits))
+            self.assertEqual(len(server.get_data()['times'][0]), 50)
+            self.assertEqual(server.close(), '')
+
+    def test_a_connection_that_is_broken_off_is_no_error(self):
+        self.write('figures.csv', FIRST)
+        server = self.serve()
+        reset = struct.pack('ii', 1, 0)  # close() sends a reset
+        for request in (b'', b'GET /dygraph.min.js HTTP/1.1\r\nHost: localhost\r\n\r\n' * 99):
+            with socket.create_connection(('127.0.0.1', server.port)) as connection:
+                connection.sendall(request + b'GET / HTTP/1.1\r\n')
+                connection.setsockopt(socket.SOL_SOCKET, socket.SO_LINGER, reset)
+        self.assertEqual(server.get('/')[0], 200)
+        self.assertEqual(server.close(), '')
+
+    def test_what_is_no_serial_number_gets_everything(self):
+        self.write('figures.csv', FIRST)
+        server = self.serve()
+        for serial in '9' * 5000, '-1', 'x', '':
+            self.assertTrue(server.get_data(f'/vars.json?after={serial}')['whole'])
+        self.assertEqual(server.close(), '')
 
     def test_a_name_that_no_metric_has_is_said_before_the_address(self):
         self.write('figures.csv', FIRST)

@@ -2,6 +2,7 @@
 
 import json
 import pathlib
+import resource
 import subprocess
 import sys
 import tempfile
@@ -36,6 +37,22 @@ class Reading(unittest.TestCase):
                                                'figures.json.2', 'figures.json.1', 'figures.json'])
         self.assertEqual(run.metrics['a']['values'], [2.5, 3.5, 10.5, 11.5, 12.5])
 
+    def test_logs_whose_names_differ_in_the_extension_are_all_read(self):
+        first, second, third = (csv_lines((T + second, 'a', second + 0.5),
+                                          (T + second + 60, 'a', second + 60.5))
+                                for second in (0, 120, 240))
+        for files in ({'figures.csv': third, 'figures.csv-20231114': first,
+                       'figures.csv-20231115': second},
+                      {'figures.csv': third, 'figures.old': second, 'figures': first}):
+            files['figures.json'] = json_line(0, ('a', {'Value': 0.5, 'Unit': 'Bytes'}))
+            run = Run(files)
+            self.assertEqual(run.metrics['a']['values'], [0.5, 60.5, 120.5, 180.5, 240.5, 300.5])
+            self.assertEqual(run.metrics['a']['unit'], 'Bytes')
+        run = Run({'a.csv': first, 'a.old': first, 'a': first},
+                  paths=['logs/a.csv', 'logs'])
+        self.assertEqual([metric['dimensions'] for metric in run.data['metrics']],
+                         [[['file', 'a']], [['file', "a'"]], [['file', 'a.old']]])
+
     def test_what_cannot_be_read_is_named_by_file_and_line(self):
         lines = FIGURES.splitlines(keepends=True)
         lines.insert(2, '1700000060000000,a,b,c,,,,,,,\n')
@@ -43,13 +60,14 @@ class Reading(unittest.TestCase):
         run = Run({'figures.csv': ''.join(lines),
                    'figures.json': '2023-11-14 22:14:20,000000 [{]\n'},
                   paths=['logs/figures.csv', 'logs/figures.json', 'logs/none.csv'])
-        self.assertEqual(run.said, 'vek-plot: logs/none.csv: No such file or directory\n'
-                                   'vek-plot: logs/figures.csv:3: not a line of a log\n'
+        self.assertEqual(run.said, 'vek-plot: logs/figures.csv:3: not a line of a log\n'
                                    'vek-plot: logs/figures.csv:5: not a line of a log\n'
-                                   'vek-plot: logs/figures.json:1: not a line of a log\n')
+                                   'vek-plot: logs/figures.json:1: not a line of a log\n'
+                                   'vek-plot: logs/none.csv: No such file or directory\n')
         self.assertEqual(run.data['unread'], {'count': 4, 'first': [
-            'logs/none.csv: No such file or directory', 'logs/figures.csv:3: not a line of a log',
-            'logs/figures.csv:5: not a line of a log', 'logs/figures.json:1: not a line of a log']})
+            'logs/figures.csv:3: not a line of a log', 'logs/figures.csv:5: not a line of a log',
+            'logs/figures.json:1: not a line of a log',
+            'logs/none.csv: No such file or directory']})
         self.assertEqual(run.status, 0)
         self.assertEqual(run.metrics['load']['values'], [0.5, 0.25, 1.5])
 
@@ -102,6 +120,11 @@ class Reading(unittest.TestCase):
                   paths=['logs/figures.csv', 'logs/notes'])
         self.assertEqual((run.status, run.said), (0, 'vek-plot: logs/notes: not a log\n'))
 
+    def test_a_long_file_that_is_no_log_is_named_if_it_was_given(self):
+        run = Run({'figures.csv': FIGURES, 'notes': 'note\n' * 99999},
+                  paths=['logs/figures.csv', 'logs/notes'])
+        self.assertEqual((run.status, run.said), (0, 'vek-plot: logs/notes: not a log\n'))
+
     def test_without_anything_to_draw_the_status_is_1_and_there_is_no_page(self):
         for run in (Run({'notes': 'note\n'}), Run({'figures.csv': FIGURES}, '--select=none'),
                     Run({}, paths=['none']), Run({'figures.csv': FIGURES}, '--until=2020-01-01')):
@@ -139,6 +162,19 @@ class Reading(unittest.TestCase):
                           ('größe', []), ('\ufffd', [])])
 
 
+def more_files_are_read_than_may_be_open():
+    with tempfile.TemporaryDirectory() as folder:
+        for index in range(50):
+            pathlib.Path(folder, f'{index}.csv').write_text(
+                csv_lines((T + index, 'a', index + 0.5)), encoding='utf-8')
+        run = subprocess.run([sys.executable, PROGRAM, '.'], cwd=folder, check=True, text=True,
+                             capture_output=True, preexec_fn=lambda: resource.setrlimit(
+                                 resource.RLIMIT_NOFILE, (30, 30)))
+        assert run.stderr == '', run.stderr
+        metric, = read_page(pathlib.Path(folder, 'vek-plot.html'))['metrics']
+        assert metric['values'] == [index + 0.5 for index in range(50)], metric
+
+
 def a_pipe_is_read_like_a_file():
     with tempfile.TemporaryDirectory() as folder:
         subprocess.run(['bash', '-c', '"$0" "$1" <(cat)', sys.executable, PROGRAM], cwd=folder,
@@ -147,4 +183,4 @@ def a_pipe_is_read_like_a_file():
 
 
 if __name__ == '__main__':
-    tap.run([Reading, a_pipe_is_read_like_a_file])
+    tap.run([Reading, more_files_are_read_than_may_be_open, a_pipe_is_read_like_a_file])

@@ -6,13 +6,28 @@ import os
 import pathlib
 import pty
 import re
+import resource
 import subprocess
 import sys
 import tempfile
 import unittest
 
-from plot import FIGURES, PROGRAM, RANGES, SAMPLE, Run, T, csv_lines, read_page
+from plot import FIGURES, PROGRAM, RANGES, SAMPLE, Run, T, csv_lines, json_line, read_page
 from support import tap
+
+
+def in_folder(files, *arguments, **options):
+    """Runs vek-plot as a program in a folder with some texts; returns the run, with the contents of
+    all files after it.
+    """
+    with tempfile.TemporaryDirectory() as folder:
+        for name, text in files.items():
+            pathlib.Path(folder, name).write_text(text, encoding='utf-8')
+        run = subprocess.run([sys.executable, PROGRAM, *arguments], cwd=folder, text=True,
+                             check=False, capture_output=True, **options)
+        run.contents = {path.name: path.read_text('utf-8')
+                        for path in pathlib.Path(folder).iterdir()}
+    return run
 
 
 class Options(unittest.TestCase):
@@ -70,6 +85,42 @@ class Options(unittest.TestCase):
             self.assertEqual((run.status, run.written), (2, []), arguments)
             self.assertIn('usage: vek-plot', run.said)
         self.assertEqual(Run({}, paths=[]).status, 2)
+
+    def test_a_log_is_not_overwritten(self):
+        files = {'a.csv': FIGURES, 'b.csv': RANGES, 'c': json_line(60, ('a', {'Value': 1.5}))}
+        for option in ('-o', '--svg', '--png', '--trace'):
+            for name in files:
+                run = in_folder(files, option, name, 'a.csv')
+                self.assertEqual((run.returncode, run.contents), (2, files))
+                self.assertIn(f'vek-plot: error: {name} is a log, which is not overwritten\n',
+                              run.stderr)
+
+    def test_a_page_that_cannot_be_completed_leaves_the_one_before(self):
+        files = {'log.csv': FIGURES + RANGES, 'page': 'before'}
+        for option in ('-o', '--trace'):
+            run = in_folder(files, option, 'page', 'log.csv', preexec_fn=lambda: resource.setrlimit(
+                resource.RLIMIT_FSIZE, (9, 9)))
+            self.assertEqual((run.returncode, run.contents), (1, files))
+            self.assertEqual(run.stderr, 'vek-plot: [Errno 27] File too large\n')
+
+    def test_a_page_has_the_mode_of_the_one_before_or_that_of_a_new_file(self):
+        for before, mode in ((0o600, 0o600), (0o664, 0o664), (None, 0o640)):
+            with tempfile.TemporaryDirectory() as folder:
+                log, page, link = (pathlib.Path(folder, name) for name in ('log', 'page', 'link'))
+                log.write_text(FIGURES, encoding='utf-8')
+                link.symlink_to('page')
+                if before is not None:
+                    page.touch()
+                    page.chmod(before)
+                subprocess.run([sys.executable, PROGRAM, '-o', link, log], check=True, umask=0o027,
+                               stdout=subprocess.DEVNULL)
+                self.assertTrue(link.is_symlink())
+                self.assertEqual(page.stat().st_mode & 0o777, mode)
+
+    def test_a_page_may_go_to_a_pipe(self):
+        run = in_folder({'figures.csv': FIGURES}, '-o', '/dev/stdout', 'figures.csv')
+        self.assertIn('<title>', run.stdout)
+        self.assertTrue(run.stdout.endswith('</html>\n/dev/stdout\n'), run.stdout[-100:])
 
     def test_names_that_no_counter_or_gauge_has_are_said(self):
         files = {'figures.csv': FIGURES + csv_lines((T + 240.1, 'size', *SAMPLE))}

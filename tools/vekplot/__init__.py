@@ -16,4 +16,5 @@
     follow      ... as a page that grows with the files
     trace       ranges as trace events
     picture     PNG and SVG
+    output      the files that are written
 """

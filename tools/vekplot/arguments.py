@@ -5,6 +5,7 @@ import re
 from datetime import datetime
 from typing import NamedTuple
 
+from .files import is_log
 from .logs import SECOND
 from .timelines import UNITS
 
@@ -73,6 +74,9 @@ def make_parser():
 def parse(arguments):
     parser = make_parser()
     options = parser.parse_args(join_moments(arguments))
-    if options.follow and (options.output or options.svg or options.png or options.trace):
+    outputs = list(filter(None, (options.output, options.svg, options.png, options.trace)))
+    if options.follow and outputs:
         parser.error('--follow serves the page and writes no file')
+    for path in filter(is_log, outputs):
+        parser.error(f'{path} is a log, which is not overwritten')
     return options

@@ -31,10 +31,11 @@ def get_title(paths):
 
 
 class Document:
-    """All that is drawn."""
+    """All that is drawn. The logs may have more meanwhile, which it leaves out."""
 
     def __init__(self, files, options):
         self.logs = files.logs
+        self.ranges = files.count_ranges()
         self.options = options
         self.is_selected = make_filter(options.select)
         self.title = get_title(options.paths)
@@ -56,6 +57,7 @@ class Document:
             tell_apart(programs)
         self.first = 0  # pass that is drawn
         self.since, self.until = 0, LATEST
+        self.complete = LATEST  # no pass after this time is drawn
         self.restarts = sorted(program.axis.times[place] for program in programs.values()
                                for place in program.restarts)
         self.timelines = self.find_timelines()
@@ -68,7 +70,7 @@ class Document:
     def find_timelines(self, skip=MappingProxyType({})):
         times = self.axis.times
         timelines = find_timelines(self.logs, UNITS[self.options.range_unit],
-                                   (times[0], times[-1]) if times else None, skip)
+                                   (times[0], times[-1]) if times else None, skip, self.ranges)
         return [timeline for timeline in map(self.cut_timeline, timelines)
                 if timeline.lanes and self.is_selected(timeline.name)]
 
@@ -98,7 +100,7 @@ class Document:
         """Which times of an axis are drawn."""
         first = bisect_left(axis.places, self.first) if axis.places else self.first
         return slice(max(first, bisect_left(axis.times, self.since)),
-                     bisect_right(axis.times, self.until))
+                     bisect_right(axis.times, min(self.until, self.complete)))
 
     def get_times(self, axis):
         return axis.times[self.get_part(axis)]
@@ -110,12 +112,13 @@ class Document:
                 for statistic in ('value', *STATISTICS) if statistic in metric.layers}
 
     def count_passes(self):
-        return bisect_right(self.axis.times, self.until)
+        return bisect_right(self.axis.times, min(self.until, self.complete))
 
     def leave_last_pass(self):
-        """Leaves the last pass, which is not complete."""
+        """Leaves the last pass, which is not complete; ranges are, as far as they are known."""
         if self.axis.times:
-            self.until = min(self.until, self.axis.times[-1] - 1)
+            self.complete = self.axis.times[-1] - 1
+            self.restarts = [time for time in self.restarts if time <= self.complete]
 
     def describe(self, passes):
         """What was told of the first passes; something else, if that was told differently."""

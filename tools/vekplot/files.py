@@ -20,6 +20,14 @@ READERS = {'csv': CsvReader, 'json': JsonReader}
 ROTATED = re.compile(r'\.(\d+)$')
 
 
+def is_log(path):
+    """Whether there is a log with this name."""
+    if not os.path.isfile(path):
+        return False
+    with open(path, 'rb') as file:
+        return bool(LINE.search(file.read(HEAD)))
+
+
 class Unread:
     """What could not be read."""
 
@@ -44,15 +52,16 @@ class LogFile:
         self.size = 0  # of what has been read
         self.number = 0  # of lines
         self.rest = b''  # a line that has not ended yet, or all, until it is known what it is
-        self.is_log = True  # as far as it is known
+        self.find_format(self.file.peek(HEAD))
 
     def find_format(self, head):
-        """Learns from the first bytes what the file is, if it is a log."""
+        """Learns from the first bytes what the file is; closes it if it is no log."""
         match = LINE.search(head)
         if match:
             self.reader = self.find_reader(match.lastgroup)
         elif len(head) >= HEAD:
-            self.is_log = False
+            self.file.close()
+            self.size, self.rest = len(head), b''
 
     def read_batch(self, unread):
         """Reads some lines; returns how many bytes that were, 0 at the end."""
@@ -95,10 +104,7 @@ def get_key(status):
 
 
 class Files:
-    """All files that were given, and what they say.
-
-    They are kept open, so that their rest can be read after they were renamed or deleted.
-    """
+    """All files that were given, and what they say."""
 
     def __init__(self, paths):
         self.paths = paths
@@ -113,8 +119,14 @@ class Files:
 
     @property
     def logs(self):
-        return {(os.path.splitext(path)[0], kind): reader.log
-                for (path, kind), reader in self.readers.items()}
+        """The logs by name and format; a name has no extension unless another log is called so."""
+        logs = {}
+        for (path, kind), reader in self.readers.items():
+            name, spare = os.path.splitext(path)[0], path
+            while (name, kind) in logs:
+                name, spare = spare, f"{spare}'"
+            logs[name, kind] = reader.log
+        return logs
 
     def count_ranges(self):
         """How many bounds each lane has."""
@@ -146,40 +158,49 @@ class Files:
     def find_reader(self, path, kind):
         return self.readers.setdefault((get_base(path), kind), READERS[kind]())
 
-    def open_new(self):
-        """Opens files that are new; forgets those that are gone, once all of them has been read."""
-        gone = set(self.known)
-        for path, name in self.find():
-            try:
-                status = os.stat(path)
-                key = get_key(status)
-                gone.discard(key)
-                if key not in self.known:
-                    self.known[key] = LogFile(path, name,
-                                              functools.partial(self.find_reader, path))
-                file = self.known[key]
-                file.name = name
-                if status.st_size < file.size:
-                    file.start_over()
-            except OSError as error:
-                self.fail(path, error.strerror)
-        return gone
+    def open(self, path, name):
+        """Opens a file if it is new; returns its key, or None if that fails."""
+        try:
+            status = os.stat(path)
+            key = get_key(status)
+            if key not in self.known:
+                self.known[key] = LogFile(path, name, functools.partial(self.find_reader, path))
+            file = self.known[key]
+            file.name = name
+            if status.st_size < file.size and not file.file.closed:
+                file.start_over()
+            return key
+        except OSError as error:
+            self.fail(path, error.strerror)
+            return None
 
-    def read(self, progress=lambda path, size: None):
-        """Reads what the files have gained; returns how many bytes that were."""
+    def read_rest(self, file, progress):
+        """Reads what a file has gained; returns how many bytes that were."""
         total = 0
-        gone = self.open_new()
-        for key, file in list(self.known.items()):
-            while file.is_log and (size := file.read_batch(self.unread)):
-                total += size
-                progress(file.name, size)
-            if key in gone:
-                self.known.pop(key).file.close()
+        while not file.file.closed and (size := file.read_batch(self.unread)):
+            total += size
+            progress(file.name, size)
         return total
 
-    def close(self):
-        """Names the files that are no logs, unless they were only found in a folder."""
+    def read(self, progress):
+        """Reads all files, one after the other. Names those that are no logs, unless they were only
+        found in a folder.
+        """
+        for path, name in self.find():
+            if key := self.open(path, name):
+                self.read_rest(self.known[key], progress)
+                self.known[key].file.close()
         for file in self.known.values():
-            if not file.reader and file.rest and file.name in self.paths:
+            if not file.reader and file.size and file.name in self.paths:
                 self.fail(file.name, 'not a log')
-            file.file.close()
+
+    def read_more(self, progress=lambda path, size: None):
+        """Reads what the files have gained; returns how many bytes that were.
+
+        Logs are kept open, so that their rest can be read after they were renamed or deleted.
+        """
+        found = {self.open(path, name) for path, name in self.find()}
+        total = sum(self.read_rest(file, progress) for file in self.known.values())
+        for key in set(self.known) - found:
+            self.known.pop(key).file.close()
+        return total

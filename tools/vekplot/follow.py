@@ -5,6 +5,7 @@ came after the one that it has. Where the newer lines change what was told from 
 as the kind of a metric, it gets all of it again.
 """
 
+import contextlib
 import json
 import mimetypes
 import re
@@ -25,6 +26,7 @@ PATIENCE = 8  # looks at files that go on growing, before what they have is show
 KEPT_MARKS = 100
 KEEP_ALIVE = 15  # seconds
 LOCAL_HOST = re.compile(r'(localhost|127\.0\.0\.1|\[::1\])(:\d+)?', re.IGNORECASE)
+SERIAL = re.compile(r'\d{1,18}')
 HEADERS = {
     'Cache-Control': 'no-store',
     'Content-Security-Policy':
@@ -61,7 +63,7 @@ class Feed:
         so all of it is shown only when they stand still.
         """
         with self.changed:
-            is_growing = self.files.read() > 0
+            is_growing = self.files.read_more() > 0
             self.waiting += is_growing or self.waiting > 0
             if self.document is None or self.waiting and (
                     not is_growing or self.waiting > PATIENCE):
@@ -74,7 +76,7 @@ class Feed:
             self.document.leave_last_pass()
         self.serial += 1
         passes = self.document.count_passes()
-        self.marks[self.serial] = Mark(passes, self.files.count_ranges(),
+        self.marks[self.serial] = Mark(passes, self.document.ranges,
                                        self.document.describe(passes))
         self.marks.pop(self.serial - KEPT_MARKS, None)
         self.changed.notify_all()
@@ -110,6 +112,10 @@ class Handler(BaseHTTPRequestHandler):
     def log_message(self, *_):
         pass
 
+    def handle(self):
+        with contextlib.suppress(ConnectionError, TimeoutError):  # a browser may break it off
+            super().handle()
+
     def answer(self, status, kind, content):
         self.send_response(status)
         self.send_header('Content-Type', f'{kind}; charset=utf-8')
@@ -132,7 +138,7 @@ class Handler(BaseHTTPRequestHandler):
         if name == 'vars.json':
             after = parse_qs(url.query).get('after', [''])[0]
             self.answer(200, 'application/json',
-                        self.feed.get(int(after) if after.isdecimal() else None))
+                        self.feed.get(int(after) if SERIAL.fullmatch(after) else None))
         elif name == 'events':
             self.send_events()
         elif name in self.names:
@@ -146,17 +152,14 @@ class Handler(BaseHTTPRequestHandler):
         self.send_header('Content-Type', 'text/event-stream; charset=utf-8')
         self.end_headers()
         sent = None
-        try:
-            while True:
-                state = self.feed.wait(sent)
-                if state['pass'] == sent:
-                    event = ':\n\n'  # is the page still there?
-                else:
-                    sent = state['pass']
-                    event = f'id: {sent}\ndata: {json.dumps(state)}\n\n'
-                self.wfile.write(event.encode())
-        except OSError:
-            pass
+        while True:
+            state = self.feed.wait(sent)
+            if state['pass'] == sent:
+                event = ':\n\n'  # is the page still there?
+            else:
+                sent = state['pass']
+                event = f'id: {sent}\ndata: {json.dumps(state)}\n\n'
+            self.wfile.write(event.encode())
 
 
 def serve(files, options, announce):

@@ -1,13 +1,16 @@
 """What vek-plot does, step by step."""
 
 import pathlib
+import resource
 import sys
+from functools import partial
 
 from . import picture
 from .arguments import parse
 from .document import Document
 from .failure import Failure
 from .files import Files
+from .output import open_output
 from .page import read_page, write_page
 from .progress import Progress
 from .trace import write_trace
@@ -34,8 +37,8 @@ def report_missing(document):
 
 def write_file(path, write_content):
     """Writes a file, and prints its name."""
-    with open(path, 'w', encoding='utf-8') as file:
-        write_content(file.write)
+    with open_output(path) as file:
+        write_content(file)
     print(path)
 
 
@@ -45,17 +48,22 @@ def write_outputs(document, options):
         page = page or DEFAULT_PAGE
     if page:
         lines = read_page()
-        write_file(page, lambda write: write_page(lines, document, write))
+        write_file(page, lambda file: write_page(lines, document, file.write))
     if options.trace:
         if not document.timelines:
             raise Failure('there are no timelines for a trace')
-        write_file(options.trace, lambda write: write_trace(document, write))
+        write_file(options.trace, lambda file: write_trace(document, file.write))
     for kind in ('svg', 'png'):
         if path := getattr(options, kind):
-            picture.draw(document, path, kind)
-            print(path)
+            write_file(path, partial(picture.draw, document, kind))
     if options.open:
         open_browser(pathlib.Path(page).absolute().as_uri())
+
+
+def allow_files():
+    """Allows as many open files as it may."""
+    _, most = resource.getrlimit(resource.RLIMIT_NOFILE)
+    resource.setrlimit(resource.RLIMIT_NOFILE, (most, most))
 
 
 def announce(address, document, options):
@@ -83,13 +91,15 @@ def run(options):
         picture.check()
     files = Files(options.paths)
     with Progress(files.count_bytes()) as progress:
-        files.read(progress.advance)
+        if options.follow:
+            allow_files()
+            files.read_more(progress.advance)
+        else:
+            files.read(progress.advance)
+    report_unread(files.unread)
     if options.follow:
-        report_unread(files.unread)
         follow(files, options)
         return 0
-    files.close()
-    report_unread(files.unread)
     document = Document(files, options)
     report_missing(document)
     if document.is_empty():

@@ -2,6 +2,7 @@
 
 import math
 from array import array
+from bisect import bisect_left
 from functools import partial
 
 from . import rules
@@ -54,7 +55,8 @@ class Metric:
             return get_figures()
         aligned = array('d', [math.nan]) * size
         for places, get_figures in reversed(layers):
-            for place, figure in zip(places, get_figures()):
+            known = places[:bisect_left(places, size)]  # a log may have later passes meanwhile
+            for place, figure in zip(known, get_figures()):
                 aligned[place] = figure
         return aligned
 

@@ -71,7 +71,7 @@ def draw_timeline(chart, timeline):
     chart.set_yticks(range(len(timeline.lanes)), list(map(str, timeline.lanes)))
 
 
-def draw(document, path, kind):
+def draw(document, kind, file):
     """Writes a picture: "svg" or "png"."""
     timelines = [timeline for timeline in document.timelines if timeline.clock == 'wall']
     count = len(document.metrics) + len(timelines)
@@ -89,4 +89,4 @@ def draw(document, path, kind):
     for chart, timeline in zip(charts[len(document.metrics):], timelines):
         chart.set_title(timeline.name, loc='left', fontsize='small', parse_math=False)
         draw_timeline(chart, timeline)
-    figure.savefig(path, format=kind)
+    figure.savefig(file.buffer, format=kind)

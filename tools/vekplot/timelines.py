@@ -15,9 +15,9 @@ class Timeline(NamedTuple):
     lanes: dict  # by id: pairs of a start and an end in µs, sorted
 
 
-def find_timelines(logs, unit, span, skip):
-    """The timelines of all logs; the span is the time of the passes, if there are any. The first
-    bounds of lanes are left out where their number is given.
+def find_timelines(logs, unit, span, skip, counts):
+    """The timelines of all logs; the span is the time of the passes, if there are any. Of each lane
+    there are the bounds up to its count, but for the first ones where it says how many to skip.
 
     Ranges within a day of the passes are on the wall clock, and without passes those that begin in
     2000 or later. Ranges of another clock are a timeline of their own.
@@ -26,7 +26,7 @@ def find_timelines(logs, unit, span, skip):
     timelines = {}
     for key, log in logs.items():
         for (name, lane), bounds in log.ranges.items():
-            bounds = bounds[skip.get((key, name, lane), 0):]
+            bounds = bounds[skip.get((key, name, lane), 0):counts.get((key, name, lane), 0)]
             for start, end in zip(bounds[::2], bounds[1::2]):
                 first, last = sorted((start * unit, end * unit))
                 clock = 'wall' if earliest <= first and last <= latest else 'other'
