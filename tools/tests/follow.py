@@ -289,6 +289,15 @@ class Follow(unittest.TestCase):
         feed.look()
         self.assertEqual(json.loads(feed.get(None))['metrics'][0]['values'], [1.5, 2.5, 3.5])
 
+    def test_a_log_may_be_where_a_file_was_that_is_no_log(self):
+        self.write('notes', '-\n' * 99999)
+        feed = self.feed()
+        self.rename('notes', 'figures.csv')
+        (self.folder / 'figures.csv').write_text(figures(1, 1.5), 'utf-8')
+        feed.look()
+        feed.look()
+        self.assertEqual(json.loads(feed.get(None))['sources'], ['figures.csv'])
+
     def test_programs_in_one_folder_grow_and_are_rotated_apart(self):
         self.write('a.csv', figures(1, 1.5) + figures(5, 2.5))
         self.write('a.json', report(1, 1.5) + report(5, 2.5))

@@ -181,7 +181,9 @@ class Files:
         try:
             status = os.stat(path)
             key = get_key(status)
-            if key not in self.known:
+            file = self.known.get(key)
+            # When a file that was closed is deleted, a new one can get its key.
+            if not file or not file.reader and file.file.closed and file.name != name:
                 self.known[key] = LogFile(path, name, functools.partial(self.find_reader, path),
                                           self.latest.get(path))
             file = self.latest[path] = self.known[key]
