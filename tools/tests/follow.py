@@ -298,6 +298,15 @@ class Follow(unittest.TestCase):
         feed.look()
         self.assertEqual(json.loads(feed.get(None))['sources'], ['figures.csv'])
 
+    def test_a_long_log_may_replace_a_file_that_is_no_log(self):
+        self.write('figures.csv', '-\n' * 99999)
+        feed = self.feed()
+        self.write('copy', ''.join(figures(second, 0.5) for second in range(9999)))
+        self.rename('copy', 'figures.csv')
+        feed.look()
+        feed.look()
+        self.assertEqual(len(json.loads(feed.get(None))['times'][0]), 9999)
+
     def test_programs_in_one_folder_grow_and_are_rotated_apart(self):
         self.write('a.csv', figures(1, 1.5) + figures(5, 2.5))
         self.write('a.json', report(1, 1.5) + report(5, 2.5))

@@ -90,7 +90,7 @@ class LogFile:
         """Goes on where the file before ended, if this is a newer copy of it."""
         before, self.before = self.before, None
         is_copy = self.file.read(len(before.beginning)) == before.beginning
-        if is_copy and os.fstat(self.file.fileno()).st_size >= before.size:
+        if before.reader and is_copy and os.fstat(self.file.fileno()).st_size >= before.size:
             self.size, self.number = before.size, before.number
             self.beginning, self.rest = before.beginning, before.rest
         self.file.seek(self.size)
