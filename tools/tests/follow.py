@@ -264,6 +264,49 @@ class Follow(unittest.TestCase):
         (self.folder / 'figures.csv').write_text(csv_lines((T + 120, 'load', 0.25)), 'utf-8')
         self.assertEqual(server.wait_for(2)['metrics'][0]['values'], [0.5, 0.25])
 
+    def test_a_log_that_a_newer_copy_replaces_goes_on(self):
+        log = report(1, 1.5) + report(2, 2.5)
+        self.write('figures.json', log[:-9])
+        feed = self.feed()
+        self.write('copy', log)
+        self.rename('copy', 'figures.json')
+        feed.look()
+        os.remove(self.folder / 'figures.json')
+        feed.look()
+        self.write('figures.json', log + '-\n' + report(3, 3.5))
+        feed.look()
+        feed.look()
+        data = json.loads(feed.get(None))
+        self.assertEqual(data['metrics'][0]['values'], [1.5, 2.5, 3.5])
+        self.assertEqual(data['unread']['first'], ['figures.json:3: not a line of a log'])
+
+    def test_a_log_that_another_one_replaces_is_read_from_its_beginning(self):
+        self.write('figures.json', report(1, 1.5))
+        feed = self.feed()
+        self.write('other', report(2, 2.5) + report(3, 3.5))
+        self.rename('other', 'figures.json')
+        feed.look()
+        feed.look()
+        self.assertEqual(json.loads(feed.get(None))['metrics'][0]['values'], [1.5, 2.5, 3.5])
+
+    def test_a_log_may_be_where_a_file_was_that_is_no_log(self):
+        self.write('notes', '-\n' * 99999)
+        feed = self.feed()
+        self.rename('notes', 'figures.csv')
+        (self.folder / 'figures.csv').write_text(figures(1, 1.5), 'utf-8')
+        feed.look()
+        feed.look()
+        self.assertEqual(json.loads(feed.get(None))['sources'], ['figures.csv'])
+
+    def test_a_long_log_may_replace_a_file_that_is_no_log(self):
+        self.write('figures.csv', '-\n' * 99999)
+        feed = self.feed()
+        self.write('copy', ''.join(figures(second, 0.5) for second in range(9999)))
+        self.rename('copy', 'figures.csv')
+        feed.look()
+        feed.look()
+        self.assertEqual(len(json.loads(feed.get(None))['times'][0]), 9999)
+
     def test_programs_in_one_folder_grow_and_are_rotated_apart(self):
         self.write('a.csv', figures(1, 1.5) + figures(5, 2.5))
         self.write('a.json', report(1, 1.5) + report(5, 2.5))

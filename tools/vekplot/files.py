@@ -9,6 +9,7 @@ from .jsonlog import JsonReader
 
 HEAD = 1 << 16  # bytes, which tell what a file contains
 BATCH = 1 << 18  # bytes that are read at once
+BEGINNING = 1 << 12  # bytes, which tell a copy of a file
 SHOWN_UNREAD = 20
 
 CSV_LINE = rb'\d+,[^,\n]*,[^,\n]*(?:,[^,\n]*){7}\n'
@@ -44,12 +45,14 @@ class Unread:
 class LogFile:
     """A file, as far as it has been read."""
 
-    def __init__(self, path, name, find_reader):
+    def __init__(self, path, name, find_reader, before):
         self.name = name
+        self.before = before  # the file that had the path, until this one is read
         self.find_reader = find_reader  # by what the file contains
         self.file = open(path, 'rb', buffering=HEAD)  # pylint: disable=consider-using-with
         self.reader = None
         self.size = 0  # of what has been read
+        self.beginning = b''  # of what has been read
         self.number = 0  # of lines
         self.rest = b''  # a line that has not ended yet, or all, until it is known what it is
         self.find_format(self.file.peek(HEAD))
@@ -65,7 +68,11 @@ class LogFile:
 
     def read_batch(self, unread):
         """Reads some lines; returns how many bytes that were, 0 at the end."""
+        if self.before:
+            self.go_on()
         added = self.file.read(max(BATCH, len(self.rest)))
+        if len(self.beginning) < BEGINNING:
+            self.beginning = (self.beginning + added)[:BEGINNING]
         self.rest += added
         self.size += len(added)
         if not self.reader:
@@ -79,10 +86,20 @@ class LogFile:
             self.number += len(lines)
         return len(added)
 
+    def go_on(self):
+        """Goes on where the file before ended, if this is a newer copy of it."""
+        before, self.before = self.before, None
+        is_copy = self.file.read(len(before.beginning)) == before.beginning
+        if before.reader and is_copy and os.fstat(self.file.fileno()).st_size >= before.size:
+            self.size, self.number = before.size, before.number
+            self.beginning, self.rest = before.beginning, before.rest
+        self.file.seek(self.size)
+
     def start_over(self):
         """After the file was truncated."""
         self.file.seek(0)
         self.size = 0
+        self.beginning = b''
         self.rest = b''
         self.number = 0
 
@@ -111,6 +128,7 @@ class Files:
         self.unread = Unread()
         self.readers = {}  # by the path of the log, without a number, and its format
         self.known = {}  # files by their keys
+        self.latest = {}  # files by their paths, even if they are gone
         self.failed = set()  # paths
 
     @property
@@ -163,9 +181,12 @@ class Files:
         try:
             status = os.stat(path)
             key = get_key(status)
-            if key not in self.known:
-                self.known[key] = LogFile(path, name, functools.partial(self.find_reader, path))
-            file = self.known[key]
+            file = self.known.get(key)
+            # When a file that was closed is deleted, a new one can get its key.
+            if not file or not file.reader and file.file.closed and file.name != name:
+                self.known[key] = LogFile(path, name, functools.partial(self.find_reader, path),
+                                          self.latest.get(path))
+            file = self.latest[path] = self.known[key]
             file.name = name
             if status.st_size < file.size and not file.file.closed:
                 file.start_over()
