@@ -22,11 +22,14 @@ ROTATED = re.compile(r'\.(\d+)$')
 
 
 def is_log(path):
-    """Whether there is a log with this name."""
+    """Whether there is a log with this name, as far as it can be read."""
     if not os.path.isfile(path):
         return False
-    with open(path, 'rb') as file:
-        return bool(LINE.search(file.read(HEAD)))
+    try:
+        with open(path, 'rb') as file:
+            return bool(LINE.search(file.read(HEAD)))
+    except OSError:
+        return False
 
 
 class Unread:
