@@ -123,7 +123,7 @@ class Loaded:
         if kind:
             return
         n_turns, longest, n_passes = map(int, printed.split())
-        print(f'# {n_turns} turns of the main loop, {n_passes} passes: the longest turn took '
+        print(f'# {n_turns} turns of the main loop, {n_passes} passes: a long turn took '
               f'{longest / 1000:.1f} ms, the load {taken / 1024:.0f} MiB')
         assert longest < LONGEST * (SLOWER if SANITIZED else 1), longest
         assert SANITIZED or taken < MEMORY, taken
