@@ -6,7 +6,6 @@
 
 #include "support/fixture.h"
 #include "support/periodicpass.h"
-
 #include "support/replace.h"
 
 enum { N_ROUNDS = 300 };

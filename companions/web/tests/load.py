@@ -7,6 +7,7 @@ often each client of a crowd takes its turn.
 """
 
 import contextlib
+import functools
 import os
 import pathlib
 import random
@@ -103,6 +104,23 @@ class Client:
         self.connect()
 
 
+class TooLong(AssertionError):
+    """A turn of the main loop took too long."""
+
+
+def undisturbed(test):
+    """Runs a test up to three times: a host can take the processor from a virtual machine, which
+    counts as time of the thread. What takes long by itself does so each time.
+    """
+    @functools.wraps(test)
+    def run():
+        for _ in range(2):
+            with contextlib.suppress(TooLong):
+                return test()
+        return test()
+    return run
+
+
 class Loaded:
     """The program. At the end of the block it has ended, and the load has kept to its limits."""
 
@@ -123,9 +141,10 @@ class Loaded:
         if kind:
             return
         n_turns, longest, n_passes = map(int, printed.split())
-        print(f'# {n_turns} turns of the main loop, {n_passes} passes: a long turn took '
+        print(f'# {n_turns} turns of the main loop, {n_passes} passes: the longest turn took '
               f'{longest / 1000:.1f} ms, the load {taken / 1024:.0f} MiB')
-        assert longest < LONGEST * (SLOWER if SANITIZED else 1), longest
+        if longest >= LONGEST * (SLOWER if SANITIZED else 1):
+            raise TooLong(longest)
         assert SANITIZED or taken < MEMORY, taken
 
     def read_memory(self):
@@ -200,6 +219,6 @@ if __name__ == '__main__':
                                                       text=True, check=True).stdout)
     most = resource.getrlimit(resource.RLIMIT_NOFILE)[1]
     resource.setrlimit(resource.RLIMIT_NOFILE, (most, most))
-    tap.run([clients_of_all_manners_are_borne, clients_beyond_the_limit_are_borne,
-             crowd_that_holds_its_connections_leaves_room_for_others,
-             header_of_10_mb_is_not_read_to_its_end])
+    tap.run(map(undisturbed, (clients_of_all_manners_are_borne, clients_beyond_the_limit_are_borne,
+                              crowd_that_holds_its_connections_leaves_room_for_others,
+                              header_of_10_mb_is_not_read_to_its_end)))
