@@ -295,5 +295,9 @@ int getaddrinfo(const char *host, const char *service, const struct addrinfo *hi
                 struct addrinfo **addresses) {
   if (count_call("getaddrinfo", FALSE) != WORKS)
     return EAI_AGAIN;
-  return NEXT(getaddrinfo)(is_counting() ? "127.0.0.1" : host, service, hints, addresses);
+  if (!is_counting())
+    return NEXT(getaddrinfo)(host, service, hints, addresses);
+  addrinfo known = *hints;
+  known.ai_flags &= ~AI_ADDRCONFIG;  // it is found without a network, too
+  return NEXT(getaddrinfo)("127.0.0.1", service, &known, addresses);
 }
