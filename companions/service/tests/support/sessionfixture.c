@@ -8,6 +8,12 @@ VekServiceSession *session_new(void) {
   return session;
 }
 
+gboolean has_registry(VekServiceSession *session) {
+  g_autoptr(VekMetricRegistry) registry = NULL;
+  g_object_get(session, "registry", &registry, NULL);
+  return registry != NULL;
+}
+
 void add_b(VekServiceSession *session) {
   vek_service_session_add_reporter(session, record_to(fixture.record, "b"));
 }
