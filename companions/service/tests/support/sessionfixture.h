@@ -7,7 +7,7 @@
 /* Makes a session of the registry that has the reporter. */
 VekServiceSession *session_new(void);
 
-/* Tells whether a session has a registry: no other one had it before, and it is not over. */
+/* Tells whether a session has its registry: no other session had it first, and it is not over. */
 gboolean has_registry(VekServiceSession *session);
 
 /* Adds a recorder with the label "b". */
