@@ -22,13 +22,14 @@ class Browser:
     """A browser in the time zone UTC. It ends with the program."""
 
     def __init__(self):
-        self.home = tempfile.TemporaryDirectory()
+        # Its crash handlers may outlive the browser for a moment, and use its files until then.
+        self.home = tempfile.TemporaryDirectory(ignore_cleanup_errors=True)
         self.http = urllib.request.build_opener(urllib.request.ProxyHandler({}))
         # One that it chose itself might be free for IPv6 alone, and it would end.
         port = free_port()
         self.driver = subprocess.Popen(
             ['chromedriver', f'--port={port}'], stdout=subprocess.PIPE, text=True,
-            env={**os.environ, 'HOME': self.home.name, 'TZ': 'UTC'})
+            env={**os.environ, 'HOME': self.home.name, 'TMPDIR': self.home.name, 'TZ': 'UTC'})
         if not any('started successfully' in line for line in self.driver.stdout):
             raise AssertionError('chromedriver does not start')
         self.url = f'http://127.0.0.1:{port}/session'
