@@ -10,7 +10,7 @@ import unittest
 
 
 class Result(unittest.TestResult):
-    """Prints a line for each test, after what its failures say."""
+    """Prints a line for each test. What a failure says goes to stderr, which Meson shows."""
 
     def __init__(self, group):
         super().__init__()
@@ -23,8 +23,7 @@ class Result(unittest.TestResult):
     def fail(self, test, error):
         self.failures.append(test)
         self.outcome = 'not ok'
-        for line in self._exc_info_to_string(error, test).splitlines():
-            print('#', line)
+        print(self._exc_info_to_string(error, test), file=sys.stderr)
         if not isinstance(test, unittest.TestCase):  # what a class sets up
             print('Bail out!', test)
 
@@ -32,7 +31,7 @@ class Result(unittest.TestResult):
 
     def addSubTest(self, test, subtest, err):
         if err:
-            print('#', subtest)
+            print(subtest, file=sys.stderr)
             self.fail(test, err)
 
     def addSkip(self, test, reason):
