@@ -22,7 +22,7 @@ class Browser:
     """A browser in the time zone UTC. It ends with the program."""
 
     def __init__(self):
-        # Its crash handlers may outlive the browser for a moment, and use its files until then.
+        # Processes of the browser may outlive it for a moment, and write files until then.
         self.home = tempfile.TemporaryDirectory(ignore_cleanup_errors=True)
         self.http = urllib.request.build_opener(urllib.request.ProxyHandler({}))
         # One that it chose itself might be free for IPv6 alone, and it would end.
