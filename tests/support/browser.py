@@ -86,8 +86,11 @@ class Browser:
             'script': f'(async () => {{ {script} }})().then(arguments[0])', 'args': []})
 
     def until(self, condition):
-        """Waits for an expression to hold: it is tried before each frame of the page."""
-        self.wait(f'while (!({condition})) await new Promise(requestAnimationFrame);')
+        """Waits for an expression to hold: it is tried before each frame, which is then shown.
+
+        Without a frame, rows that have just changed their places would have no text yet.
+        """
+        self.wait(f'do await new Promise(requestAnimationFrame); while (!({condition}));')
 
     def settle(self):
         self.wait('await vekPage.settled();')
