@@ -4,7 +4,6 @@ import contextlib
 import json
 import os
 import pathlib
-import random
 import re
 import socket
 import subprocess
@@ -14,6 +13,8 @@ import urllib.parse
 import urllib.request
 
 DEADLINE = 60  # seconds that only a failure takes
+
+reservations = []  # of ports
 
 # Meson has freed memory filled, which finds faults of programs: carbon-c-relay 3.7.4 crashes.
 SERVER_ENV = {name: value for name, value in os.environ.items() if name != 'MALLOC_PERTURB_'}
@@ -32,14 +33,15 @@ def excerpt(name, changes):
 
 
 def free_port():
-    """Returns a port below 32768, from where on Linux chooses ports for programs that name none:
-    no test that runs meanwhile gets it before the server opens it.
+    """Returns a port that nobody else gets while this program runs, but the server that it is for:
+    a socket that does not listen stays bound to it, and servers set SO_REUSEADDR, with which they
+    may bind as well.
     """
-    while True:
-        port = random.randrange(10000, 30000)
-        with contextlib.suppress(OSError), socket.socket() as listener:
-            listener.bind(('127.0.0.1', port))
-            return port
+    reservation = socket.socket()
+    reservation.bind(('127.0.0.1', 0))
+    reservation.setsockopt(socket.SOL_SOCKET, socket.SO_REUSEADDR, 1)
+    reservations.append(reservation)
+    return reservation.getsockname()[1]
 
 
 def wait_for(condition):
