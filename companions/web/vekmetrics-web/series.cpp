@@ -16,13 +16,14 @@ static gdouble *find_row(const Series *series, guint64 pass) {
 }
 
 static void set_capacity(Series *series, guint capacity) {
-  Series before = *series;
-  series->capacity = capacity;
-  series->figures = g_new(gdouble, gsize{capacity} * series->n_figures);
+  auto n_figures = series->n_figures;
+  auto *figures = g_new(gdouble, gsize{capacity} * n_figures);
   series->first = series->end - std::min<guint64>(series->end - series->first, capacity);
   for (guint64 pass = series->first; pass < series->end; pass++)
-    std::copy_n(find_row(&before, pass), series->n_figures, find_row(series, pass));
-  g_free(before.figures);
+    std::copy_n(find_row(series, pass), n_figures, figures + pass % capacity * n_figures);
+  g_free(series->figures);
+  series->figures = figures;
+  series->capacity = capacity;
 }
 
 static char *make_head(const char *name, char **dimensions, const char *kind, const char *unit) {
