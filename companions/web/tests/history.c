@@ -6,6 +6,7 @@
 #include <unistd.h>
 
 #include "served.h"
+#include "support/twothreads.h"
 
 #define EPOCH (1700000000 * (gint64)G_USEC_PER_SEC)
 #define MINUTE (60 * (gint64)G_USEC_PER_SEC)
@@ -520,4 +521,40 @@ TEST(passes_may_be_of_another_thread) {
     g_free(get_passes(&served, ""));
   g_thread_join(thread);
   assert_member(&served, "", "pass", NULL, "300");
+}
+
+static void start_to_listen(gpointer served) {
+  listen_locally(served);
+}
+
+static void set_history(gpointer data) {
+  Served *served = data;
+  g_object_set(served->server, "history", 2, NULL);
+}
+
+static void get_document(gpointer served) {
+  g_free(get_passes(served, ""));
+}
+
+static void bring_value(gpointer served) {
+  bring(served, "gauge", NULL, NULL, 1);
+}
+
+static void bring_range_of_one(gpointer served) {
+  bring_range(served, "timeline", 1, 0, 1);
+}
+
+static void end_first_pass(gpointer served) {
+  end_pass(served);
+}
+
+TEST(passes_of_another_thread_follow_what_the_server_does) {
+  g_auto(Served) served = set_up();
+  run_in_turn(start_to_listen, end_first_pass, &served);
+  run_in_turn(set_history, bring_value, &served);
+  run_in_turn(set_history, bring_range_of_one, &served);
+  assert_member(&served, "", "pass", NULL, "1");
+
+  g_auto(Served) other = set_up_at_epoch();
+  run_in_turn(get_document, end_first_pass, &other);
 }
