@@ -15,6 +15,13 @@ from mutation.schemata import Schemata
 from mutation.tree import Tree
 
 FEW = 1000  # mutants of a file
+SLOWNESS = {'plain': 1, 'address': 10, 'thread': 10}  # of the test cases in each build
+
+
+def refuse(failing):
+    """Ends the program if test cases fail by themselves: they would find every mutant."""
+    if failing:
+        raise SystemExit('\n'.join(['Without any mutant, these test cases fail:', *failing]))
 
 
 class Bench:
@@ -69,6 +76,19 @@ class Bench:
         if errors := self.tree.build(kind):
             raise SystemExit(errors)
 
+    def check(self, kind, mutants):
+        """Makes sure that what is going to test these mutants passes without any in this build."""
+        cases = sorted(set().union(*map(self.cases_of, mutants)))
+        with concurrent.futures.ThreadPoolExecutor(os.cpu_count()) as pool:
+            runs = pool.map(lambda case: self.run(case, kind, {}), cases)
+        refuse([' '.join(case) for case, passes in zip(cases, runs) if not passes])
+
+    def run(self, case, kind, variables):
+        """Runs a test case; returns whether it passes."""
+        program, name = case
+        seconds = SLOWNESS[kind] * self.seconds[case]
+        return self.tree.programs[kind][program].run(name, variables, seconds)[0]
+
     def record(self, file):
         """Runs each test case without a mutant, to see which of them it reaches.
 
@@ -95,8 +115,7 @@ class Bench:
                     for case in program.cases() if case not in known[program.name][1]]
             failing = [run.result() for run in runs if run.result()]
         file.write_text(json.dumps(known))
-        if failing:
-            raise SystemExit('\n'.join(['Without any mutant, these test cases fail:', *failing]))
+        refuse(failing)
 
         mutants = {number: mutant for mutant, number in self.numbers.items()}
         for name, (_, cases) in known.items():
@@ -133,17 +152,14 @@ class Bench:
         What is wrong with memory shows wherever the mutant is reached, so that cases of a second
         are enough with the address sanitizer.
         """
-        slowness = 1 if kind == 'plain' else 10
         left = 1 if kind == 'address' else math.inf
         cases = self.cases_of(mutant)
         variables = {'MUTANT': str(self.numbers.get(mutant, 0))}
-        for name, case in cases:
-            program = self.tree.programs[kind][name]
-            passes, _ = program.run(case, variables, slowness * self.seconds[name, case])
-            if not passes:
-                self.kills[mutant.path, (name, case)] += 1
-                return f'{name} {case}', len(cases)
-            left -= self.seconds[name, case]
+        for case in cases:
+            if not self.run(case, kind, variables):
+                self.kills[mutant.path, case] += 1
+                return ' '.join(case), len(cases)
+            left -= self.seconds[case]
             if left < 0:
                 break
         return None, len(cases)

@@ -107,11 +107,15 @@ def judge_all(codes, mutants, results):
                 (mutant in bench.numbers) == is_together and
                 results.get(mutant)[0] not in (KILLED, INVALID, SAME, SURVIVED) and
                 (kind == kinds_of(mutant)[0]) == (results.get(mutant)[0] != PENDING)]
+        if not todo:
+            continue
+        bench.build(kind)
+        if kind != 'plain':
+            bench.check(kind, todo)
         if not is_together:
             for mutant in todo:
                 judge_alone(mutant, kind)
-        elif todo:
-            bench.build(kind)
+        else:
             with concurrent.futures.ThreadPoolExecutor(4 * os.cpu_count()) as pool:
                 for _ in pool.map(lambda mutant, kind=kind: judge(mutant, kind), todo):
                     pass

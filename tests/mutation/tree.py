@@ -18,10 +18,11 @@ SOURCES = ('common/*.hpp', 'vekmetrics/*.[ch]pp', 'companions/*/vekmetrics-*/*.[
 SUITES = {'vekmetrics:types', 'vekmetrics:companions'}  # the programs in C and C++
 SLOW = {'soak'}
 
+# The suppressions name functions, which have no arguments in what has debug information.
 OPTIONS = {
     'plain': [],
     'address': ['-Db_sanitize=address', '-Db_lundef=false'],
-    'thread': ['-Db_sanitize=thread', '-Db_lundef=false'],
+    'thread': ['-Db_sanitize=thread', '-Db_lundef=false', '-Ddebug=true'],
 }
 
 # Random tests are as short as under valgrind.
