@@ -8,12 +8,13 @@
 
 using namespace vekin::web;
 
-// Puts the number of each pass, from the first to the last, where so many are kept.
+// Puts the number of each pass, and its negative, from the first to the last, where so many are
+// kept.
 static Series *make_series(guint64 first, guint64 last, guint n_passes) {
-  auto *series = series_new(g_string_new("x"), "x", nullptr, "gauge", nullptr, 1);
+  auto *series = series_new(g_string_new("x"), "x", nullptr, "histogram", nullptr, 2);
   for (guint64 pass = first; pass <= last; pass++) {
     auto figure = static_cast<gdouble>(pass);
-    series_put(series, pass, {&figure, 1}, n_passes);
+    series_put(series, pass, {{figure, -figure}}, n_passes);
   }
   return series;
 }
@@ -21,11 +22,13 @@ static Series *make_series(guint64 first, guint64 last, guint n_passes) {
 // The passes up to 10 have these figures, and no others.
 static void assert_passes(const Series *series, guint64 first, guint64 last) {
   for (guint64 pass = 1; pass <= 10; pass++) {
-    auto figure = series_get(series, pass, 0);
-    if (pass >= first && pass <= last)
+    auto figure = series_get(series, pass, 0), other = series_get(series, pass, 1);
+    if (pass >= first && pass <= last) {
       g_assert_cmpfloat(figure, ==, static_cast<gdouble>(pass));
-    else
-      g_assert_true(isnan(figure));
+      g_assert_cmpfloat(other, ==, -static_cast<gdouble>(pass));
+    } else {
+      g_assert_true(isnan(figure) && isnan(other));
+    }
   }
 }
 
