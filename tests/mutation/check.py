@@ -75,10 +75,14 @@ def kinds_of(mutant):
     return ('thread',) if mutant.kind == 'lock' else ('plain', 'address')
 
 
-def judge_all(codes, mutants, results):
-    """Tests mutants: first those that are compiled together, then the others, in each build."""
-    bench = Bench(FOLDER / 'tree', codes, mutants,
-                  {mutant for mutant in mutants if results.get(mutant)[0] == INVALID})
+def judge_all(codes, mutants, locks, results):
+    """Tests mutants: first those that are compiled together, then the others, in each build.
+
+    Where the locks are tells which test cases reach a source in several threads.
+    """
+    built = sorted({*mutants, *locks})
+    bench = Bench(FOLDER / 'tree', codes, built,
+                  {mutant for mutant in built if results.get(mutant)[0] == INVALID})
     for mutant in bench.compile():
         results.add(mutant, INVALID)
     bench.record(FOLDER / 'reached.json')
@@ -151,7 +155,7 @@ def main():
 
     if any(result_of(mutant)[0] in (None, PENDING) for mutant in chosen):
         judge_all(codes, [mutant for mutant in chosen if key_of(mutant) not in equivalents],
-                  results)
+                  [mutant for mutant in mutants if mutant.kind == 'lock'], results)
 
     counts = collections.Counter()
     for mutant in chosen:
