@@ -29,6 +29,31 @@ TEST(metric_that_is_taken_out_of_its_registry_is_not_found) {
   run_to_meet(run_pass, assert_no_counter, NULL);
 }
 
+static void report_once(gpointer registry) {
+  vek_metric_registry_report(registry, fixture.reporter);
+}
+
+static void dispose(gpointer registry) {
+  g_object_run_dispose(registry);
+}
+
+static void on_stop_within_pass(VekTestingRecorder *reporter, const char *line, gpointer data) {
+  (void)reporter, (void)line;
+  gpointer *counter = data;
+  stop_first();
+  g_assert_nonnull(*counter);
+}
+
+TEST(registry_that_is_disposed_of_keeps_its_metrics_until_a_pass_has_ended) {
+  g_autoptr(VekMetricRegistry) registry = g_object_new(VEK_TYPE_METRIC_REGISTRY, NULL);
+  gpointer counter = vek_metric_registry_counter_new(registry, "counter", NULL, NULL);
+  g_object_add_weak_pointer(counter, &counter);
+  g_object_unref(counter);
+  on_recorded(fixture.reporter, on_stop_within_pass, &counter);
+  run_to_meet(report_once, dispose, registry);
+  g_assert_null(counter);
+}
+
 static void read_gauge(gpointer gauge) {
   g_assert_cmpfloat(vek_metric_gauge_get_value(gauge, NULL), ==, 1);
 }

@@ -10,7 +10,7 @@
 #include "support/sessionfixture.h"
 #include "support/twothreads.h"
 
-/* In place of GLib's: where the first one stops. */
+/* In place of GLib's: where the first one stops, or the second one waits. */
 
 gpointer g_type_class_ref(GType type) {
   if (!g_type_class_peek(type))

@@ -220,7 +220,7 @@ static void assert_body_is_not_kept(GSocketAddress *address, guint n_parts) {
     g_assert_cmpint(g_socket_send(client, part, sizeof part, NULL, NULL), ==, sizeof part);
     settle();
   }
-  g_assert_cmpuint(heap_get_used(), <, used + n_parts * sizeof part / 2);
+  g_assert_cmpuint(heap_get_used(), <, used + n_parts * sizeof part / 3);
 }
 
 TEST(body_of_a_request_is_not_kept) {
